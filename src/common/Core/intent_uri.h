@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+#include <QtCore/QUrl>
+
+#include <tuple>
+
+/**
+ * Intents as URIs: "intent://?hint=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end".
+ *
+ * Each value bears a letter for its type: B for booleans, d for numbers, S for strings, i for integers (read only).
+ * Nothing is escaped here beyond what QUrl and QUrlQuery do: a key with ';' or '=' is written, but not read back.
+ */
+namespace Core::IntentUri {
+
+/// An empty URL if the name is empty or a value cannot be written, which is logged unless the value is null.
+QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
+
+/// Name, hints and params; all empty, with a warning, if \a uri is no intent. A hint that cannot be read is null.
+std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri);
+
+} // namespace Core::IntentUri

@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "message_meter.h"
+
+#include <Core/types.h>
+
+#include <QtCore/QStringList>
+#include <QtDBus/QDBusUnixFileDescriptor>
+
+namespace Corvane {
+
+namespace {
+
+constexpr int MaxLevels = 64;
+constexpr qint64 MaxArrayBody = 64 * 1024 * 1024;
+constexpr qint64 MaxHeader = 4 * 1024; // all but the object path, which is ours, are names of at most 255 bytes
+constexpr qint64 MaxBody = 128 * 1024 * 1024 - MaxHeader;
+
+} // namespace
+
+void MessageMeter::add(const QString &text)
+{
+    qint64 length = 0;
+    bool hasNul = false;
+    for (const QChar c : text) {
+        const ushort unit = c.unicode();
+        length += 1 + (unit >= 0x80) + (unit >= 0x800 && !c.isSurrogate()); // two surrogates make four bytes
+        hasNul |= unit == 0;
+    }
+    if (hasNul)
+        refuse(QStringLiteral("A message cannot hold a text with U+0000"));
+    addFixed(4);
+    m_size += length + 1;
+    if (m_size > MaxBody)
+        refuse(QStringLiteral("A message cannot be longer than 128 MiB"));
+}
+
+void MessageMeter::add(const QJsonObject &object)
+{
+    addMap(object, [this](const QJsonValue &value) { addContent(value); });
+}
+
+void MessageMeter::add(const QVariantMap &map)
+{
+    addMap(map, [this](const QVariant &value) { addContent(value); });
+}
+
+void MessageMeter::addContent(const QJsonValue &value)
+{
+    if (value.isArray()) {
+        addArray(value.toArray());
+    } else if (value.isObject()) {
+        addSignature(5);
+        add(value.toObject());
+    } else {
+        addPlainContent(value);
+    }
+}
+
+void MessageMeter::addArray(const QJsonArray &array)
+{
+    const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
+    switch (type.value_or(QJsonValue::Undefined)) {
+    case QJsonValue::Bool:
+        return addFixedArray(array.size(), 4);
+    case QJsonValue::Double:
+        return addFixedArray(array.size(), 8);
+    case QJsonValue::String:
+        addSignature(2);
+        return addList(array, 4, 1, [this](const QJsonValue &element) { add(element.toString()); });
+    case QJsonValue::Object:
+        addSignature(6);
+        return addList(array, 4, 1, [this](const QJsonValue &element) { add(element.toObject()); });
+    case QJsonValue::Array:
+    case QJsonValue::Null:
+        return; // left out
+    case QJsonValue::Undefined:
+        return addPlainContent(array);
+    }
+}
+
+void MessageMeter::addPlainContent(const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::Bool:
+        addSignature(1);
+        return addFixed(4);
+    case QJsonValue::Double:
+        addSignature(1);
+        return addFixed(8);
+    case QJsonValue::String:
+        addSignature(1);
+        return add(value.toString());
+    case QJsonValue::Array:
+        addSignature(2);
+        return addList(value.toArray(), 1, 2, [this](const QJsonValue &element) { addPlainContent(element); });
+    case QJsonValue::Object:
+        addSignature(5);
+        return addMap(value.toObject(), [this](const QJsonValue &member) { addPlainContent(member); });
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        return; // left out
+    }
+}
+
+void MessageMeter::addContent(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::Bool:
+        addSignature(1);
+        return addFixed(4);
+    case QMetaType::Double:
+        addSignature(1);
+        return addFixed(8);
+    case QMetaType::QString:
+        addSignature(1);
+        return add(value.toString());
+    case QMetaType::QStringList:
+        addSignature(2);
+        return addList(value.toStringList(), 4, 1, [this](const QString &element) { add(element); });
+    case QMetaType::QVariantList:
+        addSignature(2);
+        return addList(value.toList(), 1, 2, [this](const QVariant &element) { addContent(element); });
+    case QMetaType::QVariantMap:
+        addSignature(5);
+        return add(value.toMap());
+    default:
+        break;
+    }
+    if (value.userType() == qMetaTypeId<QList<bool>>()) {
+        addFixedArray(value.value<QList<bool>>().size(), 4);
+    } else if (value.userType() == qMetaTypeId<QList<double>>()) {
+        addFixedArray(value.value<QList<double>>().size(), 8);
+    } else if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
+        addSignature(6);
+        addList(value.value<QList<QVariantMap>>(), 4, 1, [this](const QVariantMap &element) { add(element); });
+    } else if (value.userType() == qMetaTypeId<QList<QDBusUnixFileDescriptor>>()) {
+        const int count = value.value<QList<QDBusUnixFileDescriptor>>().size();
+        addFixedArray(count, 4);
+        m_descriptors += count;
+        if (m_descriptors > CORVANE_MAX_DESCRIPTORS)
+            refuse(QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
+    }
+}
+
+/// A map of texts to variants, whose content \a addContent adds with the signature.
+template<typename Map, typename AddContent>
+void MessageMeter::addMap(const Map &map, AddContent addContent)
+{
+    addBody(8, [&] {
+        for (auto member = map.begin(); member != map.end() && m_problem.isEmpty(); ++member) {
+            align(8);
+            add(member.key());
+            addNested(3, [&] { addContent(member.value()); }); // the array, the entry and the variant
+        }
+    });
+}
+
+template<typename List, typename AddElement>
+void MessageMeter::addList(const List &list, int alignment, int levels, AddElement addElement)
+{
+    addBody(alignment, [&] {
+        for (auto element = list.begin(); element != list.end() && m_problem.isEmpty(); ++element)
+            addNested(levels, [&] { addElement(*element); });
+    });
+}
+
+/// A variant that holds an array of fixed-size elements, into which nobody has to descend.
+void MessageMeter::addFixedArray(int count, int elementSize)
+{
+    addSignature(2);
+    addBody(elementSize, [&] { m_size += qint64(count) * elementSize; });
+}
+
+template<typename AddElements>
+void MessageMeter::addBody(int alignment, AddElements addElements)
+{
+    addFixed(4);
+    align(alignment);
+    const qint64 start = m_size;
+    addElements();
+    if (m_size - start > MaxArrayBody)
+        refuse(QStringLiteral("A message cannot hold an array or object of more than 64 MiB"));
+}
+
+template<typename Add>
+void MessageMeter::addNested(int levels, Add add)
+{
+    m_level += levels;
+    if (m_level > MaxLevels)
+        refuse(QStringLiteral("A message cannot nest more than %1 containers").arg(MaxLevels));
+    else
+        add();
+    m_level -= levels;
+}
+
+void MessageMeter::align(int alignment) { m_size = (m_size + alignment - 1) / alignment * alignment; }
+
+void MessageMeter::addFixed(int size)
+{
+    align(size);
+    m_size += size;
+}
+
+void MessageMeter::addSignature(int length)
+{
+    m_size += length + 2; // its length before it, a NUL behind
+}
+
+void MessageMeter::refuse(const QString &problem)
+{
+    if (m_problem.isEmpty())
+        m_problem = problem;
+}
+
+} // namespace Corvane

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QLatin1String>
+
+#include <cstddef>
+
+// The well-known bus name of the service; everything else here is derived from it. A macro, since Q_CLASSINFO takes
+// nothing but literals. Integrators change it with the CMake variable of the same name.
+#ifndef CORVANE_SERVICE_ROOT
+#define CORVANE_SERVICE_ROOT "org.halvir.Corvane"
+#endif
+
+/// The names of the service on the bus, each spelled once.
+namespace Corvane::Names {
+
+/// An interface and the path of the object that has it: "a.b.Tasks1" is found at "/a/b/Tasks1".
+template<std::size_t Size>
+struct Endpoint
+{
+    constexpr explicit Endpoint(const char (&name)[Size])
+    {
+        pathText[0] = '/';
+        for (std::size_t i = 0; i < Size; ++i) {
+            interface[i] = name[i];
+            pathText[i + 1] = name[i] == '.' ? '/' : name[i];
+        }
+    }
+
+    constexpr QLatin1String path() const { return QLatin1String(pathText, int(Size)); }
+
+    char interface[Size] = {};
+    char pathText[Size + 1] = {};
+};
+
+inline constexpr QLatin1String ServiceRoot(CORVANE_SERVICE_ROOT, int(sizeof CORVANE_SERVICE_ROOT) - 1);
+inline constexpr QLatin1String ErrorPrefix(CORVANE_SERVICE_ROOT ".Error.",
+                                           int(sizeof CORVANE_SERVICE_ROOT ".Error.") - 1);
+inline constexpr Endpoint Intents(CORVANE_SERVICE_ROOT ".Intents1");
+inline constexpr Endpoint IntentHandler(CORVANE_SERVICE_ROOT ".IntentHandler1");
+
+} // namespace Corvane::Names

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QTimer>
+#include <QtDBus/QDBusPendingCallWatcher>
+
+#include <utility>
+
+namespace Corvane {
+
+/// Calls \a handler once with the finished \a call, later, from the event loop; never if \a owner is gone by then.
+template<typename Handler>
+void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
+{
+    if (call.isFinished()) { // without a bus there is no call to watch, and a watcher would stay silent for ever
+        QTimer::singleShot(0, owner, [call, handler] { handler(call); });
+        return;
+    }
+    auto *watcher = new QDBusPendingCallWatcher(call, owner);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [handler](QDBusPendingCallWatcher *finished) {
+        const QDBusPendingCall reply = *finished;
+        finished->deleteLater();
+        handler(reply); // may delete the owner
+    });
+}
+
+} // namespace Corvane

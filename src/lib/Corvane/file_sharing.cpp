@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "file_sharing.h"
+
+#include <Core/json_path.h>
+
+#include <QtCore/QDebug>
+#include <QtCore/QFile>
+#include <QtCore/QUrl>
+#include <QtDBus/QDBusUnixFileDescriptor>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Corvane::FileSharing {
+
+namespace {
+
+using Descriptors = QList<QDBusUnixFileDescriptor>;
+
+const QString ReadFiles = QStringLiteral("readFiles");
+const QString WriteFiles = QStringLiteral("writeFiles");
+const QString ReadDescriptors = QStringLiteral("readFds");
+const QString WriteDescriptors = QStringLiteral("writeFds");
+
+/// The file that a value names; empty if it names none.
+QString fileName(const QJsonValue &value)
+{
+    const QString text = value.toString();
+    if (!text.contains(QLatin1Char(':')))
+        return text;
+    return QUrl(text, QUrl::TolerantMode).toLocalFile(); // empty for all but local files
+}
+
+QStringList fileNames(const QJsonObject &source, const QStringList &patterns)
+{
+    QStringList names;
+    for (const QString &pattern : patterns) {
+        const QStringList paths = Core::JsonPath::expand(source, pattern);
+        for (const QString &path : paths) {
+            const QString name = fileName(Core::JsonPath::value(source, path));
+            if (!name.isEmpty())
+                names.append(name);
+        }
+    }
+    return names;
+}
+
+/// An invalid descriptor if the file cannot be opened. Not QFile: it would wait for a FIFO's other end.
+QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
+{
+    QDBusUnixFileDescriptor descriptor;
+    if (name.contains(QChar(QChar::Null)))
+        return descriptor; // the system would open what stands before it
+
+    const int access = mode == QIODevice::ReadOnly ? O_RDONLY : O_RDWR | O_CREAT;
+    const QByteArray path = QFile::encodeName(name);
+    int fd = -1;
+    do {
+        fd = ::open(path.constData(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+        return descriptor;
+    descriptor.giveFileDescriptor(fd);
+
+    struct stat status = {};
+    if (::fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)
+        || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0)
+        return {};
+    return descriptor;
+}
+
+} // namespace
+
+void setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
+{
+    map.insert(ReadFiles, readFiles);
+    map.insert(WriteFiles, writeFiles);
+}
+
+void shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map)
+{
+    if (intentName != QLatin1String("OpenURI"))
+        return;
+    const bool several = params.value(QLatin1String("uri")).isArray();
+    map.insert(ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));
+}
+
+void exportFiles(const QJsonObject &source, QVariantMap &map)
+{
+    struct Row
+    {
+        const QString &files;
+        const QString &descriptors;
+        QIODevice::OpenMode mode;
+    };
+    static const Row rows[] = {
+        {ReadFiles, ReadDescriptors, QIODevice::ReadOnly},
+        {WriteFiles, WriteDescriptors, QIODevice::ReadWrite},
+    };
+
+    Descriptors reserve; // holds room for the duplicates that sending makes
+    for (const Row &row : rows) {
+        const QStringList patterns = map.value(row.files).toStringList();
+        if (patterns.isEmpty())
+            continue;
+        map.insert(row.files, patterns); // JSON may have given a list of another type
+
+        Descriptors descriptors;
+        const QStringList names = fileNames(source, patterns);
+        for (const QString &name : names) {
+            const QDBusUnixFileDescriptor descriptor = openFile(name, row.mode);
+            const QDBusUnixFileDescriptor duplicate(descriptor.fileDescriptor());
+            if (!duplicate.isValid()) {
+                qWarning() << "Failed to open file" << name;
+                break;
+            }
+            descriptors.append(descriptor);
+            reserve.append(duplicate);
+        }
+        if (!descriptors.isEmpty())
+            map.insert(row.descriptors, QVariant::fromValue(descriptors));
+    }
+}
+
+} // namespace Corvane::FileSharing

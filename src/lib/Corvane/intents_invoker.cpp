@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "intents_invoker.h"
+#include "intents_invoker_p.h"
+
+#include "error_p.h"
+#include "file_sharing.h"
+
+#include <Core/intent_uri.h>
+#include <Core/types.h>
+#include <DBus/message_meter.h>
+#include <DBus/names.h>
+#include <DBus/pending_call.h>
+#include <DBus/types.h>
+
+#include <QtDBus/QDBusPendingReply>
+
+namespace Corvane {
+
+namespace {
+
+QDBusPendingCall refused(const QString &problem)
+{
+    return QDBusPendingCall::fromError(QDBusError(QDBusError::Failed, problem));
+}
+
+} // namespace
+
+IntentsInterface::IntentsInterface()
+    : QDBusAbstractInterface(Names::ServiceRoot, Names::Intents.path(), Names::Intents.interface,
+                             QDBusConnection::sessionBus(), nullptr)
+{
+    setTimeout(86400); // milliseconds
+}
+
+IntentsInvokerPrivate::IntentsInvokerPrivate() : interface(std::make_unique<IntentsInterface>())
+{
+    registerRecordTypes();
+}
+
+void IntentsInvokerPrivate::invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
+{
+    onFinished(send(intentName, hints, params), this, [this](const QDBusPendingReply<QJsonObject> &reply) {
+        const Error error = errorFromDBusError(reply.error());
+        Q_EMIT replyReceived(reply.isError() ? QJsonObject() : reply.value(), error);
+    });
+}
+
+QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJsonObject &hints,
+                                             const QJsonObject &params)
+{
+    MessageMeter given; // before files are opened, and before what nests too deep is converted
+    given.add(intentName);
+    given.add(hints);
+    given.add(params);
+    if (!given.problem().isEmpty())
+        return refused(given.problem());
+
+    QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints)).toMap();
+    FileSharing::shareUri(intentName, params, map);
+    FileSharing::exportFiles(params, map);
+
+    MessageMeter sent;
+    sent.add(intentName);
+    sent.add(map);
+    sent.add(params);
+    if (!sent.problem().isEmpty())
+        return refused(sent.problem());
+    return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(params));
+}
+
+IntentsInvoker::IntentsInvoker(QObject *parent) : QObject(parent), d(std::make_unique<IntentsInvokerPrivate>())
+{
+    connect(d.get(), &IntentsInvokerPrivate::replyReceived, this, &IntentsInvoker::replyReceived);
+}
+
+IntentsInvoker::~IntentsInvoker() = default;
+
+void IntentsInvoker::invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
+{
+    d->invoke(intentName, hints, params);
+}
+
+QUrl IntentsInvoker::intentToUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
+{
+    return Core::IntentUri::toUri(intentName, hints, params);
+}
+
+} // namespace Corvane

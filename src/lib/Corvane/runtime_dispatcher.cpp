@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "runtime_dispatcher.h"
+#include "runtime_dispatcher_p.h"
+
+#include "bus_name_p.h"
+#include "file_sharing.h"
+
+#include <DBus/message_meter.h>
+#include <DBus/types.h>
+
+#include <QtCore/QDebug>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusError>
+#include <QtDBus/QDBusMessage>
+
+namespace Corvane {
+
+namespace {
+
+RuntimeDispatcher *currentDispatcher = nullptr;
+
+QString fromEnvironment(const char *name) { return QString::fromUtf8(qgetenv(name).constData()); }
+
+/// Answers \a call with a handler's result and the files that it names.
+void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
+               QVariantMap files)
+{
+    MessageMeter given; // before files are opened
+    given.add(result);
+    QString problem = given.problem();
+    if (problem.isEmpty()) {
+        FileSharing::exportFiles(result, files);
+        MessageMeter sent;
+        sent.add(result);
+        sent.add(files);
+        problem = sent.problem();
+    }
+    if (problem.isEmpty()) {
+        if (connection.send(call.createReply({QVariant::fromValue(result), files})))
+            return;
+        problem = QStringLiteral("The message cannot be marshalled");
+    }
+    qWarning() << "Failed to reply to an intent:" << problem;
+    connection.send(call.createErrorReply(QDBusError::Failed, problem));
+}
+
+} // namespace
+
+RuntimeDispatcherPrivate::RuntimeDispatcherPrivate()
+    : applicationId(fromEnvironment("HALVIR_APP_ID")), applicationInstanceId(fromEnvironment("HALVIR_APP_INSTANCE_ID")),
+      taskId(fromEnvironment("HALVIR_TASK_ID"))
+{
+    registerRecordTypes();
+}
+
+Error RuntimeDispatcherPrivate::startService()
+{
+    if (!registered) {
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        registered = bus.registerObject(Names::IntentHandler.path(), this, QDBusConnection::ExportAllSlots);
+        if (!registered)
+            return {Error::Failed, QStringLiteral("Registration failed")};
+    }
+    return claimBusName(applicationInstanceId);
+}
+
+void RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
+                                                         const QStringList &writeFiles)
+{
+    const auto intent = intents.find(intentName);
+    if (intent == intents.end()) {
+        qWarning() << "The intent" << intentName << "has not been registered";
+        return;
+    }
+    intent->readFiles = readFiles;
+    intent->writeFiles = writeFiles;
+}
+
+void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJsonObject &params)
+{
+    const Intent intent = intents.value(intentName); // a copy, since the handler may change the table
+    if (intent.name.isEmpty()) {
+        sendErrorReply(QDBusError::Failed, QStringLiteral("Intent not registered by specified application"));
+        return;
+    }
+
+    QVariantMap files;
+    FileSharing::setOutputFiles(intent.readFiles, intent.writeFiles, files);
+    setDelayedReply(true);
+    intent.handler(params, [connection = connection(), call = message(), files](const QJsonObject &result) {
+        sendReply(connection, call, result, files);
+    });
+    // The handler may have deleted this.
+}
+
+RuntimeDispatcher *RuntimeDispatcher::instance()
+{
+    if (!currentDispatcher)
+        new RuntimeDispatcher;
+    return currentDispatcher;
+}
+
+RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPrivate>()) { currentDispatcher = this; }
+
+RuntimeDispatcher::~RuntimeDispatcher() { currentDispatcher = nullptr; }
+
+QString RuntimeDispatcher::applicationId() const { return d->applicationId; }
+
+QString RuntimeDispatcher::applicationInstanceId() const { return d->applicationInstanceId; }
+
+QString RuntimeDispatcher::taskId() const { return d->taskId; }
+
+int RuntimeDispatcher::localServerSocket() const { return qgetenv("HALVIR_TASK_FD").toInt(); }
+
+Error RuntimeDispatcher::startService() { return d->startService(); }
+
+Error RuntimeDispatcher::stopService() { return releaseBusName(d->applicationInstanceId); }
+
+void RuntimeDispatcher::onApplicationStarted(const std::function<void()> &callback)
+{
+    if (d->taskId.isEmpty())
+        callback();
+}
+
+void RuntimeDispatcher::onTaskStarted(const QString &taskName, const std::function<void(const QString &)> &callback)
+{
+    if (!d->taskId.isEmpty() && (taskName.isEmpty() || taskName == d->taskId))
+        callback(d->taskId);
+}
+
+void RuntimeDispatcher::registerIntent(const QString &intentName, const IntentHandler &handler)
+{
+    d->intents.insert(intentName, {intentName, handler, {}, {}});
+}
+
+void RuntimeDispatcher::unregisterIntent(const QString &intentName) { d->intents.remove(intentName); }
+
+void RuntimeDispatcher::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
+                                                  const QStringList &writeFiles)
+{
+    d->registerIntentOutputFiles(intentName, readFiles, writeFiles);
+}
+
+} // namespace Corvane

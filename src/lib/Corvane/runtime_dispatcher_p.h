@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "runtime_dispatcher.h"
+
+#include <DBus/names.h>
+
+#include <QtCore/QMap>
+#include <QtDBus/QDBusContext>
+
+namespace Corvane {
+
+/// The object that the service calls with intents. Its public slots, and nothing else, are on the bus.
+class RuntimeDispatcherPrivate : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", CORVANE_SERVICE_ROOT ".IntentHandler1")
+    Q_CLASSINFO("D-Bus Introspection",
+                "  <interface name=\"" CORVANE_SERVICE_ROOT ".IntentHandler1\">\n"
+                "    <method name=\"HandleIntent\">\n"
+                "      <arg name=\"intentName\" type=\"s\" direction=\"in\"/>\n"
+                "      <arg name=\"params\" type=\"a{sv}\" direction=\"in\"/>\n"
+                "      <arg name=\"reply\" type=\"a{sv}\" direction=\"out\"/>\n"
+                "      <arg name=\"files\" type=\"a{sv}\" direction=\"out\"/>\n"
+                "    </method>\n"
+                "  </interface>\n")
+public:
+    RuntimeDispatcherPrivate();
+
+    Error startService();
+    void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
+                                   const QStringList &writeFiles);
+
+    struct Intent
+    {
+        QString name;
+        RuntimeDispatcher::IntentHandler handler;
+        QStringList readFiles;
+        QStringList writeFiles;
+    };
+    QMap<QString, Intent> intents;
+    const QString applicationId;
+    const QString applicationInstanceId;
+    const QString taskId;
+    bool registered = false; ///< This object is on the bus. It stays there.
+
+public Q_SLOTS:
+    void HandleIntent(const QString &intentName, const QJsonObject &params); // clazy:exclude=function-args-by-value
+};
+
+} // namespace Corvane
