@@ -93,7 +93,7 @@ QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObjec
     uri.setScheme(Scheme);
     uri.setQuery(query);
     uri.setFragment(fragment, QUrl::TolerantMode);
-    uri.setAuthority(QStringLiteral(""), QUrl::TolerantMode); // present, though empty: "intent://"
+    uri.setAuthority(QLatin1String(""), QUrl::TolerantMode); // present, though empty: "intent://"
     return uri;
 }
 

@@ -47,9 +47,15 @@ Element nextPathElement(QStringView &path, QString *key, int *index)
     return *key == QLatin1String("*") ? AnyKey : Key;
 }
 
-QString joined(const QString &path, const QString &key) { return path.isEmpty() ? key : path + QLatin1Char('.') + key; }
+QString joined(const QString &path, const QString &key)
+{
+    return path.isEmpty() ? key : path + QLatin1Char('.') + key;
+}
 
-QString joined(const QString &path, int index) { return QStringLiteral("%1[%2]").arg(path, QString::number(index)); }
+QString joined(const QString &path, int index)
+{
+    return QStringLiteral("%1[%2]").arg(path, QString::number(index));
+}
 
 /// Appends to \a paths each of \a rests as seen from \a path.
 void appendJoined(const QString &path, const QStringList &rests, QStringList *paths)
@@ -133,6 +139,9 @@ QJsonValue value(const QJsonObject &root, const QString &path)
     }
 }
 
-QStringList expand(const QJsonObject &root, const QString &path) { return expandFrom(root, path); }
+QStringList expand(const QJsonObject &root, const QString &path)
+{
+    return expandFrom(root, path);
+}
 
 } // namespace Core::JsonPath

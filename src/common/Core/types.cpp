@@ -14,7 +14,7 @@ QVariantMap plainMap(const QJsonObject &object)
 {
     QVariantMap map;
     for (auto member = object.begin(); member != object.end(); ++member)
-        map.insert(map.end(), member.key(), plainVariant(member.value()));
+        map.insert(map.constEnd(), member.key(), plainVariant(member.value()));
     return map;
 }
 
@@ -23,7 +23,7 @@ QVariant listOf(const QJsonArray &array, Convert convert)
 {
     List list;
     list.reserve(array.size());
-    for (const QJsonValue element : array)
+    for (const auto &element : array)
         list.append(convert(element));
     return QVariant::fromValue(list);
 }
@@ -78,7 +78,7 @@ QVariantMap jsonObjectToVariantMap(const QJsonObject &object)
             variant = jsonObjectToVariantMap(value.toObject());
         else
             variant = plainVariant(value);
-        map.insert(map.end(), member.key(), variant);
+        map.insert(map.constEnd(), member.key(), variant);
     }
     return map;
 }

@@ -11,9 +11,9 @@ namespace Corvane {
 namespace {
 
 constexpr int MaxLevels = 64;
-constexpr qint64 MaxArrayBody = 64 * 1024 * 1024;
-constexpr qint64 MaxHeader = 4 * 1024; // all but the object path, which is ours, are names of at most 255 bytes
-constexpr qint64 MaxBody = 128 * 1024 * 1024 - MaxHeader;
+constexpr qint64 MaxArrayBody = qint64(64) * 1024 * 1024;
+constexpr qint64 MaxHeader = 4096; // all but the object path, which is ours, are names of at most 255 bytes
+constexpr qint64 MaxBody = qint64(128) * 1024 * 1024 - MaxHeader;
 
 } // namespace
 
@@ -193,7 +193,10 @@ void MessageMeter::addNested(int levels, Add add)
     m_level -= levels;
 }
 
-void MessageMeter::align(int alignment) { m_size = (m_size + alignment - 1) / alignment * alignment; }
+void MessageMeter::align(int alignment)
+{
+    m_size = (m_size + alignment - 1) / alignment * alignment;
+}
 
 void MessageMeter::addFixed(int size)
 {

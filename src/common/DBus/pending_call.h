@@ -4,8 +4,6 @@
 #include <QtCore/QTimer>
 #include <QtDBus/QDBusPendingCallWatcher>
 
-#include <utility>
-
 namespace Corvane {
 
 /// Calls \a handler once with the finished \a call, later, from the event loop; never if \a owner is gone by then.
@@ -17,10 +15,9 @@ void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
         return;
     }
     auto *watcher = new QDBusPendingCallWatcher(call, owner);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [handler](QDBusPendingCallWatcher *finished) {
-        const QDBusPendingCall reply = *finished;
-        finished->deleteLater();
-        handler(reply); // may delete the owner
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [watcher, call, handler] {
+        watcher->deleteLater();
+        handler(call); // may delete the owner, and the watcher with it
     });
 }
 

@@ -16,7 +16,7 @@ QVariant busVariant(const QJsonArray &array)
 
     QVector<QJsonObject> objects;
     objects.reserve(array.size());
-    for (const QJsonValue element : array)
+    for (const auto &element : array)
         objects.append(element.toObject());
     return QVariant::fromValue(objects);
 }
@@ -176,7 +176,10 @@ namespace Corvane {
 
 namespace {
 
-QDBusArgument &operator<<(QDBusArgument &arg, ApplicationState state) { return arg << quint32(state); }
+QDBusArgument &operator<<(QDBusArgument &arg, ApplicationState state)
+{
+    return arg << quint32(state);
+}
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, ApplicationState &state)
 {
@@ -315,7 +318,7 @@ QVariant withoutNulls(const QVariant &value)
         for (auto member = members.begin(); member != members.end(); ++member) {
             const QVariant kept = withoutNulls(member.value());
             if (kept.isValid())
-                map.insert(map.end(), member.key(), kept);
+                map.insert(map.constEnd(), member.key(), kept);
         }
         return map;
     }

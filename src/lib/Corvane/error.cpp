@@ -11,13 +11,25 @@ namespace Corvane {
 
 Error::Error(Code code, const QString &message) : m_code(code), m_message(message) { }
 
-Error::Code Error::code() const { return m_code; }
+Error::Code Error::code() const
+{
+    return m_code;
+}
 
-QString Error::message() const { return m_message; }
+QString Error::message() const
+{
+    return m_message;
+}
 
-bool Error::isError() const { return m_code != NoError; }
+bool Error::isError() const
+{
+    return m_code != NoError;
+}
 
-Error::operator bool() const { return isError(); }
+Error::operator bool() const
+{
+    return isError();
+}
 
 Error errorFromDBusError(const QDBusError &error)
 {

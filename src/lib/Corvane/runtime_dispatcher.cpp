@@ -5,6 +5,7 @@
 #include "bus_name_p.h"
 #include "file_sharing.h"
 
+#include <Core/environment.h>
 #include <DBus/message_meter.h>
 #include <DBus/types.h>
 
@@ -18,8 +19,6 @@ namespace Corvane {
 namespace {
 
 RuntimeDispatcher *currentDispatcher = nullptr;
-
-QString fromEnvironment(const char *name) { return QString::fromUtf8(qgetenv(name).constData()); }
 
 /// Answers \a call with a handler's result and the files that it names.
 void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
@@ -38,7 +37,7 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
     if (problem.isEmpty()) {
         if (connection.send(call.createReply({QVariant::fromValue(result), files})))
             return;
-        problem = QStringLiteral("The message cannot be marshalled");
+        problem = QStringLiteral("The message cannot be sent");
     }
     qWarning() << "Failed to reply to an intent:" << problem;
     connection.send(call.createErrorReply(QDBusError::Failed, problem));
@@ -47,8 +46,8 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
 } // namespace
 
 RuntimeDispatcherPrivate::RuntimeDispatcherPrivate()
-    : applicationId(fromEnvironment("HALVIR_APP_ID")), applicationInstanceId(fromEnvironment("HALVIR_APP_INSTANCE_ID")),
-      taskId(fromEnvironment("HALVIR_TASK_ID"))
+    : applicationId(Core::fromEnvironment("HALVIR_APP_ID")), applicationInstanceId(Core::fromEnvironment("HALVIR_APP_INSTANCE_ID")),
+      taskId(Core::fromEnvironment("HALVIR_TASK_ID"))
 {
     registerRecordTypes();
 }
@@ -100,21 +99,46 @@ RuntimeDispatcher *RuntimeDispatcher::instance()
     return currentDispatcher;
 }
 
-RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPrivate>()) { currentDispatcher = this; }
+RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPrivate>())
+{
+    currentDispatcher = this;
+}
 
-RuntimeDispatcher::~RuntimeDispatcher() { currentDispatcher = nullptr; }
+RuntimeDispatcher::~RuntimeDispatcher()
+{
+    currentDispatcher = nullptr;
+}
 
-QString RuntimeDispatcher::applicationId() const { return d->applicationId; }
+QString RuntimeDispatcher::applicationId() const
+{
+    return d->applicationId;
+}
 
-QString RuntimeDispatcher::applicationInstanceId() const { return d->applicationInstanceId; }
+QString RuntimeDispatcher::applicationInstanceId() const
+{
+    return d->applicationInstanceId;
+}
 
-QString RuntimeDispatcher::taskId() const { return d->taskId; }
+QString RuntimeDispatcher::taskId() const
+{
+    return d->taskId;
+}
 
-int RuntimeDispatcher::localServerSocket() const { return qgetenv("HALVIR_TASK_FD").toInt(); }
+int RuntimeDispatcher::localServerSocket() const
+{
+    // Decimal only; qEnvironmentVariableIntValue() would read 010 and 0x10 as well.
+    return qgetenv("HALVIR_TASK_FD").toInt(); // clazy:exclude=qgetenv
+}
 
-Error RuntimeDispatcher::startService() { return d->startService(); }
+Error RuntimeDispatcher::startService()
+{
+    return d->startService();
+}
 
-Error RuntimeDispatcher::stopService() { return releaseBusName(d->applicationInstanceId); }
+Error RuntimeDispatcher::stopService()
+{
+    return releaseBusName(d->applicationInstanceId);
+}
 
 void RuntimeDispatcher::onApplicationStarted(const std::function<void()> &callback)
 {
@@ -133,7 +157,10 @@ void RuntimeDispatcher::registerIntent(const QString &intentName, const IntentHa
     d->intents.insert(intentName, {intentName, handler, {}, {}});
 }
 
-void RuntimeDispatcher::unregisterIntent(const QString &intentName) { d->intents.remove(intentName); }
+void RuntimeDispatcher::unregisterIntent(const QString &intentName)
+{
+    d->intents.remove(intentName);
+}
 
 void RuntimeDispatcher::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
                                                   const QStringList &writeFiles)
