@@ -1,0 +1,28 @@
+# SPDX-License-Identifier: BSD-3-Clause
+
+# corvane_add_test(tst_name [BUS] [VALGRIND] [SOURCES file...] [LIBRARIES target...] [ENVIRONMENT NAME=value...])
+#
+# Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
+#   BUS       on a session bus of its own
+#   VALGRIND  a second time under valgrind, as valgrind_tst_name (not in a sanitized build)
+function(corvane_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "SOURCES;LIBRARIES;ENVIRONMENT")
+    add_executable(${name} ${name}.cpp ${arg_SOURCES})
+    target_link_libraries(${name} PRIVATE Qt5::Test corvane_test_support ${arg_LIBRARIES})
+
+    set(run "")
+    if(arg_BUS)
+        set(run dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
+    endif()
+    set(environment LC_ALL=C.UTF-8 QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
+
+    add_test(NAME ${name} COMMAND ${run} $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${environment}" TIMEOUT 300)
+    if(arg_VALGRIND AND NOT CORVANE_SANITIZE)
+        add_test(NAME valgrind_${name} COMMAND ${run} valgrind --quiet --error-exitcode=99 --leak-check=full
+            --errors-for-leak-kinds=definite --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp
+            --child-silent-after-fork=yes $<TARGET_FILE:${name}>)
+        set_tests_properties(valgrind_${name} PROPERTIES ENVIRONMENT "${environment};CORVANE_UNDER_VALGRIND=1"
+            TIMEOUT 600 LABELS valgrind)
+    endif()
+endfunction()

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Files as they arrive at the other side, with an intent and with a reply.
+#include <Corvane/intents_invoker.h>
+#include <Corvane/runtime_dispatcher.h>
+
+#include <message_log.h>
+#include <replies.h>
+#include <service_peer.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QJsonArray>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <fcntl.h>
+#include <optional>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Corvane;
+
+namespace {
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+
+} // namespace
+
+class TestFileSharing : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void filesArriveWithTheirContentAndMode_data();
+    void filesArriveWithTheirContentAndMode();
+    void listsGoAsListsOfStrings();
+    void nothingStaysOpen();
+    void outOfDescriptorsTheIntentStillGoes();
+
+private:
+    void send(const QJsonArray &readFiles, const QJsonArray &writeFiles, const QJsonObject &source, bool asReply);
+    QString file(const char *name) const { return directory->filePath(QString::fromUtf8(name)); }
+
+    ServicePeer peer;
+    QJsonObject given; ///< what the handler of "Give" replies
+    QStringList arrived; ///< descriptors, as the peer describes them
+    std::unique_ptr<QTemporaryDir> directory;
+    std::optional<MessageLog> log;
+};
+
+void TestFileSharing::initTestCase()
+{
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestFileSharing::init()
+{
+    directory = std::make_unique<QTemporaryDir>();
+    for (const char *name : {"a", "b"}) {
+        QFile made(file(name));
+        QVERIFY(made.open(QIODevice::WriteOnly));
+        made.write(QByteArray("content of ") + name);
+    }
+    QCOMPARE(::mkfifo(QFile::encodeName(file("fifo")).constData(), 0600), 0);
+    log.emplace();
+}
+
+void TestFileSharing::cleanup()
+{
+    peer.takeCalls();
+    log.reset();
+}
+
+/// Sends the files that \a source names, with an intent or with a reply, and waits for what arrives.
+void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeFiles, const QJsonObject &source,
+                           bool asReply)
+{
+    if (asReply) {
+        auto *dispatcher = RuntimeDispatcher::instance();
+        dispatcher->registerIntent(QStringLiteral("Give"),
+                                   [&source](const QJsonObject &, const auto &reply) { reply(source); });
+        dispatcher->registerIntentOutputFiles(QStringLiteral("Give"),
+                                              QVariant(readFiles.toVariantList()).toStringList(),
+                                              QVariant(writeFiles.toVariantList()).toStringList());
+        arrived = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).descriptors;
+        return;
+    }
+    QJsonObject hints;
+    if (!readFiles.isEmpty())
+        hints.insert(QStringLiteral("readFiles"), readFiles);
+    if (!writeFiles.isEmpty())
+        hints.insert(QStringLiteral("writeFiles"), writeFiles);
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), hints, source);
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    arrived = peer.descriptors();
+}
+
+void TestFileSharing::filesArriveWithTheirContentAndMode_data()
+{
+    QTest::addColumn<QJsonArray>("readFiles");
+    QTest::addColumn<QJsonArray>("writeFiles");
+    QTest::addColumn<QStringList>("names"); // in the directory; or a URL with %1 for the directory
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QStringList>("failed");
+
+    const auto strings = [](auto... text) { return QStringList{QString::fromUtf8(text)...}; };
+    const QJsonArray all{QStringLiteral("files[*]")};
+    const QJsonArray last{QStringLiteral("files[-1]")};
+    QTest::newRow("none") << QJsonArray() << QJsonArray() << strings("a") << QStringList() << QStringList();
+    QTest::newRow("for reading") << all << QJsonArray() << strings("a", "b")
+                                 << strings("read: content of a", "read: content of b") << QStringList();
+    QTest::newRow("for writing") << QJsonArray() << all << strings("a") << strings("read-write: content of a")
+                                 << QStringList();
+    QTest::newRow("for both, reading first")
+        << last << all << strings("a", "b")
+        << strings("read: content of b", "read-write: content of a", "read-write: content of b") << QStringList();
+    QTest::newRow("local URLs") << all << QJsonArray() << strings("file://%1/a", "http://host/%1/a", "b")
+                                << strings("read: content of a", "read: content of b") << QStringList();
+    QTest::newRow("missing file, reading")
+        << all << QJsonArray() << strings("a", "missing", "b") << strings("read: content of a") << strings("missing");
+    QTest::newRow("missing file, writing")
+        << QJsonArray() << all << strings("missing") << strings("read-write: ") << QStringList();
+    QTest::newRow("directory") << all << last << strings(".", "a") << strings("read-write: content of a")
+                               << strings(".");
+    QTest::newRow("dangling directory") << QJsonArray() << all << strings("missing/a") << QStringList()
+                                        << strings("missing/a");
+    QTest::newRow("FIFO") << all << QJsonArray() << strings("fifo", "a")
+                          << strings("read: (not seekable)", "read: content of a") << QStringList();
+    QTest::newRow("URL with U+0000") << all << QJsonArray() << strings("file://%1/a%00.png", "b") << QStringList()
+                                     << strings("a\\u0000.png");
+}
+
+void TestFileSharing::filesArriveWithTheirContentAndMode()
+{
+    QFETCH(QJsonArray, readFiles);
+    QFETCH(QJsonArray, writeFiles);
+    QFETCH(QStringList, names);
+    QFETCH(QStringList, expected);
+    QFETCH(QStringList, failed);
+
+    QJsonArray files;
+    for (const QString &name : names)
+        files.append(name.contains(QLatin1Char(':')) ? QString(name).replace(QLatin1String("%1"), directory->path())
+                                                     : directory->filePath(name));
+    QStringList warnings;
+    for (const QString &name : failed)
+        warnings << QStringLiteral("Failed to open file \"%1\"").arg(directory->filePath(name));
+
+    for (const bool asReply : {false, true}) {
+        arrived.clear();
+        send(readFiles, writeFiles, {{QStringLiteral("files"), files}}, asReply);
+        QCOMPARE(arrived, expected);
+        QCOMPARE(log->takeWarnings(), warnings);
+        QFile::remove(file("missing"));
+    }
+    if (!failed.isEmpty())
+        QVERIFY(log->lastFunction().contains(QStringLiteral("exportFiles(")));
+}
+
+void TestFileSharing::listsGoAsListsOfStrings()
+{
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"),
+                   {{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("f"), 5}},
+                    {QStringLiteral("writeFiles"), QStringLiteral("f")}},
+                   {{QStringLiteral("f"), file("a")}});
+    QTRY_COMPARE(peer.calls(),
+                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', {'readFds': <[handle 0]>, "
+                                            "'readFiles': <['f', '5']>, 'writeFds': <[handle 1]>, "
+                                            "'writeFiles': <['f']>}, {'f': <'%1'>})")
+                                 .arg(file("a"))));
+    QCOMPARE(peer.descriptors(),
+             QStringList({QStringLiteral("read: content of a"), QStringLiteral("read-write: content of a")}));
+    QTRY_COMPARE(replies.all.size(), 1);
+}
+
+void TestFileSharing::nothingStaysOpen()
+{
+    const QJsonArray all{QStringLiteral("files[*]")};
+    const QJsonObject source{{QStringLiteral("files"), QJsonArray{file("a"), file("b")}}};
+    send(all, all, source, false);
+    send(all, all, source, true);
+    QVERIFY(peer.roundTrip());
+    const int before = openDescriptors();
+    for (int i = 0; i < 50; ++i) {
+        send(all, all, source, false);
+        send(all, all, source, true);
+    }
+    QVERIFY(peer.roundTrip());
+    QTRY_COMPARE(openDescriptors(), before);
+}
+
+void TestFileSharing::outOfDescriptorsTheIntentStillGoes()
+{
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    rlimit original = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &original), 0);
+    std::vector<int> taken;
+    const rlimit tight{128, original.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+    for (int fd = ::dup(0); fd >= 0; fd = ::dup(0))
+        taken.push_back(fd);
+    for (int i = 0; i < 7; ++i) { // room for three files, and for their duplicates in the message
+        ::close(taken.back());
+        taken.pop_back();
+    }
+    invoker.invoke(QStringLiteral("X"), {{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}},
+                   {{QStringLiteral("files"), QJsonArray{file("a"), file("b"), file("a"), file("b"), file("a")}}});
+    for (const int fd : taken)
+        ::close(fd);
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &original), 0);
+
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    QCOMPARE(peer.descriptors(),
+             QStringList({QStringLiteral("read: content of a"), QStringLiteral("read: content of b"),
+                          QStringLiteral("read: content of a")}));
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to open file \"%1\"").arg(file("b"))));
+}
+
+QTEST_GUILESS_MAIN(TestFileSharing)
+#include "tst_file_sharing.moc"

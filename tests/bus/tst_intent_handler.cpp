@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/runtime_dispatcher.h>
+
+#include <message_log.h>
+#include <service_peer.h>
+
+#include <QtCore/QDir>
+#include <QtTest/QtTest>
+
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString Files = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
+const QString NotRegistered =
+    QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)");
+const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod");
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString Ask = QStringLiteral("Ask");
+const QString AskBody = QStringLiteral("('Ask', {'q': <1>})");
+
+QString answer(const QString &result)
+{
+    return QStringLiteral("(a{sv}a{sv}) (%1, %2)").arg(result, Files);
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+
+bool underValgrind()
+{
+    return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
+}
+
+} // namespace
+
+class TestIntentHandler : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void replyInsideTheHandlerIsTheOnlyOne();
+    void replyMayComeLater();
+    void repliesMayComeInAnyOrder();
+    void secondReplyIsDropped();
+    void handlerThatDropsItsReplyLeavesTheCallerWaiting();
+    void unknownIntentIsAnError();
+    void unregisteredIntentIsAnError();
+    void intentWithEmptyNameIsNeverDelivered();
+    void laterHandlerReplacesTheEarlierOne();
+    void outputFilesAreNamedInTheReply();
+    void outputFilesOfUnknownIntentAreRefused();
+    void handlerMayUnregisterItself();
+    void replyWorksAfterUnregistering();
+    void handlerMayDeleteTheDispatcher();
+    void showsOneMethodToTheBus();
+    void nothingElseCanBeCalled_data();
+    void nothingElseCanBeCalled();
+    void thousandsOfIntentsAreAnswered();
+    void unwantedDescriptorsAreClosed();
+
+private:
+    ServicePeer::Reply ask() { return peer.call(HandleIntent, AskBody); }
+
+    RuntimeDispatcher *dispatcher = nullptr;
+    ServicePeer peer;
+    std::optional<MessageLog> log;
+};
+
+void TestIntentHandler::init()
+{
+    dispatcher = RuntimeDispatcher::instance();
+    QVERIFY(!dispatcher->startService());
+    log.emplace();
+}
+
+void TestIntentHandler::cleanup()
+{
+    delete RuntimeDispatcher::instance();
+    log.reset();
+}
+
+void TestIntentHandler::replyInsideTheHandlerIsTheOnlyOne()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &params, const auto &reply) {
+        reply({{QStringLiteral("asked"), params.value(QStringLiteral("q"))}});
+    });
+    QCOMPARE(ask().text, answer(QStringLiteral("{'asked': <1.0>}")));
+    QVERIFY(peer.roundTrip());
+}
+
+void TestIntentHandler::replyMayComeLater()
+{
+    RuntimeDispatcher::ReplyFunction kept;
+    dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
+    const int call = peer.beginCall(HandleIntent, AskBody);
+    QTRY_VERIFY(kept);
+    QVERIFY(peer.roundTrip());
+    QVERIFY(!peer.isFinished(call));
+    kept({{QStringLiteral("late"), true}});
+    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("{'late': <true>}")));
+}
+
+void TestIntentHandler::repliesMayComeInAnyOrder()
+{
+    QVector<RuntimeDispatcher::ReplyFunction> kept;
+    dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept << reply; });
+    QVector<int> calls;
+    for (int i = 0; i < 3; ++i)
+        calls << peer.beginCall(HandleIntent, AskBody);
+    QTRY_COMPARE(kept.size(), 3);
+    for (const int i : {1, 2, 0}) {
+        kept[i]({{QStringLiteral("n"), i}});
+        QCOMPARE(peer.finishCall(calls[i]).text, answer(QStringLiteral("{'n': <%1.0>}").arg(i)));
+    }
+}
+
+void TestIntentHandler::secondReplyIsDropped()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("n"), 1}});
+        reply({{QStringLiteral("n"), 2}});
+    });
+    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+    QVERIFY(peer.roundTrip()); // the bus has seen the second one, and lets us live
+    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+}
+
+void TestIntentHandler::handlerThatDropsItsReplyLeavesTheCallerWaiting()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &) {});
+    const auto reply = peer.call(HandleIntent, AskBody, {{QStringLiteral("timeout"), 100}});
+    QVERIFY2(reply.text.contains(QStringLiteral("Timeout")), qUtf8Printable(reply.text));
+}
+
+void TestIntentHandler::unknownIntentIsAnError()
+{
+    QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::unregisteredIntentIsAnError()
+{
+    dispatcher->unregisterIntent(Ask); // none of that name: nothing happens
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    dispatcher->unregisterIntent(Ask);
+    QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::intentWithEmptyNameIsNeverDelivered()
+{
+    bool called = false;
+    dispatcher->registerIntent(QString(), [&called](const QJsonObject &, const auto &) { called = true; });
+    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('', @a{sv} {})")).text, NotRegistered);
+    QVERIFY(!called);
+}
+
+void TestIntentHandler::laterHandlerReplacesTheEarlierOne()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("file")}, {});
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("second"), true}});
+    });
+    QCOMPARE(ask().text, answer(QStringLiteral("{'second': <true>}"))); // and the files are gone
+}
+
+void TestIntentHandler::outputFilesAreNamedInTheReply()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    file.write("content");
+    file.close();
+    dispatcher->registerIntent(Ask, [&file](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("f"), file.fileName()}});
+    });
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("x")}, {QStringLiteral("y")});
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f"), QStringLiteral("none")}, {QStringLiteral("f")});
+    const auto reply = ask();
+    QCOMPARE(reply.text,
+             QStringLiteral("(a{sv}a{sv}) ({'f': <'%1'>}, {'readFds': <[handle 0]>, 'readFiles': <['f', 'none']>, "
+                            "'writeFds': <[handle 1]>, 'writeFiles': <['f']>})")
+                 .arg(file.fileName()));
+    QCOMPARE(reply.descriptors, QStringList({QStringLiteral("read: content"), QStringLiteral("read-write: content")}));
+}
+
+void TestIntentHandler::outputFilesOfUnknownIntentAreRefused()
+{
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f")}, {});
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("The intent \"Ask\" has not been registered")));
+    QVERIFY2(
+        log->lastFunction().contains(QStringLiteral("Corvane::RuntimeDispatcherPrivate::registerIntentOutputFiles(")),
+        qUtf8Printable(log->lastFunction()));
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+}
+
+void TestIntentHandler::handlerMayUnregisterItself()
+{
+    dispatcher->registerIntent(Ask, [this, captured = QStringLiteral("x")](const QJsonObject &, const auto &reply) {
+        dispatcher->unregisterIntent(Ask);
+        reply({{captured, 1}}); // the handler is still there
+    });
+    QCOMPARE(ask().text, answer(QStringLiteral("{'x': <1.0>}")));
+    QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::replyWorksAfterUnregistering()
+{
+    RuntimeDispatcher::ReplyFunction kept;
+    dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
+    const int call = peer.beginCall(HandleIntent, AskBody);
+    QTRY_VERIFY(kept);
+    dispatcher->unregisterIntent(Ask);
+    kept({});
+    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("@a{sv} {}")));
+}
+
+void TestIntentHandler::handlerMayDeleteTheDispatcher()
+{
+    RuntimeDispatcher::ReplyFunction kept;
+    dispatcher->registerIntent(Ask, [this, &kept](const QJsonObject &, const auto &reply) {
+        kept = reply;
+        delete dispatcher;
+    });
+    const int call = peer.beginCall(HandleIntent, AskBody);
+    QTRY_VERIFY(kept);
+    QVERIFY(peer.roundTrip());
+    kept({{QStringLiteral("after"), true}});
+    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("{'after': <true>}")));
+
+    // The path is free again, and the next dispatcher takes it.
+    dispatcher = RuntimeDispatcher::instance();
+    QVERIFY(!dispatcher->startService());
+    QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::showsOneMethodToTheBus()
+{
+    const QString xml =
+        peer.call(QStringLiteral("Introspect"), {},
+                  {{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Introspectable")}})
+            .text;
+    const int start = xml.indexOf(QStringLiteral("<interface name=\"" CORVANE_SERVICE_ROOT ".IntentHandler1\">"));
+    const int end = xml.indexOf(QStringLiteral("</interface>"), start);
+    QVERIFY2(start >= 0 && end > start, qUtf8Printable(xml));
+    const QString shown = xml.mid(start, end - start).replace(QLatin1String("\\n"), QLatin1String("\n")).simplified();
+    QCOMPARE(shown,
+             QStringLiteral("<interface name=\"" CORVANE_SERVICE_ROOT ".IntentHandler1\"> "
+                            "<method name=\"HandleIntent\"> "
+                            "<arg name=\"intentName\" type=\"s\" direction=\"in\"/> "
+                            "<arg name=\"params\" type=\"a{sv}\" direction=\"in\"/> "
+                            "<arg name=\"reply\" type=\"a{sv}\" direction=\"out\"/> "
+                            "<arg name=\"files\" type=\"a{sv}\" direction=\"out\"/> "
+                            "</method>"));
+    QCOMPARE(xml.count(QStringLiteral("<interface ")), 4); // and Properties, Introspectable and Peer
+}
+
+void TestIntentHandler::nothingElseCanBeCalled_data()
+{
+    QTest::addColumn<QString>("member");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("slot of QObject") << "deleteLater"
+                                     << "()" << UnknownMethod;
+    QTest::newRow("destroyed") << "destroyed"
+                               << "()" << UnknownMethod;
+    QTest::newRow("our own method") << "startService"
+                                    << "()" << UnknownMethod;
+    QTest::newRow("registration") << "registerIntentOutputFiles"
+                                  << "('a', @as [], @as [])" << UnknownMethod;
+    QTest::newRow("another case") << "handleIntent" << AskBody << UnknownMethod;
+    QTest::newRow("no params") << "HandleIntent"
+                               << "('Ask',)" << UnknownMethod;
+    QTest::newRow("params of another type") << "HandleIntent"
+                                            << "('Ask', {'a': 'b'})" << UnknownMethod;
+    QTest::newRow("an argument more") << "HandleIntent"
+                                      << "('Ask', {'a': <1>}, 3)" << UnknownMethod;
+}
+
+void TestIntentHandler::nothingElseCanBeCalled()
+{
+    QFETCH(QString, member);
+    QFETCH(QString, body);
+    QFETCH(QString, error);
+
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    const QString text = peer.call(member, body).text;
+    QVERIFY2(text.startsWith(error), qUtf8Printable(text));
+    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}"))); // it has survived
+
+    const QJsonObject properties{{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Properties")}};
+    const QString all =
+        peer.call(QStringLiteral("GetAll"), QStringLiteral("('" CORVANE_SERVICE_ROOT ".IntentHandler1',)"), properties)
+            .text;
+    QVERIFY2(all.startsWith(QStringLiteral("org.freedesktop.DBus.Error.UnknownInterface")), qUtf8Printable(all));
+}
+
+void TestIntentHandler::thousandsOfIntentsAreAnswered()
+{
+    const int count = underValgrind() ? 500 : 10000;
+    int handled = 0;
+    dispatcher->registerIntent(Ask, [&handled](const QJsonObject &, const auto &reply) {
+        if (++handled % 2)
+            reply({});
+        // else it is dropped
+    });
+    const int before = openDescriptors();
+    const auto reply =
+        peer.call(HandleIntent, AskBody, {{QStringLiteral("repeat"), count}, {QStringLiteral("timeout"), 20000}});
+    QCOMPARE(handled, count);
+    QCOMPARE(reply.counts.value(answer(QStringLiteral("@a{sv} {}"))).toInt(), count / 2);
+    QCOMPARE(openDescriptors(), before);
+}
+
+void TestIntentHandler::unwantedDescriptorsAreClosed()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &params, const auto &reply) { reply(params); });
+    QVERIFY(peer.roundTrip());
+    const int before = openDescriptors();
+
+    QStringList handles;
+    QJsonArray files;
+    for (int i = 0; i < 16; ++i) {
+        handles << QStringLiteral("handle %1").arg(i);
+        files.append(QStringLiteral("/dev/null"));
+    }
+    const QString body = QStringLiteral("('Ask', {'fds': <[%1]>, 'n': <1>})").arg(handles.join(QLatin1Char(',')));
+    // In batches, for libdbus stops reading while 4096 descriptors wait to be handled.
+    const int batches = underValgrind() ? 3 : 100;
+    const int batch = 20;
+    for (int i = 0; i < batches; ++i) {
+        const auto reply =
+            peer.call(HandleIntent, body, {{QStringLiteral("repeat"), batch}, {QStringLiteral("files"), files}});
+        // Descriptors read as nulls, which have no form on the bus.
+        QCOMPARE(reply.counts.value(answer(QStringLiteral("{'n': <1.0>}"))).toInt(), batch);
+    }
+    QCOMPARE(log->takeWarnings(),
+             QVector<QString>(batches * batch, QStringLiteral("Unknown JSON value type")).toList());
+    QTRY_COMPARE(openDescriptors(), before);
+}
+
+QTEST_GUILESS_MAIN(TestIntentHandler)
+#include "tst_intent_handler.moc"

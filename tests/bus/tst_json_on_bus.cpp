@@ -1,0 +1,308 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/intents_invoker.h>
+#include <Corvane/runtime_dispatcher.h>
+
+#include <message_log.h>
+#include <replies.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtTest/QtTest>
+
+#include <cmath>
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+
+QJsonObject fromJson(const QByteArray &text)
+{
+    return QJsonDocument::fromJson(text).object();
+}
+
+QString toJson(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+} // namespace
+
+class TestJsonOnBus : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void writesParams_data();
+    void writesParams();
+    void writesReplies_data();
+    void writesReplies();
+    void writesHints_data();
+    void writesHints();
+    void reads_data();
+    void reads();
+    void readsRepliesTheSame_data();
+    void readsRepliesTheSame();
+    void readsNumbersThatJsonHasNot();
+    void readsManyUnsortedMembers();
+    void laterDuplicateWins();
+    void echoingHandlerSurvivesWhatItCannotRead();
+
+private:
+    static void writingRows();
+
+    ServicePeer peer;
+    QJsonObject handled; ///< what the handler of "Take" got
+    std::optional<MessageLog> log;
+};
+
+void TestJsonOnBus::initTestCase()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    dispatcher->registerIntent(QStringLiteral("Take"), [this](const QJsonObject &params, const auto &reply) {
+        handled = params;
+        reply({});
+    });
+    dispatcher->registerIntent(QStringLiteral("Echo"),
+                               [](const QJsonObject &params, const auto &reply) { reply(params); });
+    QVERIFY(!dispatcher->startService());
+}
+
+void TestJsonOnBus::init()
+{
+    log.emplace();
+}
+
+void TestJsonOnBus::cleanup()
+{
+    peer.takeCalls();
+    log.reset();
+}
+
+/// A payload, what arrives of it, and the warnings.
+void TestJsonOnBus::writingRows()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("arrives");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *json, const char *arrives, const QStringList &warnings = {}) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(arrives) << warnings;
+    };
+    row("{}", "@a{sv} {}");
+    row(R"({"a": true, "b": 1, "c": "x"})", "{'a': <true>, 'b': <1.0>, 'c': <'x'>}");
+    row(R"({"a": 2.5, "b": -9007199254740993, "c": 0})", "{'a': <2.5>, 'b': <-9007199254740992.0>, 'c': <0.0>}");
+    row(R"({"a": ""})", "{'a': <''>}");
+    row(R"({"": "žluťoučký 🐎"})", "{'': <'žluťoučký 🐎'>}");
+    row(R"({"a": {}})", "{'a': <@a{sv} {}>}");
+    row(R"({"a": {"b": {"c": 1}}})", "{'a': <{'b': <{'c': <1.0>}>}>}");
+    row(R"({"a": []})", "{'a': <@av []>}");
+    row(R"({"a": [true, false]})", "{'a': <[true, false]>}");
+    row(R"({"a": [1, 2, 3]})", "{'a': <[1.0, 2.0, 3.0]>}");
+    row(R"({"a": ["x", "y"]})", "{'a': <['x', 'y']>}");
+    row(R"({"a": [1, "x"]})", "{'a': <[<1.0>, <'x'>]>}");
+    row(R"({"a": [1, [2, 3]]})", "{'a': <[<1.0>, <[<2.0>, <3.0>]>]>}");
+    row(R"({"a": [1, [[2], [3]]]})", "{'a': <[<1.0>, <[<[<2.0>]>, <[<3.0>]>]>]>}");
+    row(R"({"a": [1, {"b": [2]}]})", "{'a': <[<1.0>, <{'b': <[<2.0>]>}>]>}");
+    row(R"({"a": [1, {"b": [[2]]}]})", "{'a': <[<1.0>, <{'b': <[<[<2.0>]>]>}>]>}");
+    row(R"({"a": [1, [], {}]})", "{'a': <[<1.0>, <@av []>, <@a{sv} {}>]>}");
+
+    // What the bus has no form for is left out.
+    row(R"({"a": null})", "@a{sv} {}", {UnknownType});
+    row(R"({"a": 1, "b": null, "c": "x"})", "{'a': <1.0>, 'c': <'x'>}", {UnknownType});
+    row(R"({"a": {"b": null}})", "{'a': <@a{sv} {}>}", {UnknownType});
+    row(R"({"a": [null, null], "b": 1})", "{'b': <1.0>}", {UnknownType});
+    row(R"({"a": [[1], [2]], "b": 1})", "{'b': <1.0>}", {ArrayOfArrays});
+    row(R"({"a": [1, null]})", "{'a': <[<1.0>]>}", {UnknownType});
+    row(R"({"a": [null, "x", null]})", "{'a': <[<'x'>]>}", {UnknownType, UnknownType});
+    row(R"({"a": [1, [null], {"b": null}]})", "{'a': <[<1.0>, <@av []>, <@a{sv} {}>]>}", {UnknownType, UnknownType});
+    row(R"({"a": [{"b": null}, {"c": 1}]})", "{'a': <[@a{sv} {}, {'c': <1.0>}]>}", {UnknownType});
+}
+
+void TestJsonOnBus::writesParams_data()
+{
+    writingRows();
+    QTest::newRow("objects in an array") << QByteArray(R"({"a": [{"b": [1, 2]}, {"c": [[1]]}, {}]})")
+                                         << "{'a': <[{'b': <[1.0, 2.0]>}, {}, {}]>}" << QStringList(ArrayOfArrays);
+}
+
+void TestJsonOnBus::writesParams()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {}, fromJson(json));
+    QTRY_COMPARE(peer.calls(),
+                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, %1)").arg(arrives)));
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestJsonOnBus::writesReplies_data()
+{
+    writesParams_data();
+}
+
+void TestJsonOnBus::writesReplies()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    RuntimeDispatcher::instance()->registerIntent(
+        QStringLiteral("Give"), [&json](const QJsonObject &, const auto &reply) { reply(fromJson(json)); });
+    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
+             QStringLiteral("(a{sv}a{sv}) (%1, {'readFiles': <@as []>, 'writeFiles': <@as []>})").arg(arrives));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestJsonOnBus::writesHints_data()
+{
+    writingRows();
+    QTest::newRow("objects in an array") << QByteArray(R"({"a": [{"b": [1, 2]}, {"c": [[1]]}, {}]})")
+                                         << "{'a': <[{'b': <[<1.0>, <2.0>]>}, {'c': <[<[<1.0>]>]>}, {}]>}"
+                                         << QStringList();
+}
+
+void TestJsonOnBus::writesHints()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), fromJson(json), {});
+    QTRY_COMPARE(peer.calls(),
+                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', %1, @a{sv} {})").arg(arrives)));
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestJsonOnBus::reads_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("json");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *body, const char *json, const QStringList &warnings = {}) {
+        QTest::newRow(body) << QString::fromUtf8(body) << QString::fromUtf8(json) << warnings;
+    };
+    const auto unsupported = [](const char *signature) {
+        return QStringLiteral("Unsupported type:  \"%1\"").arg(QLatin1String(signature));
+    };
+    row("@a{sv} {}", "{}");
+    row("{'a': <true>, 'b': <false>}", R"({"a":true,"b":false})");
+    row("{'y': <byte 0x07>, 'n': <int16 -7>, 'q': <uint16 65535>}", R"({"n":-7,"q":65535,"y":7})");
+    row("{'i': <-7>, 'u': <uint32 4294967295>, 'd': <2.5>}", R"({"d":2.5,"i":-7,"u":4294967295})");
+    row("{'x': <int64 -7>, 't': <uint64 7>}", R"({"t":7,"x":-7})");
+    row("{'s': <'žluťoučký 🐎'>}", R"({"s":"žluťoučký 🐎"})");
+    row("{'o': <objectpath '/a'>, 'g': <signature 's'>, 'z': <1>}", R"({"g":null,"o":null,"z":1})");
+    row("{'ay': <b'text'>}", R"({"ay":"text"})");
+    row("{'as': <['x', 'y']>, 'ab': <[true]>, 'ad': <[1.5]>, 'ai': <[1, 2]>}",
+        R"({"ab":[true],"ad":[1.5],"ai":[1,2],"as":["x","y"]})");
+    row("{'an': <[int16 1, 2]>, 'aq': <[uint16 1]>, 'ax': <[int64 1]>}", R"({"an":[1,2],"aq":[1],"ax":[1]})");
+    row("{'av': <[<1>, <'x'>, <[<2>]>]>, 'empty': <@av []>, 'ao': <[objectpath '/a']>}",
+        R"({"ao":[null],"av":[1,"x",[2]],"empty":[]})");
+    row("{'aas': <[['x'], ['y', 'z']]>, 'aaai': <[[[1], [2]]]>}", R"({"aaai":[[[1],[2]]],"aas":[["x"],["y","z"]]})");
+    row("{'o': <{'a': <{'b': <1>}>}>}", R"({"o":{"a":{"b":1}}})");
+    row("{'as': <{'a': 'x'}>, 'ai': <{'a': 1, 'b': 2}>}", R"({"ai":{"a":1,"b":2},"as":{"a":"x"}})");
+    row("{'aas': <[{'a': <1>}, {}]>}", R"({"aas":[{"a":1},{}]})");
+    row("{'v': <<1>>, 'vv': <<<'x'>>>, 'w': <<{'a': <<1>>}>>}", R"({"v":1,"vv":"x","w":{"a":1}})");
+
+    // Structures cannot be read; what is around them can.
+    row("{'a': <(1, 2)>, 'b': <1>}", R"({"a":null,"b":1})", {unsupported("(ii)")});
+    row("{'a': <[(1, 2), (3, 4)]>, 'b': <1>}", R"({"a":[],"b":1})", {unsupported("(ii)")});
+    row("{'a': <@a(ii) []>, 'b': <1>}", R"({"a":[],"b":1})");
+    row("{'a': <[[(1, 2)], [(3, 4)]]>, 'b': <1>}", R"({"a":[[],[]],"b":1})",
+        {unsupported("(ii)"), unsupported("(ii)")});
+    row("{'a': <[<(1, 2)>, <3>]>, 'b': <1>}", R"({"a":[null,3],"b":1})", {unsupported("(ii)")});
+    row("{'a': <{'x': (1, 's')}>, 'b': <1>}", R"({"a":{"x":null},"b":1})", {unsupported("(is)")});
+    row("{'a': <{1: 's'}>, 'b': <1>}", R"({"a":{"":1},"b":1})");
+}
+
+void TestJsonOnBus::reads()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, json);
+    QFETCH(QStringList, warnings);
+
+    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', %1)").arg(body)).text,
+             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <@as []>, 'writeFiles': <@as []>})"));
+    QCOMPARE(toJson(handled), json);
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestJsonOnBus::readsRepliesTheSame_data()
+{
+    reads_data();
+}
+
+void TestJsonOnBus::readsRepliesTheSame()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, json);
+    QFETCH(QStringList, warnings);
+
+    peer.answer(QStringLiteral("(%1,)").arg(body));
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {}, {});
+    QTRY_COMPARE(replies.all, QStringList(json + QStringLiteral(" 0 ")));
+    QCOMPARE(log->takeWarnings(), warnings);
+    peer.answer(QStringLiteral("(@a{sv} {},)"));
+}
+
+void TestJsonOnBus::readsNumbersThatJsonHasNot()
+{
+    peer.call(
+        QStringLiteral("HandleIntent"),
+        QStringLiteral("('Take', {'nan': <nan>, 'inf': <inf>, 'minf': <-inf>, 'big': <uint64 18446744073709551615>})"));
+    QVERIFY(handled.value(QStringLiteral("nan")).isNull());
+    QVERIFY(handled.value(QStringLiteral("inf")).isNull());
+    QVERIFY(handled.value(QStringLiteral("minf")).isNull());
+    QCOMPARE(handled.value(QStringLiteral("big")).toDouble(), std::pow(2., 64.));
+}
+
+void TestJsonOnBus::readsManyUnsortedMembers()
+{
+    constexpr int count = 100000;
+    QStringList members;
+    for (int i = 0; i < count; ++i) {
+        const int scattered = int(qint64(i) * 7919 % count);
+        members << QStringLiteral("'%1': <%1>").arg(scattered);
+    }
+    peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', {%1})").arg(members.join(QLatin1Char(','))));
+    QCOMPARE(handled.size(), count);
+    for (const int i : {0, 1, count / 2, count - 1})
+        QCOMPARE(handled.value(QString::number(i)).toInt(-1), i);
+}
+
+void TestJsonOnBus::laterDuplicateWins()
+{
+    peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', {'b': <1>, 'a': <2>, 'b': <3>})"));
+    QCOMPARE(toJson(handled), QStringLiteral(R"({"a":2,"b":3})"));
+}
+
+void TestJsonOnBus::echoingHandlerSurvivesWhatItCannotRead()
+{
+    const QString body = QStringLiteral("('Echo', {'s': <(1, 2)>, 'o': <objectpath '/a'>, 'a': <[(1, 2)]>, 'i': <1>})");
+    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), body).text,
+             QStringLiteral("(a{sv}a{sv}) ({'a': <@av []>, 'i': <1.0>}, "
+                            "{'readFiles': <@as []>, 'writeFiles': <@as []>})"));
+    QCOMPARE(log->takeWarnings(),
+             QStringList({QStringLiteral("Unsupported type:  \"(ii)\""), QStringLiteral("Unsupported type:  \"(ii)\""),
+                          UnknownType, UnknownType}));
+}
+
+QTEST_GUILESS_MAIN(TestJsonOnBus)
+#include "tst_json_on_bus.moc"

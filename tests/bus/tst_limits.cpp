@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What the bus would cut the sender off for is refused, and the connection lives on.
+#include <Corvane/intents_invoker.h>
+#include <Corvane/runtime_dispatcher.h>
+#include <DBus/message_meter.h>
+
+#include <message_log.h>
+#include <replies.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QTemporaryFile>
+#include <QtTest/QtTest>
+
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString Key = QStringLiteral("n");
+const QString TooDeep = QStringLiteral("A message cannot nest more than 64 containers");
+const QString ArrayTooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
+const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
+const QString TooManyFiles = QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
+
+enum Shape : int { Objects, MixedArrays, ArraysOfObjects };
+
+QJsonObject nested(int shape, int depth, QJsonValue innermost)
+{
+    for (int i = 0; i < depth; ++i) {
+        if (shape == Objects)
+            innermost = QJsonObject{{Key, innermost}};
+        else if (shape == MixedArrays)
+            innermost = QJsonArray{QStringLiteral("x"), innermost};
+        else
+            innermost = QJsonObject{{Key, QJsonArray{innermost}}};
+    }
+    return shape == MixedArrays ? QJsonObject{{Key, innermost}} : innermost.toObject();
+}
+
+/// The same as GLib's text.
+QString nestedText(int shape, int depth, QString innermost)
+{
+    for (int i = 0; i < depth; ++i) {
+        if (shape == Objects)
+            innermost = QStringLiteral("{'n': <%1>}").arg(innermost);
+        else if (shape == MixedArrays)
+            innermost = QStringLiteral("[<'x'>, <%1>]").arg(innermost);
+        else
+            innermost = QStringLiteral("{'n': <[%1]>}").arg(innermost);
+    }
+    return QStringLiteral("(%1,)").arg(shape == MixedArrays ? QStringLiteral("{'n': <%1>}").arg(innermost) : innermost);
+}
+
+} // namespace
+
+class TestLimits : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void nestingIsRefusedWhereTheBusDoes_data();
+    void nestingIsRefusedWhereTheBusDoes();
+    void refusesCalls_data();
+    void refusesCalls();
+    void refusesTooManyFiles();
+    void passesAsManyFilesAsTheBusDoes();
+    void refusesReplies_data();
+    void refusesReplies();
+    void refusedCallMakesNoFiles();
+
+private:
+    void giveFiles(int count);
+
+    ServicePeer peer;
+    QTemporaryFile file;
+    QJsonObject given; ///< what the handler of "Give" replies
+    std::optional<MessageLog> log;
+};
+
+void TestLimits::initTestCase()
+{
+    QVERIFY(file.open());
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestLimits::init()
+{
+    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Give"),
+                                                  [this](const QJsonObject &, const auto &reply) { reply(given); });
+    log.emplace();
+}
+
+void TestLimits::cleanup()
+{
+    peer.takeCalls();
+    log.reset();
+}
+
+void TestLimits::nestingIsRefusedWhereTheBusDoes_data()
+{
+    QTest::addColumn<int>("shape");
+    QTest::addColumn<int>("depth");
+    QTest::addColumn<bool>("isEmpty");
+    QTest::addColumn<bool>("passes");
+
+    const auto row = [](const char *tag, Shape shape, int depth, bool isEmpty, bool passes) {
+        QTest::addRow("%d %s", depth, tag) << int(shape) << depth << isEmpty << passes;
+    };
+    row("objects", Objects, 21, false, true);
+    row("objects", Objects, 22, false, false);
+    row("objects around an empty one", Objects, 21, true, true);
+    row("objects around an empty one", Objects, 22, true, false);
+    row("mixed arrays", MixedArrays, 30, false, true);
+    row("mixed arrays", MixedArrays, 31, false, false);
+    row("mixed arrays around an empty one", MixedArrays, 30, true, true);
+    row("mixed arrays around an empty one", MixedArrays, 31, true, false);
+    row("arrays of objects around an empty one", ArraysOfObjects, 16, true, true);
+    row("arrays of objects around an empty one", ArraysOfObjects, 17, true, false);
+    row("objects", Objects, 300, false, false);
+}
+
+void TestLimits::nestingIsRefusedWhereTheBusDoes()
+{
+    QFETCH(int, shape);
+    QFETCH(int, depth);
+    QFETCH(bool, isEmpty);
+    QFETCH(bool, passes);
+
+    if (depth < 100) { // GLib cannot nest deeper itself
+        const QString innermost =
+            !isEmpty ? QStringLiteral("1.0") : QLatin1String(shape == MixedArrays ? "@av []" : "@a{sv} {}");
+        QCOMPARE(peer.survivesSending(nestedText(shape, depth, innermost)), passes);
+    }
+
+    QJsonValue innermost = 1;
+    if (isEmpty)
+        innermost = shape == MixedArrays ? QJsonValue(QJsonArray()) : QJsonValue(QJsonObject());
+    peer.ownServiceName(false); // GLib, though not the bus, refuses to receive some of these
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {}, nested(shape, depth, innermost));
+    QTRY_COMPARE(replies.all.size(), 1);
+    const QString expected = passes ? QStringLiteral("{} 1 The name " CORVANE_SERVICE_ROOT " was not provided")
+                                    : QStringLiteral("{} 1 ") + TooDeep;
+    QVERIFY2(replies.all.first().startsWith(expected), qUtf8Printable(replies.all.first()));
+    peer.ownServiceName(true);
+    QVERIFY(peer.roundTrip());
+}
+
+void TestLimits::refusesCalls_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QJsonObject>("object"); // as params and as hints
+    QTest::addColumn<QString>("problem");
+
+    const QString nul = QStringLiteral("a") + QChar(0) + QLatin1Char('b');
+    const QString large(64 * 1024 * 1024, QLatin1Char('x'));
+    QTest::newRow("U+0000 in the name") << nul << QJsonObject() << HasNul;
+    QTest::newRow("U+0000 in a value") << "X" << QJsonObject{{Key, nul}} << HasNul;
+    QTest::newRow("U+0000 in a key") << "X" << QJsonObject{{nul, 1}} << HasNul;
+    QTest::newRow("64 MiB of text") << "X" << QJsonObject{{Key, large}} << ArrayTooLarge;
+    QTest::newRow("64 MiB in an array") << "X"
+                                        << QJsonObject{{Key, QJsonArray{large.left(40 << 20), large.left(40 << 20)}}}
+                                        << ArrayTooLarge;
+    QTest::newRow("nested deeper than a stack is high") << "X" << nested(Objects, 30000, 1) << TooDeep;
+}
+
+void TestLimits::refusesCalls()
+{
+    QFETCH(QString, name);
+    QFETCH(QJsonObject, object);
+    QFETCH(QString, problem);
+
+    for (const bool asHints : {false, true}) {
+        IntentsInvoker invoker;
+        Replies replies(invoker);
+        invoker.invoke(name, asHints ? object : QJsonObject(), asHints ? QJsonObject() : object);
+        QCOMPARE(replies.all, QStringList()); // never from inside the call
+        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + problem));
+        QVERIFY(peer.roundTrip());
+        QCOMPARE(peer.calls(), QStringList());
+
+        invoker.invoke(QStringLiteral("Next"), {}, {});
+        QTRY_COMPARE(peer.calls().size(), 1);
+        peer.takeCalls();
+        QTRY_COMPARE(replies.all.size(), 2);
+        QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+    }
+}
+
+/// Has "Give" reply with so many files.
+void TestLimits::giveFiles(int count)
+{
+    QJsonArray files;
+    for (int i = 0; i < count; ++i)
+        files.append(file.fileName());
+    given = {{QStringLiteral("files"), files}};
+    RuntimeDispatcher::instance()->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("files[*]")}, {});
+}
+
+void TestLimits::refusesTooManyFiles()
+{
+    giveFiles(CORVANE_MAX_DESCRIPTORS + 1);
+    const QJsonObject hints{{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), hints, given);
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + TooManyFiles));
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(peer.calls(), QStringList());
+
+    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
+             QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooManyFiles));
+    QCOMPARE(log->takeWarnings(),
+             QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(TooManyFiles)));
+    QVERIFY(peer.hasOwner(QStringLiteral("demo.instance1"))); // still on the bus
+}
+
+void TestLimits::passesAsManyFilesAsTheBusDoes()
+{
+    giveFiles(CORVANE_MAX_DESCRIPTORS);
+    const QJsonObject hints{{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), hints, given);
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    QCOMPARE(peer.descriptors().size(), CORVANE_MAX_DESCRIPTORS);
+
+    const auto reply = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})"));
+    QVERIFY2(reply.text.startsWith(QStringLiteral("(a{sv}a{sv})")), qUtf8Printable(reply.text));
+    QCOMPARE(reply.descriptors.size(), CORVANE_MAX_DESCRIPTORS);
+}
+
+void TestLimits::refusesReplies_data()
+{
+    refusesCalls_data();
+}
+
+void TestLimits::refusesReplies()
+{
+    QFETCH(QJsonObject, object);
+    QFETCH(QString, problem);
+
+    given = object;
+    if (given.isEmpty())
+        return; // this row is about the name alone
+    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
+             QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(problem));
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(problem)));
+
+    given = {{Key, 1}};
+    QVERIFY(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})"))
+                .text.startsWith(QStringLiteral("(a{sv}a{sv}) ({'n': <1.0>}")));
+}
+
+void TestLimits::refusedCallMakesNoFiles()
+{
+    const QString path = file.fileName() + QStringLiteral(".new");
+    const QJsonObject hints{{QStringLiteral("writeFiles"), QJsonArray{QStringLiteral("file")}}};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), hints,
+                   {{QStringLiteral("file"), path}, {QStringLiteral("text"), QString(QChar(0))}});
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + HasNul));
+    QVERIFY(!QFile::exists(path));
+}
+
+QTEST_GUILESS_MAIN(TestLimits)
+#include "tst_limits.moc"

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <DBus/types.h>
+
+#include <service_peer.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingReply>
+#include <QtDBus/QDBusVariant>
+#include <QtTest/QtTest>
+
+using namespace Corvane;
+
+class TestRecordsOnBus : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void taskState();
+    void availableTask();
+    void activeTask();
+    void runningApplication();
+    void runningService();
+    void emptyVector();
+    void nestedValuesStayArguments();
+
+private:
+    template<typename T>
+    T echoed(const T &value, const char *signature);
+
+    ServicePeer peer;
+    const QVariantMap properties{{QStringLiteral("p"), 7}};
+};
+
+void TestRecordsOnBus::initTestCase()
+{
+    registerRecordTypes();
+}
+
+/// What comes back of the value, whose D-Bus type has to be \a signature, when the peer sends it back.
+template<typename T>
+T TestRecordsOnBus::echoed(const T &value, const char *signature)
+{
+    const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        root, QLatin1Char('/') + QString(root).replace(QLatin1Char('.'), QLatin1Char('/')) + QStringLiteral("/Test"),
+        root + QStringLiteral(".Test"), QStringLiteral("Echo"));
+    call << QVariant::fromValue(QDBusVariant(QVariant::fromValue(value)));
+    QDBusPendingReply<QDBusVariant> reply = QDBusConnection::sessionBus().asyncCall(call);
+    if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }) || reply.isError()) {
+        QTest::qFail(qUtf8Printable(reply.error().message()), __FILE__, __LINE__);
+        return {};
+    }
+    const auto argument = reply.value().variant().template value<QDBusArgument>();
+    if (argument.currentSignature() != QLatin1String(signature))
+        QTest::qFail(qUtf8Printable(argument.currentSignature()), __FILE__, __LINE__);
+    return qdbus_cast<T>(argument);
+}
+
+void TestRecordsOnBus::taskState()
+{
+    const QVector<TaskState> echo = echoed(
+        QVector<TaskState>{{QStringLiteral("a"), 2, {}}, {QStringLiteral("b"), 4294967295U, properties}}, "a(sua{sv})");
+    QCOMPARE(echo.size(), 2);
+    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].state, 2U);
+    QCOMPARE(echo[0].properties, QVariantMap());
+    QCOMPARE(echo[1].taskId, QStringLiteral("b"));
+    QCOMPARE(echo[1].state, 4294967295U);
+    QCOMPARE(echo[1].properties, properties);
+
+    QCOMPARE(echoed(TaskState{QStringLiteral("a"), 2, {}}, "(sua{sv})").taskId, QStringLiteral("a"));
+}
+
+void TestRecordsOnBus::availableTask()
+{
+    const auto echo = echoed(QVector<AvailableTask>{{QStringLiteral("a"), properties}}, "a(sa{sv})");
+    QCOMPARE(echo.size(), 1);
+    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].properties, properties);
+}
+
+void TestRecordsOnBus::activeTask()
+{
+    const auto echo = echoed(QVector<ActiveTask>{{QStringLiteral("a"), -5, properties}}, "a(sia{sv})");
+    QCOMPARE(echo.size(), 1);
+    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].processId, -5);
+    QCOMPARE(echo[0].properties, properties);
+}
+
+void TestRecordsOnBus::runningApplication()
+{
+    const auto echo = echoed(QVector<RunningApplication>{{QStringLiteral("a"), -5, ApplicationState(4294967295U),
+                                                          ApplicationState(3), properties}},
+                             "a(siuua{sv})");
+    QCOMPARE(echo.size(), 1);
+    QCOMPARE(echo[0].instanceId, QStringLiteral("a"));
+    QCOMPARE(echo[0].processId, -5);
+    QCOMPARE(quint32(echo[0].state), 4294967295U);
+    QCOMPARE(quint32(echo[0].previousState), 3U);
+    QCOMPARE(echo[0].properties, properties);
+}
+
+void TestRecordsOnBus::runningService()
+{
+    const auto echo = echoed(
+        QVector<RunningService>{{QStringLiteral("a"), QStringLiteral("b"), -5, ApplicationState(300), properties}},
+        "a(ssiua{sv})");
+    QCOMPARE(echo.size(), 1);
+    QCOMPARE(echo[0].serviceId, QStringLiteral("a"));
+    QCOMPARE(echo[0].instanceId, QStringLiteral("b"));
+    QCOMPARE(echo[0].processId, -5);
+    QCOMPARE(quint32(echo[0].state), 300U);
+    QCOMPARE(echo[0].properties, properties);
+}
+
+void TestRecordsOnBus::emptyVector()
+{
+    QVERIFY(echoed(QVector<TaskState>(), "a(sua{sv})").isEmpty());
+}
+
+void TestRecordsOnBus::nestedValuesStayArguments()
+{
+    const QVariantMap nested{{QStringLiteral("inner"), properties}};
+    const TaskState echo = echoed(TaskState{QStringLiteral("a"), 0, nested}, "(sua{sv})");
+    const QVariant inner = echo.properties.value(QStringLiteral("inner"));
+    QCOMPARE(inner.userType(), qMetaTypeId<QDBusArgument>());
+    QCOMPARE(qdbus_cast<QVariantMap>(inner), properties);
+}
+
+QTEST_GUILESS_MAIN(TestRecordsOnBus)
+#include "tst_records_on_bus.moc"

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/runtime_dispatcher.h>
+#include <DBus/names.h>
+
+#include <message_log.h>
+#include <service_peer.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtTest/QtTest>
+
+#include <memory>
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString InstanceId = QStringLiteral("demo.instance1");
+
+} // namespace
+
+class TestRuntimeDispatcher : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void knowsWhoItIs();
+    void identityIsReadOnce();
+    void environmentIsReadAsUtf8();
+    void instanceIsMadeOnceAndAgainAfterDeletion();
+    void aNewDispatcherReplacesTheInstance();
+    void callbacksRunByKindOfProcess_data();
+    void callbacksRunByKindOfProcess();
+    void callbackRunsAtOnceAndOnce();
+    void emptyCallbacksThrow();
+    void localServerSocketIsTheNumberInTheEnvironment_data();
+    void localServerSocketIsTheNumberInTheEnvironment();
+    void startingClaimsTheName();
+    void startingTwiceAsksForTheNameAgain();
+    void stoppingReleasesTheName();
+    void stoppingWithoutTheNameIsNoError();
+    void takenNameIsAnError();
+    void takenPathIsAnError();
+    void invalidNameIsWhatTheBusSays();
+    void canBeStartedByName();
+
+private:
+    ServicePeer peer;
+    std::optional<MessageLog> log;
+};
+
+void TestRuntimeDispatcher::init()
+{
+    qputenv("HALVIR_APP_ID", "demo");
+    qputenv("HALVIR_APP_INSTANCE_ID", InstanceId.toUtf8());
+    qunsetenv("HALVIR_TASK_ID");
+    qunsetenv("HALVIR_TASK_FD");
+    log.emplace();
+}
+
+void TestRuntimeDispatcher::cleanup()
+{
+    RuntimeDispatcher::instance()->stopService();
+    delete RuntimeDispatcher::instance();
+    log.reset();
+}
+
+void TestRuntimeDispatcher::knowsWhoItIs()
+{
+    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QStringLiteral("demo"));
+    QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), InstanceId);
+    QCOMPARE(RuntimeDispatcher::instance()->taskId(), QString());
+}
+
+void TestRuntimeDispatcher::identityIsReadOnce()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    qputenv("HALVIR_APP_ID", "other");
+    qputenv("HALVIR_APP_INSTANCE_ID", "other.instance1");
+    qputenv("HALVIR_TASK_ID", "other");
+    QCOMPARE(dispatcher->applicationId(), QStringLiteral("demo"));
+    QCOMPARE(dispatcher->applicationInstanceId(), InstanceId);
+    QCOMPARE(dispatcher->taskId(), QString());
+}
+
+void TestRuntimeDispatcher::environmentIsReadAsUtf8()
+{
+    qputenv("HALVIR_APP_ID", "\xc5\xbelu\xc5\xa5");
+    qunsetenv("HALVIR_APP_INSTANCE_ID");
+    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QString::fromUtf8("žluť"));
+    QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), QString());
+}
+
+void TestRuntimeDispatcher::instanceIsMadeOnceAndAgainAfterDeletion()
+{
+    auto *first = RuntimeDispatcher::instance();
+    QCOMPARE(RuntimeDispatcher::instance(), first);
+    delete first;
+    qputenv("HALVIR_APP_ID", "again");
+    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QStringLiteral("again"));
+}
+
+void TestRuntimeDispatcher::aNewDispatcherReplacesTheInstance()
+{
+    const std::unique_ptr<RuntimeDispatcher> first(RuntimeDispatcher::instance());
+    auto *second = new RuntimeDispatcher;
+    QCOMPARE(RuntimeDispatcher::instance(), second);
+    delete second;
+}
+
+void TestRuntimeDispatcher::callbacksRunByKindOfProcess_data()
+{
+    QTest::addColumn<QByteArray>("taskId");
+    QTest::addColumn<QString>("taskName");
+    QTest::addColumn<QString>("called");
+
+    QTest::newRow("application") << QByteArray() << "sync"
+                                 << "application";
+    QTest::newRow("application, any task") << QByteArray() << ""
+                                           << "application";
+    QTest::newRow("the task") << QByteArray("sync") << "sync"
+                              << "task sync";
+    QTest::newRow("any task") << QByteArray("sync") << ""
+                              << "task sync";
+    QTest::newRow("another task") << QByteArray("sync") << "other"
+                                  << "";
+    QTest::newRow("another case") << QByteArray("sync") << "Sync"
+                                  << "";
+}
+
+void TestRuntimeDispatcher::callbacksRunByKindOfProcess()
+{
+    QFETCH(QByteArray, taskId);
+    QFETCH(QString, taskName);
+    QFETCH(QString, called);
+
+    if (!taskId.isEmpty())
+        qputenv("HALVIR_TASK_ID", taskId);
+    QString actual;
+    RuntimeDispatcher::instance()->onApplicationStarted([&actual] { actual += QStringLiteral("application"); });
+    RuntimeDispatcher::instance()->onTaskStarted(
+        taskName, [&actual](const QString &id) { actual += QStringLiteral("task ") + id; });
+    QCOMPARE(actual, called);
+}
+
+void TestRuntimeDispatcher::callbackRunsAtOnceAndOnce()
+{
+    int count = 0;
+    RuntimeDispatcher::instance()->onApplicationStarted([&count] { ++count; });
+    QCOMPARE(count, 1);
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(count, 1);
+}
+
+void TestRuntimeDispatcher::emptyCallbacksThrow()
+{
+    QVERIFY_EXCEPTION_THROWN(RuntimeDispatcher::instance()->onApplicationStarted({}), std::bad_function_call);
+    RuntimeDispatcher::instance()->onTaskStarted({}, {}); // not called, so no harm
+    delete RuntimeDispatcher::instance();
+    qputenv("HALVIR_TASK_ID", "sync");
+    QVERIFY_EXCEPTION_THROWN(RuntimeDispatcher::instance()->onTaskStarted({}, {}), std::bad_function_call);
+    RuntimeDispatcher::instance()->onApplicationStarted({});
+}
+
+void TestRuntimeDispatcher::localServerSocketIsTheNumberInTheEnvironment_data()
+{
+    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<int>("expected");
+
+    QTest::newRow("number") << QByteArray("7") << 7;
+    QTest::newRow("negative") << QByteArray("-1") << -1;
+    QTest::newRow("letters") << QByteArray("seven") << 0;
+    QTest::newRow("number and letters") << QByteArray("7x") << 0;
+    QTest::newRow("leading zero is decimal") << QByteArray("010") << 10;
+    QTest::newRow("hexadecimal") << QByteArray("0x10") << 0;
+    QTest::newRow("too large") << QByteArray("99999999999") << 0;
+    QTest::newRow("empty") << QByteArray("") << 0;
+}
+
+void TestRuntimeDispatcher::localServerSocketIsTheNumberInTheEnvironment()
+{
+    QFETCH(QByteArray, value);
+    QFETCH(int, expected);
+
+    QCOMPARE(RuntimeDispatcher::instance()->localServerSocket(), 0); // not set
+    qputenv("HALVIR_TASK_FD", value); // and read at each call
+    QCOMPARE(RuntimeDispatcher::instance()->localServerSocket(), expected);
+}
+
+void TestRuntimeDispatcher::startingClaimsTheName()
+{
+    QVERIFY(!peer.hasOwner(InstanceId));
+    const Error error = RuntimeDispatcher::instance()->startService();
+    QCOMPARE(error.code(), Error::NoError);
+    QCOMPARE(error.message(), QString());
+    QVERIFY(peer.hasOwner(InstanceId));
+}
+
+void TestRuntimeDispatcher::startingTwiceAsksForTheNameAgain()
+{
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+    QVERIFY(peer.hasOwner(InstanceId));
+}
+
+void TestRuntimeDispatcher::stoppingReleasesTheName()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    QVERIFY(!dispatcher->startService());
+    QVERIFY(!dispatcher->stopService());
+    QVERIFY(!peer.hasOwner(InstanceId));
+
+    // The object has stayed where it was: registering it again would fail.
+    QVERIFY(QDBusConnection::sessionBus().objectRegisteredAt(Names::IntentHandler.path()));
+    QVERIFY(!dispatcher->startService());
+    QVERIFY(peer.hasOwner(InstanceId));
+}
+
+void TestRuntimeDispatcher::stoppingWithoutTheNameIsNoError()
+{
+    QVERIFY(!RuntimeDispatcher::instance()->stopService());
+}
+
+void TestRuntimeDispatcher::takenNameIsAnError()
+{
+    qputenv("HALVIR_APP_INSTANCE_ID", "demo.taken");
+    peer.claimName(QStringLiteral("demo.taken"));
+    const Error error = RuntimeDispatcher::instance()->startService();
+    QCOMPARE(error.code(), Error::Failed);
+    QCOMPARE(error.message(), QStringLiteral("The bus name demo.taken is taken"));
+}
+
+void TestRuntimeDispatcher::takenPathIsAnError()
+{
+    QObject other;
+    QVERIFY(QDBusConnection::sessionBus().registerObject(Names::IntentHandler.path(), &other));
+    const Error error = RuntimeDispatcher::instance()->startService();
+    QCOMPARE(error.code(), Error::Failed);
+    QCOMPARE(error.message(), QStringLiteral("Registration failed"));
+    QVERIFY(!peer.hasOwner(InstanceId));
+
+    QDBusConnection::sessionBus().unregisterObject(Names::IntentHandler.path());
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
+{
+    qunsetenv("HALVIR_APP_INSTANCE_ID");
+    const Error error = RuntimeDispatcher::instance()->startService();
+    QCOMPARE(error.code(), Error::InvalidArgs);
+    QCOMPARE(error.message(), QStringLiteral("Requested bus name \"\" is not valid"));
+    QCOMPARE(RuntimeDispatcher::instance()->stopService().code(), Error::InvalidArgs);
+}
+
+void TestRuntimeDispatcher::canBeStartedByName()
+{
+    const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
+    for (const char *name : {"startService", "stopService"}) {
+        const QMetaMethod method = type.method(type.methodOffset() + (qstrcmp(name, "startService") == 0 ? 0 : 1));
+        QCOMPARE(method.name(), QByteArray(name));
+        QCOMPARE(QByteArray(method.typeName()), QByteArray("Error"));
+
+        Error error(Error::Failed, QStringLiteral("untouched"));
+        QVERIFY(QMetaObject::invokeMethod(RuntimeDispatcher::instance(), name,
+                                          QReturnArgument<Corvane::Error>("Error", error)));
+        QCOMPARE(error.code(), Error::NoError);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestRuntimeDispatcher)
+#include "tst_runtime_dispatcher.moc"

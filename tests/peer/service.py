@@ -1,0 +1,225 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""The service's side of the bus for tests, on GLib's D-Bus implementation.
+
+Usage: service.py SERVICE-ROOT
+
+Obeys requests on standard input, one JSON object a line, each with a "request" and an "id", and answers each with a line
+that bears the id. Calls that arrive are reported in lines with a "call" as they come. D-Bus values are written as GLib
+prints them, with their types.
+"""
+
+import fcntl
+import json
+import os
+import sys
+
+from gi.repository import Gio, GLib
+
+ROOT = sys.argv[1]
+PATH = "/" + ROOT.replace(".", "/")
+INTERFACES = Gio.DBusNodeInfo.new_for_xml(f"""
+<node>
+  <interface name="{ROOT}.Intents1">
+    <method name="InvokeIntent">
+      <arg type="s" direction="in"/> <arg type="a{{sv}}" direction="in"/> <arg type="a{{sv}}" direction="in"/>
+      <arg type="a{{sv}}" direction="out"/>
+    </method>
+  </interface>
+  <interface name="{ROOT}.Test">
+    <method name="RoundTrip"/>
+    <method name="Echo"> <arg type="v" direction="in"/> <arg type="v" direction="out"/> </method>
+  </interface>
+</node>""").interfaces
+
+
+def parse(text):
+    return GLib.Variant.parse(None, text, None, None)
+
+
+def printed(body):
+    if body is None:
+        return "() ()"
+    return f"{body.get_type_string()} {body.print_(True)}"
+
+
+def describe_descriptor(fd):
+    """What a descriptor is good for, and what is behind it."""
+    flags = fcntl.fcntl(fd, fcntl.F_GETFL)
+    mode = {os.O_RDONLY: "read", os.O_WRONLY: "write", os.O_RDWR: "read-write"}[flags & os.O_ACCMODE]
+    if flags & os.O_NONBLOCK:
+        mode += " non-blocking"
+    try:
+        content = os.pread(fd, 1000, 0).decode()
+    except OSError:
+        content = "(not seekable)"
+    return f"{mode}: {content}"
+
+
+def take_descriptors(message):
+    fd_list = message.get_unix_fd_list()
+    if fd_list is None:
+        return []
+    fds = fd_list.steal_fds()
+    described = [describe_descriptor(fd) for fd in fds]
+    for fd in fds:
+        os.close(fd)
+    return described
+
+
+def connect():
+    address = os.environ["DBUS_SESSION_BUS_ADDRESS"]
+    flags = Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION
+    connection = Gio.DBusConnection.new_for_address_sync(address, flags, None, None)
+    connection.set_exit_on_close(False)
+    return connection
+
+
+def write(line):
+    sys.stdout.write(json.dumps(line) + "\n")
+    sys.stdout.flush()
+
+
+class Service:
+    def __init__(self):
+        self.connection = connect()
+        self.held = []
+        self.holding = False
+        self.answer = {"body": "(@a{sv} {},)"}
+        for interface in INTERFACES:
+            member = interface.name.rsplit(".", 1)[1]
+            self.connection.register_object(f"{PATH}/{member}", interface, self.on_call, None, None)
+        self.own_name()
+
+    def bus_call(self, member, body):
+        return self.connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member,
+                                         body, None, Gio.DBusCallFlags.NONE, -1, None).unpack()[0]
+
+    def own_name(self):
+        return self.bus_call("RequestName", GLib.Variant("(su)", (ROOT, 4)))
+
+    # -- calls that arrive
+
+    def on_call(self, connection, sender, path, interface, member, body, invocation):
+        message = invocation.get_message()
+        if member == "RoundTrip":
+            self.send_answer(message, {})
+        elif member == "Echo":
+            self.send_answer(message, {"variant": body})
+        else:
+            write({"call": f"{member} {printed(body)}", "descriptors": take_descriptors(message)})
+            if self.holding:
+                self.held.append(message)
+            else:
+                self.send_answer(message, self.answer)
+
+    def send_answer(self, message, answer):
+        if "error" in answer:
+            reply = message.new_method_error_literal(answer["error"], "")
+            reply.set_body(parse(answer.get("body", "('the reason',)")))
+        else:
+            reply = message.new_method_reply()
+            if "body" in answer:
+                reply.set_body(parse(answer["body"]))
+            elif "variant" in answer:
+                reply.set_body(answer["variant"])
+        self.connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
+
+    # -- requests
+
+    def answers(self, request):
+        """What to answer calls with from now on: a body, or an error with a body."""
+        self.answer = request["answer"]
+
+    def hold(self, request):
+        """Whether to keep calls unanswered until they are released."""
+        self.holding = request["on"]
+
+    def release(self, request):
+        """Answers one of the calls that are held, given by its place."""
+        self.send_answer(self.held[request["index"]], request["answer"])
+
+    def own(self, request):
+        """Takes the service's name, or drops it."""
+        return self.own_name() if request["on"] else self.bus_call("ReleaseName", GLib.Variant("(s)", (ROOT,)))
+
+    def claim(self, request):
+        """Takes another name."""
+        return self.bus_call("RequestName", GLib.Variant("(su)", (request["name"], 4)))
+
+    def owner(self, request):
+        """Whether a name has an owner."""
+        return self.bus_call("NameHasOwner", GLib.Variant("(s)", (request["name"],)))
+
+    def invoke(self, request):
+        """Calls a method and answers, once it has, with the reply."""
+        repeat = request.get("repeat", 1)
+        replies = []
+        message_body = parse(request["body"]) if request.get("body") else None
+
+        def on_reply(connection, result):
+            try:
+                reply = connection.send_message_with_reply_finish(result)
+            except GLib.Error as error:
+                replies.append({"text": f"{error.domain}: {error.message}", "descriptors": []})
+            else:
+                text = printed(reply.get_body())
+                if reply.get_message_type() == Gio.DBusMessageType.ERROR:
+                    text = f"{reply.get_error_name()} {text}"
+                replies.append({"text": text, "descriptors": take_descriptors(reply)})
+            if len(replies) == repeat:
+                counts = {}
+                for reply in replies:
+                    counts[reply["text"]] = counts.get(reply["text"], 0) + 1
+                write({"id": request["id"], "result": {**replies[0], "counts": counts}})
+
+        for _ in range(repeat):
+            message = Gio.DBusMessage.new_method_call(
+                request["destination"], request["path"], request.get("interface"), request["member"])
+            if message_body is not None:
+                message.set_body(message_body)
+            if request.get("files"):
+                fd_list = Gio.UnixFDList.new()
+                for name in request["files"]:
+                    fd = os.open(name, os.O_RDONLY)
+                    fd_list.append(fd)
+                    os.close(fd)
+                message.set_unix_fd_list(fd_list)
+            self.connection.send_message_with_reply(
+                message, Gio.DBusSendMessageFlags.NONE, request.get("timeout", -1), None, on_reply)
+        return NotImplemented
+
+    def survives(self, request):
+        """Sends a body on a connection of its own; whether the bus lets it live."""
+        connection = connect()
+        message = Gio.DBusMessage.new_method_call("com.example.Nobody", "/", None, "Nothing")
+        message.set_body(parse(request["body"]))
+        try:
+            connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
+            connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", None,
+                                 None, Gio.DBusCallFlags.NONE, -1, None)
+        except GLib.Error:
+            return False
+        return True
+
+    def ping(self, request):
+        """Everything reported before the answer to this had arrived before it."""
+
+    def on_request(self, stream, condition):
+        line = stream.readline()
+        if not line:
+            loop.quit()
+            return False
+        request = json.loads(line)
+        result = getattr(self, request["request"])(request)
+        if result is not NotImplemented:
+            write({"id": request["id"], "result": result})
+        return True
+
+
+loop = GLib.MainLoop()
+service = Service()
+# Unbuffered, since the loop watches the descriptor and not what Python has read already.
+GLib.io_add_watch(os.fdopen(os.dup(0), "rb", 0), GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, service.on_request)
+write({"id": 0, "result": "ready"})
+loop.run()

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "message_log.h"
+
+#include <QtTest/QtTest>
+
+namespace {
+
+MessageLog *current = nullptr;
+
+} // namespace
+
+MessageLog::MessageLog() : m_previousHandler(qInstallMessageHandler(&MessageLog::handle))
+{
+    current = this;
+}
+
+MessageLog::~MessageLog()
+{
+    qInstallMessageHandler(m_previousHandler);
+    current = nullptr;
+    if (!m_warnings.isEmpty()) {
+        const QString text = QStringLiteral("Unexpected warnings: ") + m_warnings.join(QStringLiteral("; "));
+        QTest::qFail(qUtf8Printable(text), __FILE__, __LINE__);
+    }
+}
+
+QStringList MessageLog::takeWarnings()
+{
+    QStringList warnings;
+    warnings.swap(m_warnings);
+    return warnings;
+}
+
+void MessageLog::handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
+{
+    if (type == QtWarningMsg) {
+        current->m_warnings.append(text);
+        current->m_lastFunction = QString::fromUtf8(context.function);
+    } else if (current->m_previousHandler) {
+        current->m_previousHandler(type, context, text);
+    }
+}

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QStringList>
+
+/// Collects the warnings that are logged while it lives. One that nobody has taken by its end fails the test.
+class MessageLog
+{
+public:
+    MessageLog();
+    ~MessageLog();
+    Q_DISABLE_COPY(MessageLog)
+
+    /// The warnings since the last time, each as it would be printed.
+    QStringList takeWarnings();
+    /// The function that logged the last warning.
+    QString lastFunction() const { return m_lastFunction; }
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text);
+
+    QStringList m_warnings;
+    QString m_lastFunction;
+    QtMessageHandler m_previousHandler;
+};

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <Corvane/intents_invoker.h>
+
+#include <QtCore/QJsonDocument>
+#include <QtCore/QStringList>
+
+/// What an invoker delivers, in the order of delivery.
+class Replies
+{
+public:
+    explicit Replies(const Corvane::IntentsInvoker &invoker)
+    {
+        QObject::connect(&invoker, &Corvane::IntentsInvoker::replyReceived, &invoker,
+                         [this](const QJsonObject &reply, const Corvane::Error &error) {
+                             all << QStringLiteral("%1 %2 %3")
+                                        .arg(QString::fromUtf8(QJsonDocument(reply).toJson(QJsonDocument::Compact)))
+                                        .arg(int(error.code()))
+                                        .arg(error.message());
+                         });
+    }
+
+    /// Each as "{"a":1} 0 " or "{} 3 the reason": the reply, the error's code, its message.
+    QStringList all;
+};

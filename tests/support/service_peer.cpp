@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "service_peer.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingCall>
+#include <QtTest/QtTest>
+
+namespace {
+
+constexpr int Patience = 60000; // milliseconds; for slow machines under valgrind
+
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString RootPath = QLatin1Char('/') + QString(Root).replace(QLatin1Char('.'), QLatin1Char('/'));
+
+QStringList strings(const QJsonValue &array)
+{
+    QStringList list;
+    const QJsonArray elements = array.toArray();
+    for (const auto &element : elements)
+        list << element.toString();
+    return list;
+}
+
+} // namespace
+
+ServicePeer::ServicePeer()
+{
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process, [this] { read(); });
+    start();
+}
+
+ServicePeer::~ServicePeer()
+{
+    m_process.closeWriteChannel(); // it ends at the end of its input
+    if (!m_process.waitForFinished())
+        qFatal("The peer does not end");
+}
+
+void ServicePeer::start()
+{
+    m_process.start(QStringLiteral(CORVANE_PYTHON), {QStringLiteral(CORVANE_PEER), Root});
+    m_results.remove(0);
+    wait(0);
+}
+
+void ServicePeer::kill()
+{
+    m_process.kill();
+    if (!m_process.waitForFinished())
+        qFatal("The peer does not end");
+}
+
+QStringList ServicePeer::takeCalls()
+{
+    QStringList calls;
+    calls.swap(m_calls);
+    return calls;
+}
+
+void ServicePeer::answer(const QString &body)
+{
+    request(QStringLiteral("answers"), {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}});
+}
+
+void ServicePeer::answerError(const QString &name, const QString &body)
+{
+    request(QStringLiteral("answers"),
+            {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}, {QStringLiteral("body"), body}}}});
+}
+
+void ServicePeer::hold()
+{
+    request(QStringLiteral("hold"), {{QStringLiteral("on"), true}});
+}
+
+void ServicePeer::release(int index, const QString &body)
+{
+    request(
+        QStringLiteral("release"),
+        {{QStringLiteral("index"), index}, {QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}});
+}
+
+void ServicePeer::releaseError(int index, const QString &name)
+{
+    request(
+        QStringLiteral("release"),
+        {{QStringLiteral("index"), index}, {QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}}}});
+}
+
+int ServicePeer::beginCall(const QString &member, const QString &body, const QJsonObject &more)
+{
+    QJsonObject arguments{
+        {QStringLiteral("destination"), QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
+        {QStringLiteral("path"), RootPath + QStringLiteral("/IntentHandler1")},
+        {QStringLiteral("interface"), Root + QStringLiteral(".IntentHandler1")},
+        {QStringLiteral("member"), member},
+        {QStringLiteral("body"), body},
+    };
+    for (auto argument = more.begin(); argument != more.end(); ++argument)
+        arguments.insert(argument.key(), argument.value());
+    return send(QStringLiteral("invoke"), arguments);
+}
+
+ServicePeer::Reply ServicePeer::finishCall(int call)
+{
+    const QJsonObject result = wait(call).toObject();
+    return {result.value(QStringLiteral("text")).toString(), strings(result.value(QStringLiteral("descriptors"))),
+            result.value(QStringLiteral("counts")).toObject()};
+}
+
+ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body, const QJsonObject &more)
+{
+    return finishCall(beginCall(member, body, more));
+}
+
+bool ServicePeer::survivesSending(const QString &body)
+{
+    return request(QStringLiteral("survives"), {{QStringLiteral("body"), body}}).toBool();
+}
+
+void ServicePeer::ownServiceName(bool on)
+{
+    request(QStringLiteral("own"), {{QStringLiteral("on"), on}});
+}
+
+void ServicePeer::claimName(const QString &name)
+{
+    request(QStringLiteral("claim"), {{QStringLiteral("name"), name}});
+}
+
+bool ServicePeer::hasOwner(const QString &name)
+{
+    return request(QStringLiteral("owner"), {{QStringLiteral("name"), name}}).toBool();
+}
+
+bool ServicePeer::roundTrip()
+{
+    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
+        Root, RootPath + QStringLiteral("/Test"), Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip")));
+    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, Patience) || call.isError())
+        return false;
+    request(QStringLiteral("ping")); // what the peer had to report has been read by then
+    QCoreApplication::processEvents();
+    return true;
+}
+
+int ServicePeer::send(const QString &request, QJsonObject arguments)
+{
+    arguments.insert(QStringLiteral("id"), ++m_lastId);
+    arguments.insert(QStringLiteral("request"), request);
+    m_process.write(QJsonDocument(arguments).toJson(QJsonDocument::Compact) + '\n');
+    return m_lastId;
+}
+
+QJsonValue ServicePeer::wait(int id)
+{
+    if (!QTest::qWaitFor([this, id] { return m_results.contains(id); }, Patience))
+        qFatal("The peer does not answer");
+    return m_results.value(id);
+}
+
+QJsonValue ServicePeer::request(const QString &name, const QJsonObject &arguments)
+{
+    return wait(send(name, arguments));
+}
+
+void ServicePeer::read()
+{
+    while (m_process.canReadLine()) {
+        const QJsonObject line = QJsonDocument::fromJson(m_process.readLine()).object();
+        if (line.contains(QStringLiteral("call"))) {
+            m_calls << line.value(QStringLiteral("call")).toString();
+            m_descriptors = strings(line.value(QStringLiteral("descriptors")));
+        } else {
+            m_results.insert(line.value(QStringLiteral("id")).toInt(), line.value(QStringLiteral("result")));
+        }
+    }
+}

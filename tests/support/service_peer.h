@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QHash>
+#include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
+#include <QtCore/QProcess>
+#include <QtCore/QStringList>
+
+/**
+ * The service's side of the bus: tests/peer/service.py in a process of its own, which shares no code with the library.
+ *
+ * Values and bodies are in GLib's text form, "('OpenURI', {'count': <2.0>})". What takes a while runs the event loop
+ * meanwhile, so that the library can work. A peer that does not answer fails the test program.
+ */
+class ServicePeer
+{
+public:
+    /// Starts the peer; it owns the service's name by then.
+    ServicePeer();
+    ~ServicePeer();
+    Q_DISABLE_COPY(ServicePeer)
+
+    /// The calls that have arrived since the last takeCalls(): "InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, ...)".
+    QStringList calls() const { return m_calls; }
+    QStringList takeCalls();
+    /// What came with the last call that arrived: "read: content" for each descriptor.
+    QStringList descriptors() const { return m_descriptors; }
+
+    /// What to answer calls with from now on.
+    void answer(const QString &body);
+    void answerError(const QString &name, const QString &body = QStringLiteral("('the reason',)"));
+    /// Keeps calls unanswered, until release() answers the one that came in at \a index.
+    void hold();
+    void release(int index, const QString &body);
+    void releaseError(int index, const QString &name);
+
+    struct Reply
+    {
+        QString text; ///< "(a{sv}a{sv}) (...)", or "org.example.Error (s) ('reason',)"
+        QStringList descriptors;
+        QJsonObject counts; ///< how often each text came, where a call was made several times
+    };
+    /// Begins a call of a method of this process's handler object, and gives its number.
+    int beginCall(const QString &member, const QString &body, const QJsonObject &more = {});
+    bool isFinished(int call) const { return m_results.contains(call); }
+    /// Waits for a call's reply.
+    Reply finishCall(int call);
+    /// Both: "HandleIntent" with the body, to the bus name of this process unless \a more says otherwise.
+    Reply call(const QString &member, const QString &body, const QJsonObject &more = {});
+
+    /// Whether the bus lets a connection live that sends the body.
+    bool survivesSending(const QString &body);
+    void ownServiceName(bool on);
+    void claimName(const QString &name);
+    bool hasOwner(const QString &name);
+
+    /// Ends the peer as a crash would, and starts it anew.
+    void kill();
+    void start();
+
+    /// What this process sent before has arrived at the peer, and what the peer sent before has arrived here.
+    bool roundTrip();
+
+private:
+    int send(const QString &request, QJsonObject arguments = {});
+    QJsonValue wait(int id);
+    QJsonValue request(const QString &name, const QJsonObject &arguments = {});
+    void read();
+
+    QProcess m_process;
+    int m_lastId = 0;
+    QHash<int, QJsonValue> m_results;
+    QStringList m_calls;
+    QStringList m_descriptors;
+};

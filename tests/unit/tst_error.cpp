@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/error_p.h>
+#include <DBus/names.h>
+
+#include <QtDBus/QDBusError>
+#include <QtDBus/QDBusMessage>
+#include <QtTest/QtTest>
+
+#include <type_traits>
+
+using Corvane::Error;
+
+static_assert(std::is_same_v<std::underlying_type_t<Error::Code>, int>);
+
+class TestError : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void defaultIsSuccess();
+    void keepsCodeAndMessage();
+    void busErrorsBecomeCodes_data();
+    void busErrorsBecomeCodes();
+    void noBusErrorIsSuccess();
+    void busErrorWithoutNameIsSuccess();
+    void isMetaType();
+};
+
+void TestError::defaultIsSuccess()
+{
+    const Error error;
+    QCOMPARE(error.code(), Error::NoError);
+    QCOMPARE(error.message(), QString());
+    QVERIFY(!error.isError());
+    QVERIFY(!error);
+}
+
+void TestError::keepsCodeAndMessage()
+{
+    const Error error(Error::HandlerFailed, QStringLiteral("m"));
+    QCOMPARE(error.code(), Error::HandlerFailed);
+    QCOMPARE(error.message(), QStringLiteral("m"));
+    QVERIFY(error.isError());
+    QVERIFY(error);
+
+    const Error unknown(Error::Code(300), {}); // whatever number it is, it is no success
+    QCOMPARE(int(unknown.code()), 300);
+    QVERIFY(unknown);
+}
+
+void TestError::busErrorsBecomeCodes_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("code");
+
+    const QString service = Corvane::Names::ErrorPrefix;
+    const QString standard = QStringLiteral("org.freedesktop.DBus.Error.");
+    const struct
+    {
+        const char *name;
+        int serviceCode;
+        int standardCode;
+    } rows[] = {
+        {"NoError", 0, 1},
+        {"Failed", 1, 1},
+        {"HandlerNotFound", 2, 1},
+        {"HandlerFailed", 3, 1},
+        {"InvalidArgs", 1, 4},
+        {"NotSupported", 1, 5},
+        {"AccessDenied", 1, 6},
+        {"ProcessNotHandled", 7, 1},
+        {"ApplicationNotRunning", 8, 1},
+        {"ApplicationAlreadyRunning", 9, 1},
+        {"ApplicationAlreadyLaunching", 10, 1},
+        {"ServiceUnknown", 1, 1},
+        {"NoReply", 1, 1},
+        {"UnknownMethod", 1, 1},
+        {"handlernotfound", 1, 1},
+        {"HandlerNotFound.More", 1, 1},
+    };
+    for (const auto &row : rows) {
+        const QString name = QLatin1String(row.name);
+        QTest::addRow("service %s", row.name) << service + name << row.serviceCode;
+        QTest::addRow("standard %s", row.name) << standard + name << row.standardCode;
+    }
+    QTest::newRow("foreign name") << "com.example.Error.HandlerNotFound" << 1;
+    QTest::newRow("service prefix in another case") << service.toUpper() + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("standard prefix in another case") << "org.freedesktop.dbus.Error.AccessDenied" << 1;
+    QTest::newRow("service prefix elsewhere")
+        << QStringLiteral("x.") + service + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("prefix twice") << service + service + QStringLiteral("HandlerNotFound") << 2;
+}
+
+void TestError::busErrorsBecomeCodes()
+{
+    QFETCH(QString, name);
+    QFETCH(int, code);
+
+    const Error error =
+        Corvane::errorFromDBusError(QDBusMessage::createError(name, QStringLiteral("the bus's own words")));
+    QCOMPARE(int(error.code()), code);
+    QCOMPARE(error.message(), QStringLiteral("the bus's own words"));
+}
+
+void TestError::noBusErrorIsSuccess()
+{
+    const Error error = Corvane::errorFromDBusError(QDBusError());
+    QCOMPARE(error.code(), Error::NoError);
+    QCOMPARE(error.message(), QString());
+}
+
+void TestError::busErrorWithoutNameIsSuccess()
+{
+    const QDBusError nameless(QDBusMessage::createError(QString(), QStringLiteral("m")));
+    const Error error = Corvane::errorFromDBusError(nameless);
+    QCOMPARE(error.code(), Error::NoError);
+    QCOMPARE(error.message(), QString());
+}
+
+void TestError::isMetaType()
+{
+    const QVariant variant = QVariant::fromValue(Error(Error::Failed, QStringLiteral("m")));
+    QCOMPARE(QLatin1String(variant.typeName()), QLatin1String("Corvane::Error"));
+    QCOMPARE(variant.value<Error>().message(), QStringLiteral("m"));
+}
+
+QTEST_GUILESS_MAIN(TestError)
+#include "tst_error.moc"

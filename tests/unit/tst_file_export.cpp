@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/file_sharing.h>
+
+#include <message_log.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUrl>
+#include <QtDBus/QDBusUnixFileDescriptor>
+#include <QtTest/QtTest>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Corvane;
+
+namespace {
+
+const QString ReadFiles = QStringLiteral("readFiles");
+const QString WriteFiles = QStringLiteral("writeFiles");
+const QString ReadFds = QStringLiteral("readFds");
+const QString WriteFds = QStringLiteral("writeFds");
+
+QString warningFor(const QString &file)
+{
+    return QStringLiteral("Failed to open file \"%1\"").arg(file);
+}
+
+/// The files behind the descriptors under \a key.
+QStringList filesBehind(const QVariantMap &map, const QString &key)
+{
+    QStringList files;
+    const auto descriptors = map.value(key).value<QList<QDBusUnixFileDescriptor>>();
+    for (const QDBusUnixFileDescriptor &descriptor : descriptors)
+        files << QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(descriptor.fileDescriptor()));
+    return files;
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd"))
+        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+        .size();
+}
+
+} // namespace
+
+class TestFileExport : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void openUriSharesItsUri_data();
+    void openUriSharesItsUri();
+    void outputFilesAreAlwaysWritten();
+    void mapWithoutListsIsLeftAlone_data();
+    void mapWithoutListsIsLeftAlone();
+    void opensLocalFilesOnly();
+    void duplicatesAreKept();
+    void listBecomesStringList();
+    void descriptorsHaveTheRightModes();
+    void missingFileIsMadeForWritingOnly();
+    void fileIsNotTruncated();
+    void firstFailureEndsItsListOnly();
+    void directoryCannotBeOpened();
+    void fileWithNulIsNotAnotherFile();
+    void fifoDoesNotBlock();
+    void keysThatPathsCannotNameAreNotShared();
+    void outOfDescriptorsIsLikeAFileThatCannotBeOpened();
+    void nothingStaysOpen();
+
+private:
+    QString file(const char *name, const QByteArray &content = "content");
+
+    std::unique_ptr<QTemporaryDir> directory;
+};
+
+void TestFileExport::init()
+{
+    directory = std::make_unique<QTemporaryDir>();
+    QVERIFY(directory->isValid());
+}
+
+/// A new file of the test's own.
+QString TestFileExport::file(const char *name, const QByteArray &content)
+{
+    QFile file(directory->filePath(QString::fromUtf8(name)));
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("Cannot write %s", qUtf8Printable(file.fileName()));
+    return file.fileName();
+}
+
+void TestFileExport::openUriSharesItsUri_data()
+{
+    QTest::addColumn<QString>("intent");
+    QTest::addColumn<QJsonObject>("params");
+    QTest::addColumn<QVariantMap>("expected");
+
+    const QString uri = QStringLiteral("uri");
+    const auto reading = [](const char *path) {
+        return QVariantMap{{ReadFiles, QStringList(QString::fromLatin1(path))}};
+    };
+    QTest::newRow("string") << "OpenURI" << QJsonObject{{uri, QStringLiteral("x")}} << reading("uri");
+    QTest::newRow("array") << "OpenURI" << QJsonObject{{uri, QJsonArray()}} << reading("uri[*]");
+    QTest::newRow("absent") << "OpenURI" << QJsonObject() << reading("uri");
+    QTest::newRow("number") << "OpenURI" << QJsonObject{{uri, 1}} << reading("uri");
+    QTest::newRow("other case") << "OpenUri" << QJsonObject{{uri, QStringLiteral("x")}}
+                                << QVariantMap{{ReadFiles, QStringList(QStringLiteral("before"))}};
+}
+
+void TestFileExport::openUriSharesItsUri()
+{
+    QFETCH(QString, intent);
+    QFETCH(QJsonObject, params);
+    QFETCH(QVariantMap, expected);
+
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("before"))}};
+    FileSharing::shareUri(intent, params, map);
+    QCOMPARE(map, expected);
+}
+
+void TestFileExport::outputFilesAreAlwaysWritten()
+{
+    QVariantMap map{{ReadFiles, 1}};
+    FileSharing::setOutputFiles({}, {QStringLiteral("a")}, map);
+    QCOMPARE(map, QVariantMap({{ReadFiles, QStringList()}, {WriteFiles, QStringList(QStringLiteral("a"))}}));
+}
+
+void TestFileExport::mapWithoutListsIsLeftAlone_data()
+{
+    QTest::addColumn<QVariantMap>("map");
+
+    QTest::newRow("empty") << QVariantMap();
+    QTest::newRow("other keys") << QVariantMap{{QStringLiteral("readfiles"), QStringList(QStringLiteral("a"))}};
+    QTest::newRow("empty lists") << QVariantMap{{ReadFiles, QStringList()}, {WriteFiles, QVariantList()}};
+    QTest::newRow("no lists") << QVariantMap{{ReadFiles, true}};
+}
+
+void TestFileExport::mapWithoutListsIsLeftAlone()
+{
+    QFETCH(QVariantMap, map);
+
+    const QVariantMap before = map;
+    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    QCOMPARE(map, before);
+}
+
+void TestFileExport::opensLocalFilesOnly()
+{
+    const QString a = file("a");
+    const QString b = file("b c");
+    const QJsonObject source{{QStringLiteral("files"),
+                              QJsonArray{a, QUrl::fromLocalFile(b).toString(), QStringLiteral("http://x/") + a, 5,
+                                         QString(), QStringLiteral("file:"), QJsonValue()}}};
+    QVariantMap map{{ReadFiles, QStringList{QStringLiteral("files[*]"), QStringLiteral("absent")}}};
+    MessageLog log;
+    FileSharing::exportFiles(source, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList({a, b}));
+    QVERIFY(!map.contains(WriteFds));
+    QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::duplicatesAreKept()
+{
+    const QString a = file("a");
+    QVariantMap map{{ReadFiles, QStringList{QStringLiteral("a"), QStringLiteral("a"), QStringLiteral("*")}}};
+    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a}));
+}
+
+void TestFileExport::listBecomesStringList()
+{
+    const QString a = file("a");
+    QVariantMap map{{ReadFiles, QVariantList{QStringLiteral("a"), 5.0}}, {WriteFiles, QStringLiteral("a")}};
+    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QCOMPARE(map.value(ReadFiles).userType(), int(QMetaType::QStringList));
+    QCOMPARE(map.value(ReadFiles).toStringList(), QStringList({QStringLiteral("a"), QStringLiteral("5")}));
+    QCOMPARE(map.value(WriteFiles).userType(), int(QMetaType::QStringList));
+    QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
+    QCOMPARE(filesBehind(map, WriteFds), QStringList(a));
+}
+
+void TestFileExport::descriptorsHaveTheRightModes()
+{
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    for (const QString &key : {ReadFds, WriteFds}) {
+        const auto descriptors = map.value(key).value<QList<QDBusUnixFileDescriptor>>();
+        QCOMPARE(descriptors.size(), 1);
+        const int fd = descriptors.first().fileDescriptor();
+        const int flags = ::fcntl(fd, F_GETFL);
+        QCOMPARE(flags & O_ACCMODE, key == ReadFds ? O_RDONLY : O_RDWR);
+        QCOMPARE(flags & O_NONBLOCK, 0);
+        QCOMPARE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    }
+}
+
+void TestFileExport::missingFileIsMadeForWritingOnly()
+{
+    const QString missing = directory->filePath(QStringLiteral("missing"));
+    MessageLog log;
+    QVariantMap reading{{ReadFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), missing}}, reading);
+    QVERIFY(!reading.contains(ReadFds));
+    QVERIFY(!QFile::exists(missing));
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor(missing)));
+
+    QVariantMap writing{{WriteFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), missing}}, writing);
+    QCOMPARE(filesBehind(writing, WriteFds), QStringList(missing));
+    QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::fileIsNotTruncated()
+{
+    const QString a = file("a", "kept");
+    QVariantMap map{{WriteFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QFile read(a);
+    QVERIFY(read.open(QIODevice::ReadOnly));
+    QCOMPARE(read.readAll(), QByteArray("kept"));
+}
+
+void TestFileExport::firstFailureEndsItsListOnly()
+{
+    const QString a = file("a");
+    const QString missing = directory->filePath(QStringLiteral("missing"));
+    const QString c = file("c");
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))},
+                    {WriteFiles, QStringList(QStringLiteral("files[-1]"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("files"), QJsonArray{a, missing, c}}}, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
+    QCOMPARE(filesBehind(map, WriteFds), QStringList(c));
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor(missing)));
+}
+
+void TestFileExport::directoryCannotBeOpened()
+{
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("a"), directory->path()}}, map);
+    QVERIFY(!map.contains(ReadFds));
+    QVERIFY(!map.contains(WriteFds));
+    QCOMPARE(log.takeWarnings(), QStringList({warningFor(directory->path()), warningFor(directory->path())}));
+}
+
+void TestFileExport::fileWithNulIsNotAnotherFile()
+{
+    const QString uri = QUrl::fromLocalFile(file("secret")).toString() + QStringLiteral("%00.png");
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("uri"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("uri"), uri}}, map);
+    QVERIFY(!map.contains(ReadFds));
+    QCOMPARE(log.takeWarnings().size(), 1);
+}
+
+void TestFileExport::fifoDoesNotBlock()
+{
+    const QString fifo = directory->filePath(QStringLiteral("fifo"));
+    QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), fifo}}, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList(fifo));
+    QCOMPARE(filesBehind(map, WriteFds), QStringList(fifo));
+}
+
+void TestFileExport::keysThatPathsCannotNameAreNotShared()
+{
+    const QString a = file("a");
+    const QJsonObject source{{QStringLiteral("a.b"), a}, {QStringLiteral("c[0]"), a}, {QString(), a}};
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("*"))}};
+    MessageLog log;
+    FileSharing::exportFiles(source, map);
+    QVERIFY(!map.contains(ReadFds));
+    QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::outOfDescriptorsIsLikeAFileThatCannotBeOpened()
+{
+    const QString a = file("a");
+    QJsonArray files;
+    for (int i = 0; i < 12; ++i)
+        files.append(a);
+
+    rlimit original = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &original), 0);
+    const rlimit tight{rlim_t(openDescriptors()) + 10, original.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+    std::vector<int> free;
+    for (int fd = ::dup(0); fd >= 0; fd = ::dup(0))
+        free.push_back(fd);
+    for (const int fd : free)
+        ::close(fd);
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &original), 0);
+
+    // Each file takes two descriptors until all are open, so that sending can duplicate each.
+    QVERIFY(!free.empty() && free.size() < 24);
+    QCOMPARE(filesBehind(map, ReadFds).size(), int(free.size()) / 2);
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor(a)));
+}
+
+void TestFileExport::nothingStaysOpen()
+{
+    const int before = openDescriptors();
+    {
+        QVariantMap map{{ReadFiles, QStringList{QStringLiteral("a"), QStringLiteral("d")}},
+                        {WriteFiles, QStringList(QStringLiteral("a"))}};
+        MessageLog log;
+        FileSharing::exportFiles({{QStringLiteral("a"), file("a")}, {QStringLiteral("d"), directory->path()}}, map);
+        QCOMPARE(openDescriptors(), before + 2);
+        QCOMPARE(log.takeWarnings().size(), 1);
+    }
+    QCOMPARE(openDescriptors(), before);
+}
+
+QTEST_GUILESS_MAIN(TestFileExport)
+#include "tst_file_export.moc"

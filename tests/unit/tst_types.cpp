@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Core/types.h>
+
+#include <message_log.h>
+
+#include <QtCore/QJsonDocument>
+#include <QtTest/QtTest>
+
+using namespace Core;
+
+namespace {
+
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+
+QJsonObject fromJson(const char *text)
+{
+    return QJsonDocument::fromJson(text).object();
+}
+
+/// The value with the types of its parts, since QVariant compares 1 and 1.0 and "1" as equal.
+QString described(const QVariant &value)
+{
+    QStringList parts;
+    if (value.userType() == QMetaType::QVariantMap) {
+        const QVariantMap map = value.toMap();
+        for (auto it = map.begin(); it != map.end(); ++it)
+            parts << it.key() + QLatin1Char(':') + described(it.value());
+    } else if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
+        const auto list = value.value<QList<QVariantMap>>();
+        for (const QVariantMap &element : list)
+            parts << described(element);
+    } else if (value.canConvert<QVariantList>() && value.userType() != QMetaType::QString) {
+        const auto list = value.value<QVariantList>();
+        for (const QVariant &element : list)
+            parts << described(element);
+    } else {
+        return QStringLiteral("%1 %2").arg(QLatin1String(value.typeName()), value.toString()).trimmed();
+    }
+    return QStringLiteral("%1{%2}").arg(QLatin1String(value.typeName()), parts.join(QLatin1Char(',')));
+}
+
+} // namespace
+
+class TestTypes : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void convertsArrays_data();
+    void convertsArrays();
+    void convertsObjects_data();
+    void convertsObjects();
+    void makesObjects_data();
+    void makesObjects();
+    void objectsOfManyMembersAreMadeInOrder();
+};
+
+void TestTypes::convertsArrays_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *json, const char *expected, const QStringList &warnings = {}) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromLatin1(expected) << warnings;
+    };
+    row("[]", "QVariantList{}");
+    row("[true, false]", "QList<bool>{bool true,bool false}");
+    row("[1, 2.5]", "QList<double>{double 1,double 2.5}");
+    row(R"(["a", "b"])", "QStringList{QString a,QString b}");
+    row(R"([{"a": 1}, {}])", "QList<QVariantMap>{QVariantMap{a:double 1},QVariantMap{}}");
+    row(R"([{"a": [1]}])", "QList<QVariantMap>{QVariantMap{a:QVariantList{double 1}}}");
+    row("[true, 1]", "QVariantList{bool true,double 1}");
+    row(R"([1, "x"])", "QVariantList{double 1,QString x}");
+    row(R"([1, [2, 3], {"a": [4]}])",
+        "QVariantList{double 1,QVariantList{double 2,double 3},QVariantMap{a:QVariantList{double 4}}}");
+    row("[1, null]", "QVariantList{double 1,std::nullptr_t}");
+    row("[[1], [2]]", "", {ArrayOfArrays});
+    row("[null]", "", {UnknownType});
+    row("[null, null]", "", {UnknownType});
+}
+
+void TestTypes::convertsArrays()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, expected);
+    QFETCH(QStringList, warnings);
+
+    MessageLog log;
+    const QVariant variant = Types::jsonArrayToVariant(QJsonDocument::fromJson(json).array());
+    QCOMPARE(variant.isValid(), !expected.isEmpty());
+    QCOMPARE(described(variant), expected);
+    QCOMPARE(log.takeWarnings(), warnings);
+}
+
+void TestTypes::convertsObjects_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *json, const char *expected, const QStringList &warnings = {}) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromLatin1(expected) << warnings;
+    };
+    row("{}", "QVariantMap{}");
+    row(R"({"files": ["a", "b"]})", "QVariantMap{files:QStringList{QString a,QString b}}");
+    row(R"({"o": {"a": [1]}})", "QVariantMap{o:QVariantMap{a:QList<double>{double 1}}}");
+    row(R"({"t": true, "n": 1, "s": "x"})", "QVariantMap{n:double 1,s:QString x,t:bool true}");
+    row(R"({"z": null})", "QVariantMap{z:std::nullptr_t}");
+    row(R"({"a": [[1]], "b": 2})", "QVariantMap{a:,b:double 2}", {ArrayOfArrays});
+    row(R"({"a": {"b": [null]}})", "QVariantMap{a:QVariantMap{b:}}", {UnknownType});
+}
+
+void TestTypes::convertsObjects()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, expected);
+    QFETCH(QStringList, warnings);
+
+    MessageLog log;
+    QCOMPARE(described(Types::jsonObjectToVariantMap(fromJson(json))), expected);
+    QCOMPARE(log.takeWarnings(), warnings);
+}
+
+void TestTypes::makesObjects_data()
+{
+    QTest::addColumn<QStringList>("keys"); // each with its position as its value
+    QTest::addColumn<QByteArray>("expected");
+
+    QTest::newRow("none") << QStringList() << QByteArray("{}");
+    QTest::newRow("in order") << QStringList{QStringLiteral("a"), QStringLiteral("b")}
+                              << QByteArray(R"({"a": 0, "b": 1})");
+    QTest::newRow("out of order") << QStringList{QStringLiteral("b"), QStringLiteral("a")}
+                                  << QByteArray(R"({"a": 1, "b": 0})");
+    QTest::newRow("the last of the same key counts")
+        << QStringList{QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}
+        << QByteArray(R"({"a": 3, "b": 2})");
+    QTest::newRow("in order with the same key")
+        << QStringList{QStringLiteral("a"), QStringLiteral("a"), QStringLiteral("b")}
+        << QByteArray(R"({"a": 1, "b": 2})");
+}
+
+void TestTypes::makesObjects()
+{
+    QFETCH(QStringList, keys);
+    QFETCH(QByteArray, expected);
+
+    Types::Members members;
+    for (int i = 0; i < keys.size(); ++i)
+        members.append({keys[i], i});
+    QCOMPARE(Types::makeObject(std::move(members)), QJsonDocument::fromJson(expected).object());
+}
+
+void TestTypes::objectsOfManyMembersAreMadeInOrder()
+{
+    Types::Members members;
+    for (int i = 0; i < 200000; ++i) {
+        const int scattered = int(qint64(i) * 7919 % 200000);
+        members.append({QString::number(scattered), scattered});
+    }
+    members.append({QString::fromUtf8("🐎"), 1});
+    members.append({QString(QChar(0xfffd)), 2});
+    const QJsonObject object = Types::makeObject(std::move(members));
+    QCOMPARE(object.size(), 200002);
+    for (const char *key : {"0", "1", "99999", "199999"})
+        QCOMPARE(object.value(QLatin1String(key)).toInt(), QByteArray(key).toInt());
+    QCOMPARE(object.value(QString::fromUtf8("🐎")).toInt(), 1);
+    QCOMPARE(object.value(QString(QChar(0xfffd))).toInt(), 2);
+}
+
+QTEST_GUILESS_MAIN(TestTypes)
+#include "tst_types.moc"
