@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: BSD-3-Clause
+# shellcheck shell=bash
+# What the scripts share; to be sourced. Defines `root`, the top of the checkout.
+
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# say TEXT: tells what comes next.
+say() {
+    if [ -t 1 ]; then printf '\n\033[1m%s\033[0m\n' "$*"; else printf '\n%s\n' "$*"; fi
+}
+
+# Installs what debian/control lists, if something of it is missing. Needs root or sudo only then.
+corvane_install_dependencies() {
+    if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps) 2>/dev/null; then
+        return
+    fi
+    say "Installing the build dependencies listed in debian/control ..."
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            echo "Run this as root, or install sudo: the build dependencies have to be installed." >&2
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get -q update
+    (cd "$root" && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q -y --no-install-recommends build-dep ./)
+}
+
+# corvane_build DIR [CMAKE-ARGUMENT...]: configures and builds the checkout in DIR.
+corvane_build() {
+    local directory=$1
+    shift
+    if command -v ccache >/dev/null; then
+        set -- -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
+    fi
+    mkdir -p "$directory"
+    if ! cmake -S "$root" -B "$directory" -G Ninja "$@" >"$directory/configure.log" 2>&1; then
+        cat "$directory/configure.log" >&2
+        return 1
+    fi
+    cmake --build "$directory"
+}
