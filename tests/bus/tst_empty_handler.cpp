@@ -11,7 +11,7 @@ using namespace Corvane;
 
 extern "C" const char *__lsan_default_suppressions()
 {
-    return "leak:libQt5DBus.so"; // what QtDBus holds while an exception passes through it
+    return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // what QtDBus holds while an exception passes through it
 }
 
 namespace {
