@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "application.h"
+
+#include <QtDBus/QDBusConnection>
+
+Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
+    : QObject(parent), m_manifest(manifest), m_trace(trace)
+{
+    m_timer.setSingleShot(true);
+    m_timer.setInterval(startTimeout);
+    connect(&m_timer, &QTimer::timeout, this, &Application::onTimeout);
+}
+
+void Application::adopt(ChildProcess *process)
+{
+    m_process = process;
+    m_instanceId = QStringLiteral("%1.instance%2").arg(m_manifest.id).arg(++m_instances);
+    m_nameWatcher = std::make_unique<QDBusServiceWatcher>(m_instanceId, QDBusConnection::sessionBus());
+    connect(m_nameWatcher.get(), &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &newOwner) { onNameOwnerChanged(newOwner); });
+
+    QProcessEnvironment environment = ChildProcess::cleanEnvironment();
+    environment.insert(QStringLiteral("HALVIR_APP_ID"), m_manifest.id);
+    environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"), m_instanceId);
+    process->setProcessEnvironment(environment);
+
+    connect(process, &QProcess::started, this, [this, process] {
+        m_trace.write(QStringLiteral("%1 started (process %2)").arg(m_instanceId).arg(process->processId()));
+    });
+    connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
+            [this](int code, QProcess::ExitStatus status) {
+                onEnded(status == QProcess::NormalExit ? QStringLiteral("has ended with exit code %1").arg(code)
+                                                       : QStringLiteral("was ended by signal %1").arg(code));
+            });
+    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            onEnded(QStringLiteral("cannot be started: %1").arg(process->errorString()));
+    });
+}
+
+void Application::whenReady(const Ready &ready)
+{
+    if (!m_connection.isEmpty()) {
+        ready({});
+        return;
+    }
+    m_waiting.append(ready);
+    if (!m_timer.isActive())
+        m_timer.start();
+    if (!m_process)
+        start();
+}
+
+void Application::start()
+{
+    auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
+    adopt(process);
+    process->start(m_manifest.command);
+}
+
+void Application::onNameOwnerChanged(const QString &connection)
+{
+    m_connection = connection;
+    if (!connection.isEmpty())
+        finishWaiting({});
+}
+
+void Application::onTimeout()
+{
+    finishWaiting(
+        QStringLiteral("%1 has not claimed its bus name within %2 ms").arg(m_instanceId).arg(m_timer.interval()));
+}
+
+void Application::onEnded(const QString &how)
+{
+    if (m_process->parent() == this) // and not adopted from elsewhere
+        m_process->deleteLater();
+    m_process = nullptr;
+    m_nameWatcher.reset();
+    m_connection.clear();
+    const QString text = QStringLiteral("%1 %2").arg(std::exchange(m_instanceId, QString()), how);
+    m_trace.write(text);
+    finishWaiting(text);
+}
+
+void Application::finishWaiting(const QString &problem)
+{
+    m_timer.stop();
+    const QVector<Ready> waiting = std::exchange(m_waiting, {});
+    for (const Ready &ready : waiting)
+        ready(problem);
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "child_process.h"
+
+#include <QtCore/QCoreApplication>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
+    : QProcess(parent), m_terminal(terminal), m_parentId(QCoreApplication::applicationPid())
+{
+    setProcessChannelMode(ForwardedChannels);
+    setProcessEnvironment(cleanEnvironment());
+    if (terminal == Terminal::Shared)
+        setInputChannelMode(ForwardedInputChannel);
+    else
+        setStandardInputFile(nullDevice());
+}
+
+ChildProcess::~ChildProcess()
+{
+    blockSignals(true);
+    if (state() != NotRunning) {
+        kill();
+        waitForFinished();
+    }
+}
+
+void ChildProcess::start(const QStringList &command)
+{
+    QProcess::start(command.first(), command.mid(1));
+}
+
+int ChildProcess::shellExitCode() const
+{
+    return exitStatus() == NormalExit ? exitCode() : 128 + exitCode();
+}
+
+QProcessEnvironment ChildProcess::cleanEnvironment()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QStringList names = environment.keys();
+    for (const QString &name : names) {
+        if (name.startsWith(QLatin1String("HALVIR_APP_")) || name.startsWith(QLatin1String("HALVIR_TASK_")))
+            environment.remove(name);
+    }
+    return environment;
+}
+
+// Runs in the child, between fork and exec.
+void ChildProcess::setupChildProcess()
+{
+    if (m_terminal == Terminal::Detached)
+        ::setsid();
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != m_parentId) // it has been killed just before
+        ::_exit(1);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QProcess>
+
+/**
+ * A process that the stand-in starts. It writes where the stand-in writes, and gets SIGTERM if the stand-in is killed.
+ */
+class ChildProcess : public QProcess
+{
+    Q_OBJECT
+public:
+    enum class Terminal {
+        Shared, ///< reads the stand-in's standard input, and gets the terminal's Ctrl-C
+        Detached, ///< reads nothing, and only the stand-in ends it
+    };
+
+    explicit ChildProcess(Terminal terminal, QObject *parent = nullptr);
+    ~ChildProcess() override;
+
+    /// Starts the program with its arguments; errorOccurred() tells if that fails.
+    void start(const QStringList &command);
+
+    /// How the process has ended, as a shell would tell it: its exit code, or 128 and the signal's number.
+    int shellExitCode() const;
+
+    /// This process's environment without what says who a process is to the service.
+    static QProcessEnvironment cleanEnvironment();
+
+protected:
+    void setupChildProcess() override;
+
+private:
+    const Terminal m_terminal;
+    const qint64 m_parentId;
+};

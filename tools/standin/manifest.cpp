@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "manifest.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QHash>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+#include <QtCore/QRegularExpression>
+
+namespace {
+
+QString described(const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::Undefined:
+        return QStringLiteral("nothing");
+    case QJsonValue::Null:
+        return QStringLiteral("null");
+    case QJsonValue::Bool:
+        return value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
+    case QJsonValue::Double:
+        return QStringLiteral("the number %1").arg(value.toDouble());
+    case QJsonValue::String:
+        return QStringLiteral("\"%1\"").arg(value.toString());
+    case QJsonValue::Array:
+        return value.toArray().isEmpty() ? QStringLiteral("an empty list") : QStringLiteral("a list");
+    case QJsonValue::Object:
+        return QStringLiteral("an object");
+    }
+    return {};
+}
+
+/// Reads one file, and notes what is wrong with it.
+class Reader
+{
+public:
+    Reader(const QString &file, QStringList *errors) : m_file(file), m_errors(errors) {}
+
+    Manifest read()
+    {
+        QFile file(m_file);
+        if (!file.open(QIODevice::ReadOnly)) {
+            error(QStringLiteral("cannot be read: %1").arg(file.errorString()));
+            return {};
+        }
+        const QByteArray text = file.readAll();
+        QJsonParseError parseError;
+        const QJsonDocument document = QJsonDocument::fromJson(text, &parseError);
+        if (parseError.error != QJsonParseError::NoError) {
+            const int line = 1 + text.left(parseError.offset).count('\n');
+            error(QStringLiteral("line %1: expected JSON: %2").arg(line).arg(parseError.errorString()));
+            return {};
+        }
+        if (!document.isObject()) {
+            error(QStringLiteral("line 1: expected an object, found a list"));
+            return {};
+        }
+        return readObject(document.object());
+    }
+
+private:
+    Manifest readObject(const QJsonObject &object)
+    {
+        static const QStringList keys{QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("command"),
+                                      QStringLiteral("intents")};
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            if (!keys.contains(it.key()))
+                error(QStringLiteral("\"%1\": expected one of the keys %2").arg(it.key(), keys.join(QLatin1String(", "))));
+        }
+
+        Manifest manifest;
+        manifest.file = m_file;
+        manifest.id = readId(object.value(QLatin1String("id")));
+        manifest.name = manifest.id;
+        if (object.contains(QLatin1String("name")))
+            manifest.name = readText(QStringLiteral("name"), object.value(QLatin1String("name")));
+        manifest.command = readList(QStringLiteral("command"), object.value(QLatin1String("command")));
+        if (!manifest.command.isEmpty()) {
+            QString &program = manifest.command.first();
+            if (program.contains(QLatin1Char('/')))
+                program = QFileInfo(m_file).absoluteDir().absoluteFilePath(program);
+        } else if (object.value(QLatin1String("command")).isArray()) {
+            mismatch(QStringLiteral("command"), QStringLiteral("a program and its arguments"), QJsonArray());
+        }
+        if (object.contains(QLatin1String("intents")))
+            manifest.intents = readList(QStringLiteral("intents"), object.value(QLatin1String("intents")));
+        return manifest;
+    }
+
+    QString readId(const QJsonValue &value)
+    {
+        static const QRegularExpression pattern(
+            QStringLiteral("\\A[A-Za-z_-][A-Za-z0-9_-]*(\\.[A-Za-z_-][A-Za-z0-9_-]*)*\\z"));
+        const QString id = value.toString();
+        const int longest = 200; // a bus name has room for 255 characters
+        if (!pattern.match(id).hasMatch() || id.length() > longest) {
+            mismatch(QStringLiteral("id"),
+                     QStringLiteral("at most %1 of the characters A-Z a-z 0-9 _ - and dots between names that begin "
+                                    "with no digit")
+                         .arg(longest),
+                     value);
+            return {};
+        }
+        return id;
+    }
+
+    QString readText(const QString &key, const QJsonValue &value)
+    {
+        const QString text = value.toString();
+        if (text.isEmpty())
+            mismatch(key, QStringLiteral("a text that is not empty"), value);
+        return text;
+    }
+
+    QStringList readList(const QString &key, const QJsonValue &value)
+    {
+        if (!value.isArray()) {
+            mismatch(key, QStringLiteral("a list of texts"), value);
+            return {};
+        }
+        QStringList list;
+        const QJsonArray array = value.toArray();
+        for (int i = 0; i < array.size(); ++i)
+            list.append(readText(QStringLiteral("%1[%2]").arg(key).arg(i), array.at(i)));
+        return list;
+    }
+
+    void mismatch(const QString &key, const QString &expected, const QJsonValue &found)
+    {
+        error(QStringLiteral("\"%1\": expected %2, found %3").arg(key, expected, described(found)));
+    }
+
+    void error(const QString &text) { m_errors->append(m_file + QLatin1String(": ") + text); }
+
+    const QString m_file;
+    QStringList *const m_errors;
+};
+
+} // namespace
+
+Manifests readManifests(const QStringList &directories)
+{
+    Manifests manifests;
+    QHash<QString, QString> idFiles;
+    QHash<QString, QString> intentFiles;
+    // Notes that something of the file's is taken by another, or takes it.
+    const auto take = [&manifests](QHash<QString, QString> &files, const QString &key, const QString &value,
+                                   const QString &file) {
+        if (files.contains(value))
+            manifests.errors.append(QStringLiteral("%1: \"%2\": expected one that is not taken, found \"%3\", as in %4")
+                                        .arg(file, key, value, files.value(value)));
+        else if (!value.isEmpty())
+            files.insert(value, file);
+    };
+
+    for (const QString &directory : directories) {
+        const QDir dir(directory);
+        if (!dir.exists()) {
+            manifests.errors.append(QStringLiteral("%1: expected a directory with manifests").arg(directory));
+            continue;
+        }
+        const QStringList names = dir.entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+        if (names.isEmpty())
+            manifests.errors.append(QStringLiteral("%1: expected manifests, found no *.json file").arg(directory));
+        for (const QString &name : names) {
+            const Manifest manifest = Reader(dir.filePath(name), &manifests.errors).read();
+            take(idFiles, QStringLiteral("id"), manifest.id, manifest.file);
+            for (int i = 0; i < manifest.intents.size(); ++i)
+                take(intentFiles, QStringLiteral("intents[%1]").arg(i), manifest.intents.at(i), manifest.file);
+            manifests.list.append(manifest);
+        }
+    }
+    return manifests;
+}

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "private_bus.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QUrl>
+
+namespace {
+
+const char Configuration[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:dir=%1</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_incoming_unix_fds">250000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_outgoing_unix_fds">250000000</limit>
+  <limit name="max_message_size">1000000000</limit>
+  <limit name="auth_timeout">240000</limit>
+  <limit name="pending_fd_timeout">150000</limit>
+  <limit name="max_completed_connections">100000</limit>
+  <limit name="max_incomplete_connections">10000</limit>
+  <limit name="max_connections_per_user">100000</limit>
+  <limit name="max_names_per_connection">50000</limit>
+  <limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+)";
+
+const int StartTimeout = 10000; // milliseconds
+
+} // namespace
+
+PrivateBus::PrivateBus(QObject *parent) : QObject(parent)
+{
+    start();
+}
+
+void PrivateBus::start()
+{
+    if (!m_directory.isValid()) {
+        m_problem = m_directory.errorString();
+        return;
+    }
+    QFile configuration(m_directory.filePath(QStringLiteral("session.conf")));
+    if (!configuration.open(QIODevice::WriteOnly)) {
+        m_problem = QStringLiteral("%1 cannot be written: %2").arg(configuration.fileName(), configuration.errorString());
+        return;
+    }
+    const QByteArray path = QUrl::toPercentEncoding(m_directory.path(), "/", "~"); // as addresses of D-Bus have it
+    configuration.write(QString::fromLatin1(Configuration).arg(QString::fromLatin1(path)).toUtf8());
+    configuration.close();
+
+    m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
+    m_daemon.start({QStringLiteral("dbus-daemon"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+                    QStringLiteral("--print-address=1"), QStringLiteral("--config-file=") + configuration.fileName()});
+    while (!m_daemon.canReadLine()) {
+        if (!m_daemon.waitForReadyRead(StartTimeout)) {
+            m_problem = QStringLiteral("dbus-daemon does not start: %1\n%2")
+                            .arg(m_daemon.errorString(), QString::fromLocal8Bit(m_daemon.readAllStandardError()));
+            return;
+        }
+    }
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_daemon.readLine().trimmed());
+    connect(&m_daemon, &QProcess::stateChanged, this, &PrivateBus::lost);
+}

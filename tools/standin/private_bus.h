@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "child_process.h"
+
+#include <QtCore/QTemporaryDir>
+
+/**
+ * A session bus that only this process and those below it know: a dbus-daemon with the limits of a stock session bus,
+ * and nothing to activate. It becomes the session bus of this process and of those that it starts from then on.
+ */
+class PrivateBus : public QObject
+{
+    Q_OBJECT
+public:
+    /// Starts the bus, and blocks until it is ready. problem() tells whether it is.
+    explicit PrivateBus(QObject *parent = nullptr);
+
+    QString problem() const { return m_problem; }
+    qint64 processId() const { return m_daemon.processId(); }
+
+Q_SIGNALS:
+    /// The daemon has ended by itself.
+    void lost();
+
+private:
+    void start();
+
+    QTemporaryDir m_directory;
+    ChildProcess m_daemon{ChildProcess::Terminal::Detached};
+    QString m_problem;
+};

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "run.h"
+
+#include "exit_code.h"
+#include "intents.h"
+#include "intents_adaptor.h"
+#include "private_bus.h"
+#include "process_tree.h"
+#include "termination_signals.h"
+
+#include <DBus/names.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QTextStream>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusError>
+
+using namespace Corvane;
+
+namespace {
+
+const int GracePeriod = 2000; // milliseconds that processes have to end when asked
+
+void complain(const QString &text)
+{
+    QTextStream(stderr) << "corvane-standin: " << text << Qt::endl;
+}
+
+} // namespace
+
+int run(const Options &options)
+{
+    const Manifests manifests = readManifests(options.manifests);
+    for (const QString &error : manifests.errors)
+        complain(error);
+    if (!manifests.errors.isEmpty())
+        return ExitCode::Manifest;
+
+    const Trace trace(options.verbose);
+    const TerminationSignals signals;
+    ProcessTree::adoptOrphans();
+    const PrivateBus bus;
+    if (!bus.problem().isEmpty()) {
+        complain(bus.problem());
+        return ExitCode::Bus;
+    }
+
+    const Applications applications(manifests.list, options.startTimeout, trace);
+    Intents intents(applications, trace);
+    new IntentsAdaptor(&intents);
+    QDBusConnection connection = QDBusConnection::sessionBus();
+    if (!connection.registerObject(Names::Intents.path(), &intents)
+        || !connection.registerService(Names::ServiceRoot)) {
+        complain(connection.lastError().message());
+        return ExitCode::Bus;
+    }
+
+    ChildProcess command(ChildProcess::Terminal::Shared);
+    if (!options.applicationId.isEmpty()) {
+        Application *application = applications.withId(options.applicationId);
+        if (!application) {
+            complain(QStringLiteral("--as: no manifest has the id \"%1\"").arg(options.applicationId));
+            return ExitCode::Usage;
+        }
+        application->adopt(&command);
+    }
+
+    QObject::connect(&command, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), qApp,
+                     [&command] { QCoreApplication::exit(command.shellExitCode()); });
+    QObject::connect(&command, &QProcess::errorOccurred, qApp, [&command](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart) {
+            complain(QStringLiteral("%1 cannot be started: %2").arg(command.program(), command.errorString()));
+            QCoreApplication::exit(ExitCode::CannotStart);
+        }
+    });
+    QObject::connect(&signals, &TerminationSignals::received, qApp,
+                     [](int number) { QCoreApplication::exit(ExitCode::Signal + number); });
+    QObject::connect(&bus, &PrivateBus::lost, qApp, [] {
+        complain(QStringLiteral("The private bus has ended"));
+        QCoreApplication::exit(ExitCode::Bus);
+    });
+    QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
+    const int exitCode = QCoreApplication::exec();
+    ProcessTree::endAll(bus.processId(), GracePeriod);
+    return exitCode;
+}

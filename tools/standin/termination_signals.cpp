@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "termination_signals.h"
+
+#include <QtCore/QSocketNotifier>
+
+#include <csignal>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+{
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGINT);
+    ::sigaddset(&signals, SIGTERM);
+    ::sigaddset(&signals, SIGHUP);
+    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+    m_descriptor = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    auto *notifier = new QSocketNotifier(m_descriptor, QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, &TerminationSignals::read);
+}
+
+TerminationSignals::~TerminationSignals()
+{
+    ::close(m_descriptor);
+}
+
+void TerminationSignals::read()
+{
+    signalfd_siginfo info{};
+    if (::read(m_descriptor, &info, sizeof info) == ssize_t(sizeof info))
+        Q_EMIT received(int(info.ssi_signo));
+}
