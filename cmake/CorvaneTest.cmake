@@ -1,16 +1,18 @@
 # SPDX-License-Identifier: BSD-3-Clause
 
-# corvane_add_test(tst_name [BUS] [VALGRIND] [SOURCES file...] [LIBRARIES target...] [ENVIRONMENT NAME=value...])
+# corvane_add_test(tst_name [BUS] [VALGRIND] [RUN command...] [SOURCES file...] [LIBRARIES target...]
+#                  [ENVIRONMENT NAME=value...])
 #
 # Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
 #   BUS       on a session bus of its own
+#   RUN       by this command, which gets the program as its last argument
 #   VALGRIND  a second time under valgrind, as valgrind_tst_name (not in a sanitized build)
 function(corvane_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "SOURCES;LIBRARIES;ENVIRONMENT")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE Qt5::Test corvane_test_support ${arg_LIBRARIES})
 
-    set(run "")
+    set(run ${arg_RUN})
     if(arg_BUS)
         set(run dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
     endif()

@@ -14,6 +14,7 @@ Application::Application(const Manifest &manifest, int startTimeout, const Trace
 void Application::adopt(ChildProcess *process)
 {
     m_process = process;
+    m_hasBeenReady = false;
     m_instanceId = QStringLiteral("%1.instance%2").arg(m_manifest.id).arg(++m_instances);
     m_nameWatcher = std::make_unique<QDBusServiceWatcher>(m_instanceId, QDBusConnection::sessionBus());
     connect(m_nameWatcher.get(), &QDBusServiceWatcher::serviceOwnerChanged, this,
@@ -61,8 +62,10 @@ void Application::start()
 void Application::onNameOwnerChanged(const QString &connection)
 {
     m_connection = connection;
-    if (!connection.isEmpty())
-        finishWaiting({});
+    if (connection.isEmpty())
+        return;
+    m_hasBeenReady = true;
+    finishWaiting({});
 }
 
 void Application::onTimeout()
@@ -80,7 +83,10 @@ void Application::onEnded(const QString &how)
     m_connection.clear();
     const QString text = QStringLiteral("%1 %2").arg(std::exchange(m_instanceId, QString()), how);
     m_trace.write(text);
-    finishWaiting(text);
+    if (m_hasBeenReady && !m_waiting.isEmpty())
+        start(); // they have come while it was ending
+    else
+        finishWaiting(text);
 }
 
 void Application::finishWaiting(const QString &problem)

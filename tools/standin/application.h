@@ -36,8 +36,8 @@ public:
 
     /// Why the application cannot be reached, for people; empty if it can.
     using Ready = std::function<void(const QString &problem)>;
-    /// Calls \a ready as soon as an instance owns its name, starting one if none runs; at once if one does already.
-    /// Several are called in their order.
+    /// Calls \a ready as soon as an instance owns its name, starting one if none runs or the one that runs is about
+    /// to end; at once if one does already. Several are called in their order.
     void whenReady(const Ready &ready);
 
 private:
@@ -52,6 +52,7 @@ private:
     int m_instances = 0;
     QString m_instanceId;
     QString m_connection;
+    bool m_hasBeenReady = false;
     QPointer<ChildProcess> m_process;
     std::unique_ptr<QDBusServiceWatcher> m_nameWatcher;
     QVector<Ready> m_waiting;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "applications.h"
 
-Applications::Applications(const QVector<Manifest> &manifests, int startTimeout, const Trace &trace, QObject *parent) : QObject(parent)
+Applications::Applications(const QVector<Manifest> &manifests, int startTimeout, const Trace &trace, QObject *parent)
+    : QObject(parent)
 {
     for (const Manifest &manifest : manifests)
         m_list.append(new Application(manifest, startTimeout, trace, this));

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "intents.h"
 
+#include "descriptors.h"
+
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
 
@@ -11,10 +13,18 @@
 
 using namespace Corvane;
 
+namespace {
+
+QString serviceError(const char *code)
+{
+    return Names::ErrorPrefix + QLatin1String(code);
+}
+
+} // namespace
+
 Intents::Intents(const Applications &applications, const Trace &trace, QObject *parent)
     : QObject(parent), m_applications(applications), m_trace(trace)
-{
-}
+{ }
 
 QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &hints, const QVariantMap &params)
 {
@@ -22,13 +32,19 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
     setDelayedReply(true);
     Request request{++m_lastNumber, message(), {}};
     m_trace.write(request.number,
-                   QStringLiteral("InvokeIntent %1 %2 from %3%4")
-                       .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)), m_applications.nameOf(message().service()),
-                            Trace::descriptors(hints)));
+                  QStringLiteral("InvokeIntent %1 %2 from %3%4")
+                      .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)),
+                           m_applications.nameOf(message().service()), Trace::descriptors(hints)));
 
+    if (holdsDescriptors(message().arguments().at(2))) {
+        refuse(request, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+               QStringLiteral("Descriptors belong in the hints"));
+        return {};
+    }
     Application *application = m_applications.handlerOf(intentName);
     if (!application) {
-        refuse(request, "HandlerNotFound", QStringLiteral("No application handles %1").arg(Trace::quoted(intentName)));
+        refuse(request, serviceError("HandlerNotFound"),
+               QStringLiteral("No application handles %1").arg(Trace::quoted(intentName)));
         return {};
     }
     application->whenReady([this, application, request](const QString &problem) mutable {
@@ -36,7 +52,7 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
         if (problem.isEmpty())
             forward(request);
         else
-            refuse(request, "ApplicationNotRunning", problem);
+            refuse(request, serviceError("ApplicationNotRunning"), problem);
     });
     return {};
 }
@@ -44,14 +60,14 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
 void Intents::forward(const Request &request)
 {
     const QVariantList arguments = request.invocation.arguments();
-    QDBusMessage call = QDBusMessage::createMethodCall(request.instanceId, Names::IntentHandler.path(),
-                                                       QLatin1String(Names::IntentHandler.interface),
-                                                       QStringLiteral("HandleIntent"));
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(request.instanceId, Names::IntentHandler.path(),
+                                       QLatin1String(Names::IntentHandler.interface), QStringLiteral("HandleIntent"));
     call << arguments.at(0) << arguments.at(2);
-    m_trace.write(request.number,
-                   QStringLiteral("HandleIntent %1 %2 to %3")
-                       .arg(Trace::quoted(arguments.at(0).toString()), Trace::json(arguments.at(2)),
-                            request.instanceId));
+    m_trace.write(
+        request.number,
+        QStringLiteral("HandleIntent %1 %2 to %3")
+            .arg(Trace::quoted(arguments.at(0).toString()), Trace::json(arguments.at(2)), request.instanceId));
     const int noLimit = std::numeric_limits<int>::max();
     onFinished(QDBusConnection::sessionBus().asyncCall(call, noLimit), this,
                [this, request](const QDBusPendingCall &finished) { finish(request, finished.reply()); });
@@ -60,26 +76,31 @@ void Intents::forward(const Request &request)
 void Intents::finish(const Request &request, const QDBusMessage &answer)
 {
     if (answer.type() == QDBusMessage::ErrorMessage) {
-        refuse(request, "HandlerFailed",
+        refuse(request, serviceError("HandlerFailed"),
                QStringLiteral("%1: %2").arg(request.instanceId, answer.errorMessage()));
         return;
     }
     if (answer.signature() != QLatin1String("a{sv}a{sv}")) {
-        refuse(request, "HandlerFailed",
+        refuse(request, serviceError("HandlerFailed"),
                QStringLiteral("%1: The reply should have the signature a{sv}a{sv}, and has \"%2\"")
                    .arg(request.instanceId, answer.signature()));
         return;
     }
     const QVariant reply = answer.arguments().at(0);
+    if (holdsDescriptors(reply)) {
+        refuse(request, serviceError("HandlerFailed"),
+               QStringLiteral("%1: Descriptors belong in the second map of the reply").arg(request.instanceId));
+        return;
+    }
     const auto files = qdbus_cast<QVariantMap>(answer.arguments().at(1));
-    m_trace.write(request.number,
-                   QStringLiteral("Reply %1 from %2%3").arg(Trace::json(reply), request.instanceId, Trace::descriptors(files)));
+    m_trace.write(
+        request.number,
+        QStringLiteral("Reply %1 from %2%3").arg(Trace::json(reply), request.instanceId, Trace::descriptors(files)));
     QDBusConnection::sessionBus().send(request.invocation.createReply(reply));
 }
 
-void Intents::refuse(const Request &request, const char *error, const QString &reason)
+void Intents::refuse(const Request &request, const QString &error, const QString &reason)
 {
-    m_trace.write(request.number, QStringLiteral("Error %1: %2").arg(QLatin1String(error), reason));
-    QDBusConnection::sessionBus().send(
-        request.invocation.createErrorReply(Names::ErrorPrefix + QLatin1String(error), reason));
+    m_trace.write(request.number, QStringLiteral("Error %1: %2").arg(error.section(QLatin1Char('.'), -1), reason));
+    QDBusConnection::sessionBus().send(request.invocation.createErrorReply(error, reason));
 }

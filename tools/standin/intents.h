@@ -25,7 +25,7 @@ private:
     };
     void forward(const Request &request);
     void finish(const Request &request, const QDBusMessage &answer);
-    void refuse(const Request &request, const char *error, const QString &reason);
+    void refuse(const Request &request, const QString &error, const QString &reason);
 
     const Applications &m_applications;
     const Trace &m_trace;

@@ -35,7 +35,7 @@ QString described(const QJsonValue &value)
 class Reader
 {
 public:
-    Reader(const QString &file, QStringList *errors) : m_file(file), m_errors(errors) {}
+    Reader(const QString &file, QStringList *errors) : m_file(file), m_errors(errors) { }
 
     Manifest read()
     {
@@ -66,7 +66,8 @@ private:
                                       QStringLiteral("intents")};
         for (auto it = object.begin(); it != object.end(); ++it) {
             if (!keys.contains(it.key()))
-                error(QStringLiteral("\"%1\": expected one of the keys %2").arg(it.key(), keys.join(QLatin1String(", "))));
+                error(QStringLiteral("\"%1\": expected one of the keys %2")
+                          .arg(it.key(), keys.join(QLatin1String(", "))));
         }
 
         Manifest manifest;

@@ -50,7 +50,8 @@ void PrivateBus::start()
     }
     QFile configuration(m_directory.filePath(QStringLiteral("session.conf")));
     if (!configuration.open(QIODevice::WriteOnly)) {
-        m_problem = QStringLiteral("%1 cannot be written: %2").arg(configuration.fileName(), configuration.errorString());
+        m_problem =
+            QStringLiteral("%1 cannot be written: %2").arg(configuration.fileName(), configuration.errorString());
         return;
     }
     const QByteArray path = QUrl::toPercentEncoding(m_directory.path(), "/", "~"); // as addresses of D-Bus have it

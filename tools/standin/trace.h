@@ -8,7 +8,7 @@
 class Trace
 {
 public:
-    explicit Trace(bool on) : m_on(on) {}
+    explicit Trace(bool on) : m_on(on) { }
 
     /// Writes a line, which belongs to a request or to none.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }

@@ -46,7 +46,8 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
 } // namespace
 
 RuntimeDispatcherPrivate::RuntimeDispatcherPrivate()
-    : applicationId(Core::fromEnvironment("HALVIR_APP_ID")), applicationInstanceId(Core::fromEnvironment("HALVIR_APP_INSTANCE_ID")),
+    : applicationId(Core::fromEnvironment("HALVIR_APP_ID")),
+      applicationInstanceId(Core::fromEnvironment("HALVIR_APP_INSTANCE_ID")),
       taskId(Core::fromEnvironment("HALVIR_TASK_ID"))
 {
     registerRecordTypes();

@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""An application for tests of the stand-in, on GLib's D-Bus implementation.
+
+Usage: application.py SERVICE-ROOT BEHAVIOUR
+
+What it does with intents is the method of its name below.
+"""
+
+import os
+import sys
+import tempfile
+
+from gi.repository import Gio, GLib
+
+ROOT, BEHAVIOUR = sys.argv[1:]
+PATH = "/" + ROOT.replace(".", "/")
+NO_FILES = "{'readFiles': <@as []>, 'writeFiles': <@as []>}"
+INTERFACE = Gio.DBusNodeInfo.new_for_xml(f"""
+<node>
+  <interface name="{ROOT}.IntentHandler1">
+    <method name="HandleIntent">
+      <arg type="s" direction="in"/> <arg type="a{{sv}}" direction="in"/>
+      <arg type="a{{sv}}" direction="out"/> <arg type="a{{sv}}" direction="out"/>
+    </method>
+  </interface>
+</node>""").interfaces[0]
+
+
+class Application:
+    def __init__(self):
+        self.count = 0
+
+    def echo(self, message):
+        """Answers with the parameters."""
+        params = message.get_body().get_child_value(1)
+        self.reply(message, GLib.Variant.new_tuple(params, GLib.Variant.parse(None, NO_FILES, None, None)))
+
+    def tell(self, message):
+        """Answers with what has arrived, how many were there before, and who it has been made."""
+        arrived = GLib.Variant("s", message.get_body().print_(True))
+        environment = {name: GLib.Variant("s", value) for name, value in os.environ.items()
+                       if name.startswith("HALVIR_")}
+        self.reply_with(message, {"arrived": arrived, "before": GLib.Variant("i", self.count),
+                                  "environment": GLib.Variant("a{sv}", environment)})
+        self.count += 1
+
+    def once(self, message):
+        """Answers, and ends."""
+        self.reply_with(message, {"instance": GLib.Variant("s", os.environ["HALVIR_APP_INSTANCE_ID"])})
+        connection.flush_sync(None)
+        loop.quit()
+
+    def files(self, message):
+        """Answers with sixteen files."""
+        fds = Gio.UnixFDList.new()
+        with tempfile.TemporaryFile() as file:
+            for _ in range(16):
+                fds.append(file.fileno())
+        handles = ", ".join(f"handle {i}" for i in range(16))
+        body = GLib.Variant.parse(
+            None, f"(@a{{sv}} {{}}, {{'readFiles': <['x']>, 'readFds': <[{handles}]>, 'writeFiles': <@as []>}})",
+            None, None)
+        self.reply(message, body, fds)
+
+    def smuggle(self, message):
+        """Answers with a file where there should be none."""
+        fds = Gio.UnixFDList.new()
+        with tempfile.TemporaryFile() as file:
+            fds.append(file.fileno())
+        self.reply(message, GLib.Variant.parse(None, f"({{'x': <@h 0>}}, {NO_FILES})", None, None), fds)
+
+    def pretend(self, message):
+        """Answers with a file that is not there."""
+        self.reply(message, GLib.Variant.parse(None, f"({{'x': <@h 0>}}, {NO_FILES})", None, None))
+
+    def fail(self, message):
+        """Answers with an error."""
+        reply = message.new_method_error_literal("com.example.Error.Broken", "the reason")
+        connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
+
+    def misspell(self, message):
+        """Answers with something else."""
+        self.reply(message, GLib.Variant("(s)", ("text",)))
+
+    def crash(self, message):
+        """Dies."""
+        os.kill(os.getpid(), 9)
+
+    def hide(self, message):
+        """Is not there: has no name, see below."""
+
+    def reply_with(self, message, result):
+        files = GLib.Variant.parse(None, NO_FILES, None, None)
+        self.reply(message, GLib.Variant.new_tuple(GLib.Variant("a{sv}", result), files))
+
+    def reply(self, message, body, fds=None):
+        reply = message.new_method_reply()
+        reply.set_body(body)
+        if fds is not None:
+            reply.set_unix_fd_list(fds)
+        connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
+
+
+def on_call(connection, sender, path, interface, member, body, invocation):
+    handle(invocation.get_message())
+
+
+handle = getattr(Application(), BEHAVIOUR)
+loop = GLib.MainLoop()
+connection = Gio.bus_get_sync(Gio.BusType.SESSION)
+connection.register_object(f"{PATH}/IntentHandler1", INTERFACE, on_call, None, None)
+if BEHAVIOUR != "hide":
+    Gio.bus_own_name_on_connection(connection, os.environ["HALVIR_APP_INSTANCE_ID"], Gio.BusNameOwnerFlags.NONE,
+                                   None, None)
+loop.run()

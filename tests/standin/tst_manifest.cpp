@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <manifest.h>
+
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+class TestManifest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void readsEverything();
+    void nameAndIntentsMayBeLeftOut();
+    void readsJsonFilesOfAllDirectories();
+    void mistakesAreExplained_data();
+    void mistakesAreExplained();
+    void idsAndIntentsBelongToOne();
+    void directoriesAreChecked();
+
+private:
+    static void write(const QTemporaryDir &directory, const char *name, const QByteArray &content)
+    {
+        QFile file(directory.filePath(QLatin1String(name)));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(content), qint64(content.size()));
+    }
+};
+
+void TestManifest::readsEverything()
+{
+    const QTemporaryDir directory;
+    write(directory, "a.json",
+          R"({"id": "com.example.my-App_1", "name": "Мой", "command": ["./bin/app", "-x"], "intents": ["A", "B"]})");
+    const Manifests manifests = readManifests({directory.path()});
+    QCOMPARE(manifests.errors, QStringList());
+    QCOMPARE(manifests.list.size(), 1);
+    const Manifest &manifest = manifests.list.first();
+    QCOMPARE(manifest.file, directory.filePath(QStringLiteral("a.json")));
+    QCOMPARE(manifest.id, QStringLiteral("com.example.my-App_1"));
+    QCOMPARE(manifest.name, QString::fromUtf8("Мой"));
+    QCOMPARE(manifest.command, QStringList({directory.filePath(QStringLiteral("./bin/app")), QStringLiteral("-x")}));
+    QCOMPARE(manifest.intents, QStringList({QStringLiteral("A"), QStringLiteral("B")}));
+}
+
+void TestManifest::nameAndIntentsMayBeLeftOut()
+{
+    const QTemporaryDir directory;
+    write(directory, "a.json", R"({"id": "a", "command": ["app"]})");
+    const Manifests manifests = readManifests({directory.path()});
+    QCOMPARE(manifests.errors, QStringList());
+    QCOMPARE(manifests.list.first().name, QStringLiteral("a"));
+    QCOMPARE(manifests.list.first().command, QStringList(QStringLiteral("app")));
+    QCOMPARE(manifests.list.first().intents, QStringList());
+}
+
+void TestManifest::readsJsonFilesOfAllDirectories()
+{
+    const QTemporaryDir first;
+    write(first, "b.json", R"({"id": "b", "command": ["app"]})");
+    write(first, "a.json", R"({"id": "a", "command": ["/bin/app"]})");
+    write(first, "README.md", "# Read me");
+    const QTemporaryDir second;
+    write(second, "c.json", R"({"id": "c", "command": ["app"]})");
+
+    const Manifests manifests = readManifests({first.path(), second.path()});
+    QCOMPARE(manifests.errors, QStringList());
+    QStringList ids;
+    for (const Manifest &manifest : manifests.list)
+        ids << manifest.id;
+    QCOMPARE(ids, QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+    QCOMPARE(manifests.list.first().command, QStringList(QStringLiteral("/bin/app")));
+    QVERIFY(readManifests({}).errors.isEmpty());
+}
+
+void TestManifest::mistakesAreExplained_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QStringList>("errors");
+
+    const QString idRule = QStringLiteral("\"id\": expected at most 200 of the characters A-Z a-z 0-9 _ - and dots "
+                                          "between names that begin with no digit, found ");
+    const auto row = [](const char *name, const QByteArray &content, const QStringList &errors) {
+        QTest::newRow(name) << content << errors;
+    };
+    row("no JSON", "{\n  \"id\": \"a\",\n  oops\n}", {QStringLiteral("line 3: expected JSON: unterminated object")});
+    row("empty file", "", {QStringLiteral("line 1: expected JSON: illegal value")});
+    row("list", "[]", {QStringLiteral("line 1: expected an object, found a list")});
+    row("empty object", "{}",
+        {idRule + QStringLiteral("nothing"), QStringLiteral("\"command\": expected a list of texts, found nothing")});
+    row("unknown key", R"({"id": "a", "command": ["x"], "intent": ["A"]})",
+        {QStringLiteral("\"intent\": expected one of the keys id, name, command, intents")});
+    row("id of a number", R"({"id": 3, "command": ["x"]})", {idRule + QStringLiteral("the number 3")});
+    row("id with a digit", R"({"id": "a.3b", "command": ["x"]})", {idRule + QStringLiteral("\"a.3b\"")});
+    row("id with a space", R"({"id": "a b", "command": ["x"]})", {idRule + QStringLiteral("\"a b\"")});
+    row("id with dots only", R"({"id": "a..b", "command": ["x"]})", {idRule + QStringLiteral("\"a..b\"")});
+    row("id with a line end", R"({"id": "a\n", "command": ["x"]})", {idRule + QStringLiteral("\"a\n\"")});
+    row("id that is long", R"({"id": ")" + QByteArray(201, 'a') + R"(", "command": ["x"]})",
+        {idRule + QStringLiteral("\"%1\"").arg(QString(201, QLatin1Char('a')))});
+    row("name of null", R"({"id": "a", "name": null, "command": ["x"]})",
+        {QStringLiteral("\"name\": expected a text that is not empty, found null")});
+    row("command of text", R"({"id": "a", "command": "x"})",
+        {QStringLiteral("\"command\": expected a list of texts, found \"x\"")});
+    row("command of nothing", R"({"id": "a", "command": []})",
+        {QStringLiteral("\"command\": expected a program and its arguments, found an empty list")});
+    row("argument that is empty", R"({"id": "a", "command": ["x", ""]})",
+        {QStringLiteral("\"command[1]\": expected a text that is not empty, found \"\"")});
+    row("command of truths", R"({"id": "a", "command": [true, false]})",
+        {QStringLiteral("\"command[0]\": expected a text that is not empty, found true"),
+         QStringLiteral("\"command[1]\": expected a text that is not empty, found false")});
+    row("intents of an object", R"({"id": "a", "command": ["x"], "intents": {}})",
+        {QStringLiteral("\"intents\": expected a list of texts, found an object")});
+    row("intents of lists", R"({"id": "a", "command": ["x"], "intents": ["A", [1]]})",
+        {QStringLiteral("\"intents[1]\": expected a text that is not empty, found a list")});
+}
+
+void TestManifest::mistakesAreExplained()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QStringList, errors);
+
+    const QTemporaryDir directory;
+    write(directory, "a.json", content);
+    for (QString &error : errors)
+        error.prepend(directory.filePath(QStringLiteral("a.json: ")));
+    QCOMPARE(readManifests({directory.path()}).errors, errors);
+}
+
+void TestManifest::idsAndIntentsBelongToOne()
+{
+    const QTemporaryDir directory;
+    write(directory, "a.json", R"({"id": "a", "command": ["x"], "intents": ["A", "A"]})");
+    write(directory, "b.json", R"({"id": "a", "command": ["x"], "intents": ["B", "A"]})");
+    const QString a = directory.filePath(QStringLiteral("a.json"));
+    const QString b = directory.filePath(QStringLiteral("b.json"));
+    QCOMPARE(
+        readManifests({directory.path()}).errors,
+        QStringList({a + QStringLiteral(": \"intents[1]\": expected one that is not taken, found \"A\", as in ") + a,
+                     b + QStringLiteral(": \"id\": expected one that is not taken, found \"a\", as in ") + a,
+                     b + QStringLiteral(": \"intents[1]\": expected one that is not taken, found \"A\", as in ") + a}));
+}
+
+void TestManifest::directoriesAreChecked()
+{
+    const QTemporaryDir empty;
+    QCOMPARE(readManifests({QStringLiteral("/nonexistent"), empty.path()}).errors,
+             QStringList({QStringLiteral("/nonexistent: expected a directory with manifests"),
+                          empty.path() + QStringLiteral(": expected manifests, found no *.json file")}));
+}
+
+QTEST_GUILESS_MAIN(TestManifest)
+#include "tst_manifest.moc"

@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <QtCore/QDir>
+#include <QtCore/QRegularExpression>
+#include <QtTest/QtTest>
+
+#include <csignal>
+
+namespace {
+
+const QString Binaries = QStringLiteral(CORVANE_BINARIES);
+const QString StandIn = Binaries + QStringLiteral("/corvane-standin");
+const QString Applications = QStringLiteral(CORVANE_APPLICATIONS);
+
+struct Result
+{
+    int exitCode;
+    QString output;
+    QString errors;
+};
+
+QProcessEnvironment environment()
+{
+    QProcessEnvironment values = QProcessEnvironment::systemEnvironment();
+    values.insert(QStringLiteral("PATH"), Binaries + QLatin1Char(':') + values.value(QStringLiteral("PATH")));
+    values.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent"));
+    return values;
+}
+
+Result standIn(const QStringList &arguments, const QProcessEnvironment &values = environment())
+{
+    QProcess process;
+    process.setProcessEnvironment(values);
+    process.start(StandIn, arguments);
+    if (!process.waitForFinished(60000))
+        qFatal("The stand-in does not end: %s", process.readAllStandardError().constData());
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+QStringList shell(const QString &script)
+{
+    return {QStringLiteral("run"), QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"), script};
+}
+
+bool isRunning(qint64 processId)
+{
+    QFile file(QStringLiteral("/proc/%1/stat").arg(processId));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray line = file.readAll();
+    return !line.mid(line.lastIndexOf(')')).startsWith(") Z"); // it has ended, and its parent has not noticed
+}
+
+} // namespace
+
+class TestStandIn : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void helpAndVersionAreShown();
+    void wrongCommandLinesAreRefused_data();
+    void wrongCommandLinesAreRefused();
+    void wrongManifestsAreRefused();
+    void exitCodeIsTheCommands_data();
+    void exitCodeIsTheCommands();
+    void commandMustBeThere();
+    void optionsEndAtTheCommand();
+    void commandReadsStandardInput();
+    void commandMayBeAnApplication();
+    void busIsPrivate();
+    void missingBusIsTold();
+    void lostBusIsTold();
+    void nothingSurvivesTheCommand();
+    void nothingSurvivesASignal_data();
+    void nothingSurvivesASignal();
+    void nothingSurvivesItsOwnDeath();
+    void leavesNoFiles();
+    void traceShowsEachMessageInOneLine();
+    void withoutVerboseItIsSilent();
+    void examplesExchangeAnIntentWithAFile();
+    void exampleTellsWhatFails();
+};
+
+void TestStandIn::helpAndVersionAreShown()
+{
+    const Result help = standIn({QStringLiteral("--help")});
+    QCOMPARE(help.exitCode, 0);
+    QVERIFY2(help.output.startsWith(QStringLiteral("Usage: corvane-standin run ")), qUtf8Printable(help.output));
+    QCOMPARE(standIn({QStringLiteral("run"), QStringLiteral("--help")}).output, help.output);
+    const Result version = standIn({QStringLiteral("--version")});
+    QCOMPARE(version.exitCode, 0);
+    QCOMPARE(version.output, QStringLiteral("corvane-standin " CORVANE_VERSION "\n"));
+}
+
+void TestStandIn::wrongCommandLinesAreRefused_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+
+    const auto row = [](const char *name, const char *arguments, const char *reason) {
+        QTest::newRow(name) << QString::fromUtf8(arguments).split(QLatin1Char(' '), Qt::SkipEmptyParts)
+                            << QString::fromUtf8(reason);
+    };
+    row("nothing", "", "Expected \"run\"");
+    row("another word", "walk", "Expected \"run\", found \"walk\"");
+    row("no command", "run", "Expected a command to run");
+    row("no command after --", "run --verbose --", "Expected a command to run");
+    row("unknown option", "run --loud true", "Unknown option 'loud'.");
+    row("missing value", "run --as", "Missing value after '--as'.");
+    row("timeout of text", "run --start-timeout soon true", "--start-timeout: expected milliseconds, found \"soon\"");
+    row("timeout of zero", "run --start-timeout 0 true", "--start-timeout: expected milliseconds, found \"0\"");
+    row("unknown application", "run --as nobody -- true", "--as: no manifest has the id \"nobody\"");
+}
+
+void TestStandIn::wrongCommandLinesAreRefused()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, reason);
+
+    const Result result = standIn(arguments);
+    QCOMPARE(result.exitCode, 64);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.errors.section(QLatin1Char('\n'), 0, 0), QStringLiteral("corvane-standin: ") + reason);
+}
+
+void TestStandIn::wrongManifestsAreRefused()
+{
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--manifests"), QStringLiteral("/nonexistent"),
+                                   QStringLiteral("--"), QStringLiteral("echo"), QStringLiteral("ran")});
+    QCOMPARE(result.exitCode, 65);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.errors, QStringLiteral("corvane-standin: /nonexistent: expected a directory with manifests\n"));
+}
+
+void TestStandIn::exitCodeIsTheCommands_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("exitCode");
+
+    QTest::newRow("success") << "exit 0" << 0;
+    QTest::newRow("failure") << "exit 7" << 7;
+    QTest::newRow("killed") << "kill -KILL $$" << 128 + SIGKILL;
+    QTest::newRow("terminated") << "kill -TERM $$" << 128 + SIGTERM;
+}
+
+void TestStandIn::exitCodeIsTheCommands()
+{
+    QFETCH(QString, script);
+    QFETCH(int, exitCode);
+
+    const Result result = standIn(shell(QStringLiteral("echo ran; ") + script));
+    QCOMPARE(result.exitCode, exitCode);
+    QCOMPARE(result.output, QStringLiteral("ran\n"));
+    QCOMPARE(result.errors, QString());
+}
+
+void TestStandIn::commandMustBeThere()
+{
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--"), QStringLiteral("/nonexistent")});
+    QCOMPARE(result.exitCode, 127);
+    QCOMPARE(result.errors,
+             QStringLiteral("corvane-standin: /nonexistent cannot be started: execve: No such file or directory\n"));
+}
+
+void TestStandIn::optionsEndAtTheCommand()
+{
+    QCOMPARE(standIn({QStringLiteral("run"), QStringLiteral("echo"), QStringLiteral("--verbose"), QStringLiteral("--"),
+                      QStringLiteral("--help")})
+                 .output,
+             QStringLiteral("--verbose -- --help\n"));
+}
+
+void TestStandIn::commandReadsStandardInput()
+{
+    QProcess process;
+    process.start(StandIn, shell(QStringLiteral("cat")));
+    process.write("typed");
+    process.closeWriteChannel();
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.readAllStandardOutput(), QByteArray("typed"));
+}
+
+void TestStandIn::commandMayBeAnApplication()
+{
+    const Result result =
+        standIn({QStringLiteral("run"), QStringLiteral("--manifests"), Applications, QStringLiteral("--as"),
+                 QStringLiteral("echo"), QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"),
+                 QStringLiteral("echo $HALVIR_APP_ID $HALVIR_APP_INSTANCE_ID")});
+    QCOMPARE(result.output, QStringLiteral("echo echo.instance1\n"));
+}
+
+void TestStandIn::busIsPrivate()
+{
+    const Result result = standIn(shell(QStringLiteral("echo $DBUS_SESSION_BUS_ADDRESS")));
+    QVERIFY2(result.output.startsWith(QStringLiteral("unix:path=/")), qUtf8Printable(result.output));
+    QVERIFY2(!result.output.contains(QStringLiteral("nonexistent")), qUtf8Printable(result.output));
+}
+
+void TestStandIn::missingBusIsTold()
+{
+    QProcessEnvironment values = environment();
+    values.insert(QStringLiteral("PATH"), QStringLiteral("/nonexistent"));
+    const Result result = standIn(shell(QStringLiteral("echo ran")), values);
+    QCOMPARE(result.exitCode, 69);
+    QCOMPARE(result.output, QString());
+    QVERIFY2(result.errors.startsWith(QStringLiteral("corvane-standin: dbus-daemon does not start: ")),
+             qUtf8Printable(result.errors));
+}
+
+void TestStandIn::lostBusIsTold()
+{
+    const Result result = standIn(shell(QStringLiteral("for p in $(cat /proc/$PPID/task/*/children); do "
+                                                       "  test $(cat /proc/$p/comm) = dbus-daemon && kill $p; "
+                                                       "done; sleep 1000")));
+    QCOMPARE(result.exitCode, 69);
+    QCOMPARE(result.errors, QStringLiteral("corvane-standin: The private bus has ended\n"));
+}
+
+void TestStandIn::nothingSurvivesTheCommand()
+{
+    // A child, a child of another session, one that ignores to be asked, and one of a parent that has gone.
+    QProcess process;
+    process.start(StandIn,
+                  shell(QStringLiteral("sleep 1000 & echo $!; setsid sleep 1000 & echo $!; "
+                                       "sh -c 'trap \"\" TERM; echo $$; sleep 1000 & wait; wait' & "
+                                       "(sleep 1000 & echo $!); read answer; exit 5")));
+    QStringList ids;
+    while (ids.size() < 4) {
+        QTRY_VERIFY(process.canReadLine());
+        ids << QString::fromUtf8(process.readLine()).trimmed();
+    }
+    process.write("go on\n");
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 5);
+    for (const QString &id : qAsConst(ids))
+        QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
+}
+
+void TestStandIn::nothingSurvivesASignal_data()
+{
+    QTest::addColumn<int>("signal");
+
+    QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+void TestStandIn::nothingSurvivesASignal()
+{
+    QFETCH(int, signal);
+
+    QProcess process;
+    process.start(StandIn, shell(QStringLiteral("sleep 1000 & echo $! $$ $(cat /proc/$PPID/task/*/children); wait")));
+    QTRY_VERIFY(process.canReadLine());
+    const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(QLatin1Char(' '));
+    QCOMPARE(ids.size(), 4); // the command twice, and the bus
+    ::kill(pid_t(process.processId()), signal);
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 128 + signal);
+    for (const QString &id : ids)
+        QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
+}
+
+void TestStandIn::nothingSurvivesItsOwnDeath()
+{
+    QProcess process;
+    process.start(StandIn, shell(QStringLiteral("echo $$ $(cat /proc/$PPID/task/*/children); exec sleep 1000")));
+    QTRY_VERIFY(process.canReadLine());
+    const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(QLatin1Char(' '));
+    QCOMPARE(ids.size(), 3);
+    process.kill();
+    QVERIFY(process.waitForFinished());
+    for (const QString &id : ids)
+        QTRY_VERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
+}
+
+void TestStandIn::leavesNoFiles()
+{
+    const QTemporaryDir directory;
+    QProcessEnvironment values = environment();
+    values.insert(QStringLiteral("TMPDIR"), directory.filePath(QStringLiteral("with 100% é~")));
+    QVERIFY(QDir().mkpath(values.value(QStringLiteral("TMPDIR"))));
+    const Result result = standIn(shell(QStringLiteral("ls -A \"$TMPDIR\" | wc -l")), values);
+    QCOMPARE(result.output, QStringLiteral("1\n"));
+    QCOMPARE(QDir(values.value(QStringLiteral("TMPDIR"))).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 0);
+}
+
+void TestStandIn::traceShowsEachMessageInOneLine()
+{
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    file.write("content");
+    file.close();
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--verbose"), QStringLiteral("--manifests"),
+                                   QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--"),
+                                   QStringLiteral("corvane-example-launcher"), file.fileName()});
+    QString trace = result.errors;
+    trace.replace(QRegularExpression(QStringLiteral("process \\d+")), QStringLiteral("process N"));
+    trace.replace(QRegularExpression(QStringLiteral("from :[0-9.]+")), QStringLiteral("from :N"));
+    trace.replace(QRegularExpression(QStringLiteral("/tmp/note-\\w+\\.txt")), QStringLiteral("/tmp/note"));
+    trace.replace(file.fileName(), QStringLiteral("/tmp/file"));
+    QCOMPARE(trace.split(QLatin1Char('\n')),
+             QString::fromUtf8(R"(
+corvane-standin: [1] InvokeIntent "OpenURI" {"uri":"file:///tmp/file"} from :N, to read: "/tmp/file" (read-only, 7 bytes)
+corvane-standin: viewer.instance1 started (process N)
+corvane-standin: [1] HandleIntent "OpenURI" {"uri":"file:///tmp/file"} to viewer.instance1
+corvane-standin: [1] Reply {"firstLine":"content","shown":true} from viewer.instance1
+corvane-standin: [2] InvokeIntent "WriteNote" {"text":"Remember the milk."} from :N
+corvane-standin: [2] HandleIntent "WriteNote" {"text":"Remember the milk."} to viewer.instance1
+corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: "/tmp/note" (read-only, 18 bytes)
+)")
+                 .mid(1)
+                 .split(QLatin1Char('\n')));
+}
+
+void TestStandIn::withoutVerboseItIsSilent()
+{
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--manifests"),
+                                   QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--"),
+                                   QStringLiteral("corvane-example-launcher"), StandIn});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.errors, QString());
+}
+
+void TestStandIn::examplesExchangeAnIntentWithAFile()
+{
+    QTemporaryFile file(QDir::tempPath() + QStringLiteral("/a file with 100% # XXXXXX"));
+    QVERIFY(file.open());
+    file.write("first line\nsecond line\n");
+    file.close();
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--as"), QStringLiteral("launcher"),
+                                   QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/viewer"),
+                                   QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/launcher"),
+                                   QStringLiteral("--"), QStringLiteral("corvane-example-launcher"), file.fileName()});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.errors, QString());
+    QVERIFY2(result.output.contains(
+                 QStringLiteral("viewer: I show %1, which begins with \"first line\"\n").arg(file.fileName())),
+             qUtf8Printable(result.output));
+    QVERIFY2(result.output.contains(QStringLiteral("launcher: The note says \"Remember the milk.\"\n")),
+             qUtf8Printable(result.output));
+}
+
+void TestStandIn::exampleTellsWhatFails()
+{
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--"),
+                                   QStringLiteral("corvane-example-launcher"), QStringLiteral("/etc/os-release")});
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY2(result.output.endsWith(QStringLiteral("launcher: That failed: No application handles \"OpenURI\"\n")),
+             qUtf8Printable(result.output));
+}
+
+QTEST_GUILESS_MAIN(TestStandIn)
+#include "tst_standin.moc"
