@@ -9,7 +9,7 @@
 
 using namespace Corvane;
 
-extern "C" const char *__lsan_default_suppressions()
+extern "C" const char *__lsan_default_suppressions() // NOLINT(bugprone-reserved-identifier): the sanitizer calls it
 {
     return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // what QtDBus holds while an exception passes through it
 }

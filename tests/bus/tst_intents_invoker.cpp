@@ -98,7 +98,7 @@ void TestIntentsInvoker::deliversTheReply_data()
                                           << "{} 1 Unexpected reply signature: got \"a{ss}\", "
                                              "expected \"a{sv}\"";
     QTest::newRow("another type") << "('text',)"
-                                  << "{} 1 Unexpected reply signature: got \"s\", expected \"a{sv}\"";
+                                  << R"({} 1 Unexpected reply signature: got "s", expected "a{sv}")";
 }
 
 void TestIntentsInvoker::deliversTheReply()

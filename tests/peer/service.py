@@ -26,11 +26,18 @@ INTERFACES = Gio.DBusNodeInfo.new_for_xml(f"""
       <arg type="a{{sv}}" direction="out"/>
     </method>
   </interface>
+  <interface name="{ROOT}.MemoryPressure1"> <method name="Subscribe"/> </interface>
   <interface name="{ROOT}.Test">
     <method name="RoundTrip"/>
     <method name="Echo"> <arg type="v" direction="in"/> <arg type="v" direction="out"/> </method>
   </interface>
 </node>""").interfaces
+PROPERTIES = Gio.DBusNodeInfo.new_for_xml("""
+<node>
+  <interface name="org.freedesktop.DBus.Properties">
+    <method name="GetAll"> <arg type="s" direction="in"/> <arg type="a{sv}" direction="out"/> </method>
+  </interface>
+</node>""").interfaces[0]
 
 
 def parse(text):
@@ -86,9 +93,12 @@ class Service:
         self.held = []
         self.holding = False
         self.answer = {"body": "(@a{sv} {},)"}
+        self.member_answers = {"Subscribe": {}}
+        self.stranger = None
         for interface in INTERFACES:
             member = interface.name.rsplit(".", 1)[1]
             self.connection.register_object(f"{PATH}/{member}", interface, self.on_call, None, None)
+        self.connection.register_object(f"{PATH}/MemoryPressure1", PROPERTIES, self.on_call, None, None)
         self.own_name()
 
     def bus_call(self, member, body):
@@ -111,7 +121,7 @@ class Service:
             if self.holding:
                 self.held.append(message)
             else:
-                self.send_answer(message, self.answer)
+                self.send_answer(message, self.member_answers.get(member, self.answer))
 
     def send_answer(self, message, answer):
         if "error" in answer:
@@ -119,7 +129,7 @@ class Service:
             reply.set_body(parse(answer.get("body", "('the reason',)")))
         else:
             reply = message.new_method_reply()
-            if "body" in answer:
+            if answer.get("body"):
                 reply.set_body(parse(answer["body"]))
             elif "variant" in answer:
                 reply.set_body(answer["variant"])
@@ -128,8 +138,11 @@ class Service:
     # -- requests
 
     def answers(self, request):
-        """What to answer calls with from now on: a body, or an error with a body."""
-        self.answer = request["answer"]
+        """What to answer calls with from now on, of one member or all: a body, or an error with a body."""
+        if request.get("member"):
+            self.member_answers[request["member"]] = request["answer"]
+        else:
+            self.answer = request["answer"]
 
     def hold(self, request):
         """Whether to keep calls unanswered until they are released."""
@@ -188,6 +201,19 @@ class Service:
             self.connection.send_message_with_reply(
                 message, Gio.DBusSendMessageFlags.NONE, request.get("timeout", -1), None, on_reply)
         return NotImplemented
+
+    def signal(self, request):
+        """Sends a signal, from another connection if asked to, and answers when the bus has it."""
+        connection = self.connection
+        if request.get("stranger"):
+            connection = self.stranger = self.stranger or connect()
+        message = Gio.DBusMessage.new_signal(request["path"], request["interface"], request["member"])
+        if request.get("destination"):
+            message.set_destination(request["destination"])
+        message.set_body(parse(request["body"]))
+        connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
+        connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", None,
+                             None, Gio.DBusCallFlags.NONE, -1, None)
 
     def survives(self, request):
         """Sends a body on a connection of its own; whether the bus lets it live."""

@@ -15,6 +15,16 @@ constexpr int Patience = 60000; // milliseconds; for slow machines under valgrin
 const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
 const QString RootPath = QLatin1Char('/') + QString(Root).replace(QLatin1Char('.'), QLatin1Char('/'));
 
+/// Makes a call of the library's connection, and tells whether it has succeeded. What came before it has been handled.
+bool finishes(const QDBusMessage &message)
+{
+    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(message);
+    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, Patience) || call.isError())
+        return false;
+    QCoreApplication::processEvents();
+    return true;
+}
+
 QStringList strings(const QJsonValue &array)
 {
     QStringList list;
@@ -61,15 +71,18 @@ QStringList ServicePeer::takeCalls()
     return calls;
 }
 
-void ServicePeer::answer(const QString &body)
+void ServicePeer::answer(const QString &body, const QString &member)
 {
-    request(QStringLiteral("answers"), {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}});
+    request(
+        QStringLiteral("answers"),
+        {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}, {QStringLiteral("member"), member}});
 }
 
-void ServicePeer::answerError(const QString &name, const QString &body)
+void ServicePeer::answerError(const QString &name, const QString &body, const QString &member)
 {
     request(QStringLiteral("answers"),
-            {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}, {QStringLiteral("body"), body}}}});
+            {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}, {QStringLiteral("body"), body}}},
+             {QStringLiteral("member"), member}});
 }
 
 void ServicePeer::hold()
@@ -117,6 +130,19 @@ ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body,
     return finishCall(beginCall(member, body, more));
 }
 
+void ServicePeer::emitSignal(const QString &object, const QString &interface, const QString &member,
+                             const QString &body, const QJsonObject &more)
+{
+    QJsonObject arguments = more;
+    arguments.insert(QStringLiteral("path"), RootPath + QLatin1Char('/') + object);
+    arguments.insert(QStringLiteral("interface"), interface);
+    arguments.insert(QStringLiteral("member"), member);
+    arguments.insert(QStringLiteral("body"), body);
+    request(QStringLiteral("signal"), arguments);
+    if (!busRoundTrip())
+        qFatal("The bus does not answer");
+}
+
 bool ServicePeer::survivesSending(const QString &body)
 {
     return request(QStringLiteral("survives"), {{QStringLiteral("body"), body}}).toBool();
@@ -137,11 +163,17 @@ bool ServicePeer::hasOwner(const QString &name)
     return request(QStringLiteral("owner"), {{QStringLiteral("name"), name}}).toBool();
 }
 
+bool ServicePeer::busRoundTrip()
+{
+    return finishes(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
+                                                   QStringLiteral("/org/freedesktop/DBus"),
+                                                   QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+}
+
 bool ServicePeer::roundTrip()
 {
-    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
-        Root, RootPath + QStringLiteral("/Test"), Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip")));
-    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, Patience) || call.isError())
+    if (!finishes(QDBusMessage::createMethodCall(Root, RootPath + QStringLiteral("/Test"),
+                                                 Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip"))))
         return false;
     request(QStringLiteral("ping")); // what the peer had to report has been read by then
     QCoreApplication::processEvents();

@@ -27,9 +27,10 @@ public:
     /// What came with the last call that arrived: "read: content" for each descriptor.
     QStringList descriptors() const { return m_descriptors; }
 
-    /// What to answer calls with from now on.
-    void answer(const QString &body);
-    void answerError(const QString &name, const QString &body = QStringLiteral("('the reason',)"));
+    /// What to answer calls with from now on, of \a member only if one is given.
+    void answer(const QString &body, const QString &member = {});
+    void answerError(const QString &name, const QString &body = QStringLiteral("('the reason',)"),
+                     const QString &member = {});
     /// Keeps calls unanswered, until release() answers the one that came in at \a index.
     void hold();
     void release(int index, const QString &body);
@@ -49,6 +50,11 @@ public:
     /// Both: "HandleIntent" with the body, to the bus name of this process unless \a more says otherwise.
     Reply call(const QString &member, const QString &body, const QJsonObject &more = {});
 
+    /// Sends a signal of the object "name", a part of the service's. \a more may say "stranger", to send it from a
+    /// connection that does not own the service's name, and a "destination". It has arrived here on return.
+    void emitSignal(const QString &object, const QString &interface, const QString &member, const QString &body,
+                    const QJsonObject &more = {});
+
     /// Whether the bus lets a connection live that sends the body.
     bool survivesSending(const QString &body);
     void ownServiceName(bool on);
@@ -59,6 +65,8 @@ public:
     void kill();
     void start();
 
+    /// What the bus has sent to this process before has arrived.
+    bool busRoundTrip();
     /// What this process sent before has arrived at the peer, and what the peer sent before has arrived here.
     bool roundTrip();
 

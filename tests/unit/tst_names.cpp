@@ -23,6 +23,10 @@ void TestNames::namesFollowFromTheServiceRoot()
     QCOMPARE(QString(Names::Intents.path()), path + QStringLiteral("/Intents1"));
     QCOMPARE(QString::fromLatin1(Names::IntentHandler.interface), root + QStringLiteral(".IntentHandler1"));
     QCOMPARE(QString(Names::IntentHandler.path()), path + QStringLiteral("/IntentHandler1"));
+    QCOMPARE(QString::fromLatin1(Names::Lifecycle.interface), root + QStringLiteral(".Lifecycle1"));
+    QCOMPARE(QString(Names::Lifecycle.path()), path + QStringLiteral("/Lifecycle1"));
+    QCOMPARE(QString::fromLatin1(Names::MemoryPressure.interface), root + QStringLiteral(".MemoryPressure1"));
+    QCOMPARE(QString(Names::MemoryPressure.path()), path + QStringLiteral("/MemoryPressure1"));
 
     static_assert(Names::Intents.pathText[0] == '/', "derived at compile time");
 }

@@ -38,5 +38,7 @@ inline constexpr QLatin1String ErrorPrefix(CORVANE_SERVICE_ROOT ".Error.",
                                            int(sizeof CORVANE_SERVICE_ROOT ".Error.") - 1);
 inline constexpr Endpoint Intents(CORVANE_SERVICE_ROOT ".Intents1");
 inline constexpr Endpoint IntentHandler(CORVANE_SERVICE_ROOT ".IntentHandler1");
+inline constexpr Endpoint Lifecycle(CORVANE_SERVICE_ROOT ".Lifecycle1");
+inline constexpr Endpoint MemoryPressure(CORVANE_SERVICE_ROOT ".MemoryPressure1");
 
 } // namespace Corvane::Names

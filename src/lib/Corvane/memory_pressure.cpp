@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "memory_pressure.h"
+#include "memory_pressure_p.h"
+
+#include <DBus/names.h>
+#include <DBus/pending_call.h>
+#include <DBus/types.h>
+
+#include <QtCore/QDebug>
+#include <QtDBus/QDBusPendingReply>
+
+namespace Corvane {
+
+namespace {
+
+const QString PropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
+
+} // namespace
+
+MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
+    : QDBusAbstractInterface(Names::ServiceRoot, Names::MemoryPressure.path(), Names::MemoryPressure.interface,
+                             QDBusConnection::sessionBus(), nullptr),
+      q(memoryPressure)
+{
+    registerRecordTypes();
+    // With the signature given, a signal of another shape is not delivered, and so never demarshalled.
+    connection().connect(service(), path(), PropertiesInterface, QStringLiteral("PropertiesChanged"),
+                         QStringLiteral("sa{sv}as"), this,
+                         SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
+    subscribe();
+    readLevel();
+}
+
+void MemoryPressurePrivate::subscribe()
+{
+    onFinished(asyncCall(QStringLiteral("Subscribe")), this, [](const QDBusPendingCall &reply) {
+        if (reply.isError())
+            qWarning() << "MemoryPressure subscription failed:" << reply.error();
+    });
+}
+
+void MemoryPressurePrivate::readLevel()
+{
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(service(), path(), PropertiesInterface, QStringLiteral("GetAll"));
+    call << interface();
+    onFinished(connection().asyncCall(call), this, [this](const QDBusPendingReply<QVariantMap> &reply) {
+        if (reply.isError())
+            qWarning() << "Failed to get memory level:" << reply.error();
+        else
+            updateLevel(reply.value());
+    });
+}
+
+void MemoryPressurePrivate::onPropertiesChanged(const QString &, const QVariantMap &changed, const QStringList &)
+{
+    updateLevel(changed);
+}
+
+void MemoryPressurePrivate::updateLevel(const QVariantMap &properties)
+{
+    const auto property = properties.find(QStringLiteral("Level"));
+    if (property == properties.end())
+        return;
+    const int newLevel = property->toInt();
+    if (newLevel == level)
+        return;
+    level = newLevel;
+    Q_EMIT q->levelChanged(MemoryPressure::MemoryLevel(level)); // may delete this
+}
+
+MemoryPressure *MemoryPressure::instance()
+{
+    static MemoryPressure *const memoryPressure = new MemoryPressure;
+    return memoryPressure;
+}
+
+MemoryPressure::MemoryPressure() : d(std::make_unique<MemoryPressurePrivate>(this))
+{
+    qRegisterMetaType<MemoryLevel>("MemoryLevel"); // as the signal spells it, for connections across threads
+}
+
+MemoryPressure::~MemoryPressure() = default;
+
+MemoryPressure::MemoryLevel MemoryPressure::level() const
+{
+    return MemoryLevel(d->level);
+}
+
+} // namespace Corvane

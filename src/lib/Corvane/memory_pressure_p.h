@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "memory_pressure.h"
+
+#include <QtDBus/QDBusAbstractInterface>
+
+namespace Corvane {
+
+/// The service's object that tells the level, and what it told.
+class MemoryPressurePrivate : public QDBusAbstractInterface
+{
+    Q_OBJECT
+public:
+    explicit MemoryPressurePrivate(MemoryPressure *memoryPressure);
+
+    int level = MemoryPressure::NormalLevel;
+    MemoryPressure *const q;
+
+public Q_SLOTS:
+    void onPropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated);
+
+private:
+    void subscribe();
+    void readLevel();
+    void updateLevel(const QVariantMap &properties);
+};
+
+} // namespace Corvane
