@@ -215,6 +215,13 @@ class Service:
         connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", None,
                              None, Gio.DBusCallFlags.NONE, -1, None)
 
+    def watch(self, request):
+        """Reports the service's signals from now on."""
+        def on_signal(connection, sender, path, interface, member, body):
+            write({"signal": f"{member} {printed(body)}"})
+
+        self.connection.signal_subscribe(ROOT, None, None, None, None, Gio.DBusSignalFlags.NONE, on_signal)
+
     def survives(self, request):
         """Sends a body on a connection of its own; whether the bus lets it live."""
         connection = connect()

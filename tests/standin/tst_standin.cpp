@@ -79,6 +79,9 @@ private Q_SLOTS:
     void withoutVerboseItIsSilent();
     void examplesExchangeAnIntentWithAFile();
     void exampleTellsWhatFails();
+    void controlNeedsAStandIn();
+    void controlTellsWhatFails();
+    void monitorShowsWhatHappens();
 };
 
 void TestStandIn::helpAndVersionAreShown()
@@ -101,8 +104,17 @@ void TestStandIn::wrongCommandLinesAreRefused_data()
         QTest::newRow(name) << QString::fromUtf8(arguments).split(QLatin1Char(' '), Qt::SkipEmptyParts)
                             << QString::fromUtf8(reason);
     };
-    row("nothing", "", "Expected \"run\"");
-    row("another word", "walk", "Expected \"run\", found \"walk\"");
+    row("nothing", "", "Expected \"run\", \"set\", \"start\" or \"stop\"");
+    row("another word", "walk", "Expected \"run\", \"set\", \"start\" or \"stop\", found \"walk\"");
+    row("option of run elsewhere", "--verbose run true", "Unknown option 'verbose'.");
+    row("set nothing", "set", "Expected \"memory\"");
+    row("set something else", "set volume 3", "Expected \"memory\", found \"volume\"");
+    row("set memory", "set memory", "Expected \"normal\", \"low\", \"critical\", a number or \"auto\"");
+    row("set memory to text", "set memory high",
+        "Expected \"normal\", \"low\", \"critical\", a number or \"auto\", found \"high\"");
+    row("set memory and more", "set memory low now", "Expected nothing more, found \"now\"");
+    row("start nothing", "start", "Expected the id of one application");
+    row("stop two", "stop a b", "Expected the id of one application, found \"b\"");
     row("no command", "run", "Expected a command to run");
     row("no command after --", "run --verbose --", "Expected a command to run");
     row("unknown option", "run --loud true", "Unknown option 'loud'.");
@@ -349,6 +361,59 @@ void TestStandIn::exampleTellsWhatFails()
     QCOMPARE(result.exitCode, 1);
     QVERIFY2(result.output.endsWith(QStringLiteral("launcher: That failed: No application handles \"OpenURI\"\n")),
              qUtf8Printable(result.output));
+}
+
+void TestStandIn::controlNeedsAStandIn()
+{
+    const Result result = standIn({QStringLiteral("set"), QStringLiteral("memory"), QStringLiteral("low")});
+    QCOMPARE(result.exitCode, 69);
+    QCOMPARE(result.errors,
+             QStringLiteral("corvane-standin: There is no stand-in on this session bus; see "
+                            "\"corvane-standin --help\"\n"));
+}
+
+void TestStandIn::controlTellsWhatFails()
+{
+    const Result result =
+        standIn({QStringLiteral("run"), QStringLiteral("--manifests"), Applications, QStringLiteral("--"),
+                 QStringLiteral("corvane-standin"), QStringLiteral("start"), QStringLiteral("exit")});
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.errors, QStringLiteral("corvane-standin: exit.instance1 has ended with exit code 3\n"));
+}
+
+void TestStandIn::monitorShowsWhatHappens()
+{
+    QProcess process;
+    process.setProcessEnvironment(environment());
+    process.start(StandIn,
+                  {QStringLiteral("run"), QStringLiteral("--manifests"),
+                   QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--manifests"),
+                   QStringLiteral(CORVANE_SOURCES "/examples/monitor"), QStringLiteral("--"), QStringLiteral("sh")});
+    QString output; // what the monitor says; the viewer speaks in between
+    const auto show = [&process, &output](const char *command, const char *expected) {
+        process.write(command);
+        process.write("\n");
+        while (!output.contains(QString::fromUtf8(expected))) {
+            QTRY_VERIFY2(process.canReadLine(), qUtf8Printable(output));
+            const QString line = QString::fromUtf8(process.readLine());
+            if (line.startsWith(QLatin1String("monitor: ")))
+                output += line;
+        }
+        output.clear();
+    };
+    show("corvane-standin set memory normal; corvane-standin start monitor",
+         "monitor: monitor.instance1 is in the foreground\n");
+    show("corvane-standin start viewer",
+         "monitor: viewer.instance1 has been launched\nmonitor: viewer.instance1 is in the foreground\n");
+    show("corvane-standin set memory low", "monitor: memory pressure is 100 (LowLevel)\n");
+    show("corvane-standin set memory critical", "monitor: memory pressure is 200 (CriticalLevel)\n");
+    show("corvane-standin set memory 150", "monitor: memory pressure is 150 (has no name)\n");
+    show("corvane-standin set memory normal", "monitor: memory pressure is 0 (NormalLevel)\n");
+    show("corvane-standin stop viewer", "monitor: viewer.instance1 has stopped\n");
+    process.write("corvane-standin stop viewer && corvane-standin set memory auto && exit 42\n"); // there is none
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 42);
+    QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
 }
 
 QTEST_GUILESS_MAIN(TestStandIn)

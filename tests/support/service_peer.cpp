@@ -130,6 +130,18 @@ ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body,
     return finishCall(beginCall(member, body, more));
 }
 
+void ServicePeer::watchSignals()
+{
+    request(QStringLiteral("watch"));
+}
+
+QStringList ServicePeer::takeSignals()
+{
+    QStringList taken;
+    taken.swap(m_signals);
+    return taken;
+}
+
 void ServicePeer::emitSignal(const QString &object, const QString &interface, const QString &member,
                              const QString &body, const QJsonObject &more)
 {
@@ -207,6 +219,8 @@ void ServicePeer::read()
         if (line.contains(QStringLiteral("call"))) {
             m_calls << line.value(QStringLiteral("call")).toString();
             m_descriptors = strings(line.value(QStringLiteral("descriptors")));
+        } else if (line.contains(QStringLiteral("signal"))) {
+            m_signals << line.value(QStringLiteral("signal")).toString();
         } else {
             m_results.insert(line.value(QStringLiteral("id")).toInt(), line.value(QStringLiteral("result")));
         }

@@ -50,6 +50,11 @@ public:
     /// Both: "HandleIntent" with the body, to the bus name of this process unless \a more says otherwise.
     Reply call(const QString &member, const QString &body, const QJsonObject &more = {});
 
+    /// Notes the signals of another process that owns the service's name, from now on.
+    void watchSignals();
+    /// The signals since the last time: "StateChanged (su) ('demo.instance1', 2)".
+    QStringList takeSignals();
+
     /// Sends a signal of the object "name", a part of the service's. \a more may say "stranger", to send it from a
     /// connection that does not own the service's name, and a "destination". It has arrived here on return.
     void emitSignal(const QString &object, const QString &interface, const QString &member, const QString &body,
@@ -81,4 +86,5 @@ private:
     QHash<int, QJsonValue> m_results;
     QStringList m_calls;
     QStringList m_descriptors;
+    QStringList m_signals;
 };

@@ -1,7 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "application.h"
 
+#include <Corvane/lifecycle.h>
+
 #include <QtDBus/QDBusConnection>
+
+namespace {
+
+const int GracePeriod = 2000; // milliseconds to end in, when asked
+
+} // namespace
 
 Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
     : QObject(parent), m_manifest(manifest), m_trace(trace)
@@ -27,9 +35,11 @@ void Application::adopt(ChildProcess *process)
 
     connect(process, &QProcess::started, this, [this, process] {
         m_trace.write(QStringLiteral("%1 started (process %2)").arg(m_instanceId).arg(process->processId()));
+        Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
     });
     connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
             [this](int code, QProcess::ExitStatus status) {
+                Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
                 onEnded(status == QProcess::NormalExit ? QStringLiteral("has ended with exit code %1").arg(code)
                                                        : QStringLiteral("was ended by signal %1").arg(code));
             });
@@ -65,7 +75,19 @@ void Application::onNameOwnerChanged(const QString &connection)
     if (connection.isEmpty())
         return;
     m_hasBeenReady = true;
+    Q_EMIT stateChanged(m_instanceId, Corvane::ForegroundState);
     finishWaiting({});
+}
+
+void Application::stop(const std::function<void()> &stopped)
+{
+    if (!m_process) {
+        stopped();
+        return;
+    }
+    m_stopping.append(stopped);
+    m_process->terminate();
+    QTimer::singleShot(GracePeriod, m_process, &QProcess::kill);
 }
 
 void Application::onTimeout()
@@ -83,6 +105,9 @@ void Application::onEnded(const QString &how)
     m_connection.clear();
     const QString text = QStringLiteral("%1 %2").arg(std::exchange(m_instanceId, QString()), how);
     m_trace.write(text);
+    const auto stopping = std::exchange(m_stopping, {});
+    for (const auto &stopped : stopping)
+        stopped();
     if (m_hasBeenReady && !m_waiting.isEmpty())
         start(); // they have come while it was ending
     else

@@ -31,6 +31,10 @@ public:
     /// The connection that owns the instance id as its bus name; empty if there is none.
     QString connection() const { return m_connection; }
 
+    /// Ends the instance that runs, with SIGTERM and two seconds later with SIGKILL, and calls \a stopped then; at once
+    /// if none runs.
+    void stop(const std::function<void()> &stopped);
+
     /// Makes a process that is about to be started the next instance.
     void adopt(ChildProcess *process);
 
@@ -39,6 +43,10 @@ public:
     /// Calls \a ready as soon as an instance owns its name, starting one if none runs or the one that runs is about
     /// to end; at once if one does already. Several are called in their order.
     void whenReady(const Ready &ready);
+
+Q_SIGNALS:
+    /// \param state a Corvane::ApplicationState
+    void stateChanged(const QString &instanceId, uint state);
 
 private:
     void start();
@@ -56,5 +64,6 @@ private:
     QPointer<ChildProcess> m_process;
     std::unique_ptr<QDBusServiceWatcher> m_nameWatcher;
     QVector<Ready> m_waiting;
+    QVector<std::function<void()>> m_stopping;
     QTimer m_timer;
 };

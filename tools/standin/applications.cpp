@@ -4,8 +4,11 @@
 Applications::Applications(const QVector<Manifest> &manifests, int startTimeout, const Trace &trace, QObject *parent)
     : QObject(parent)
 {
-    for (const Manifest &manifest : manifests)
-        m_list.append(new Application(manifest, startTimeout, trace, this));
+    for (const Manifest &manifest : manifests) {
+        auto *application = new Application(manifest, startTimeout, trace, this);
+        connect(application, &Application::stateChanged, this, &Applications::stateChanged);
+        m_list.append(application);
+    }
 }
 
 Application *Applications::withId(const QString &id) const

@@ -17,6 +17,10 @@ public:
     /// The instance id of the application that has this connection to the bus, or else the connection itself.
     QString nameOf(const QString &connection) const;
 
+Q_SIGNALS:
+    /// What has become of an instance of one of them; see Application::stateChanged().
+    void stateChanged(const QString &instanceId, uint state);
+
 private:
     QVector<Application *> m_list;
 };

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "run.h"
 
+#include "complain.h"
+#include "control.h"
+#include "control_adaptor.h"
 #include "exit_code.h"
 #include "intents.h"
 #include "intents_adaptor.h"
+#include "lifecycle.h"
+#include "lifecycle_adaptor.h"
+#include "memory_pressure.h"
+#include "memory_pressure_adaptor.h"
 #include "private_bus.h"
 #include "process_tree.h"
 #include "termination_signals.h"
@@ -11,24 +18,18 @@
 #include <DBus/names.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QTextStream>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusError>
 
-using namespace Corvane;
+namespace Names = Corvane::Names;
 
 namespace {
 
 const int GracePeriod = 2000; // milliseconds that processes have to end when asked
 
-void complain(const QString &text)
-{
-    QTextStream(stderr) << "corvane-standin: " << text << Qt::endl;
-}
-
 } // namespace
 
-int run(const Options &options)
+int run(const RunOptions &options)
 {
     const Manifests manifests = readManifests(options.manifests);
     for (const QString &error : manifests.errors)
@@ -48,8 +49,17 @@ int run(const Options &options)
     const Applications applications(manifests.list, options.startTimeout, trace);
     Intents intents(applications, trace);
     new IntentsAdaptor(&intents);
+    Lifecycle lifecycle(applications);
+    new LifecycleAdaptor(&lifecycle);
+    MemoryPressure memoryPressure(QStringLiteral("/proc/pressure/memory"));
+    new MemoryPressureAdaptor(&memoryPressure);
+    Control control(applications, &memoryPressure);
+    new ControlAdaptor(&control);
     QDBusConnection connection = QDBusConnection::sessionBus();
     if (!connection.registerObject(Names::Intents.path(), &intents)
+        || !connection.registerObject(Names::Lifecycle.path(), &lifecycle)
+        || !connection.registerObject(Names::MemoryPressure.path(), &memoryPressure)
+        || !connection.registerObject(Names::StandIn.path(), &control)
         || !connection.registerService(Names::ServiceRoot)) {
         complain(connection.lastError().message());
         return ExitCode::Bus;

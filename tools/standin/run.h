@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "options.h"
+#include "command_line.h"
 
 /// Runs the private bus, the service on it, and the command, until the command ends. Returns the exit code, when
 /// nothing of what was started is left.
-int run(const Options &options);
+int run(const RunOptions &options);

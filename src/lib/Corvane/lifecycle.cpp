@@ -35,7 +35,7 @@ void LifecyclePrivate::onStateChanged(const QString &appInstanceId, const quint3
 
 Lifecycle *Lifecycle::instance()
 {
-    static Lifecycle *const lifecycle = new Lifecycle;
+    static auto *const lifecycle = new Lifecycle;
     return lifecycle;
 }
 

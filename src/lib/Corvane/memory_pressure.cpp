@@ -71,7 +71,7 @@ void MemoryPressurePrivate::updateLevel(const QVariantMap &properties)
 
 MemoryPressure *MemoryPressure::instance()
 {
-    static MemoryPressure *const memoryPressure = new MemoryPressure;
+    static auto *const memoryPressure = new MemoryPressure;
     return memoryPressure;
 }
 

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Runs as the command of corvane-standin, with the applications of tests/standin/applications.
+#include <introspection.h>
+#include <service_peer.h>
+
+#include <QtTest/QtTest>
+
+namespace {
+
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");
+
+QString state(const char *instance, int code)
+{
+    return QStringLiteral("StateChanged (su) ('%1', uint32 %2)").arg(QLatin1String(instance)).arg(code);
+}
+
+QString level(int number)
+{
+    return QStringLiteral("PropertiesChanged (sa{sv}as) ('%1.MemoryPressure1', {'Level': <%2>}, @as [])")
+        .arg(Root)
+        .arg(number);
+}
+
+} // namespace
+
+class TestNotifications : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void applicationsComeAndGo();
+    void everyEndIsAnnounced_data();
+    void everyEndIsAnnounced();
+    void programThatCannotStartIsNotAnnounced();
+    void applicationIsStartedOnce();
+    void stubbornApplicationIsKilled();
+    void unknownApplicationsAreRefused_data();
+    void unknownApplicationsAreRefused();
+    void memoryLevelMayBeSet();
+    void subscribingIsAnswered();
+    void interfacesAreAsDocumented_data();
+    void interfacesAreAsDocumented();
+
+private:
+    QString call(const QString &object, const QString &member, const QString &body, const QString &interface = {})
+    {
+        const QString name = Root + QLatin1Char('.') + object;
+        return peer
+            .call(
+                member, body,
+                {{QStringLiteral("destination"), Root},
+                 {QStringLiteral("path"), QLatin1Char('/') + QString(name).replace(QLatin1Char('.'), QLatin1Char('/'))},
+                 {QStringLiteral("interface"), interface.isEmpty() ? name : interface}})
+            .text;
+    }
+    QString control(const QString &member, const QString &body)
+    {
+        return call(QStringLiteral("StandIn1"), member, body);
+    }
+    QString start(const QString &id)
+    {
+        return control(QStringLiteral("StartApplication"), QStringLiteral("('%1',)").arg(id));
+    }
+    QString stop(const QString &id)
+    {
+        return control(QStringLiteral("StopApplication"), QStringLiteral("('%1',)").arg(id));
+    }
+
+    ServicePeer peer;
+};
+
+void TestNotifications::initTestCase()
+{
+    QCOMPARE(control(QStringLiteral("SetMemoryLevel"), QStringLiteral("(0,)")), QStringLiteral("() ()"));
+    peer.watchSignals();
+}
+
+void TestNotifications::applicationsComeAndGo()
+{
+    QCOMPARE(start(QStringLiteral("echo")), QStringLiteral("(s) ('echo.instance1',)"));
+    QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance1", 1), state("echo.instance1", 2)}));
+    QCOMPARE(stop(QStringLiteral("echo")), QStringLiteral("() ()"));
+    QCOMPARE(peer.takeSignals(), QStringList(state("echo.instance1", 5)));
+    QCOMPARE(stop(QStringLiteral("echo")), QStringLiteral("() ()"));
+    QCOMPARE(peer.takeSignals(), QStringList());
+    QCOMPARE(start(QStringLiteral("echo")), QStringLiteral("(s) ('echo.instance2',)"));
+    QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance2", 1), state("echo.instance2", 2)}));
+}
+
+void TestNotifications::everyEndIsAnnounced_data()
+{
+    QTest::addColumn<QString>("intent");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("normal") << "Once"
+                            << QStringList({state("once.instance1", 1), state("once.instance1", 2),
+                                            state("once.instance1", 5)});
+    QTest::newRow("crash") << "Crash"
+                           << QStringList({state("crash.instance1", 1), state("crash.instance1", 2),
+                                           state("crash.instance1", 5)});
+    QTest::newRow("at once") << "Exit" << QStringList({state("exit.instance1", 1), state("exit.instance1", 5)});
+}
+
+void TestNotifications::everyEndIsAnnounced()
+{
+    QFETCH(QString, intent);
+    QFETCH(QStringList, expected);
+
+    call(QStringLiteral("Intents1"), QStringLiteral("InvokeIntent"),
+         QStringLiteral("('%1', @a{sv} {}, @a{sv} {})").arg(intent));
+    QStringList states;
+    QTRY_COMPARE((states += peer.takeSignals(), states), expected);
+}
+
+void TestNotifications::programThatCannotStartIsNotAnnounced()
+{
+    QCOMPARE(start(QStringLiteral("absent")),
+             QStringLiteral("%1.Error.ApplicationNotRunning (s) ('absent.instance1 "
+                            "cannot be started: execve: No such file or directory',)")
+                 .arg(Root));
+    QCOMPARE(peer.takeSignals(), QStringList());
+}
+
+void TestNotifications::applicationIsStartedOnce()
+{
+    const QString text = start(QStringLiteral("tell"));
+    QCOMPARE(text, QStringLiteral("(s) ('tell.instance1',)"));
+    QCOMPARE(start(QStringLiteral("tell")), text);
+    QCOMPARE(peer.takeSignals(), QStringList({state("tell.instance1", 1), state("tell.instance1", 2)}));
+}
+
+void TestNotifications::stubbornApplicationIsKilled()
+{
+    QCOMPARE(start(QStringLiteral("stubborn")),
+             QStringLiteral("%1.Error.ApplicationNotRunning (s) "
+                            "('stubborn.instance1 has not claimed its bus name "
+                            "within 2000 ms',)")
+                 .arg(Root));
+    QCOMPARE(peer.takeSignals(), QStringList(state("stubborn.instance1", 1)));
+    QCOMPARE(stop(QStringLiteral("stubborn")), QStringLiteral("() ()"));
+    QCOMPARE(peer.takeSignals(), QStringList(state("stubborn.instance1", 5)));
+}
+
+void TestNotifications::unknownApplicationsAreRefused_data()
+{
+    QTest::addColumn<QString>("id");
+
+    QTest::newRow("unknown") << "nobody";
+    QTest::newRow("empty") << "";
+    QTest::newRow("instance") << "echo.instance2";
+}
+
+void TestNotifications::unknownApplicationsAreRefused()
+{
+    QFETCH(QString, id);
+
+    const QString error =
+        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the id \"%1\"',)").arg(id);
+    QCOMPARE(start(id), error);
+    QCOMPARE(stop(id), error);
+}
+
+void TestNotifications::memoryLevelMayBeSet()
+{
+    const auto set = [this](int number) {
+        QCOMPARE(control(QStringLiteral("SetMemoryLevel"), QStringLiteral("(%1,)").arg(number)),
+                 QStringLiteral("() ()"));
+        QCOMPARE(call(QStringLiteral("MemoryPressure1"), QStringLiteral("GetAll"),
+                      QStringLiteral("('%1.MemoryPressure1',)").arg(Root), Properties),
+                 QStringLiteral("(a{sv}) ({'Level': <%1>},)").arg(number));
+    };
+    for (const int number : {100, 200, 150, -1, 0}) {
+        set(number);
+        QCOMPARE(peer.takeSignals(), QStringList(level(number)));
+        set(number); // no change, no signal
+        QCOMPARE(peer.takeSignals(), QStringList());
+    }
+}
+
+void TestNotifications::subscribingIsAnswered()
+{
+    QCOMPARE(call(QStringLiteral("MemoryPressure1"), QStringLiteral("Subscribe"), QStringLiteral("()")),
+             QStringLiteral("() ()"));
+}
+
+void TestNotifications::interfacesAreAsDocumented_data()
+{
+    QTest::addColumn<QString>("object");
+    QTest::addColumn<QStringList>("members");
+
+    QTest::newRow("lifecycle") << "Lifecycle1"
+                               << QStringList(QStringLiteral("signal StateChanged(out s appInstanceId, out u state)"));
+    QTest::newRow("memory pressure") << "MemoryPressure1"
+                                     << QStringList({QStringLiteral("method Subscribe()"),
+                                                     QStringLiteral("property Level: i read()")});
+    QTest::newRow("control") << "StandIn1"
+                             << QStringList({QStringLiteral("method SetMemoryLevel(in i level)"),
+                                             QStringLiteral("method FollowMemoryPressure()"),
+                                             QStringLiteral("method StartApplication(in s applicationId, out s "
+                                                            "appInstanceId)"),
+                                             QStringLiteral("method StopApplication(in s applicationId)")});
+}
+
+void TestNotifications::interfacesAreAsDocumented()
+{
+    QFETCH(QString, object);
+    QFETCH(QStringList, members);
+
+    const QString xml = introspectionIn(
+        call(object, QStringLiteral("Introspect"), {}, QStringLiteral("org.freedesktop.DBus.Introspectable")));
+    const QString interface = Root + QLatin1Char('.') + object;
+    QCOMPARE(membersOf(interface, xml), members);
+    QCOMPARE(documentedMembersOf(interface), members);
+}
+
+QTEST_GUILESS_MAIN(TestNotifications)
+#include "tst_notifications.moc"

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "applications.h"
+#include "memory_pressure.h"
+
+#include <QtDBus/QDBusContext>
+#include <QtDBus/QDBusMessage>
+
+/// The object "StandIn1", which the stand-in's commands call. Its members are called by the adaptor.
+class Control : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+public:
+    Control(const Applications &applications, MemoryPressure *memoryPressure, QObject *parent = nullptr);
+
+    void SetMemoryLevel(int level);
+    void FollowMemoryPressure();
+    QString StartApplication(const QString &applicationId);
+    void StopApplication(const QString &applicationId);
+
+private:
+    Application *find(const QString &applicationId);
+
+    const Applications &m_applications;
+    MemoryPressure *const m_memoryPressure;
+};
