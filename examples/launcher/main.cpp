@@ -52,6 +52,10 @@ int main(int argc, char **argv)
     QObject::connect(&opener, &IntentsInvoker::replyReceived, &writer, [&writer](const auto &reply, const auto &error) {
         if (!showReply(reply, error))
             return;
+        if (!reply.value(QLatin1String("shown")).toBool()) {
+            QCoreApplication::exit(1);
+            return;
+        }
         const QJsonObject params{{QStringLiteral("text"), QStringLiteral("Remember the milk.")}};
         say(QStringLiteral("Please WriteNote %1").arg(toText(params)));
         writer.invoke(QStringLiteral("WriteNote"), {}, params);

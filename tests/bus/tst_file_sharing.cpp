@@ -47,7 +47,6 @@ private:
     QString file(const char *name) const { return directory->filePath(QString::fromUtf8(name)); }
 
     ServicePeer peer;
-    QJsonObject given; ///< what the handler of "Give" replies
     QStringList arrived; ///< descriptors, as the peer describes them
     std::unique_ptr<QTemporaryDir> directory;
     std::optional<MessageLog> log;

@@ -165,8 +165,9 @@ class Service:
         return self.bus_call("NameHasOwner", GLib.Variant("(s)", (request["name"],)))
 
     def invoke(self, request):
-        """Calls a method and answers, once it has, with the reply."""
+        """Calls a method, once or several times, and answers, once enough replies have come, with them."""
         repeat = request.get("repeat", 1)
+        enough = request.get("enough", repeat)
         replies = []
         message_body = parse(request["body"]) if request.get("body") else None
 
@@ -180,7 +181,7 @@ class Service:
                 if reply.get_message_type() == Gio.DBusMessageType.ERROR:
                     text = f"{reply.get_error_name()} {text}"
                 replies.append({"text": text, "descriptors": take_descriptors(reply)})
-            if len(replies) == repeat:
+            if len(replies) == enough:
                 counts = {}
                 for reply in replies:
                     counts[reply["text"]] = counts.get(reply["text"], 0) + 1

@@ -29,7 +29,7 @@ INTERFACE = Gio.DBusNodeInfo.new_for_xml(f"""
 
 class Application:
     def __init__(self):
-        self.count = 0
+        self.before = 0
 
     def echo(self, message):
         """Answers with the parameters."""
@@ -41,9 +41,11 @@ class Application:
         arrived = GLib.Variant("s", message.get_body().print_(True))
         environment = {name: GLib.Variant("s", value) for name, value in os.environ.items()
                        if name.startswith("HALVIR_")}
-        self.reply_with(message, {"arrived": arrived, "before": GLib.Variant("i", self.count),
+        self.reply_with(message, {"arrived": arrived, "before": GLib.Variant("i", self.before),
                                   "environment": GLib.Variant("a{sv}", environment)})
-        self.count += 1
+        self.before += 1
+
+    count = tell
 
     def once(self, message):
         """Answers, and ends."""
@@ -73,6 +75,11 @@ class Application:
     def pretend(self, message):
         """Answers with a file that is not there."""
         self.reply(message, GLib.Variant.parse(None, f"({{'x': <@h 0>}}, {NO_FILES})", None, None))
+
+    def disguise(self, message):
+        """Answers with numbers and structures in the place of files."""
+        self.reply(message, GLib.Variant.parse(
+            None, "(@a{sv} {}, {'readFds': <[1, 2, 3, 4, 5, 6, 7]>, 'writeFds': <[(1, 2)]>})", None, None))
 
     def fail(self, message):
         """Answers with an error."""

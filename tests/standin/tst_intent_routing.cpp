@@ -103,7 +103,7 @@ void TestIntentRouting::callsKeepTheirOrderWhileTheApplicationStarts()
 {
     QVector<int> calls;
     for (int i = 0; i < 50; ++i)
-        calls << beginInvoke(QStringLiteral("Tell"), QStringLiteral("{'i': <%1>}").arg(i));
+        calls << beginInvoke(QStringLiteral("Count"), QStringLiteral("{'i': <%1>}").arg(i));
     for (int i = 0; i < 50; ++i) {
         const QString text = peer.finishCall(calls.at(i)).text;
         QVERIFY2(text.contains(QStringLiteral("{\\'i\\': <%1>}").arg(i))
@@ -202,8 +202,14 @@ void TestIntentRouting::descriptorsAreClosed_data()
                            << 16;
     QTest::newRow("odd hints") << "('Echo', {'readFds': <@h 0>, 'writeFds': <'x'>, 'more': <[@h 1]>}, @a{sv} {})" << 2;
     QTest::newRow("params") << "('Echo', @a{sv} {}, {'x': <@h 0>, 'y': <[@h 1]>, 'z': <{'d': <(@h 2, 3)>}>})" << 3;
+    for (const char *value : {"[1, 2, 3, 4, 5, 6, 7]", "[uint64 0, 1]", "[0.0, 1.0]", "[byte 0x00]", "[<1>]",
+                              "[(1, 2)]", "[[@h 0]]", "{'a': <1>}", "['x']", "true", "<@h 0>", "@ah []"})
+        QTest::addRow("descriptors that are %s", value)
+            << QStringLiteral("('Echo', {'readFds': <%1>, 'writeFds': <%1>}, @a{sv} {})").arg(QLatin1String(value))
+            << 1;
     QTest::newRow("intent without a handler") << "('Nothing', {'readFds': <[@h 0]>}, {'x': <@h 1>})" << 2;
     QTest::newRow("reply") << "('Files', @a{sv} {}, @a{sv} {})" << 0;
+    QTest::newRow("reply of odd descriptors") << "('Disguise', @a{sv} {}, @a{sv} {})" << 0;
     QTest::newRow("reply of another kind") << "('Smuggle', @a{sv} {}, @a{sv} {})" << 0;
 }
 

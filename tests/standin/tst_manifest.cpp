@@ -4,6 +4,8 @@
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
+#include <sys/stat.h>
+
 class TestManifest : public QObject
 {
     Q_OBJECT
@@ -15,6 +17,7 @@ private Q_SLOTS:
     void mistakesAreExplained();
     void idsAndIntentsBelongToOne();
     void directoriesAreChecked();
+    void whatIsNoFileIsRefused();
 
 private:
     static void write(const QTemporaryDir &directory, const char *name, const QByteArray &content)
@@ -144,6 +147,16 @@ void TestManifest::directoriesAreChecked()
     QCOMPARE(readManifests({QStringLiteral("/nonexistent"), empty.path()}).errors,
              QStringList({QStringLiteral("/nonexistent: expected a directory with manifests"),
                           empty.path() + QStringLiteral(": expected manifests, found no *.json file")}));
+}
+
+void TestManifest::whatIsNoFileIsRefused()
+{
+    const QTemporaryDir directory;
+    QVERIFY(QFile::link(QStringLiteral("/nonexistent"), directory.filePath(QStringLiteral("a.json"))));
+    QCOMPARE(::mkfifo(qPrintable(directory.filePath(QStringLiteral("b.json"))), 0600), 0);
+    QCOMPARE(readManifests({directory.path()}).errors,
+             QStringList({directory.filePath(QStringLiteral("a.json: expected a file that can be read")),
+                          directory.filePath(QStringLiteral("b.json: expected a file that can be read"))}));
 }
 
 QTEST_GUILESS_MAIN(TestManifest)

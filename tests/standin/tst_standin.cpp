@@ -74,6 +74,9 @@ private Q_SLOTS:
     void nothingSurvivesASignal_data();
     void nothingSurvivesASignal();
     void nothingSurvivesItsOwnDeath();
+    void childrenFromBeforeAreSpared();
+    void orphansAreReleased();
+    void ignoredSignalsStayIgnored();
     void leavesNoFiles();
     void traceShowsEachMessageInOneLine();
     void withoutVerboseItIsSilent();
@@ -177,9 +180,9 @@ void TestStandIn::commandMustBeThere()
 void TestStandIn::optionsEndAtTheCommand()
 {
     QCOMPARE(standIn({QStringLiteral("run"), QStringLiteral("echo"), QStringLiteral("--verbose"), QStringLiteral("--"),
-                      QStringLiteral("--help")})
+                      QStringLiteral("--help"), QStringLiteral("-qmljsdebugger=port:1")})
                  .output,
-             QStringLiteral("--verbose -- --help\n"));
+             QStringLiteral("--verbose -- --help -qmljsdebugger=port:1\n"));
 }
 
 void TestStandIn::commandReadsStandardInput()
@@ -253,6 +256,7 @@ void TestStandIn::nothingSurvivesASignal_data()
     QTest::addColumn<int>("signal");
 
     QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("SIGQUIT") << SIGQUIT;
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGHUP") << SIGHUP;
 }
@@ -276,7 +280,11 @@ void TestStandIn::nothingSurvivesASignal()
 
 void TestStandIn::nothingSurvivesItsOwnDeath()
 {
+    const QTemporaryDir directory; // the bus leaves its files
+    QProcessEnvironment values = environment();
+    values.insert(QStringLiteral("TMPDIR"), directory.path());
     QProcess process;
+    process.setProcessEnvironment(values);
     process.start(StandIn, shell(QStringLiteral("echo $$ $(cat /proc/$PPID/task/*/children); exec sleep 1000")));
     QTRY_VERIFY(process.canReadLine());
     const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(QLatin1Char(' '));
@@ -285,6 +293,47 @@ void TestStandIn::nothingSurvivesItsOwnDeath()
     QVERIFY(process.waitForFinished());
     for (const QString &id : ids)
         QTRY_VERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
+}
+
+void TestStandIn::childrenFromBeforeAreSpared()
+{
+    // A shell has a child, and then becomes the stand-in.
+    QProcess process;
+    process.start(QStringLiteral("sh"),
+                  {QStringLiteral("-c"),
+                   QStringLiteral("sleep 1000 & echo $!; exec \"$0\" run -- sh -c 'sleep 1000 & echo $!'"), StandIn});
+    QTRY_VERIFY(process.canReadLine());
+    const qint64 before = process.readLine().toLongLong();
+    QTRY_VERIFY(process.canReadLine());
+    const qint64 started = process.readLine().toLongLong();
+    QTRY_VERIFY(!isRunning(process.processId()));
+    QVERIFY(!isRunning(started));
+    const bool isSpared = isRunning(before);
+    ::kill(pid_t(before), SIGKILL);
+    QVERIFY(process.waitForFinished());
+    QVERIFY(isSpared);
+}
+
+void TestStandIn::orphansAreReleased()
+{
+    // A process whose parent has gone ends; whoever waits for it must see it go.
+    const Result result =
+        standIn(shell(QStringLiteral("id=$(sh -c 'sleep 0 >/dev/null & echo $!'); "
+                                     "while kill -0 $id 2>/dev/null; do sleep 0.1; done; echo gone")));
+    QCOMPARE(result.output, QStringLiteral("gone\n"));
+    QCOMPARE(result.exitCode, 0);
+}
+
+void TestStandIn::ignoredSignalsStayIgnored()
+{
+    QProcess process;
+    process.start(QStringLiteral("nohup"),
+                  QStringList(StandIn) + shell(QStringLiteral("echo $PPID; read line; exit 3")));
+    QTRY_VERIFY(process.canReadLine());
+    ::kill(process.readLine().trimmed().toInt(), SIGHUP);
+    process.write("go on\n");
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 3);
 }
 
 void TestStandIn::leavesNoFiles()

@@ -57,7 +57,7 @@ void Application::whenReady(const Ready &ready)
     }
     m_waiting.append(ready);
     if (!m_timer.isActive())
-        m_timer.start();
+        m_timer.start(); // for one that runs already
     if (!m_process)
         start();
 }
@@ -66,6 +66,7 @@ void Application::start()
 {
     auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
     adopt(process);
+    m_timer.start();
     process->start(m_manifest.command);
 }
 

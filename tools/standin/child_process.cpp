@@ -7,9 +7,16 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+namespace {
+
+QSet<ChildProcess *> allChildren; // NOLINT: used on the main thread only
+
+} // namespace
+
 ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
     : QProcess(parent), m_terminal(terminal), m_parentId(QCoreApplication::applicationPid())
 {
+    allChildren.insert(this);
     setProcessChannelMode(ForwardedChannels);
     setProcessEnvironment(cleanEnvironment());
     if (terminal == Terminal::Shared)
@@ -20,6 +27,7 @@ ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
 
 ChildProcess::~ChildProcess()
 {
+    allChildren.remove(this);
     blockSignals(true);
     if (state() != NotRunning) {
         kill();
@@ -30,6 +38,14 @@ ChildProcess::~ChildProcess()
 void ChildProcess::start(const QStringList &command)
 {
     QProcess::start(command.first(), command.mid(1));
+}
+
+QSet<pid_t> ChildProcess::running()
+{
+    QSet<pid_t> ids;
+    for (const ChildProcess *child : qAsConst(allChildren))
+        ids.insert(pid_t(child->processId()));
+    return ids;
 }
 
 int ChildProcess::shellExitCode() const

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <QtCore/QProcess>
+#include <QtCore/QSet>
+
+#include <sys/types.h>
 
 /**
  * A process that the stand-in starts. It writes where the stand-in writes, and gets SIGTERM if the stand-in is killed.
@@ -23,6 +26,9 @@ public:
 
     /// How the process has ended, as a shell would tell it: its exit code, or 128 and the signal's number.
     int shellExitCode() const;
+
+    /// The processes that have been started here and not been noticed to end.
+    static QSet<pid_t> running();
 
     /// This process's environment without what says who a process is to the service.
     static QProcessEnvironment cleanEnvironment();

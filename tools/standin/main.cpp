@@ -6,8 +6,11 @@
 
 int main(int argc, char **argv)
 {
+    QStringList arguments; // all of them: QCoreApplication takes some away, which are the command's
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
     const QCoreApplication application(argc, argv);
-    const auto task = readCommandLine(QCoreApplication::arguments());
+    const auto task = readCommandLine(arguments);
     if (const auto *request = std::get_if<ControlRequest>(&task))
         return sendRequest(*request);
     return run(std::get<RunOptions>(task));

@@ -40,8 +40,8 @@ public:
     Manifest read()
     {
         QFile file(m_file);
-        if (!file.open(QIODevice::ReadOnly)) {
-            error(QStringLiteral("cannot be read: %1").arg(file.errorString()));
+        if (!QFileInfo(m_file).isFile() || !file.open(QIODevice::ReadOnly)) { // to open a pipe would wait for ever
+            error(QStringLiteral("expected a file that can be read"));
             return {};
         }
         const QByteArray text = file.readAll();
@@ -161,7 +161,7 @@ Manifests readManifests(const QStringList &directories)
             manifests.errors.append(QStringLiteral("%1: expected a directory with manifests").arg(directory));
             continue;
         }
-        const QStringList names = dir.entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+        const QStringList names = dir.entryList({QStringLiteral("*.json")}, QDir::Files | QDir::System, QDir::Name);
         if (names.isEmpty())
             manifests.errors.append(QStringLiteral("%1: expected manifests, found no *.json file").arg(directory));
         for (const QString &name : names) {

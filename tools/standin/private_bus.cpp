@@ -63,8 +63,9 @@ void PrivateBus::start()
                     QStringLiteral("--print-address=1"), QStringLiteral("--config-file=") + configuration.fileName()});
     while (!m_daemon.canReadLine()) {
         if (!m_daemon.waitForReadyRead(StartTimeout)) {
-            m_problem = QStringLiteral("dbus-daemon does not start: %1\n%2")
-                            .arg(m_daemon.errorString(), QString::fromLocal8Bit(m_daemon.readAllStandardError()));
+            const QString reason = QString::fromLocal8Bit(m_daemon.readAllStandardError()).trimmed();
+            m_problem =
+                QStringLiteral("dbus-daemon does not start: ") + (reason.isEmpty() ? m_daemon.errorString() : reason);
             return;
         }
     }

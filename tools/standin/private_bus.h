@@ -17,7 +17,7 @@ public:
     explicit PrivateBus(QObject *parent = nullptr);
 
     QString problem() const { return m_problem; }
-    qint64 processId() const { return m_daemon.processId(); }
+    pid_t processId() const { return pid_t(m_daemon.processId()); }
 
 Q_SIGNALS:
     /// The daemon has ended by itself.

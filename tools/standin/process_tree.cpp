@@ -1,78 +1,101 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "process_tree.h"
 
-#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QMultiHash>
-#include <QtCore/QSet>
 #include <QtCore/QThread>
 #include <QtCore/QVector>
 
 #include <csignal>
 #include <sys/prctl.h>
-#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
-/// Every running process of the system by its parent. Those that have ended and wait for their parent do not count.
-QMultiHash<pid_t, pid_t> processesByParent()
+struct Process
 {
-    QMultiHash<pid_t, pid_t> processes;
-    const QStringList names = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    pid_t id;
+    pid_t parent;
+    bool hasEnded; ///< and waits for its parent to notice
+};
+
+QStringList numbersIn(const QString &directory)
+{
+    return QDir(directory).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs);
+}
+
+/// Every process of the system.
+QVector<Process> processes()
+{
+    QVector<Process> list;
+    const QString proc = QStringLiteral("/proc");
+    const QStringList names = numbersIn(proc);
     for (const QString &name : names) {
-        bool isNumber = false;
-        const pid_t id = name.toInt(&isNumber);
-        if (!isNumber)
-            continue;
-        QFile file(QStringLiteral("/proc/%1/stat").arg(id));
+        QFile file(QStringLiteral("/proc/%1/stat").arg(name));
         if (!file.open(QIODevice::ReadOnly)) // it is gone already
             continue;
         const QByteArray line = file.readAll(); // 12 (any (name)) S 1 ...
         const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
-        if (fields.size() > 1 && fields.at(0) != "Z" && fields.at(0) != "X")
-            processes.insert(fields.at(1).toInt(), id);
+        if (fields.size() < 2)
+            continue;
+        // One whose first thread has ended looks the same, but has others.
+        const bool hasEnded = (fields.at(0) == "Z" && numbersIn(QStringLiteral("/proc/%1/task").arg(name)).size() <= 1)
+            || fields.at(0) == "X";
+        list.append({name.toInt(), fields.at(1).toInt(), hasEnded});
     }
-    return processes;
-}
-
-QVector<pid_t> descendants()
-{
-    const QMultiHash<pid_t, pid_t> processes = processesByParent();
-    QVector<pid_t> found{pid_t(QCoreApplication::applicationPid())};
-    for (int i = 0; i < found.size(); ++i) {
-        for (auto it = processes.find(found.at(i)); it != processes.end() && it.key() == found.at(i); ++it)
-            found.append(it.value());
-    }
-    found.removeFirst();
-    return found;
+    return list;
 }
 
 } // namespace
 
-void ProcessTree::adoptOrphans()
+ProcessTree::ProcessTree() : m_before(descendants())
 {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
-void ProcessTree::endAll(qint64 spared, int grace)
+void ProcessTree::reapOrphans(const QSet<pid_t> &others) const
+{
+    const QVector<Process> all = processes();
+    for (const Process &process : all) {
+        if (process.parent == ::getpid() && process.hasEnded && !others.contains(process.id)
+            && !m_before.contains(process.id))
+            ::waitpid(process.id, nullptr, WNOHANG);
+    }
+}
+
+QSet<pid_t> ProcessTree::descendants() const
+{
+    const QVector<Process> all = processes();
+    QVector<pid_t> found{::getpid()};
+    for (int i = 0; i < found.size(); ++i) {
+        for (const Process &process : all) {
+            if (process.parent == found.at(i) && !process.hasEnded && !m_before.contains(process.id))
+                found.append(process.id);
+        }
+    }
+    found.removeFirst();
+    return {found.cbegin(), found.cend()};
+}
+
+QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
 {
     QElapsedTimer timer;
     timer.start();
     QSet<pid_t> asked;
     for (;;) {
-        QVector<pid_t> left = descendants();
-        left.removeAll(pid_t(spared));
-        if (left.isEmpty())
-            return;
+        QSet<pid_t> left = descendants();
+        left.remove(spared);
+        if (left.isEmpty() || timer.elapsed() > 2 * grace)
+            return left;
         const bool force = timer.elapsed() > grace;
         for (const pid_t id : qAsConst(left)) {
             if (force)
                 ::kill(id, SIGKILL);
             else if (!asked.contains(id))
                 ::kill(id, SIGTERM);
-            asked.insert(id);
         }
+        asked += left;
         QThread::msleep(5);
     }
 }

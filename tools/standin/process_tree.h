@@ -1,16 +1,30 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <QtCore/QtGlobal>
+#include <QtCore/QSet>
 
-/// The processes below this one, however deep, and those that they left behind.
-namespace ProcessTree {
+#include <sys/types.h>
 
-/// Makes this process the parent of every process below it that loses its own. Once, before the first is started.
-void adoptOrphans();
+/**
+ * The processes below this one, however deep, and those that they left behind: this process becomes the parent of each
+ * that loses its own. Those that were there before, children of a shell that became this program, do not count.
+ */
+class ProcessTree
+{
+public:
+    /// Make it before the first process is started.
+    ProcessTree();
 
-/// Ends them all but \a spared (0 for none), with SIGTERM and, after \a grace milliseconds, SIGKILL. Blocks until all
-/// are gone.
-void endAll(qint64 spared, int grace);
+    /// Releases the orphans that have ended, which would be there as "defunct" for ever. Not those in \a others, which
+    /// somebody else waits for.
+    void reapOrphans(const QSet<pid_t> &others) const;
 
-} // namespace ProcessTree
+    /// Ends all but \a spared, with SIGTERM and, after \a grace milliseconds, SIGKILL. Blocks until they are gone, or
+    /// for as long again. Returns those that are left, since they cannot be ended.
+    QSet<pid_t> endAll(pid_t spared, int grace) const;
+
+private:
+    QSet<pid_t> descendants() const;
+
+    QSet<pid_t> m_before;
+};

@@ -26,6 +26,7 @@ namespace Names = Corvane::Names;
 namespace {
 
 const int GracePeriod = 2000; // milliseconds that processes have to end when asked
+const int ReapingInterval = 500; // milliseconds
 
 } // namespace
 
@@ -39,7 +40,7 @@ int run(const RunOptions &options)
 
     const Trace trace(options.verbose);
     const TerminationSignals signals;
-    ProcessTree::adoptOrphans();
+    const ProcessTree processes;
     const PrivateBus bus;
     if (!bus.problem().isEmpty()) {
         complain(bus.problem());
@@ -89,8 +90,14 @@ int run(const RunOptions &options)
         complain(QStringLiteral("The private bus has ended"));
         QCoreApplication::exit(ExitCode::Bus);
     });
+    QTimer reaping;
+    QObject::connect(&reaping, &QTimer::timeout, &reaping,
+                     [&processes] { processes.reapOrphans(ChildProcess::running()); });
+    reaping.start(ReapingInterval);
     QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
     const int exitCode = QCoreApplication::exec();
-    ProcessTree::endAll(bus.processId(), GracePeriod);
+    const QSet<pid_t> left = processes.endAll(bus.processId(), GracePeriod);
+    for (const pid_t id : left)
+        complain(QStringLiteral("The process %1 cannot be ended").arg(id));
     return exitCode;
 }

@@ -11,9 +11,12 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
 {
     sigset_t signals;
     ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGINT);
-    ::sigaddset(&signals, SIGTERM);
-    ::sigaddset(&signals, SIGHUP);
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        ::sigaction(number, nullptr, &action);
+        if (action.sa_handler != SIG_IGN) // NOLINT: a macro of the system with an old cast
+            ::sigaddset(&signals, number);
+    }
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
     m_descriptor = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     auto *notifier = new QSocketNotifier(m_descriptor, QSocketNotifier::Read, this);

@@ -3,7 +3,8 @@
 
 #include <QtCore/QObject>
 
-/// Turns SIGINT, SIGTERM and SIGHUP into a Qt signal. Make it before any thread starts, which then leaves them alone.
+/// Turns SIGINT, SIGQUIT, SIGTERM and SIGHUP into a Qt signal, but for those that are ignored, as by nohup. Make it
+/// before any thread starts, which then leaves them alone.
 class TerminationSignals : public QObject
 {
     Q_OBJECT

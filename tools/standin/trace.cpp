@@ -8,9 +8,12 @@
 #include <QtCore/QTextStream>
 #include <QtDBus/QDBusUnixFileDescriptor>
 
+#include <array>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,7 +21,12 @@ const int LongestText = 300;
 
 QString cut(const QString &text)
 {
-    return text.size() > LongestText ? text.left(LongestText) + QStringLiteral("...") : text;
+    if (text.size() <= LongestText)
+        return text;
+    QString begin = text.left(LongestText);
+    if (begin.at(begin.size() - 1).isHighSurrogate())
+        begin.chop(1);
+    return begin + QStringLiteral("...");
 }
 
 QString described(const QDBusUnixFileDescriptor &file)
@@ -31,8 +39,20 @@ QString described(const QDBusUnixFileDescriptor &file)
     const QString mode = access == O_RDONLY ? QStringLiteral("read-only")
         : access == O_WRONLY                ? QStringLiteral("write-only")
                                             : QStringLiteral("read-write");
-    const QString target = QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(descriptor));
-    return QStringLiteral("%1 (%2, %3 bytes)").arg(Trace::quoted(target), mode).arg(status.st_size);
+    std::array<char, PATH_MAX> target{};
+    ::readlink(qPrintable(QStringLiteral("/proc/self/fd/%1").arg(descriptor)), target.data(), target.size() - 1);
+    return QStringLiteral("%1 (%2, %3 bytes)")
+        .arg(Trace::quoted(QFile::decodeName(target.data())), mode, QString::number(status.st_size));
+}
+
+/// The descriptors of an array of them. Anything else has none, and must not be read as if it had.
+QList<QDBusUnixFileDescriptor> descriptorsIn(const QVariant &value)
+{
+    if (value.userType() != qMetaTypeId<QDBusArgument>())
+        return {};
+    const auto argument = value.value<QDBusArgument>();
+    return argument.currentSignature() == QLatin1String("ah") ? qdbus_cast<QList<QDBusUnixFileDescriptor>>(argument)
+                                                              : QList<QDBusUnixFileDescriptor>();
 }
 
 } // namespace
@@ -59,7 +79,7 @@ QString Trace::descriptors(const QVariantMap &map)
 {
     const auto list = [&map](const QString &key, const QString &label) {
         QStringList texts;
-        const auto files = qdbus_cast<QList<QDBusUnixFileDescriptor>>(map.value(key));
+        const auto files = descriptorsIn(map.value(key));
         for (const QDBusUnixFileDescriptor &file : files)
             texts.append(described(file));
         return texts.isEmpty() ? QString() : label + texts.join(QLatin1String(", "));

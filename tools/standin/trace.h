@@ -18,8 +18,8 @@ public:
     static QString quoted(const QString &text);
     /// A value as it came from the bus, an a{sv}, as JSON.
     static QString json(const QVariant &value);
-    /// The descriptors under "readFds" and "writeFds" in a map: `, for reading: "/tmp/a.txt" (12 bytes)`. They are
-    /// looked at, and closed when the last copy of the map goes.
+    /// The descriptors under "readFds" and "writeFds" in a map: `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
+    /// They are looked at, and closed when the last copy of the map goes.
     static QString descriptors(const QVariantMap &map);
 
 private:

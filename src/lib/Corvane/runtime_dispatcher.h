@@ -44,7 +44,8 @@ public:
      */
     static RuntimeDispatcher *instance();
 
-    /// Makes a dispatcher and has instance() return it from now on. Applications call instance() instead.
+    /// Makes a dispatcher and has instance() return it, until any dispatcher is deleted. Applications call instance()
+    /// instead.
     RuntimeDispatcher();
     ~RuntimeDispatcher() override;
 
