@@ -2,7 +2,7 @@
 #include "process_tree.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QThread>
 #include <QtCore/QVector>
 
@@ -49,8 +49,9 @@ QVector<Process> processes()
 
 } // namespace
 
-ProcessTree::ProcessTree() : m_before(descendants())
+ProcessTree::ProcessTree()
 {
+    m_before = descendants();
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
@@ -80,17 +81,16 @@ QSet<pid_t> ProcessTree::descendants() const
 
 QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
 {
-    QElapsedTimer timer;
-    timer.start();
+    const QDeadlineTimer forced(grace);
+    const QDeadlineTimer givenUp(qint64(grace) * 2);
     QSet<pid_t> asked;
     for (;;) {
         QSet<pid_t> left = descendants();
         left.remove(spared);
-        if (left.isEmpty() || timer.elapsed() > 2 * grace)
+        if (left.isEmpty() || givenUp.hasExpired())
             return left;
-        const bool force = timer.elapsed() > grace;
         for (const pid_t id : qAsConst(left)) {
-            if (force)
+            if (forced.hasExpired())
                 ::kill(id, SIGKILL);
             else if (!asked.contains(id))
                 ::kill(id, SIGTERM);

@@ -40,7 +40,9 @@ QString described(const QDBusUnixFileDescriptor &file)
         : access == O_WRONLY                ? QStringLiteral("write-only")
                                             : QStringLiteral("read-write");
     std::array<char, PATH_MAX> target{};
-    ::readlink(qPrintable(QStringLiteral("/proc/self/fd/%1").arg(descriptor)), target.data(), target.size() - 1);
+    const QString link = QStringLiteral("/proc/self/fd/%1").arg(descriptor);
+    if (::readlink(qPrintable(link), target.data(), target.size() - 1) < 0)
+        return QStringLiteral("a descriptor of unknown origin");
     return QStringLiteral("%1 (%2, %3 bytes)")
         .arg(Trace::quoted(QFile::decodeName(target.data())), mode, QString::number(status.st_size));
 }
