@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "process_tree.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QDir>
 #include <QtCore/QThread>
 #include <QtCore/QVector>
 
