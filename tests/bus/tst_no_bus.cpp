@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A process that has no session bus at all.
 #include <Corvane/intents_invoker.h>
+#include <Corvane/lifecycle.h>
+#include <Corvane/memory_pressure.h>
 #include <Corvane/runtime_dispatcher.h>
+#include <Corvane/task.h>
 
+#include <message_log.h>
 #include <replies.h>
 
 #include <QtTest/QtTest>
@@ -16,7 +20,9 @@ private Q_SLOTS:
     void invokeFailsOnceFromTheEventLoop();
     void invokerMayBeDeletedInItsSlot();
     void deletedInvokerDeliversNothing();
+    void taskFailsOnceFromTheEventLoop();
     void servicesCannotStart();
+    void nothingIsHeard();
 };
 
 void TestNoBus::invokeFailsOnceFromTheEventLoop()
@@ -70,6 +76,42 @@ void TestNoBus::servicesCannotStart()
     QCOMPARE(error.code(), Error::Failed);
     QCOMPARE(error.message(), QStringLiteral("Registration failed"));
     delete dispatcher;
+    QCOMPARE(Lifecycle::instance()->startService().code(), Error::Failed);
+    QCOMPARE(Lifecycle::instance()->stopService().code(), Error::Failed);
+}
+
+void TestNoBus::taskFailsOnceFromTheEventLoop()
+{
+    MessageLog log;
+    Task task(QStringLiteral("sync"));
+    QStringList outcomes;
+    const auto note = [&outcomes](const Error &error) {
+        outcomes << QStringLiteral("%1 %2").arg(int(error.code())).arg(error.message());
+    };
+    task.start(note);
+    task.stop(Task::Force, note);
+    QCOMPARE(outcomes, QStringList());
+    const QString error = QStringLiteral("1 Not connected to D-Bus server");
+    QTRY_COMPARE(outcomes, QStringList({error, error}));
+    QCoreApplication::processEvents();
+    QCOMPARE(outcomes.size(), 2);
+    QCOMPARE(task.state(), Task::Unknown);
+    QCOMPARE(log.takeWarnings(),
+             QStringList(QStringLiteral("Failed to get the Tasks interface properties "
+                                        "QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to "
+                                        "D-Bus server\")")));
+}
+
+void TestNoBus::nothingIsHeard()
+{
+    MessageLog log;
+    QCOMPARE(MemoryPressure::instance()->level(), MemoryPressure::NormalLevel);
+    QCoreApplication::processEvents();
+    const QString error = QStringLiteral("QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to "
+                                         "D-Bus server\")");
+    QCOMPARE(log.takeWarnings(),
+             QStringList({QStringLiteral("MemoryPressure subscription failed: ") + error,
+                          QStringLiteral("Failed to get memory level: ") + error}));
 }
 
 QTEST_GUILESS_MAIN(TestNoBus)

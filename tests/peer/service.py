@@ -27,6 +27,13 @@ INTERFACES = Gio.DBusNodeInfo.new_for_xml(f"""
     </method>
   </interface>
   <interface name="{ROOT}.MemoryPressure1"> <method name="Subscribe"/> </interface>
+  <interface name="{ROOT}.Tasks1">
+    <method name="GetAll"> <arg type="a{{sv}}" direction="out"/> </method>
+    <method name="Start">
+      <arg type="s" direction="in"/> <arg type="as" direction="in"/> <arg type="a{{sv}}" direction="in"/>
+    </method>
+    <method name="Stop"> <arg type="s" direction="in"/> <arg type="b" direction="in"/> </method>
+  </interface>
   <interface name="{ROOT}.Test">
     <method name="RoundTrip"/>
     <method name="Echo"> <arg type="v" direction="in"/> <arg type="v" direction="out"/> </method>
@@ -93,7 +100,7 @@ class Service:
         self.held = []
         self.holding = False
         self.answer = {"body": "(@a{sv} {},)"}
-        self.member_answers = {"Subscribe": {}}
+        self.member_answers = {"Start": {}, "Stop": {}, "Subscribe": {}}
         self.stranger = None
         for interface in INTERFACES:
             member = interface.name.rsplit(".", 1)[1]

@@ -27,6 +27,8 @@ void TestNames::namesFollowFromTheServiceRoot()
     QCOMPARE(QString(Names::Lifecycle.path()), path + QStringLiteral("/Lifecycle1"));
     QCOMPARE(QString::fromLatin1(Names::MemoryPressure.interface), root + QStringLiteral(".MemoryPressure1"));
     QCOMPARE(QString(Names::MemoryPressure.path()), path + QStringLiteral("/MemoryPressure1"));
+    QCOMPARE(QString::fromLatin1(Names::Tasks.interface), root + QStringLiteral(".Tasks1"));
+    QCOMPARE(QString(Names::Tasks.path()), path + QStringLiteral("/Tasks1"));
     QCOMPARE(QString::fromLatin1(Names::StandIn.interface), root + QStringLiteral(".StandIn1"));
     QCOMPARE(QString(Names::StandIn.path()), path + QStringLiteral("/StandIn1"));
 

@@ -38,6 +38,7 @@ ChildProcess::~ChildProcess()
 void ChildProcess::start(const QStringList &command)
 {
     QProcess::start(command.first(), command.mid(1));
+    waitForStarted(); // or what it does might be noticed before
 }
 
 QSet<pid_t> ChildProcess::running()

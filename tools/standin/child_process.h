@@ -21,7 +21,7 @@ public:
     explicit ChildProcess(Terminal terminal, QObject *parent = nullptr);
     ~ChildProcess() override;
 
-    /// Starts the program with its arguments; errorOccurred() tells if that fails.
+    /// Starts the program with its arguments, and waits until it has started; errorOccurred() tells if that fails.
     void start(const QStringList &command);
 
     /// How the process has ended, as a shell would tell it: its exit code, or 128 and the signal's number.

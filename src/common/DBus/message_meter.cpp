@@ -3,7 +3,6 @@
 
 #include <Core/types.h>
 
-#include <QtCore/QStringList>
 #include <QtDBus/QDBusUnixFileDescriptor>
 
 namespace Corvane {
@@ -32,6 +31,11 @@ void MessageMeter::add(const QString &text)
     m_size += length + 1;
     if (m_size > MaxBody)
         refuse(QStringLiteral("A message cannot be longer than 128 MiB"));
+}
+
+void MessageMeter::add(const QStringList &texts)
+{
+    addList(texts, 4, 1, [this](const QString &text) { add(text); });
 }
 
 void MessageMeter::add(const QJsonObject &object)
@@ -105,7 +109,11 @@ void MessageMeter::addPlainContent(const QJsonValue &value)
 void MessageMeter::addContent(const QVariant &value)
 {
     switch (value.userType()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        return; // left out
     case QMetaType::Bool:
+    case QMetaType::Int:
         addSignature(1);
         return addFixed(4);
     case QMetaType::Double:
@@ -116,7 +124,9 @@ void MessageMeter::addContent(const QVariant &value)
         return add(value.toString());
     case QMetaType::QStringList:
         addSignature(2);
-        return addList(value.toStringList(), 4, 1, [this](const QString &element) { add(element); });
+        return add(value.toStringList());
+    case QMetaType::QByteArray:
+        return addFixedArray(value.toByteArray().size(), 1);
     case QMetaType::QVariantList:
         addSignature(2);
         return addList(value.toList(), 1, 2, [this](const QVariant &element) { addContent(element); });
@@ -130,6 +140,8 @@ void MessageMeter::addContent(const QVariant &value)
         addFixedArray(value.value<QList<bool>>().size(), 4);
     } else if (value.userType() == qMetaTypeId<QList<double>>()) {
         addFixedArray(value.value<QList<double>>().size(), 8);
+    } else if (value.userType() == qMetaTypeId<QList<int>>()) {
+        addFixedArray(value.value<QList<int>>().size(), 4);
     } else if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
         addSignature(6);
         addList(value.value<QList<QVariantMap>>(), 4, 1, [this](const QVariantMap &element) { add(element); });
@@ -139,6 +151,9 @@ void MessageMeter::addContent(const QVariant &value)
         m_descriptors += count;
         if (m_descriptors > CORVANE_MAX_DESCRIPTORS)
             refuse(QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
+    } else {
+        addSignature(255);
+        addFixed(8);
     }
 }
 

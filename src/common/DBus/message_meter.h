@@ -3,7 +3,7 @@
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonObject>
-#include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
 // File descriptors that a message may carry: a stock session bus cuts off who sends more.
@@ -24,8 +24,10 @@ class MessageMeter
 {
 public:
     void add(const QString &text);
+    void add(const QStringList &texts);
     void add(const QJsonObject &object);
-    /// A map of what Core::Types makes of JSON, and of descriptors.
+    /// A map of what Core::Types makes of JSON, of descriptors, and of what describes a task. Other values are taken to
+    /// be small.
     void add(const QVariantMap &map);
 
     /// Why the bus would not let the message pass, for people; empty if it would.

@@ -40,6 +40,7 @@ inline constexpr Endpoint Intents(CORVANE_SERVICE_ROOT ".Intents1");
 inline constexpr Endpoint IntentHandler(CORVANE_SERVICE_ROOT ".IntentHandler1");
 inline constexpr Endpoint Lifecycle(CORVANE_SERVICE_ROOT ".Lifecycle1");
 inline constexpr Endpoint MemoryPressure(CORVANE_SERVICE_ROOT ".MemoryPressure1");
+inline constexpr Endpoint Tasks(CORVANE_SERVICE_ROOT ".Tasks1");
 inline constexpr Endpoint StandIn(CORVANE_SERVICE_ROOT ".StandIn1"); // of the development stand-in alone
 
 } // namespace Corvane::Names

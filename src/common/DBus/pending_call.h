@@ -21,4 +21,10 @@ void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
     });
 }
 
+/// A call that fails for what is wrong with it, without being sent. The problem is told as Error::Failed.
+inline QDBusPendingCall refusedCall(const QString &problem)
+{
+    return QDBusPendingCall::fromError(QDBusError(QDBusError::Failed, problem));
+}
+
 } // namespace Corvane

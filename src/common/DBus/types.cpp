@@ -296,44 +296,68 @@ void registerRecordTypes()
     registered = true;
 }
 
-QVariant withoutNulls(const QVariant &value)
+namespace {
+
+/// The value without what \a isSendable refuses, at any depth; invalid if that is all of it.
+template<typename Predicate>
+QVariant filtered(const QVariant &value, Predicate isSendable)
 {
-    switch (value.userType()) {
-    case QMetaType::Nullptr:
-        qWarning() << "Unknown JSON value type";
+    if (!isSendable(value))
         return {};
-    case QMetaType::QVariantList: {
+    if (value.userType() == QMetaType::QVariantList) {
         QVariantList list;
         const QVariantList elements = value.toList();
         for (const QVariant &element : elements) {
-            const QVariant kept = withoutNulls(element);
+            const QVariant kept = filtered(element, isSendable);
             if (kept.isValid())
                 list.append(kept);
         }
         return list;
     }
-    case QMetaType::QVariantMap: {
+    if (value.userType() == QMetaType::QVariantMap || value.userType() == QMetaType::QVariantHash) {
         QVariantMap map;
         const QVariantMap members = value.toMap();
         for (auto member = members.begin(); member != members.end(); ++member) {
-            const QVariant kept = withoutNulls(member.value());
+            const QVariant kept = filtered(member.value(), isSendable);
             if (kept.isValid())
                 map.insert(map.constEnd(), member.key(), kept);
         }
         return map;
-    }
-    default:
-        break;
     }
     if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
         QList<QVariantMap> maps;
         const auto elements = value.value<QList<QVariantMap>>();
         maps.reserve(elements.size());
         for (const QVariantMap &element : elements)
-            maps.append(withoutNulls(element).toMap());
+            maps.append(filtered(element, isSendable).toMap());
         return QVariant::fromValue(maps);
     }
+    if (value.userType() == qMetaTypeId<QDBusVariant>()) {
+        const QVariant kept = filtered(value.value<QDBusVariant>().variant(), isSendable);
+        return kept.isValid() ? QVariant::fromValue(QDBusVariant(kept)) : QVariant();
+    }
     return value;
+}
+
+} // namespace
+
+QVariant withoutNulls(const QVariant &value)
+{
+    return filtered(value, [](const QVariant &part) {
+        if (part.userType() == QMetaType::Nullptr)
+            qWarning() << "Unknown JSON value type";
+        return part.userType() != QMetaType::Nullptr && part.isValid();
+    });
+}
+
+QVariant withoutUnsendable(const QVariant &value)
+{
+    return filtered(value, [](const QVariant &part) {
+        const bool isSendable = part.isValid() && QDBusMetaType::typeToSignature(part.userType());
+        if (!isSendable)
+            qWarning() << "Value without a form on D-Bus:" << part;
+        return isSendable;
+    });
 }
 
 } // namespace Corvane

@@ -87,6 +87,9 @@ void registerRecordTypes();
 /// Invalid variants are left out in silence; what made them has logged why.
 QVariant withoutNulls(const QVariant &value);
 
+/// The same for a map that may hold anything: whatever has no form on the bus is left out with a warning.
+QVariant withoutUnsendable(const QVariant &value);
+
 } // namespace Corvane
 
 Q_DECLARE_METATYPE(Corvane::TaskState)

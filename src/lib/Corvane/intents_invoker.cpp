@@ -16,15 +16,6 @@
 
 namespace Corvane {
 
-namespace {
-
-QDBusPendingCall refused(const QString &problem)
-{
-    return QDBusPendingCall::fromError(QDBusError(QDBusError::Failed, problem));
-}
-
-} // namespace
-
 IntentsInterface::IntentsInterface()
     : QDBusAbstractInterface(Names::ServiceRoot, Names::Intents.path(), Names::Intents.interface,
                              QDBusConnection::sessionBus(), nullptr)
@@ -53,7 +44,7 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     given.add(hints);
     given.add(params);
     if (!given.problem().isEmpty())
-        return refused(given.problem());
+        return refusedCall(given.problem());
 
     QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints)).toMap();
     FileSharing::shareUri(intentName, params, map);
@@ -64,7 +55,7 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     sent.add(map);
     sent.add(params);
     if (!sent.problem().isEmpty())
-        return refused(sent.problem());
+        return refusedCall(sent.problem());
     return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(params));
 }
 

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "task.h"
+#include "task_p.h"
+
+#include "error_p.h"
+#include "runtime_dispatcher.h"
+#include "tasks_interface_p.h"
+
+#include <Core/environment.h>
+#include <DBus/message_meter.h>
+#include <DBus/pending_call.h>
+
+#include <QtCore/QPointer>
+#include <QtCore/QStandardPaths>
+
+namespace Corvane {
+
+namespace {
+
+const QString StartTime = QStringLiteral("StartTime");
+const QString CreateIpcSocket = QStringLiteral("CreateIPCSocket");
+const QString ScheduleKey = QStringLiteral("Schedule");
+const QString Priority = QStringLiteral("Priority");
+const QString Autostart = QStringLiteral("Autostart");
+const QString Interval = QStringLiteral("Interval");
+const QString RunningTime = QStringLiteral("RunningTime");
+const QString StartDelay = QStringLiteral("StartDelay");
+
+/// The service's code for a state as ours.
+Task::State toState(quint32 code)
+{
+    switch (code) {
+    case 0:
+        return Task::Stopped;
+    case 1:
+        return Task::Running;
+    case 2:
+        return Task::Waiting;
+    default:
+        return Task::Unknown;
+    }
+}
+
+} // namespace
+
+TaskPrivate::TaskPrivate(const QString &id, Task *task)
+    : taskId(id), qualifiedName(Core::fromEnvironment("HALVIR_APP_ID") + QLatin1String(".task_") + id), q(task)
+{
+    TasksInterface *interface = TasksInterface::instance();
+    QObject::connect(interface, &TasksInterface::stateChanged, q,
+                     [this](const QVector<TaskState> &tasksState) { updateState(tasksState); });
+    if (interface->statesKnown)
+        updateState(interface->tasksState);
+}
+
+void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
+{
+    const QPointer<Task> task(q);
+    for (const TaskState &taskState : tasksState) {
+        if (taskState.taskId != taskId)
+            continue;
+        const Task::State newState = toState(taskState.state);
+        if (newState == state)
+            continue;
+        state = newState;
+        Q_EMIT q->stateChanged(newState);
+        if (!task) // deleted in there
+            return;
+    }
+}
+
+void TaskPrivate::start(const std::function<void(const Error &)> &callback)
+{
+    const QVariantMap sent = withoutUnsendable(properties).toMap();
+    MessageMeter meter;
+    meter.add(qualifiedName);
+    meter.add(arguments);
+    meter.add(sent);
+    deliver(meter.problem().isEmpty()
+                ? TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent)
+                : refusedCall(meter.problem()),
+            callback);
+}
+
+void TaskPrivate::stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback)
+{
+    MessageMeter meter;
+    meter.add(qualifiedName);
+    deliver(meter.problem().isEmpty() ? TasksInterface::instance()->asyncCall(QStringLiteral("Stop"), qualifiedName,
+                                                                              flags.testFlag(Task::Force))
+                                      : refusedCall(meter.problem()),
+            callback);
+}
+
+void TaskPrivate::deliver(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback)
+{
+    onFinished(call, q, [callback](const QDBusPendingCall &reply) {
+        if (callback)
+            callback(errorFromDBusError(reply.error()));
+    });
+}
+
+Task::Task(const QString &taskId, QObject *parent) : QObject(parent), d(std::make_unique<TaskPrivate>(taskId, this)) { }
+
+Task::~Task() = default;
+
+QString Task::taskId() const
+{
+    return d->taskId;
+}
+
+Task::State Task::state() const
+{
+    return d->state;
+}
+
+Task &Task::withArguments(const QStringList &arguments)
+{
+    d->arguments = arguments;
+    return *this;
+}
+
+Task &Task::withStartTime(const QDateTime &startTime)
+{
+    d->properties.insert(StartTime, startTime.toString(Qt::ISODate));
+    return *this;
+}
+
+Task &Task::withIpcSocket(bool create)
+{
+    d->properties.insert(CreateIpcSocket, create);
+    return *this;
+}
+
+Task &Task::withSchedule(const Schedule &schedule)
+{
+    d->properties.insert(ScheduleKey, schedule.m_map);
+    return *this;
+}
+
+Task &Task::withPriority(int priority)
+{
+    d->properties.insert(Priority, priority);
+    return *this;
+}
+
+Task &Task::withAutostart(bool autostart)
+{
+    d->properties.insert(Autostart, autostart);
+    return *this;
+}
+
+Task &Task::withInterval(int interval)
+{
+    d->properties.insert(Interval, interval);
+    return *this;
+}
+
+Task &Task::withMaximumRunningTime(int runningTime)
+{
+    d->properties.insert(RunningTime, runningTime);
+    return *this;
+}
+
+Task &Task::withStartDelay(int startDelay)
+{
+    d->properties.insert(StartDelay, startDelay);
+    return *this;
+}
+
+QStringList Task::arguments() const
+{
+    return d->arguments;
+}
+
+QDateTime Task::startTime() const
+{
+    return QDateTime::fromString(d->properties.value(StartTime).toString(), Qt::ISODate);
+}
+
+bool Task::hasIpcSocket() const
+{
+    return d->properties.value(CreateIpcSocket).toBool();
+}
+
+Schedule Task::schedule() const
+{
+    return Schedule(d->properties.value(ScheduleKey).toMap());
+}
+
+int Task::priority() const
+{
+    return d->properties.value(Priority).toInt();
+}
+
+bool Task::autostart() const
+{
+    return d->properties.value(Autostart).toBool();
+}
+
+int Task::interval() const
+{
+    return d->properties.value(Interval).toInt();
+}
+
+int Task::maximumRunningTime() const
+{
+    return d->properties.value(RunningTime).toInt();
+}
+
+int Task::startDelay() const
+{
+    return d->properties.value(StartDelay).toInt();
+}
+
+QString Task::socketPath() const
+{
+    return QStringLiteral("%1/applications/%2/%3.socket")
+        .arg(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation))
+        .arg(RuntimeDispatcher::instance()->applicationId()) // clazy:exclude=qstring-arg
+        .arg(d->taskId); // one after the other, as the service does
+}
+
+void Task::start(const std::function<void(const Corvane::Error &)> &callback)
+{
+    d->start(callback);
+}
+
+void Task::stop(QFlags<Task::StopFlag> flags, const std::function<void(const Corvane::Error &)> &callback)
+{
+    d->stop(flags, callback);
+}
+
+} // namespace Corvane

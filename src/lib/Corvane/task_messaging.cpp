@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "task_messaging.h"
+#include "task_messaging_p.h"
+
+#include <QtCore/QDataStream>
+#include <QtCore/QDebug>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QPointer>
+#include <QtCore/QSocketNotifier>
+
+#include <sys/socket.h>
+
+namespace Corvane {
+
+namespace {
+
+int socketOption(int descriptor, int option)
+{
+    int value = 0;
+    socklen_t size = sizeof value;
+    return ::getsockopt(descriptor, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+bool isListeningLocalSocket(int descriptor)
+{
+    return socketOption(descriptor, SO_ACCEPTCONN) == 1 && socketOption(descriptor, SO_DOMAIN) == AF_UNIX
+        && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
+}
+
+} // namespace
+
+void TaskMessagingPrivate::connectTo(const QString &socketPath)
+{
+    socket.reset(new QLocalSocket);
+    setUpSocket();
+    socket->connectToServer(socketPath, QIODevice::ReadWrite);
+}
+
+void TaskMessagingPrivate::listen(int socketDescriptor)
+{
+    if (!isListeningLocalSocket(socketDescriptor)) { // Qt would close it, standard input for one
+        qWarning() << "Not a listening local socket:" << socketDescriptor;
+        return;
+    }
+    server.reset(new QLocalServer);
+    QObject::connect(server.get(), &QLocalServer::newConnection, server.get(), [this] { onNewConnection(); });
+    server->listen(qintptr(socketDescriptor));
+    // Where it cannot accept a client, as without a free descriptor, the server gives up without a word.
+    const auto notifiers = server->findChildren<QSocketNotifier *>();
+    for (const auto *notifier : notifiers)
+        QObject::connect(notifier, &QObject::destroyed, server.get(), [this, channel = QPointer<TaskMessaging>(q)] {
+            if (channel)
+                qWarning() << "TaskMessaging has stopped listening:" << server->errorString();
+        });
+}
+
+TaskMessaging::State TaskMessagingPrivate::state() const
+{
+    switch (socket ? socket->state() : QLocalSocket::UnconnectedState) {
+    case QLocalSocket::ConnectingState:
+        return TaskMessaging::Connecting;
+    case QLocalSocket::ConnectedState:
+        return TaskMessaging::Connected;
+    case QLocalSocket::ClosingState:
+        return TaskMessaging::Closing;
+    case QLocalSocket::UnconnectedState:
+        break;
+    }
+    return TaskMessaging::Unconnected;
+}
+
+bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
+{
+    if (state() != TaskMessaging::Connected) {
+        qWarning() << Q_FUNC_INFO << "not connected";
+        return false;
+    }
+    // In one piece: the reader gives up on a frame whose length arrives without the rest.
+    QByteArray frame;
+    QDataStream stream(&frame, QIODevice::WriteOnly);
+    stream << QJsonDocument(message).toJson(QJsonDocument::Compact);
+    socket->write(frame);
+    return true;
+}
+
+void TaskMessagingPrivate::setUpSocket()
+{
+    QLocalSocket *const current = socket.get();
+    QObject::connect(current, &QLocalSocket::readyRead, current, [this] { readMessages(); });
+    QObject::connect(current, &QLocalSocket::stateChanged, current, [this] { Q_EMIT q->stateChanged(state()); });
+    QObject::connect(current, &QLocalSocket::errorOccurred, current,
+                     [current] { qWarning() << "Socket error" << current->errorString(); });
+}
+
+void TaskMessagingPrivate::onNewConnection()
+{
+    if (state() == TaskMessaging::Connected) {
+        qWarning() << "TaskMessaging can handle only one connection at a time";
+        return;
+    }
+    QLocalSocket *const client = server->nextPendingConnection();
+    if (!client)
+        return;
+    client->setParent(nullptr);
+    socket.reset(client);
+    setUpSocket();
+    if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
+        readMessages();
+}
+
+void TaskMessagingPrivate::readMessages()
+{
+    // A receiver may delete the channel, or let the event loop give it another client.
+    const QPointer<TaskMessaging> channel(q);
+    QLocalSocket *const source = socket.get();
+    QDataStream stream(source);
+    while (channel && socket.get() == source && !stream.atEnd()) {
+        QByteArray message;
+        stream >> message;
+        if (stream.status() == QDataStream::ReadPastEnd) {
+            qWarning() << "Insufficient data in the socket";
+            source->close();
+            return;
+        }
+        Q_EMIT q->messageReceived(QJsonDocument::fromJson(message).object());
+    }
+}
+
+TaskMessaging::TaskMessaging(const QString &socketPath, QObject *parent)
+    : QObject(parent), d(std::make_unique<TaskMessagingPrivate>(this))
+{
+    d->connectTo(socketPath);
+}
+
+TaskMessaging::TaskMessaging(int socketDescriptor, QObject *parent)
+    : QObject(parent), d(std::make_unique<TaskMessagingPrivate>(this))
+{
+    d->listen(socketDescriptor);
+}
+
+TaskMessaging::~TaskMessaging() = default;
+
+TaskMessaging::State TaskMessaging::state() const
+{
+    return d->state();
+}
+
+bool TaskMessaging::sendMessage(const QJsonObject &message)
+{
+    return d->sendMessage(message);
+}
+
+} // namespace Corvane

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "task.h"
+
+#include <DBus/types.h>
+
+#include <QtDBus/QDBusPendingCall>
+
+namespace Corvane {
+
+class TaskPrivate
+{
+public:
+    TaskPrivate(const QString &taskId, Task *task);
+
+    void updateState(const QVector<TaskState> &tasksState);
+    void start(const std::function<void(const Error &)> &callback);
+    void stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback);
+
+    Task::State state = Task::Unknown;
+    const QString taskId;
+    const QString qualifiedName; ///< what the service calls the task
+    QStringList arguments;
+    QVariantMap properties;
+    Task *const q;
+
+private:
+    void deliver(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
+};
+
+} // namespace Corvane

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <DBus/types.h>
+
+#include <QtDBus/QDBusAbstractInterface>
+
+namespace Corvane {
+
+/// The service's object that runs tasks, and the states that it last told; one for the process, shared by all tasks.
+class TasksInterface : public QDBusAbstractInterface
+{
+    Q_OBJECT
+public:
+    /// Made on first use, and never deleted.
+    static TasksInterface *instance();
+
+    TasksInterface();
+
+    QVector<TaskState> tasksState;
+    bool statesKnown = false; ///< The service has answered what the states are; its signals do not count.
+
+Q_SIGNALS:
+    /// The service told the states of all tasks, whether they have changed or not.
+    void stateChanged(QVector<TaskState> tasksState);
+
+protected:
+    // The base class would take each connection to a signal above for one to a signal of that name on the bus.
+    void connectNotify(const QMetaMethod &) override { }
+    void disconnectNotify(const QMetaMethod &) override { }
+
+private Q_SLOTS:
+    void onStateChanged(const QVector<TaskState> &tasksState);
+
+private:
+    void readStates();
+    void applyProperties(const QVariantMap &properties);
+};
+
+} // namespace Corvane

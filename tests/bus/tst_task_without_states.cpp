@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Tasks of a process that could not ask for their states, since there was no service when it made the first one.
+#include <Corvane/task.h>
+
+#include <message_log.h>
+#include <service_peer.h>
+
+#include <QtTest/QtTest>
+
+using namespace Corvane;
+
+class TestTaskWithoutStates : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void announcementsCountForTasksThatAreThere();
+};
+
+void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
+{
+    const QString sync = QStringLiteral("sync");
+    const auto announce = [](ServicePeer &peer) {
+        peer.emitSignal(QStringLiteral("Tasks1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"),
+                        QStringLiteral("StateChanged"), QStringLiteral("([('sync', uint32 1, @a{sv} {})],)"));
+    };
+    ServicePeer peer;
+    peer.ownServiceName(false);
+    MessageLog log;
+    const Task early(sync);
+    QVERIFY(peer.busRoundTrip());
+    QCOMPARE(log.takeWarnings(),
+             QStringList(QStringLiteral("Failed to get the Tasks interface properties "
+                                        "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The "
+                                        "name %1 was not provided by any .service files\")")
+                             .arg(QStringLiteral(CORVANE_SERVICE_ROOT))));
+    peer.ownServiceName(true);
+    announce(peer);
+    QCOMPARE(early.state(), Task::Running);
+
+    const Task late(sync);
+    QCOMPARE(late.state(), Task::Unknown); // what was announced before does not count for it
+    announce(peer);
+    QCOMPARE(late.state(), Task::Running);
+    QCOMPARE(peer.calls(), QStringList()); // nobody asks again
+}
+
+QTEST_GUILESS_MAIN(TestTaskWithoutStates)
+#include "tst_task_without_states.moc"

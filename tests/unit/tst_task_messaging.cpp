@@ -1,0 +1,749 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/task_messaging.h>
+
+#include <message_log.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QtEndian>
+#include <QtTest/QtTest>
+
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Corvane;
+
+namespace {
+
+sockaddr_un addressOf(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray name = QFile::encodeName(path);
+    Q_ASSERT(name.size() < int(sizeof address.sun_path));
+    std::copy(name.begin(), name.end(), static_cast<char *>(address.sun_path));
+    return address;
+}
+
+/// A descriptor of the test's own.
+class Descriptor
+{
+public:
+    explicit Descriptor(int number = -1) : m_number(number) { }
+    ~Descriptor() { reset(); }
+    Q_DISABLE_COPY(Descriptor)
+
+    int get() const { return m_number; }
+    int release() { return std::exchange(m_number, -1); }
+    void reset(int number = -1)
+    {
+        if (m_number >= 0)
+            ::close(m_number);
+        m_number = number;
+    }
+
+private:
+    int m_number;
+};
+
+/// A listening socket, as the service hands it to a task.
+int listeningSocket(const QString &path)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = addressOf(path);
+    if (::bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
+        || ::listen(descriptor, 10) != 0)
+        qFatal("The test cannot listen");
+    return descriptor;
+}
+
+/// A plain socket at the other end.
+class PlainSocket
+{
+public:
+    /// Connects to a socket that listens.
+    explicit PlainSocket(const QString &path)
+        : m_descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        const sockaddr_un address = addressOf(path);
+        if (::connect(m_descriptor.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            qFatal("The test cannot connect");
+    }
+    /// Accepts who has connected.
+    explicit PlainSocket(int listener)
+        : m_descriptor(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK))
+    {
+        if (m_descriptor.get() < 0)
+            qFatal("The test cannot accept");
+    }
+
+    bool send(const QByteArray &bytes)
+    {
+        return ::send(m_descriptor.get(), bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
+    }
+    /// What has arrived so far, from the beginning.
+    QByteArray received()
+    {
+        char part[4096];
+        for (;;) {
+            const ssize_t size = ::recv(m_descriptor.get(), part, sizeof part, 0);
+            if (size <= 0) {
+                m_isClosed |= size == 0;
+                return m_received;
+            }
+            m_received.append(part, int(size));
+        }
+    }
+    bool isClosed()
+    {
+        received();
+        return m_isClosed;
+    }
+    void close() { m_descriptor.reset(); }
+
+private:
+    Descriptor m_descriptor;
+    QByteArray m_received;
+    bool m_isClosed = false;
+};
+
+QByteArray frame(const QByteArray &payload)
+{
+    QByteArray bytes(4, 0);
+    qToBigEndian(quint32(payload.size()), bytes.data());
+    return bytes + payload;
+}
+
+/// One end of the library's, with what it has told.
+class Channel
+{
+public:
+    template<typename Place>
+    explicit Channel(Place place) : channel(new TaskMessaging(place))
+    {
+        QObject::connect(channel, &TaskMessaging::messageReceived, channel, [this](const QJsonObject &message) {
+            messages << QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact));
+        });
+        QObject::connect(channel, &TaskMessaging::stateChanged, channel,
+                         [this](TaskMessaging::State state) { states << int(state); });
+    }
+    ~Channel() { delete channel.data(); }
+    Q_DISABLE_COPY(Channel)
+
+    TaskMessaging *operator->() const { return channel; }
+
+    QPointer<TaskMessaging> channel;
+    QStringList messages;
+    QVector<int> states;
+};
+
+} // namespace
+
+class TestTaskMessaging : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void interfaceIsFixed();
+    void messagesTravelAsFrames_data();
+    void messagesTravelAsFrames();
+    void framesArriveInOrder();
+    void anyPayloadIsAMessage_data();
+    void anyPayloadIsAMessage();
+    void tornFramesEndTheConnection_data();
+    void tornFramesEndTheConnection();
+
+    void applicationConnectsAtOnce();
+    void missingSocketIsLogged();
+    void sendingUnconnectedIsRefused();
+    void applicationLearnsThatTheTaskHasGone();
+
+    void taskAcceptsSilently();
+    void taskOutlivesItsClients();
+    void secondClientWaits();
+    void clientThatHasGoneWhileItWaitedIsHeard();
+    void socketFileGoesWithTheTask();
+    void descriptorsThatDoNotListenAreLeftAlone_data();
+    void descriptorsThatDoNotListenAreLeftAlone();
+    void outOfDescriptorsTheEndIsLogged();
+
+    void bothEndsTalk();
+    void mayBeDeletedWhenAMessageArrives_data();
+    void mayBeDeletedWhenAMessageArrives();
+    void mayBeDeletedWhenAWaitingClientIsHeard();
+    void mayBeDeletedWhenItsStateChanges_data();
+    void mayBeDeletedWhenItsStateChanges();
+    void clientMayBeReplacedWhileAMessageIsHandled();
+
+    void burstsArriveWhole_data();
+    void burstsArriveWhole();
+
+private:
+    QString path() const { return directory->filePath(QStringLiteral("task.socket")); }
+
+    std::unique_ptr<QTemporaryDir> directory;
+    std::optional<MessageLog> log;
+};
+
+namespace {
+
+const QString Incomplete = QStringLiteral("Insufficient data in the socket");
+const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
+const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
+
+} // namespace
+
+void TestTaskMessaging::init()
+{
+    directory = std::make_unique<QTemporaryDir>();
+    log.emplace();
+}
+
+void TestTaskMessaging::cleanup()
+{
+    log.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void TestTaskMessaging::interfaceIsFixed()
+{
+    QCOMPARE(int(TaskMessaging::Unconnected), 0);
+    QCOMPARE(int(TaskMessaging::Connecting), 1);
+    QCOMPARE(int(TaskMessaging::Connected), 2);
+    QCOMPARE(int(TaskMessaging::Closing), 3);
+    const QMetaObject &meta = TaskMessaging::staticMetaObject;
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 2);
+    QCOMPARE(meta.method(meta.methodOffset()).methodSignature(), QByteArray("stateChanged(State)"));
+    QCOMPARE(meta.method(meta.methodOffset() + 1).methodSignature(), QByteArray("messageReceived(QJsonObject)"));
+    QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 0);
+    QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 0);
+}
+
+void TestTaskMessaging::messagesTravelAsFrames_data()
+{
+    QTest::addColumn<QJsonObject>("message");
+    QTest::addColumn<QByteArray>("bytes");
+
+    const QString a = QStringLiteral("a");
+    QTest::newRow("empty") << QJsonObject() << QByteArray("\0\0\0\2{}", 6);
+    QTest::newRow("number") << QJsonObject{{a, 1}} << QByteArray("\0\0\0\7{\"a\":1}", 11);
+    QTest::newRow("null") << QJsonObject{{a, QJsonValue()}} << frame(R"({"a":null})");
+    QTest::newRow("nested") << QJsonObject{{a, QJsonArray{1, QJsonObject{{a, true}}, QJsonArray{}}}}
+                            << frame(R"({"a":[1,{"a":true},[]]})");
+    QTest::newRow("any text") << QJsonObject{{a, QString::fromUtf8("é😀\n\0", 8)}} << frame("{\"a\":\"é😀\\n\\u0000\"}");
+    QTest::newRow("of 300 bytes") << QJsonObject{{a, QString(292, QLatin1Char('x'))}}
+                                  << QByteArray("\0\0\1\54", 4) + R"({"a":")" + QByteArray(292, 'x') + R"("})";
+}
+
+void TestTaskMessaging::messagesTravelAsFrames()
+{
+    QFETCH(QJsonObject, message);
+    QFETCH(QByteArray, bytes);
+
+    const Descriptor listener(listeningSocket(path()));
+    Channel application(path());
+    PlainSocket task(listener.get());
+    QVERIFY(application->sendMessage(message));
+    QTRY_COMPARE(task.received(), bytes);
+
+    Channel service(listeningSocket(path() + QLatin1Char('2')));
+    PlainSocket client(path() + QLatin1Char('2'));
+    QTRY_COMPARE(service->state(), TaskMessaging::Connected);
+    QVERIFY(service->sendMessage(message));
+    QTRY_COMPARE(client.received(), bytes);
+}
+
+void TestTaskMessaging::framesArriveInOrder()
+{
+    const Descriptor listener(listeningSocket(path()));
+    Channel application(path());
+    PlainSocket task(listener.get());
+    QByteArray bytes;
+    QStringList expected;
+    for (int i = 0; i < 10; ++i) {
+        bytes += frame(QByteArrayLiteral("{\"n\":") + QByteArray::number(i) + '}');
+        expected << QStringLiteral("{\"n\":%1}").arg(i);
+    }
+    QVERIFY(task.send(bytes)); // in one piece
+    QTRY_COMPARE(application.messages, expected);
+    QCOMPARE(application->state(), TaskMessaging::Connected);
+}
+
+void TestTaskMessaging::anyPayloadIsAMessage_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("object") << frame(R"( { "a" : [ 1 ] } )") << R"({"a":[1]})";
+    QTest::newRow("array") << frame("[1,2]") << "{}";
+    QTest::newRow("number") << frame("1") << "{}";
+    QTest::newRow("text") << frame("text") << "{}";
+    QTest::newRow("nothing") << frame("") << "{}";
+    QTest::newRow("null array") << QByteArray("\xff\xff\xff\xff") << "{}";
+    QTest::newRow("half an object") << frame(R"({"a":)") << "{}";
+    QTest::newRow("not UTF-8") << frame("{\"a\":\"\xff\"}") << "{}";
+    QTest::newRow("zeros") << frame(QByteArray(100, 0)) << "{}";
+    QTest::newRow("as deep as can be") << frame(
+        QByteArrayLiteral("{\"a\":") + QByteArray(1023, '[') + QByteArray(1023, ']')
+        + '}') << QStringLiteral("{\"a\":%1%2}").arg(QString(1023, QLatin1Char('[')), QString(1023, QLatin1Char(']')));
+    QTest::newRow("too deep") << frame(QByteArrayLiteral("{\"a\":") + QByteArray(1024, '[') + QByteArray(1024, ']')
+                                       + '}')
+                              << "{}";
+}
+
+void TestTaskMessaging::anyPayloadIsAMessage()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, message);
+
+    Channel task(listeningSocket(path()));
+    PlainSocket application(path());
+    QVERIFY(application.send(bytes + frame(R"({"next":true})")));
+    QTRY_COMPARE(task.messages, QStringList({message, QStringLiteral("{\"next\":true}")}));
+}
+
+void TestTaskMessaging::tornFramesEndTheConnection_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+
+    QTest::newRow("part of a length") << QByteArray("\0\0", 2);
+    QTest::newRow("length alone") << QByteArray("\0\0\0\7", 4);
+    QTest::newRow("part of a payload") << frame(QByteArray(100, 'x')).left(14);
+    QTest::newRow("all but a byte") << frame(R"({"a":1})").chopped(1);
+    QTest::newRow("2 GiB") << QByteArray("\x7f\xff\xff\xff{}");
+    QTest::newRow("2 GiB and more") << QByteArray("\x80\0\0\0{}", 6);
+    QTest::newRow("4 GiB") << QByteArray("\xff\xff\xff\xfe{}");
+}
+
+void TestTaskMessaging::tornFramesEndTheConnection()
+{
+    QFETCH(QByteArray, bytes);
+
+    Channel task(listeningSocket(path()));
+    PlainSocket application(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(application.send(frame(R"({"whole":true})") + bytes));
+    QTRY_VERIFY(application.isClosed());
+    QCOMPARE(task.messages, QStringList(QStringLiteral("{\"whole\":true}")));
+    QCOMPARE(task->state(), TaskMessaging::Unconnected);
+    QCOMPARE(task.states, QVector<int>({TaskMessaging::Closing, TaskMessaging::Unconnected}));
+    QCOMPARE(log->takeWarnings(), QStringList(Incomplete));
+    QVERIFY2(log->lastFunction().contains(QStringLiteral("Corvane::TaskMessagingPrivate::")),
+             qUtf8Printable(log->lastFunction()));
+}
+
+void TestTaskMessaging::applicationConnectsAtOnce()
+{
+    const Descriptor listener(listeningSocket(path()));
+    Channel application(path());
+    QCOMPARE(application->state(), TaskMessaging::Connected);
+    QVERIFY(application->sendMessage({}));
+    PlainSocket task(listener.get());
+    QTRY_COMPARE(task.received(), frame("{}"));
+    QCOMPARE(application.states, QVector<int>()); // nobody could listen when it connected
+}
+
+void TestTaskMessaging::missingSocketIsLogged()
+{
+    Channel application(path());
+    QCOMPARE(application->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings(),
+             QStringList(QStringLiteral("Socket error \"QLocalSocket::connectToServer: Invalid "
+                                        "name\"")));
+    Channel nameless((QString()));
+    QCOMPARE(nameless->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings().size(), 1);
+
+    ::close(::open(qPrintable(path()), O_CREAT | O_CLOEXEC, 0600));
+    Channel file(path());
+    QCOMPARE(file->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings(),
+             QStringList(QStringLiteral("Socket error \"QLocalSocket::connectToServer: Connection "
+                                        "refused\"")));
+}
+
+void TestTaskMessaging::sendingUnconnectedIsRefused()
+{
+    Channel task(listeningSocket(path()));
+    QCOMPARE(task->state(), TaskMessaging::Unconnected);
+    QVERIFY(!task->sendMessage({}));
+    QCOMPARE(log->takeWarnings(),
+             QStringList(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(const "
+                                        "QJsonObject&) not connected")));
+}
+
+void TestTaskMessaging::applicationLearnsThatTheTaskHasGone()
+{
+    const Descriptor listener(listeningSocket(path()));
+    Channel application(path());
+    PlainSocket task(listener.get());
+    QVERIFY(task.send(frame(R"({"last":true})")));
+    task.close();
+    QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
+    QCOMPARE(application.messages, QStringList(QStringLiteral("{\"last\":true}")));
+    QCOMPARE(application.states.last(), int(TaskMessaging::Unconnected));
+    QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
+    QVERIFY(!application->sendMessage({}));
+    QCOMPARE(log->takeWarnings().size(), 1);
+}
+
+void TestTaskMessaging::taskAcceptsSilently()
+{
+    Channel task(listeningSocket(path()));
+    PlainSocket application(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QCOMPARE(task.states, QVector<int>());
+}
+
+void TestTaskMessaging::taskOutlivesItsClients()
+{
+    Channel task(listeningSocket(path()));
+    for (int i = 0; i < 3; ++i) {
+        PlainSocket application(path());
+        QVERIFY(application.send(frame("{}")));
+        QTRY_COMPARE(task.messages.size(), i + 1);
+        application.close();
+        QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+        QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
+    }
+}
+
+void TestTaskMessaging::secondClientWaits()
+{
+    Channel task(listeningSocket(path()));
+    PlainSocket first(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    PlainSocket second(path());
+    QVERIFY(second.send(frame(R"({"from":"second"})")));
+    QStringList warnings;
+    QTRY_COMPARE((warnings += log->takeWarnings(), warnings), QStringList(OneOnly));
+
+    // The first one is still the one that counts.
+    QVERIFY(first.send(frame(R"({"from":"first"})")));
+    QTRY_COMPARE(task.messages, QStringList(QStringLiteral("{\"from\":\"first\"}")));
+    QVERIFY(task->sendMessage({}));
+    QTRY_COMPARE(first.received(), frame("{}"));
+    QVERIFY(!second.isClosed());
+    QCOMPARE(second.received(), QByteArray());
+
+    // When it has gone, the next that comes lets the one in that has waited.
+    first.close();
+    QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+    log->takeWarnings();
+    PlainSocket third(path());
+    QTRY_COMPARE(task.messages.size(), 2);
+    QCOMPARE(task.messages.last(), QStringLiteral("{\"from\":\"second\"}"));
+    QVERIFY(task->sendMessage({}));
+    QTRY_COMPARE(second.received(), frame("{}"));
+    QCOMPARE(third.received(), QByteArray());
+}
+
+void TestTaskMessaging::clientThatHasGoneWhileItWaitedIsHeard()
+{
+    Channel task(listeningSocket(path()));
+    PlainSocket first(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    PlainSocket second(path());
+    QVERIFY(second.send(frame(R"({"from":"second"})")));
+    QStringList warnings;
+    QTRY_COMPARE((warnings += log->takeWarnings(), warnings), QStringList(OneOnly));
+    second.close();
+    first.close();
+    QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+    log->takeWarnings();
+    PlainSocket third(path()); // gets the second one in, which has gone
+    QTRY_COMPARE(task.messages, QStringList(QStringLiteral("{\"from\":\"second\"}")));
+    QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+    log->takeWarnings();
+    QVERIFY(third.send(frame(R"({"from":"third"})")));
+    PlainSocket fourth(path());
+    QTRY_COMPARE(task.messages.size(), 2);
+    QCOMPARE(task.messages.last(), QStringLiteral("{\"from\":\"third\"}"));
+}
+
+void TestTaskMessaging::socketFileGoesWithTheTask()
+{
+    {
+        Channel task(listeningSocket(path()));
+        QVERIFY(QFile::exists(path()));
+    }
+    QVERIFY(!QFile::exists(path()));
+}
+
+void TestTaskMessaging::descriptorsThatDoNotListenAreLeftAlone_data()
+{
+    QTest::addColumn<QString>("kind");
+
+    for (const char *kind : {"negative", "closed", "standard input", "file", "pipe", "connected socket",
+                             "unbound socket", "datagram socket", "internet socket"})
+        QTest::newRow(kind) << QString::fromLatin1(kind);
+}
+
+void TestTaskMessaging::descriptorsThatDoNotListenAreLeftAlone()
+{
+    QFETCH(QString, kind);
+
+    Descriptor descriptor;
+    Descriptor other;
+    int number = 0;
+    if (kind == QLatin1String("negative")) {
+        number = -1;
+    } else if (kind == QLatin1String("closed")) {
+        descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        number = descriptor.get();
+        descriptor.reset();
+    } else if (kind == QLatin1String("file")) {
+        descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    } else if (kind == QLatin1String("pipe")) {
+        int ends[2];
+        QCOMPARE(::pipe2(ends, O_CLOEXEC), 0);
+        descriptor.reset(ends[0]);
+        other.reset(ends[1]);
+    } else if (kind == QLatin1String("connected socket")) {
+        int ends[2];
+        QCOMPARE(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        descriptor.reset(ends[0]);
+        other.reset(ends[1]);
+    } else if (kind == QLatin1String("unbound socket")) {
+        descriptor.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    } else if (kind == QLatin1String("datagram socket")) {
+        descriptor.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    } else if (kind == QLatin1String("internet socket")) {
+        descriptor.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        QCOMPARE(::listen(descriptor.get(), 1), 0);
+    }
+    if (descriptor.get() >= 0)
+        number = descriptor.get();
+
+    const int flags = ::fcntl(number, F_GETFL);
+    {
+        Channel task(number);
+        QCOMPARE(task->state(), TaskMessaging::Unconnected);
+        QVERIFY(!task->sendMessage({}));
+    }
+    QCOMPARE(::fcntl(number, F_GETFL), flags); // neither closed nor made non-blocking
+    const QStringList warnings = log->takeWarnings();
+    QCOMPARE(warnings.size(), 2);
+    QCOMPARE(warnings.first(), QStringLiteral("Not a listening local socket: %1").arg(number));
+}
+
+void TestTaskMessaging::outOfDescriptorsTheEndIsLogged()
+{
+    Channel task(listeningSocket(path()));
+    PlainSocket first(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    PlainSocket second(path());
+
+    rlimit before{};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const Descriptor next(::dup(0));
+    const rlimit none{rlim_t(next.get()), before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    QStringList warnings;
+    QTRY_VERIFY((warnings += log->takeWarnings(), !warnings.isEmpty()));
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    QCOMPARE(warnings,
+             QStringList(QStringLiteral("TaskMessaging has stopped listening: \"QLocalSocket::activated: "
+                                        "Unknown error 24\"")));
+    QVERIFY(first.send(frame("{}"))); // the client that is there stays
+    QTRY_COMPARE(task.messages.size(), 1);
+}
+
+void TestTaskMessaging::bothEndsTalk()
+{
+    Channel task(listeningSocket(path()));
+    Channel application(path());
+    QVERIFY(application->sendMessage({{QStringLiteral("to"), QStringLiteral("task")}}));
+    QTRY_COMPARE(task.messages, QStringList(QStringLiteral("{\"to\":\"task\"}")));
+    QVERIFY(task->sendMessage({{QStringLiteral("to"), QStringLiteral("application")}}));
+    QTRY_COMPARE(application.messages, QStringList(QStringLiteral("{\"to\":\"application\"}")));
+
+    delete task.channel.data();
+    QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
+}
+
+void TestTaskMessaging::mayBeDeletedWhenAMessageArrives_data()
+{
+    QTest::addColumn<bool>("isTask");
+
+    QTest::newRow("application") << false;
+    QTest::newRow("task") << true;
+}
+
+void TestTaskMessaging::mayBeDeletedWhenAMessageArrives()
+{
+    QFETCH(bool, isTask);
+
+    Descriptor listener(listeningSocket(path()));
+    auto *channel = isTask ? new TaskMessaging(listener.release()) : new TaskMessaging(path());
+    std::unique_ptr<PlainSocket> other =
+        isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
+    int received = 0;
+    connect(channel, &TaskMessaging::messageReceived, this, [channel, &received] {
+        ++received;
+        delete channel;
+    });
+    QVERIFY(other->send(frame("{}") + frame("{}")));
+    QTRY_VERIFY(other->isClosed());
+    QCOMPARE(received, 1);
+}
+
+void TestTaskMessaging::mayBeDeletedWhenAWaitingClientIsHeard()
+{
+    auto *channel = new TaskMessaging(listeningSocket(path()));
+    PlainSocket first(path());
+    QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
+    PlainSocket second(path());
+    QVERIFY(second.send(frame("{}") + frame("{}")));
+    QStringList warnings;
+    QTRY_COMPARE((warnings += log->takeWarnings(), warnings), QStringList(OneOnly));
+    first.close();
+    QTRY_COMPARE(channel->state(), TaskMessaging::Unconnected);
+    log->takeWarnings();
+
+    int received = 0;
+    connect(channel, &TaskMessaging::messageReceived, this, [channel, &received] {
+        ++received;
+        delete channel;
+    });
+    PlainSocket third(path());
+    QTRY_VERIFY(second.isClosed());
+    QCOMPARE(received, 1);
+}
+
+void TestTaskMessaging::mayBeDeletedWhenItsStateChanges_data()
+{
+    mayBeDeletedWhenAMessageArrives_data();
+}
+
+void TestTaskMessaging::mayBeDeletedWhenItsStateChanges()
+{
+    QFETCH(bool, isTask);
+
+    for (const bool isTorn : {true, false}) { // closed by the channel itself, and by the other end
+        Descriptor listener(listeningSocket(path()));
+        auto *channel = isTask ? new TaskMessaging(listener.release()) : new TaskMessaging(path());
+        std::unique_ptr<PlainSocket> other =
+            isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
+        QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
+        int changes = 0;
+        connect(channel, &TaskMessaging::stateChanged, this, [channel, &changes] {
+            ++changes;
+            delete channel;
+        });
+        if (isTorn)
+            QVERIFY(other->send("{}"));
+        other->close();
+        QTRY_COMPARE(changes, 1);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        log->takeWarnings();
+        QFile::remove(path());
+    }
+}
+
+void TestTaskMessaging::clientMayBeReplacedWhileAMessageIsHandled()
+{
+    Channel task(listeningSocket(path()));
+    auto first = std::make_unique<PlainSocket>(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    std::unique_ptr<PlainSocket> second;
+    bool replaced = false;
+    connect(task.channel, &TaskMessaging::messageReceived, this, [&] {
+        if (std::exchange(replaced, true))
+            return;
+        first.reset();
+        QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+        second = std::make_unique<PlainSocket>(path());
+        QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    });
+    QVERIFY(first->send(frame(R"({"n":1})") + frame(R"({"n":2})")));
+    QTRY_VERIFY(second);
+    QVERIFY(second->send(frame(R"({"n":3})")));
+    QTRY_COMPARE(task.messages, QStringList({QStringLiteral("{\"n\":1}"), QStringLiteral("{\"n\":3}")}));
+    log->takeWarnings();
+}
+
+void TestTaskMessaging::burstsArriveWhole_data()
+{
+    QTest::addColumn<bool>("isTask"); // what the library is
+    QTest::addColumn<bool>("sends");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("size");
+
+    const bool underValgrind = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
+    for (const bool isTask : {false, true}) {
+        for (const bool sends : {false, true}) {
+            for (const auto &[count, size] :
+                 {std::pair(100000, 20), std::pair(100000, 1024), std::pair(100000, 5120), std::pair(20000, 32768)}) {
+                QTest::addRow("%s %s %d of %d bytes", isTask ? "task" : "application", sends ? "sends" : "receives",
+                              count, size)
+                    << isTask << sends << (underValgrind ? count / 100 : count) << size;
+            }
+        }
+    }
+}
+
+void TestTaskMessaging::burstsArriveWhole()
+{
+    QFETCH(bool, isTask);
+    QFETCH(bool, sends);
+    QFETCH(int, count);
+    QFETCH(int, size);
+
+    std::unique_ptr<TaskMessaging> channel;
+    if (isTask)
+        channel = std::make_unique<TaskMessaging>(listeningSocket(path()));
+    QProcess other;
+    other.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    other.start(QStringLiteral(CORVANE_PYTHON),
+                {QStringLiteral(CORVANE_CHANNEL_PEER), isTask ? QStringLiteral("connect") : QStringLiteral("listen"),
+                 path(), sends ? QStringLiteral("receive") : QStringLiteral("send"), QString::number(count),
+                 QString::number(size)});
+    if (!isTask) {
+        QVERIFY(other.waitForReadyRead());
+        QCOMPARE(other.readLine(), QByteArray("listening\n"));
+        channel = std::make_unique<TaskMessaging>(path());
+    }
+
+    // {"n":17,"x":"xxx..."}, of so many bytes
+    int received = 0;
+    bool isWhole = true;
+    const auto message = [size](int number) {
+        const int around = 13 + QByteArray::number(number).size();
+        return QJsonObject{{QStringLiteral("n"), number},
+                           {QStringLiteral("x"), QString(size - around, QLatin1Char('x'))}};
+    };
+    connect(channel.get(), &TaskMessaging::messageReceived, this, [&](const QJsonObject &arrived) {
+        isWhole = isWhole && arrived.value(QLatin1String("n")).toInt() == received
+            && arrived.value(QLatin1String("x")).toString().size()
+                == message(received).value(QLatin1String("x")).toString().size();
+        ++received;
+    });
+    QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
+    if (sends) {
+        for (int i = 0; i < count; ++i)
+            QVERIFY(channel->sendMessage(message(i)));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(other.canReadLine() || other.state() == QProcess::NotRunning, 120000);
+    QCOMPARE(other.readLine(), QByteArray("done\n"));
+    if (!sends)
+        QTRY_COMPARE_WITH_TIMEOUT(received, count, 120000);
+    QVERIFY(isWhole);
+    QCOMPARE(channel->state(), TaskMessaging::Connected);
+    channel.reset();
+    other.write("\n");
+    QVERIFY(other.waitForFinished());
+    QCOMPARE(other.exitCode(), 0);
+}
+
+QTEST_GUILESS_MAIN(TestTaskMessaging)
+#include "tst_task_messaging.moc"
