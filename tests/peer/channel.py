@@ -4,7 +4,7 @@
 
 Usage: channel.py connect|listen PATH send|receive COUNT SIZE
 
-Sends so many frames, or receives and checks them: compact JSON objects {"n": 0, ...}, numbered, each of SIZE bytes.
+Sends so many frames, or receives and checks them: compact JSON objects {"n":1000,"x":"..."}, numbered, each of SIZE bytes.
 Prints "listening" when it does, and "done" at the end; fails at the first byte that differs.
 """
 
@@ -15,8 +15,10 @@ import sys
 
 
 def frame(number, size):
-    start = f'{{"n":{number},"x":"'
-    payload = (start + "x" * (size - len(start) - 2) + '"}').encode()
+    payload = f'{{"n":{1000 + number % 9000}'.encode()
+    if size > 10:
+        payload += b',"x":"' + b"x" * (size - 17) + b'"'
+    payload += b"}"
     return struct.pack(">I", len(payload)) + payload
 
 

@@ -27,12 +27,32 @@ bool isListeningLocalSocket(int descriptor)
         && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
 }
 
+void deleteLater(QObject *object)
+{
+    object->deleteLater();
+}
+
+/// Closes a socket or server, whose signals are not heard any more.
+template<typename Device>
+void cutOff(const std::shared_ptr<Device> &device)
+{
+    if (!device)
+        return;
+    device->disconnect();
+    device->close();
+}
+
 } // namespace
+
+TaskMessagingPrivate::~TaskMessagingPrivate()
+{
+    cutOff(socket);
+    cutOff(server);
+}
 
 void TaskMessagingPrivate::connectTo(const QString &socketPath)
 {
-    socket.reset(new QLocalSocket);
-    setUpSocket();
+    setSocket(new QLocalSocket);
     socket->connectToServer(socketPath, QIODevice::ReadWrite);
 }
 
@@ -42,7 +62,7 @@ void TaskMessagingPrivate::listen(int socketDescriptor)
         qWarning() << "Not a listening local socket:" << socketDescriptor;
         return;
     }
-    server.reset(new QLocalServer);
+    server.reset(new QLocalServer, &deleteLater);
     QObject::connect(server.get(), &QLocalServer::newConnection, server.get(), [this] { onNewConnection(); });
     server->listen(qintptr(socketDescriptor));
     // Where it cannot accept a client, as without a free descriptor, the server gives up without a word.
@@ -83,13 +103,17 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
     return true;
 }
 
-void TaskMessagingPrivate::setUpSocket()
+void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
 {
-    QLocalSocket *const current = socket.get();
-    QObject::connect(current, &QLocalSocket::readyRead, current, [this] { readMessages(); });
-    QObject::connect(current, &QLocalSocket::stateChanged, current, [this] { Q_EMIT q->stateChanged(state()); });
-    QObject::connect(current, &QLocalSocket::errorOccurred, current,
-                     [current] { qWarning() << "Socket error" << current->errorString(); });
+    cutOff(socket);
+    socket.reset(newSocket, &deleteLater);
+    QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
+    QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
+        const auto source = socket;
+        Q_EMIT q->stateChanged(state());
+    });
+    QObject::connect(newSocket, &QLocalSocket::errorOccurred, newSocket,
+                     [newSocket] { qWarning() << "Socket error" << newSocket->errorString(); });
 }
 
 void TaskMessagingPrivate::onNewConnection()
@@ -98,12 +122,12 @@ void TaskMessagingPrivate::onNewConnection()
         qWarning() << "TaskMessaging can handle only one connection at a time";
         return;
     }
-    QLocalSocket *const client = server->nextPendingConnection();
+    const auto listener = server;
+    QLocalSocket *const client = listener->nextPendingConnection();
     if (!client)
         return;
     client->setParent(nullptr);
-    socket.reset(client);
-    setUpSocket();
+    setSocket(client);
     if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
         readMessages();
 }
@@ -112,9 +136,9 @@ void TaskMessagingPrivate::readMessages()
 {
     // A receiver may delete the channel, or let the event loop give it another client.
     const QPointer<TaskMessaging> channel(q);
-    QLocalSocket *const source = socket.get();
-    QDataStream stream(source);
-    while (channel && socket.get() == source && !stream.atEnd()) {
+    const auto source = socket;
+    QDataStream stream(source.get());
+    while (channel && socket == source && !stream.atEnd()) {
         QByteArray message;
         stream >> message;
         if (stream.status() == QDataStream::ReadPastEnd) {

@@ -8,34 +8,25 @@
 
 namespace Corvane {
 
-/// Cuts off a socket or server and closes it now, and deletes it later: it may be in the middle of a signal.
-struct DeleteLater
-{
-    template<typename Device>
-    void operator()(Device *device) const
-    {
-        device->disconnect();
-        device->close();
-        device->deleteLater();
-    }
-};
-
 class TaskMessagingPrivate
 {
 public:
     explicit TaskMessagingPrivate(TaskMessaging *channel) : q(channel) { }
+    ~TaskMessagingPrivate();
+    Q_DISABLE_COPY(TaskMessagingPrivate)
 
     void connectTo(const QString &socketPath);
     void listen(int socketDescriptor);
     TaskMessaging::State state() const;
     bool sendMessage(const QJsonObject &message);
 
-    std::unique_ptr<QLocalServer, DeleteLater> server; ///< in the task
-    std::unique_ptr<QLocalSocket, DeleteLater> socket; ///< none in the task before its first client
+    // Shared with what handles a signal of theirs: a receiver may drop them, and run an event loop as well.
+    std::shared_ptr<QLocalServer> server; ///< in the task
+    std::shared_ptr<QLocalSocket> socket; ///< none in the task before its first client
     TaskMessaging *const q;
 
 private:
-    void setUpSocket();
+    void setSocket(QLocalSocket *newSocket);
     void onNewConnection();
     void readMessages();
 };
