@@ -32,7 +32,9 @@ void TestManifest::readsEverything()
 {
     const QTemporaryDir directory;
     write(directory, "a.json",
-          R"({"id": "com.example.my-App_1", "name": "Мой", "command": ["./bin/app", "-x"], "intents": ["A", "B"]})");
+          R"({"id": "com.example.my-App_1", "name": "Мой", "command": ["./bin/app", "-x"], "intents": ["A", "B"],
+              "tasks": [{"id": "sync_1", "command": ["./bin/task", "-y"]},
+                        {"id": "-2", "command": ["task"], "properties": {"Autostart": true}}]})");
     const Manifests manifests = readManifests({directory.path()});
     QCOMPARE(manifests.errors, QStringList());
     QCOMPARE(manifests.list.size(), 1);
@@ -42,6 +44,12 @@ void TestManifest::readsEverything()
     QCOMPARE(manifest.name, QString::fromUtf8("Мой"));
     QCOMPARE(manifest.command, QStringList({directory.filePath(QStringLiteral("./bin/app")), QStringLiteral("-x")}));
     QCOMPARE(manifest.intents, QStringList({QStringLiteral("A"), QStringLiteral("B")}));
+    QCOMPARE(manifest.tasks.size(), 2);
+    QCOMPARE(manifest.tasks.at(0).id, QStringLiteral("sync_1"));
+    QCOMPARE(manifest.tasks.at(0).command,
+             QStringList({directory.filePath(QStringLiteral("./bin/task")), QStringLiteral("-y")}));
+    QCOMPARE(manifest.tasks.at(0).properties, QVariantMap());
+    QCOMPARE(manifest.tasks.at(1).properties.value(QStringLiteral("Autostart")), QVariant(true));
 }
 
 void TestManifest::nameAndIntentsMayBeLeftOut()
@@ -90,7 +98,7 @@ void TestManifest::mistakesAreExplained_data()
     row("empty object", "{}",
         {idRule + QStringLiteral("nothing"), QStringLiteral("\"command\": expected a list of texts, found nothing")});
     row("unknown key", R"({"id": "a", "command": ["x"], "intent": ["A"]})",
-        {QStringLiteral("\"intent\": expected one of the keys id, name, command, intents")});
+        {QStringLiteral("\"intent\": expected one of the keys id, name, command, intents, tasks")});
     row("id of a number", R"({"id": 3, "command": ["x"]})", {idRule + QStringLiteral("the number 3")});
     row("id with a digit", R"({"id": "a.3b", "command": ["x"]})", {idRule + QStringLiteral("\"a.3b\"")});
     row("id with a space", R"({"id": "a b", "command": ["x"]})", {idRule + QStringLiteral("\"a b\"")});
@@ -111,6 +119,23 @@ void TestManifest::mistakesAreExplained_data()
          QStringLiteral("\"command[1]\": expected a text that is not empty, found false")});
     row("intents of an object", R"({"id": "a", "command": ["x"], "intents": {}})",
         {QStringLiteral("\"intents\": expected a list of texts, found an object")});
+    row("tasks of an object", R"({"id": "a", "command": ["x"], "tasks": {}})",
+        {QStringLiteral("\"tasks\": expected a list of objects, found an object")});
+    row("tasks of texts", R"({"id": "a", "command": ["x"], "tasks": ["t"]})",
+        {QStringLiteral("\"tasks[0]\": expected an object, found \"t\"")});
+    row("empty task", R"({"id": "a", "command": ["x"], "tasks": [{}]})",
+        {QStringLiteral("\"tasks[0].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found nothing"),
+         QStringLiteral("\"tasks[0].command\": expected a list of texts, found nothing")});
+    row("wrong tasks",
+        R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["x"], "when": 1},
+                                                   {"id": "t", "command": [], "properties": []},
+                                                   {"id": "t.u", "command": [""]}]})",
+        {QStringLiteral("\"tasks[0].when\": expected one of the keys id, command, properties"),
+         QStringLiteral("\"tasks[1].id\": expected one that is not taken, found \"t\""),
+         QStringLiteral("\"tasks[1].command\": expected a program and its arguments, found an empty list"),
+         QStringLiteral("\"tasks[1].properties\": expected an object, found an empty list"),
+         QStringLiteral("\"tasks[2].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found \"t.u\""),
+         QStringLiteral("\"tasks[2].command[0]\": expected a text that is not empty, found \"\"")});
     row("intents of lists", R"({"id": "a", "command": ["x"], "intents": ["A", [1]]})",
         {QStringLiteral("\"intents[1]\": expected a text that is not empty, found a list")});
 }

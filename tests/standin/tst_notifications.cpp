@@ -197,6 +197,7 @@ void TestNotifications::interfacesAreAsDocumented_data()
     QTest::newRow("control") << "StandIn1"
                              << QStringList({QStringLiteral("method SetMemoryLevel(in i level)"),
                                              QStringLiteral("method FollowMemoryPressure()"),
+                                             QStringLiteral("method MoveClock(in x milliseconds, out s now)"),
                                              QStringLiteral("method StartApplication(in s applicationId, out s "
                                                             "appInstanceId)"),
                                              QStringLiteral("method StopApplication(in s applicationId)")});

@@ -69,6 +69,7 @@ private Q_SLOTS:
     void commandMayBeAnApplication();
     void busIsPrivate();
     void missingBusIsTold();
+    void nullsInManifestsAreLeftOut();
     void lostBusIsTold();
     void nothingSurvivesTheCommand();
     void nothingSurvivesASignal_data();
@@ -85,6 +86,7 @@ private Q_SLOTS:
     void controlNeedsAStandIn();
     void controlTellsWhatFails();
     void monitorShowsWhatHappens();
+    void syncTalksWithItsTask();
 };
 
 void TestStandIn::helpAndVersionAreShown()
@@ -110,8 +112,15 @@ void TestStandIn::wrongCommandLinesAreRefused_data()
     row("nothing", "", "Expected \"run\", \"set\", \"start\" or \"stop\"");
     row("another word", "walk", "Expected \"run\", \"set\", \"start\" or \"stop\", found \"walk\"");
     row("option of run elsewhere", "--verbose run true", "Unknown option 'verbose'.");
-    row("set nothing", "set", "Expected \"memory\"");
-    row("set something else", "set volume 3", "Expected \"memory\", found \"volume\"");
+    row("set nothing", "set", "Expected \"memory\" or \"clock\"");
+    row("set something else", "set volume 3", "Expected \"memory\" or \"clock\", found \"volume\"");
+    row("set clock", "set clock", "Expected how far to move on, such as \"+90m\"");
+    row("set clock back", "set clock -1h", "Unknown options: 1, h.");
+    row("set clock to a time", "set clock 12:00", "Expected how far to move on, such as \"+90m\", found \"12:00\"");
+    row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
+    row("set clock", "set clock", "Expected how far to move on, such as \"+90m\"");
+    row("set clock to a time", "set clock 12:00", "Expected how far to move on, such as \"+90m\", found \"12:00\"");
+    row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
     row("set memory", "set memory", "Expected \"normal\", \"low\", \"critical\", a number or \"auto\"");
     row("set memory to text", "set memory high",
         "Expected \"normal\", \"low\", \"critical\", a number or \"auto\", found \"high\"");
@@ -220,6 +229,22 @@ void TestStandIn::missingBusIsTold()
     QCOMPARE(result.output, QString());
     QVERIFY2(result.errors.startsWith(QStringLiteral("corvane-standin: dbus-daemon does not start: ")),
              qUtf8Printable(result.errors));
+}
+
+void TestStandIn::nullsInManifestsAreLeftOut()
+{
+    const QTemporaryDir directory;
+    QFile file(directory.filePath(QStringLiteral("a.json")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["sleep", "1000"],
+                   "properties": {"Autostart": true, "X": null, "Y": [{"z": null}, null]}}]})");
+    file.close();
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--manifests"), directory.path(),
+                                   QStringLiteral("--"), QStringLiteral("corvane-standin"), QStringLiteral("set"),
+                                   QStringLiteral("memory"), QStringLiteral("low")});
+    QCOMPARE(result.exitCode, 0); // and libdbus has not aborted
+    const QString left = QStringLiteral("Value without a form on D-Bus: QVariant(std::nullptr_t, (nullptr))\n");
+    QCOMPARE(result.errors, left + left + left);
 }
 
 void TestStandIn::lostBusIsTold()
@@ -462,6 +487,36 @@ void TestStandIn::monitorShowsWhatHappens()
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 42);
     QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
+}
+
+void TestStandIn::syncTalksWithItsTask()
+{
+    QProcess process;
+    process.setProcessEnvironment(environment());
+    process.start(StandIn,
+                  {QStringLiteral("run"), QStringLiteral("--manifests"),
+                   QStringLiteral(CORVANE_SOURCES "/examples/sync"), QStringLiteral("--"), QStringLiteral("sh")});
+    QString output;
+    const auto waitFor = [&process, &output](const char *line) {
+        const QString expected = QString::fromUtf8(line) + QLatin1Char('\n');
+        while (!output.contains(expected)) {
+            QTRY_VERIFY2(process.canReadLine(), qUtf8Printable(output));
+            output += QString::fromUtf8(process.readLine());
+        }
+    };
+    process.write("corvane-standin start sync\n");
+    waitFor("sync: The task waits for its time");
+    process.write("corvane-standin set clock +1d\n");
+    waitFor("sync: The task runs");
+    waitFor("task: I am to fetch news");
+    waitFor("sync: The task says {\"progress\":50}");
+    waitFor("sync: The task says {\"progress\":100}");
+    waitFor("sync: The task says {\"done\":true}");
+    output.clear();
+    waitFor("sync: The task has stopped");
+    process.write("exit 0\n");
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestStandIn)

@@ -4,7 +4,9 @@
 #include <QtCore/QCoreApplication>
 
 #include <csignal>
+#include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -73,6 +75,10 @@ void ChildProcess::setupChildProcess()
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != m_parentId) // it has been killed just before
         ::_exit(1);
+    if (m_inherited >= 0)
+        ::fcntl(m_inherited, F_SETFD, 0);
+    if (m_niceness != 0)
+        ::setpriority(PRIO_PROCESS, 0, m_niceness);
     sigset_t none;
     ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -24,6 +24,11 @@ public:
     /// Starts the program with its arguments, and waits until it has started; errorOccurred() tells if that fails.
     void start(const QStringList &command);
 
+    /// A descriptor that the process is to have under the same number; none if negative.
+    void setInherited(int descriptor) { m_inherited = descriptor; }
+    /// The niceness of the process, as far as this one may give it.
+    void setNiceness(int niceness) { m_niceness = niceness; }
+
     /// How the process has ended, as a shell would tell it: its exit code, or 128 and the signal's number.
     int shellExitCode() const;
 
@@ -39,4 +44,6 @@ protected:
 private:
     const Terminal m_terminal;
     const qint64 m_parentId;
+    int m_inherited = -1;
+    int m_niceness = 0;
 };

@@ -7,6 +7,8 @@
 #include <Corvane/memory_pressure.h>
 
 #include <QtCore/QCommandLineParser>
+#include <QtCore/QHash>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QTextStream>
 
 #include <cstdlib>
@@ -18,6 +20,7 @@ namespace {
 
 const char Help[] = R"(Usage: corvane-standin run [OPTION]... [--] COMMAND [ARGUMENT]...
        corvane-standin set memory normal|low|critical|NUMBER|auto
+       corvane-standin set clock +NUMBER(s|m|h|d)
        corvane-standin start ID
        corvane-standin stop ID
 
@@ -41,8 +44,10 @@ COMMAND:
 set memory gives the memory pressure that the service tells; auto has it follow
 the kernel's, as it does at first: critical if all processes had to wait for
 memory in at least a tenth of the last ten seconds, low if some had to.
-start runs an application, and waits until it has claimed its bus name.
-stop ends an application, and waits until it has ended.
+set clock moves on the time by which tasks run, by seconds, minutes, hours or
+days, and prints what it is then.
+start runs an application, waits until it has claimed its bus name, and prints
+its instance id. stop ends an application, and waits until it has ended.
 
   --help              Show this text.
   --version           Show the version.
@@ -52,9 +57,11 @@ An application is described by a manifest such as
       "id": "viewer",
       "name": "Viewer",
       "command": ["./viewer", "--quiet"],
-      "intents": ["OpenURI"]
+      "intents": ["OpenURI"],
+      "tasks": [{"id": "index", "command": ["./indexer"]}]
   }
-"name" and "intents" may be left out. A program with a '/' in it is found from
+"name", "intents" and "tasks" may be left out. A task may have "properties",
+such as {"Autostart": true, "Interval": 60}, to start with the stand-in. A program with a '/' in it is found from
 the manifest's directory, another on the PATH. It has to stay in the foreground.
 
 Exit codes of run: COMMAND's own, or
@@ -95,10 +102,27 @@ std::optional<int> toNumber(const QString &text)
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
+ControlRequest readSetClock(const QStringList &words)
+{
+    static const QRegularExpression pattern(QStringLiteral("\\A\\+(\\d{1,6})([smhd])\\z"));
+    static const QHash<QString, qint64> units{{QStringLiteral("s"), 1000},
+                                              {QStringLiteral("m"), 60 * 1000},
+                                              {QStringLiteral("h"), 3600 * 1000},
+                                              {QStringLiteral("d"), 24 * 3600 * 1000}};
+    const auto match = pattern.match(words.value(2));
+    if (!match.hasMatch())
+        failExpecting(QStringLiteral("how far to move on, such as \"+90m\""), words.value(2));
+    if (words.size() > 3)
+        failExpecting(QStringLiteral("nothing more"), words.at(3));
+    return {QStringLiteral("MoveClock"), {match.captured(1).toLongLong() * units.value(match.captured(2))}};
+}
+
 ControlRequest readSet(const QStringList &words)
 {
+    if (words.value(1) == QLatin1String("clock"))
+        return readSetClock(words);
     if (words.value(1) != QLatin1String("memory"))
-        failExpecting(QStringLiteral("\"memory\""), words.value(1));
+        failExpecting(QStringLiteral("\"memory\" or \"clock\""), words.value(1));
     const QString level = words.value(2);
     if (words.size() > 3)
         failExpecting(QStringLiteral("nothing more"), words.at(3));

@@ -7,8 +7,8 @@
 
 namespace Names = Corvane::Names;
 
-Control::Control(const Applications &applications, MemoryPressure *memoryPressure, QObject *parent)
-    : QObject(parent), m_applications(applications), m_memoryPressure(memoryPressure)
+Control::Control(const Applications &applications, MemoryPressure *memoryPressure, Clock *clock, QObject *parent)
+    : QObject(parent), m_applications(applications), m_memoryPressure(memoryPressure), m_clock(clock)
 { }
 
 void Control::SetMemoryLevel(int level)
@@ -19,6 +19,12 @@ void Control::SetMemoryLevel(int level)
 void Control::FollowMemoryPressure()
 {
     m_memoryPressure->follow();
+}
+
+QString Control::MoveClock(qlonglong milliseconds)
+{
+    m_clock->moveOn(milliseconds);
+    return m_clock->now().toString(Qt::ISODate);
 }
 
 QString Control::StartApplication(const QString &applicationId)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "applications.h"
+#include "clock.h"
 #include "memory_pressure.h"
 
 #include <QtDBus/QDBusContext>
@@ -12,10 +13,11 @@ class Control : public QObject, protected QDBusContext
 {
     Q_OBJECT
 public:
-    Control(const Applications &applications, MemoryPressure *memoryPressure, QObject *parent = nullptr);
+    Control(const Applications &applications, MemoryPressure *memoryPressure, Clock *clock, QObject *parent = nullptr);
 
     void SetMemoryLevel(int level);
     void FollowMemoryPressure();
+    QString MoveClock(qlonglong milliseconds);
     QString StartApplication(const QString &applicationId);
     void StopApplication(const QString &applicationId);
 
@@ -24,4 +26,5 @@ private:
 
     const Applications &m_applications;
     MemoryPressure *const m_memoryPressure;
+    Clock *const m_clock;
 };

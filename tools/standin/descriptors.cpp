@@ -4,6 +4,8 @@
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusUnixFileDescriptor>
 
+#include <algorithm>
+
 namespace {
 
 bool visit(const QDBusArgument &argument)
@@ -51,5 +53,9 @@ bool holdsDescriptors(const QVariant &value)
         return visit(value.value<QDBusArgument>());
     if (value.userType() == qMetaTypeId<QDBusVariant>())
         return holdsDescriptors(value.value<QDBusVariant>().variant());
+    if (value.userType() == QMetaType::QVariantMap || value.userType() == QMetaType::QVariantList) {
+        const QVariantList parts = value.userType() == QMetaType::QVariantMap ? value.toMap().values() : value.toList();
+        return std::any_of(parts.begin(), parts.end(), holdsDescriptors);
+    }
     return value.userType() == qMetaTypeId<QDBusUnixFileDescriptor>();
 }

@@ -62,31 +62,81 @@ public:
 private:
     Manifest readObject(const QJsonObject &object)
     {
-        static const QStringList keys{QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("command"),
-                                      QStringLiteral("intents")};
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            if (!keys.contains(it.key()))
-                error(QStringLiteral("\"%1\": expected one of the keys %2")
-                          .arg(it.key(), keys.join(QLatin1String(", "))));
-        }
-
+        checkKeys(QString(), object,
+                  {QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("command"), QStringLiteral("intents"),
+                   QStringLiteral("tasks")});
         Manifest manifest;
         manifest.file = m_file;
         manifest.id = readId(object.value(QLatin1String("id")));
         manifest.name = manifest.id;
         if (object.contains(QLatin1String("name")))
             manifest.name = readText(QStringLiteral("name"), object.value(QLatin1String("name")));
-        manifest.command = readList(QStringLiteral("command"), object.value(QLatin1String("command")));
-        if (!manifest.command.isEmpty()) {
-            QString &program = manifest.command.first();
-            if (program.contains(QLatin1Char('/')))
-                program = QFileInfo(m_file).absoluteDir().absoluteFilePath(program);
-        } else if (object.value(QLatin1String("command")).isArray()) {
-            mismatch(QStringLiteral("command"), QStringLiteral("a program and its arguments"), QJsonArray());
-        }
+        manifest.command = readCommand(QStringLiteral("command"), object.value(QLatin1String("command")));
         if (object.contains(QLatin1String("intents")))
             manifest.intents = readList(QStringLiteral("intents"), object.value(QLatin1String("intents")));
+        if (object.contains(QLatin1String("tasks")))
+            manifest.tasks = readTasks(object.value(QLatin1String("tasks")));
         return manifest;
+    }
+
+    QVector<TaskManifest> readTasks(const QJsonValue &value)
+    {
+        static const QRegularExpression idPattern(QStringLiteral("\\A[A-Za-z0-9_-]{1,100}\\z"));
+        if (!value.isArray())
+            mismatch(QStringLiteral("tasks"), QStringLiteral("a list of objects"), value);
+        QVector<TaskManifest> tasks;
+        QStringList ids;
+        const QJsonArray array = value.toArray();
+        for (int i = 0; i < array.size(); ++i) {
+            const QString key = QStringLiteral("tasks[%1]").arg(i);
+            if (!array.at(i).isObject()) {
+                mismatch(key, QStringLiteral("an object"), array.at(i));
+                continue;
+            }
+            const QJsonObject object = array.at(i).toObject();
+            checkKeys(key + QLatin1Char('.'), object,
+                      {QStringLiteral("id"), QStringLiteral("command"), QStringLiteral("properties")});
+
+            TaskManifest task;
+            const QJsonValue id = object.value(QLatin1String("id"));
+            task.id = id.toString();
+            if (!idPattern.match(task.id).hasMatch())
+                mismatch(key + QStringLiteral(".id"), QStringLiteral("at most 100 of the characters A-Z a-z 0-9 _ -"),
+                         id);
+            else if (ids.contains(task.id))
+                mismatch(key + QStringLiteral(".id"), QStringLiteral("one that is not taken"), id);
+            ids.append(task.id);
+            task.command = readCommand(key + QStringLiteral(".command"), object.value(QLatin1String("command")));
+            const QJsonValue properties = object.value(QLatin1String("properties"));
+            if (!properties.isUndefined() && !properties.isObject())
+                mismatch(key + QStringLiteral(".properties"), QStringLiteral("an object"), properties);
+            task.properties = properties.toObject().toVariantMap();
+            tasks.append(task);
+        }
+        return tasks;
+    }
+
+    /// \param prefix of the keys in messages
+    void checkKeys(const QString &prefix, const QJsonObject &object, const QStringList &keys)
+    {
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            if (!keys.contains(it.key()))
+                error(QStringLiteral("\"%1\": expected one of the keys %2")
+                          .arg(prefix + it.key(), keys.join(QLatin1String(", "))));
+        }
+    }
+
+    QStringList readCommand(const QString &key, const QJsonValue &value)
+    {
+        QStringList command = readList(key, value);
+        if (!command.isEmpty()) {
+            QString &program = command.first();
+            if (program.contains(QLatin1Char('/')))
+                program = QFileInfo(m_file).absoluteDir().absoluteFilePath(program);
+        } else if (value.isArray()) {
+            mismatch(key, QStringLiteral("a program and its arguments"), value);
+        }
+        return command;
     }
 
     QString readId(const QJsonValue &value)

@@ -3,7 +3,15 @@
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QVariantMap>
 #include <QtCore/QVector>
+
+struct TaskManifest
+{
+    QString id; ///< the same characters as an application's, without dots
+    QStringList command;
+    QVariantMap properties; ///< what the task is started with if it starts with the stand-in, "Autostart"
+};
 
 /**
  * What the stand-in knows of an application, from a file such as
@@ -12,7 +20,8 @@
  *     "id": "viewer",
  *     "name": "Viewer",
  *     "command": ["corvane-example-viewer"],
- *     "intents": ["OpenURI", "WriteNote"]
+ *     "intents": ["OpenURI", "WriteNote"],
+ *     "tasks": [{"id": "index", "command": ["corvane-example-indexer"], "properties": {"Autostart": true}}]
  * }
  * \endcode
  */
@@ -23,6 +32,7 @@ struct Manifest
     QString name; ///< for people; the id if the file gives none
     QStringList command; ///< a program that has a '/' in it and is relative is found from the file's directory
     QStringList intents; ///< what it handles; may be empty
+    QVector<TaskManifest> tasks; ///< what it can have run in the background; may be empty
 };
 
 struct Manifests

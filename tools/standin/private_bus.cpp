@@ -70,5 +70,7 @@ void PrivateBus::start()
         }
     }
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_daemon.readLine().trimmed());
+    if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR")) // as where nobody has logged in
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_directory.path()));
     connect(&m_daemon, &QProcess::stateChanged, this, &PrivateBus::lost);
 }

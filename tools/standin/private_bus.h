@@ -7,7 +7,8 @@
 
 /**
  * A session bus that only this process and those below it know: a dbus-daemon with the limits of a stock session bus,
- * and nothing to activate. It becomes the session bus of this process and of those that it starts from then on.
+ * and nothing to activate. It becomes the session bus of this process and of those that it starts from then on, and its
+ * directory their one for runtime files if they have none.
  */
 class PrivateBus : public QObject
 {

@@ -13,6 +13,8 @@
 #include "memory_pressure_adaptor.h"
 #include "private_bus.h"
 #include "process_tree.h"
+#include "tasks.h"
+#include "tasks_adaptor.h"
 #include "termination_signals.h"
 
 #include <DBus/names.h>
@@ -54,12 +56,16 @@ int run(const RunOptions &options)
     new LifecycleAdaptor(&lifecycle);
     MemoryPressure memoryPressure(QStringLiteral("/proc/pressure/memory"));
     new MemoryPressureAdaptor(&memoryPressure);
-    Control control(applications, &memoryPressure);
+    Clock clock;
+    Tasks tasks(manifests.list, clock, trace);
+    new TasksAdaptor(&tasks);
+    Control control(applications, &memoryPressure, &clock);
     new ControlAdaptor(&control);
     QDBusConnection connection = QDBusConnection::sessionBus();
     if (!connection.registerObject(Names::Intents.path(), &intents)
         || !connection.registerObject(Names::Lifecycle.path(), &lifecycle)
         || !connection.registerObject(Names::MemoryPressure.path(), &memoryPressure)
+        || !connection.registerObject(Names::Tasks.path(), &tasks)
         || !connection.registerObject(Names::StandIn.path(), &control)
         || !connection.registerService(Names::ServiceRoot)) {
         complain(connection.lastError().message());
@@ -94,6 +100,7 @@ int run(const RunOptions &options)
     QObject::connect(&reaping, &QTimer::timeout, &reaping,
                      [&processes] { processes.reapOrphans(ChildProcess::running()); });
     reaping.start(ReapingInterval);
+    tasks.startAutomatic();
     QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
     const int exitCode = QCoreApplication::exec();
     const QSet<pid_t> left = processes.endAll(bus.processId(), GracePeriod);

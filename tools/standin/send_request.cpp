@@ -21,8 +21,12 @@ int sendRequest(const ControlRequest &request)
     call.setArguments(request.arguments);
     const int noLimit = std::numeric_limits<int>::max();
     const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, noLimit);
-    if (reply.type() == QDBusMessage::ReplyMessage)
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        const QVariantList results = reply.arguments();
+        for (const QVariant &result : results)
+            QTextStream(stdout) << result.toString() << Qt::endl;
         return EXIT_SUCCESS;
+    }
 
     static const QStringList absent{
         QStringLiteral("org.freedesktop.DBus.Error.Disconnected"), // there is no bus at all

@@ -1,0 +1,448 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Runs as the command of corvane-standin, with the applications of tests/standin/applications.
+#include <introspection.h>
+#include <service_peer.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Done = QStringLiteral("() ()");
+const QString Stopped = QStringLiteral("0");
+const QString Running = QStringLiteral("1");
+const QString Waiting = QStringLiteral("2");
+
+/// The descriptors that every process down here has from the beginning.
+QJsonArray inherited()
+{
+    QVector<int> numbers;
+    const QStringList names = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System);
+    for (const QString &name : names) {
+        const int flags = ::fcntl(name.toInt(), F_GETFD);
+        if (name.front().isDigit() && flags >= 0 && !(flags & FD_CLOEXEC))
+            numbers.append(name.toInt());
+    }
+    std::sort(numbers.begin(), numbers.end());
+    QJsonArray array;
+    for (const int number : qAsConst(numbers))
+        array.append(number);
+    return array;
+}
+
+/// The state of a task in the text of a list of states.
+QString stateIn(const QString &text, const QString &id)
+{
+    const QRegularExpression pattern(QStringLiteral("\\('%1', (uint32 )?(\\d+),").arg(id));
+    return pattern.match(text).captured(2);
+}
+
+} // namespace
+
+class TestTasks : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void automaticTaskRunsFromTheBeginning();
+    void everythingIsListed();
+    void processIsToldWhoItIs();
+    void socketListensWhereTheApplicationLooks();
+    void taskThatEndsIsStopped();
+    void runningTaskIsNotStartedAgain();
+    void taskIsAskedToEnd();
+    void stubbornTaskNeedsForce();
+    void programThatCannotStartIsStopped();
+    void delayedTaskWaits();
+    void startTimeIsWaitedFor();
+    void intervalRepeats();
+    void scheduleRepeats();
+    void scheduleThatIsOverStops();
+    void waitingTaskIsPlannedAnew();
+    void waitingTaskIsStopped();
+    void runningTimeIsLimited();
+    void unknownNamesAreRefused_data();
+    void unknownNamesAreRefused();
+    void oddPropertiesAreSurvived_data();
+    void oddPropertiesAreSurvived();
+    void descriptorsAreRefused();
+    void interfaceIsAsDocumented();
+
+private:
+    QString call(const QString &object, const QString &member, const QString &body, QJsonObject more = {})
+    {
+        const QString name = Root + QLatin1Char('.') + object;
+        more.insert(QStringLiteral("destination"), Root);
+        more.insert(QStringLiteral("path"),
+                    QLatin1Char('/') + QString(name).replace(QLatin1Char('.'), QLatin1Char('/')));
+        if (!more.contains(QStringLiteral("interface")))
+            more.insert(QStringLiteral("interface"), name);
+        return peer.call(member, body, more).text;
+    }
+    QString start(const QString &id, const QString &properties = QStringLiteral("@a{sv} {}"),
+                  const QString &arguments = QStringLiteral("@as []"))
+    {
+        return call(QStringLiteral("Tasks1"), QStringLiteral("Start"),
+                    QStringLiteral("('worker.task_%1', %2, %3)").arg(id, arguments, properties));
+    }
+    QString stop(const QString &id, bool force = true)
+    {
+        return call(
+            QStringLiteral("Tasks1"), QStringLiteral("Stop"),
+            QStringLiteral("('worker.task_%1', %2)").arg(id, force ? QStringLiteral("true") : QStringLiteral("false")));
+    }
+    /// Seconds; gives the new time.
+    QDateTime moveClock(qint64 seconds)
+    {
+        const QString text = call(QStringLiteral("StandIn1"), QStringLiteral("MoveClock"),
+                                  QStringLiteral("(int64 %1,)").arg(seconds * 1000));
+        return QDateTime::fromString(text.section(QLatin1Char('\''), 1, 1), Qt::ISODate);
+    }
+    QString listed() { return call(QStringLiteral("Tasks1"), QStringLiteral("GetAll"), QStringLiteral("()")); }
+    QString state(const QString &id) { return stateIn(listed(), id); }
+    /// The states that a task went through, as announced since the last time.
+    QString takeStates(const QString &id)
+    {
+        QString states;
+        const QStringList announced = peer.takeSignals();
+        for (const QString &signal : announced) {
+            const QString state = stateIn(signal, id);
+            if (!states.endsWith(state))
+                states += state;
+        }
+        return states;
+    }
+    /// Waits for the states; what has been announced so far stands in \a seen.
+    bool goesThrough(const QString &id, const QString &expected)
+    {
+        QString seen;
+        const bool done = QTest::qWaitFor(
+            [&] {
+                const QString more = takeStates(id);
+                seen += seen.endsWith(more.left(1)) ? more.mid(1) : more;
+                return seen == expected;
+            },
+            20000);
+        if (!done)
+            qWarning("expected the states %s, found %s", qUtf8Printable(expected), qUtf8Printable(seen));
+        return done;
+    }
+    QJsonObject report() const
+    {
+        QFile file(reportPath());
+        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    }
+    QString reportPath() const { return directory.filePath(QStringLiteral("report")); }
+
+    ServicePeer peer;
+    QTemporaryDir directory;
+};
+
+void TestTasks::initTestCase()
+{
+    peer.watchSignals();
+}
+
+void TestTasks::cleanup()
+{
+    for (const char *id : {"report", "quick", "long", "stubborn", "absent"}) {
+        QCOMPARE(stop(QLatin1String(id)), Done);
+        QTRY_COMPARE(state(QLatin1String(id)), Stopped);
+    }
+    peer.takeSignals();
+    QFile::remove(reportPath());
+}
+
+void TestTasks::automaticTaskRunsFromTheBeginning()
+{
+    QCOMPARE(state(QStringLiteral("early")), Running);
+    QVERIFY2(listed().contains(QStringLiteral("'Autostart': <true>")), qUtf8Printable(listed()));
+}
+
+void TestTasks::everythingIsListed()
+{
+    const QString text = listed();
+    QVERIFY2(
+        text.startsWith(QStringLiteral("(a{sv}) ({'State': <[('report', uint32 0, @a{sv} {}), ('quick', 0, {}), ")),
+        qUtf8Printable(text));
+    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'Interval': <3>, 'X': <[(1, 'a')]>}")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    const QStringList announced = peer.takeSignals();
+    QVERIFY(!announced.isEmpty());
+    for (const QString &signal : announced)
+        QVERIFY2(signal.startsWith(QStringLiteral("StateChanged (a(sua{sv})) ([('report', uint32 0, @a{sv} {}), ")),
+                 qUtf8Printable(signal));
+    QVERIFY2(announced.last().contains(QStringLiteral("('long', 1, {'Interval': <3>, 'X': <[(1, 'a')]>})")),
+             qUtf8Printable(announced.last()));
+}
+
+void TestTasks::processIsToldWhoItIs()
+{
+    const int niceness = ::getpriority(PRIO_PROCESS, 0) + 3;
+    QCOMPARE(start(QStringLiteral("report"), QStringLiteral("{'Priority': <%1>}").arg(niceness),
+                   QStringLiteral("['%1', '--all', '']").arg(reportPath())),
+             Done);
+    QVERIFY(goesThrough(QStringLiteral("report"), Waiting + Running));
+    QTRY_VERIFY(!report().isEmpty());
+    QCOMPARE(report().value(QStringLiteral("arguments")).toArray(), QJsonArray({QStringLiteral("--all"), QString()}));
+    QCOMPARE(report().value(QStringLiteral("niceness")).toInt(), niceness);
+    QCOMPARE(report().value(QStringLiteral("descriptors")).toArray(), inherited());
+    QCOMPARE(report().value(QStringLiteral("environment")).toObject(),
+             QJsonObject({{QStringLiteral("HALVIR_APP_ID"), QStringLiteral("worker")},
+                          {QStringLiteral("HALVIR_APP_INSTANCE_ID"), QStringLiteral("worker.task_report.instance1")},
+                          {QStringLiteral("HALVIR_TASK_ID"), QStringLiteral("report")},
+                          {QStringLiteral("HALVIR_OTHER"), QStringLiteral("kept")}}));
+}
+
+void TestTasks::socketListensWhereTheApplicationLooks()
+{
+    const QString path =
+        QString::fromUtf8(qgetenv("XDG_RUNTIME_DIR")) + QStringLiteral("/applications/worker/report.socket");
+    for (int i = 0; i < 2; ++i) { // the second time there is the file of the first
+        QCOMPARE(start(QStringLiteral("report"), QStringLiteral("{'CreateIPCSocket': <true>}"),
+                       QStringLiteral("['%1']").arg(reportPath())),
+                 Done);
+        QTRY_COMPARE(state(QStringLiteral("report")), Running);
+        QCOMPARE(QFile::permissions(path) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+
+        const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(static_cast<char *>(address.sun_path), qPrintable(path), sizeof address.sun_path);
+        QCOMPARE(::connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        QCOMPARE(::write(descriptor, "hello", 5), ssize_t(5));
+        char answer[6] = {};
+        QCOMPARE(::read(descriptor, answer, 5), ssize_t(5)); // from the process itself
+        QCOMPARE(answer, "hello");
+        ::close(descriptor);
+        QCOMPARE(stop(QStringLiteral("report")), Done);
+        QTRY_COMPARE(state(QStringLiteral("report")), Stopped);
+    }
+}
+
+void TestTasks::taskThatEndsIsStopped()
+{
+    QCOMPARE(start(QStringLiteral("quick")), Done);
+    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
+    QCOMPARE(start(QStringLiteral("quick")), Done); // and may start again
+    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
+}
+
+void TestTasks::runningTaskIsNotStartedAgain()
+{
+    QCOMPARE(start(QStringLiteral("long")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QCOMPARE(start(QStringLiteral("long")),
+             QStringLiteral("%1.Error.ApplicationAlreadyRunning (s) ('worker.task_long runs already',)").arg(Root));
+    QCOMPARE(state(QStringLiteral("long")), Running);
+}
+
+void TestTasks::taskIsAskedToEnd()
+{
+    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'Interval': <1>}")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QCOMPARE(stop(QStringLiteral("long"), false), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Stopped); // and does not run again
+    QCOMPARE(stop(QStringLiteral("long"), false), Done); // is no error
+}
+
+void TestTasks::stubbornTaskNeedsForce()
+{
+    QCOMPARE(start(QStringLiteral("stubborn")), Done);
+    QTRY_COMPARE(state(QStringLiteral("stubborn")), Running);
+    QCOMPARE(stop(QStringLiteral("stubborn"), true), Done);
+    QTRY_COMPARE(state(QStringLiteral("stubborn")), Stopped);
+}
+
+void TestTasks::programThatCannotStartIsStopped()
+{
+    QCOMPARE(start(QStringLiteral("absent")), Done);
+    QVERIFY(goesThrough(QStringLiteral("absent"), Waiting + Stopped));
+}
+
+void TestTasks::delayedTaskWaits()
+{
+    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
+    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    moveClock(3500);
+    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    moveClock(101);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QVERIFY(goesThrough(QStringLiteral("long"), Waiting + Running));
+}
+
+void TestTasks::startTimeIsWaitedFor()
+{
+    const QDateTime now = moveClock(0);
+    QCOMPARE(start(QStringLiteral("long"),
+                   QStringLiteral("{'StartTime': <'%1'>, 'StartDelay': <60>}")
+                       .arg(now.addSecs(3600).toUTC().toString(Qt::ISODate))),
+             Done);
+    moveClock(3600);
+    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    moveClock(61);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QCOMPARE(stop(QStringLiteral("long")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Stopped);
+
+    QCOMPARE(start(QStringLiteral("long"),
+                   QStringLiteral("{'StartTime': <'%1'>}").arg(now.addSecs(-3600).toString(Qt::ISODate))),
+             Done); // past
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+}
+
+void TestTasks::intervalRepeats()
+{
+    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Interval': <3600>}")), Done);
+    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Waiting));
+    for (int i = 0; i < 3; ++i) {
+        moveClock(3600);
+        QVERIFY(goesThrough(QStringLiteral("quick"), Running + Waiting));
+    }
+    moveClock(10 * 3600); // what was missed runs once
+    QVERIFY(goesThrough(QStringLiteral("quick"), Running + Waiting));
+    QCOMPARE(state(QStringLiteral("quick")), Waiting);
+}
+
+void TestTasks::scheduleRepeats()
+{
+    const QDateTime now = moveClock(0);
+    const int hour = now.addSecs(2 * 3600).time().hour();
+    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Schedule': <{'Hours': <[%1]>}>}").arg(hour)), Done);
+    QCOMPARE(state(QStringLiteral("quick")), Waiting);
+    for (int i = 0; i < 3; ++i) {
+        moveClock(24 * 3600);
+        QVERIFY(goesThrough(QStringLiteral("quick"), (i == 0 ? Waiting : QString()) + Running + Waiting));
+    }
+}
+
+void TestTasks::scheduleThatIsOverStops()
+{
+    const QDateTime now = moveClock(0);
+    QCOMPARE(start(QStringLiteral("quick"),
+                   QStringLiteral("{'Schedule': <{'Minutes': <[%1]>, 'EndDate': <'%2'>}>}")
+                       .arg(now.addSecs(120).time().minute())
+                       .arg(now.addSecs(600).toString(Qt::ISODate))),
+             Done);
+    moveClock(180);
+    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
+    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Schedule': <{'Months': <[13]>}>}")), Done);
+    QCOMPARE(state(QStringLiteral("quick")), Stopped);
+}
+
+void TestTasks::waitingTaskIsPlannedAnew()
+{
+    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
+    QCOMPARE(start(QStringLiteral("long")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+}
+
+void TestTasks::waitingTaskIsStopped()
+{
+    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
+    QCOMPARE(stop(QStringLiteral("long"), false), Done);
+    QCOMPARE(state(QStringLiteral("long")), Stopped);
+    moveClock(4000);
+    QCOMPARE(state(QStringLiteral("long")), Stopped);
+}
+
+void TestTasks::runningTimeIsLimited()
+{
+    for (const char *id : {"long", "stubborn"}) {
+        QCOMPARE(start(QLatin1String(id), QStringLiteral("{'RunningTime': <3600>}")), Done);
+        QTRY_COMPARE(state(QLatin1String(id)), Running);
+        moveClock(3590);
+        QCOMPARE(state(QLatin1String(id)), Running);
+        moveClock(11);
+        QTRY_COMPARE(state(QLatin1String(id)), Stopped);
+    }
+}
+
+void TestTasks::unknownNamesAreRefused_data()
+{
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("unknown task") << "worker.task_none";
+    QTest::newRow("unknown application") << "none.task_long";
+    QTest::newRow("id alone") << "long";
+    QTest::newRow("empty") << "";
+}
+
+void TestTasks::unknownNamesAreRefused()
+{
+    QFETCH(QString, name);
+
+    const QString error =
+        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the task \"%1\"',)").arg(name);
+    QCOMPARE(
+        call(QStringLiteral("Tasks1"), QStringLiteral("Start"), QStringLiteral("('%1', @as [], @a{sv} {})").arg(name)),
+        error);
+    QCOMPARE(call(QStringLiteral("Tasks1"), QStringLiteral("Stop"), QStringLiteral("('%1', false)").arg(name)), error);
+    QCOMPARE(peer.takeSignals(), QStringList());
+}
+
+void TestTasks::oddPropertiesAreSurvived_data()
+{
+    QTest::addColumn<QString>("properties");
+
+    for (const char *properties :
+         {"{'Schedule': <[1, 2]>}", "{'Schedule': <[(1, 2)]>}", "{'Schedule': <{1: <2>}>}", "{'Schedule': <'daily'>}",
+          "{'Schedule': <{'Hours': <[(1, 2)]>}>}", "{'Schedule': <{'Hours': <{'a': 1}>, 'Minutes': <['1']>}>}",
+          "{'Interval': <[1]>, 'StartDelay': <(1, 2)>, 'StartTime': <5>, 'Priority': <'x'>}",
+          "{'Interval': <-1>, 'StartDelay': <-5>, 'RunningTime': <-1>, 'Priority': <1000>}",
+          "{'RunningTime': <2147483647>, 'Interval': <2147483647>}", "{'CreateIPCSocket': <[true]>}"})
+        QTest::newRow(properties) << QString::fromLatin1(properties);
+}
+
+void TestTasks::oddPropertiesAreSurvived()
+{
+    QFETCH(QString, properties);
+
+    QCOMPARE(start(QStringLiteral("long"), properties), Done);
+    const QString now = state(QStringLiteral("long"));
+    QVERIFY2(now == Running || now == Waiting, qUtf8Printable(now));
+    QCOMPARE(stop(QStringLiteral("long")), Done);
+    QTRY_COMPARE(state(QStringLiteral("long")), Stopped);
+}
+
+void TestTasks::descriptorsAreRefused()
+{
+    const QString refused =
+        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors do not describe a task',)");
+    for (const QJsonArray &files : {QJsonArray{QStringLiteral("/dev/null")}, QJsonArray()}) { // one, and a missing one
+        for (const char *value : {"@h 0", "[@h 0]", "{'x': <(1, @h 0)>}"})
+            QCOMPARE(call(QStringLiteral("Tasks1"), QStringLiteral("Start"),
+                          QStringLiteral("('worker.task_long', @as [], {'x': <%1>})").arg(QLatin1String(value)),
+                          {{QStringLiteral("files"), files}}),
+                     refused);
+    }
+    QCOMPARE(state(QStringLiteral("long")), Stopped);
+}
+
+void TestTasks::interfaceIsAsDocumented()
+{
+    const QString xml =
+        introspectionIn(call(QStringLiteral("Tasks1"), QStringLiteral("Introspect"), {},
+                             {{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Introspectable")}}));
+    const QStringList expected{QStringLiteral("method GetAll(out a{sv} properties)"),
+                               QStringLiteral("method Start(in s name, in as arguments, in a{sv} properties)"),
+                               QStringLiteral("method Stop(in s name, in b force)"),
+                               QStringLiteral("signal StateChanged(out a(sua{sv}) tasksState)")};
+    QCOMPARE(membersOf(Root + QStringLiteral(".Tasks1"), xml), expected);
+    QCOMPARE(documentedMembersOf(Root + QStringLiteral(".Tasks1")), expected);
+}
+
+QTEST_GUILESS_MAIN(TestTasks)
+#include "tst_tasks.moc"

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "background_task.h"
+
+#include "calendar.h"
+#include "task_socket.h"
+
+#include <QtCore/QStandardPaths>
+
+#include <algorithm>
+
+namespace {
+
+const int GracePeriod = 2000; // milliseconds to end in, when the time is over
+const qint64 LongestTimer = 3600 * 1000; // milliseconds; a timer cannot wait for ever
+
+} // namespace
+
+BackgroundTask::BackgroundTask(const QString &applicationId, const TaskManifest &manifest, const Clock &clock,
+                               const Trace &trace, QObject *parent)
+    : QObject(parent), m_applicationId(applicationId), m_manifest(manifest), m_clock(clock), m_trace(trace)
+{
+    m_timer.setSingleShot(true);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &BackgroundTask::check);
+    connect(&clock, &Clock::moved, this, &BackgroundTask::check);
+}
+
+QString BackgroundTask::name() const
+{
+    return m_applicationId + QLatin1String(".task_") + m_manifest.id;
+}
+
+void BackgroundTask::start(const QStringList &arguments, const QVariantMap &properties)
+{
+    m_arguments = arguments;
+    m_properties = properties;
+    const QDateTime startTime =
+        QDateTime::fromString(properties.value(QStringLiteral("StartTime")).toString(), Qt::ISODate);
+    const QDateTime now = m_clock.now();
+    plan((startTime.isValid() ? std::max(now, startTime) : now)
+             .addSecs(properties.value(QStringLiteral("StartDelay")).toInt()));
+    setState(Waiting);
+    if (!m_due.isValid())
+        setState(Stopped);
+    check();
+}
+
+void BackgroundTask::stop(bool force)
+{
+    m_due = {};
+    m_properties.clear();
+    if (!m_process)
+        setState(Stopped);
+    else if (force)
+        m_process->kill();
+    else
+        m_process->terminate();
+}
+
+/// Decides when the next run is to begin.
+void BackgroundTask::plan(const QDateTime &earliest)
+{
+    const Calendar calendar(m_properties.value(QStringLiteral("Schedule")));
+    m_due = calendar.isEmpty() ? earliest : calendar.next(earliest);
+    m_trace.write(m_due.isValid() ? QStringLiteral("%1 is to run at %2").arg(name(), m_due.toString(Qt::ISODate))
+                                  : QStringLiteral("%1 has no time left to run at").arg(name()));
+}
+
+/// Does what is due, and sets the timer for what is not.
+void BackgroundTask::check()
+{
+    const QDateTime now = m_clock.now();
+    if (m_process && m_deadline.isValid() && m_deadline <= now) {
+        m_trace.write(QStringLiteral("%1 has run for as long as it may").arg(name()));
+        m_deadline = {};
+        end();
+    }
+    if (!m_process && m_due.isValid() && m_due <= now)
+        run();
+
+    const QDateTime next = m_process ? m_deadline : m_due;
+    if (next.isValid())
+        m_timer.start(int(std::clamp<qint64>(m_clock.now().msecsTo(next), 0, LongestTimer)));
+    else
+        m_timer.stop();
+}
+
+void BackgroundTask::run()
+{
+    const QDateTime now = m_clock.now();
+    const int interval = m_properties.value(QStringLiteral("Interval")).toInt();
+    m_due = {};
+    if (!Calendar(m_properties.value(QStringLiteral("Schedule"))).isEmpty())
+        plan(now.addSecs(60 - now.time().second())); // not in the same minute again
+    else if (interval > 0)
+        plan(now.addSecs(interval));
+
+    QProcessEnvironment environment = ChildProcess::cleanEnvironment();
+    environment.insert(QStringLiteral("HALVIR_APP_ID"), m_applicationId);
+    environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"),
+                       QStringLiteral("%1.instance%2").arg(name()).arg(++m_runs));
+    environment.insert(QStringLiteral("HALVIR_TASK_ID"), m_manifest.id);
+
+    auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
+    std::unique_ptr<TaskSocket> socket;
+    if (m_properties.value(QStringLiteral("CreateIPCSocket")).toBool()) {
+        socket = std::make_unique<TaskSocket>(socketPath());
+        if (socket->descriptor() < 0)
+            m_trace.write(QStringLiteral("%1 gets no socket: %2").arg(name(), socket->problem()));
+        environment.insert(QStringLiteral("HALVIR_TASK_FD"), QString::number(socket->descriptor()));
+        process->setInherited(socket->descriptor());
+    }
+    process->setProcessEnvironment(environment);
+    process->setNiceness(m_properties.value(QStringLiteral("Priority")).toInt());
+
+    connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
+            [this](int code, QProcess::ExitStatus status) {
+                onEnded(status == QProcess::NormalExit ? QStringLiteral("has ended with exit code %1").arg(code)
+                                                       : QStringLiteral("was ended by signal %1").arg(code));
+            });
+    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            onEnded(QStringLiteral("cannot be started: %1").arg(process->errorString()));
+    });
+    connect(process, &QProcess::started, this, [this, process] {
+        m_trace.write(QStringLiteral("%1 runs (process %2)").arg(name()).arg(process->processId()));
+        const int runningTime = m_properties.value(QStringLiteral("RunningTime")).toInt();
+        m_deadline = runningTime > 0 ? m_clock.now().addSecs(runningTime) : QDateTime();
+        setState(Running);
+    });
+    m_process = process;
+    process->start(m_manifest.command + m_arguments);
+}
+
+/// Ends the process, politely at first.
+void BackgroundTask::end()
+{
+    m_process->terminate();
+    QTimer::singleShot(GracePeriod, m_process, &QProcess::kill);
+}
+
+void BackgroundTask::onEnded(const QString &how)
+{
+    m_trace.write(QStringLiteral("%1 %2").arg(name(), how));
+    m_process->deleteLater();
+    m_process = nullptr;
+    m_deadline = {};
+    setState(m_due.isValid() ? Waiting : Stopped);
+    QTimer::singleShot(0, this, &BackgroundTask::check); // the next run may be overdue
+}
+
+void BackgroundTask::setState(State state)
+{
+    if (std::exchange(m_state, state) != state)
+        Q_EMIT stateChanged();
+}
+
+QString BackgroundTask::socketPath() const
+{
+    return QStringLiteral("%1/applications/%2/%3.socket")
+        .arg(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation), m_applicationId, m_manifest.id);
+}

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "calendar.h"
+
+#include <QtDBus/QDBusArgument>
+
+#include <algorithm>
+
+namespace {
+
+/// Whether the value came from the bus with this signature. Reading it as anything else would abort.
+bool isArgument(const QVariant &value, const char *signature)
+{
+    return value.userType() == qMetaTypeId<QDBusArgument>()
+        && value.value<QDBusArgument>().currentSignature() == QLatin1String(signature);
+}
+
+QVariantMap toMap(const QVariant &value)
+{
+    return isArgument(value, "a{sv}") ? qdbus_cast<QVariantMap>(value) : value.toMap();
+}
+
+QList<int> toNumbers(const QVariant &value)
+{
+    if (isArgument(value, "ai"))
+        return qdbus_cast<QList<int>>(value);
+    if (value.userType() == qMetaTypeId<QList<int>>())
+        return value.value<QList<int>>();
+    QList<int> numbers;
+    const QVariantList list = value.toList();
+    for (const QVariant &element : list)
+        numbers.append(element.toInt());
+    return numbers;
+}
+
+QDateTime toDate(const QVariant &value)
+{
+    return QDateTime::fromString(value.toString(), Qt::ISODate);
+}
+
+bool matches(const QList<int> &list, int number)
+{
+    return list.isEmpty() || list.contains(number);
+}
+
+} // namespace
+
+Calendar::Calendar(const QVariant &schedule)
+{
+    const QVariantMap map = toMap(schedule);
+    m_isEmpty = map.isEmpty();
+    m_start = toDate(map.value(QStringLiteral("StartDate")));
+    m_end = toDate(map.value(QStringLiteral("EndDate")));
+    m_months = toNumbers(map.value(QStringLiteral("Months")));
+    m_weekDays = toNumbers(map.value(QStringLiteral("WeekDays")));
+    m_hours = toNumbers(map.value(QStringLiteral("Hours")));
+    m_minutes = toNumbers(map.value(QStringLiteral("Minutes")));
+    if (m_hours.isEmpty() && m_minutes.isEmpty())
+        m_hours = {0};
+    if (m_minutes.isEmpty())
+        m_minutes = {0};
+}
+
+QDateTime Calendar::next(const QDateTime &earliest) const
+{
+    const int horizon = 10 * 366; // days
+    const QDateTime first = (m_start.isValid() ? std::max(earliest, m_start) : earliest).toLocalTime();
+    for (int day = 0; day < horizon; ++day) {
+        const QDate date = first.date().addDays(day);
+        if (!matches(m_months, date.month()) || !matches(m_weekDays, date.dayOfWeek()))
+            continue;
+        for (int hour = 0; hour < 24; ++hour) {
+            if (!matches(m_hours, hour))
+                continue;
+            for (int minute = 0; minute < 60; ++minute) {
+                const QDateTime time(date, QTime(hour, minute));
+                if (!matches(m_minutes, minute) || time < first)
+                    continue;
+                return m_end.isValid() && time > m_end ? QDateTime() : time;
+            }
+        }
+    }
+    return {};
+}

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QDateTime>
+#include <QtCore/QObject>
+
+/// The time by which tasks run: the system's, but that it can be moved on.
+class Clock : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+
+    QDateTime now() const { return QDateTime::currentDateTime().addMSecs(m_ahead); }
+    void moveOn(qint64 milliseconds)
+    {
+        m_ahead += milliseconds;
+        Q_EMIT moved();
+    }
+
+Q_SIGNALS:
+    void moved();
+
+private:
+    qint64 m_ahead = 0;
+};

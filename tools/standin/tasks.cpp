@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "tasks.h"
+
+#include "descriptors.h"
+
+#include <DBus/names.h>
+
+#include <QtDBus/QDBusMessage>
+
+namespace Names = Corvane::Names;
+
+Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent)
+    : QObject(parent), m_manifests(manifests), m_trace(trace)
+{
+    Corvane::registerRecordTypes();
+    for (const Manifest &manifest : manifests) {
+        for (const TaskManifest &taskManifest : manifest.tasks) {
+            auto *task = new BackgroundTask(manifest.id, taskManifest, clock, trace, this);
+            connect(task, &BackgroundTask::stateChanged, this, [this] { Q_EMIT StateChanged(states()); });
+            m_list.append(task);
+        }
+    }
+}
+
+QVariantMap Tasks::GetAll() const
+{
+    return {{QStringLiteral("State"), QVariant::fromValue(states())}};
+}
+
+void Tasks::Start(const QString &name, const QStringList &arguments, const QVariantMap &properties)
+{
+    m_trace.write(QStringLiteral("Start %1").arg(Trace::quoted(name)));
+    BackgroundTask *task = find(name);
+    if (!task)
+        return;
+    if (holdsDescriptors(QVariant(properties)))
+        sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("Descriptors do not describe a task"));
+    else if (task->state() == BackgroundTask::Running)
+        sendErrorReply(Names::ErrorPrefix + QLatin1String("ApplicationAlreadyRunning"),
+                       QStringLiteral("%1 runs already").arg(name));
+    else
+        task->start(arguments, properties);
+}
+
+void Tasks::Stop(const QString &name, bool force)
+{
+    m_trace.write(
+        QStringLiteral("Stop %1%2").arg(Trace::quoted(name), force ? QStringLiteral(" by force") : QString()));
+    if (BackgroundTask *task = find(name))
+        task->stop(force);
+}
+
+void Tasks::startAutomatic()
+{
+    int index = 0;
+    for (const Manifest &manifest : qAsConst(m_manifests)) {
+        for (const TaskManifest &taskManifest : manifest.tasks) {
+            BackgroundTask *task = m_list.at(index++);
+            if (taskManifest.properties.value(QStringLiteral("Autostart")).toBool())
+                task->start({}, Corvane::withoutUnsendable(taskManifest.properties).toMap());
+        }
+    }
+}
+
+QVector<Corvane::TaskState> Tasks::states() const
+{
+    QVector<Corvane::TaskState> list;
+    for (const BackgroundTask *task : m_list)
+        list.append({task->id(), task->state(), task->properties()});
+    return list;
+}
+
+BackgroundTask *Tasks::find(const QString &name)
+{
+    for (BackgroundTask *task : qAsConst(m_list)) {
+        if (task->name() == name)
+            return task;
+    }
+    sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("No manifest has the task %1").arg(Trace::quoted(name)));
+    return nullptr;
+}

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "background_task.h"
+
+#include <DBus/types.h>
+
+#include <QtDBus/QDBusContext>
+
+/// The object "Tasks1": it runs the tasks of the applications. Its members are called by the adaptor.
+class Tasks : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+public:
+    Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent = nullptr);
+
+    QVariantMap GetAll() const;
+    void Start(const QString &name, const QStringList &arguments, const QVariantMap &properties);
+    void Stop(const QString &name, bool force);
+
+    /// Starts the tasks whose manifest says so.
+    void startAutomatic();
+
+Q_SIGNALS:
+    void StateChanged(const QVector<Corvane::TaskState> &tasksState); ///< The adaptor sends it.
+
+private:
+    QVector<Corvane::TaskState> states() const;
+    BackgroundTask *find(const QString &name);
+
+    QVector<BackgroundTask *> m_list;
+    QVector<Manifest> m_manifests;
+    const Trace &m_trace;
+};
