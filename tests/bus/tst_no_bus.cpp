@@ -23,6 +23,9 @@ private Q_SLOTS:
     void taskFailsOnceFromTheEventLoop();
     void servicesCannotStart();
     void nothingIsHeard();
+
+private:
+    int deliveries = 0; ///< where the invoker is deleted in the first
 };
 
 void TestNoBus::invokeFailsOnceFromTheEventLoop()
@@ -42,16 +45,16 @@ void TestNoBus::invokeFailsOnceFromTheEventLoop()
 void TestNoBus::invokerMayBeDeletedInItsSlot()
 {
     auto *invoker = new IntentsInvoker;
-    int received = 0;
-    connect(invoker, &IntentsInvoker::replyReceived, this, [invoker, &received] {
-        ++received;
+    deliveries = 0;
+    connect(invoker, &IntentsInvoker::replyReceived, this, [this, invoker] {
+        ++deliveries;
         delete invoker;
     });
     invoker->invoke(QStringLiteral("X"), {}, {});
     invoker->invoke(QStringLiteral("X"), {}, {});
-    QTRY_COMPARE(received, 1);
+    QTRY_COMPARE(deliveries, 1);
     QCoreApplication::processEvents();
-    QCOMPARE(received, 1);
+    QCOMPARE(deliveries, 1);
 }
 
 void TestNoBus::deletedInvokerDeliversNothing()

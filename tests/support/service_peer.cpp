@@ -13,7 +13,11 @@ namespace {
 constexpr int Patience = 60000; // milliseconds; for slow machines under valgrind
 
 const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString RootPath = QLatin1Char('/') + QString(Root).replace(QLatin1Char('.'), QLatin1Char('/'));
+
+QString rootPath()
+{
+    return QLatin1Char('/') + QString(Root).replace(QLatin1Char('.'), QLatin1Char('/'));
+}
 
 /// Makes a call of the library's connection, and tells whether it has succeeded. What came before it has been handled.
 bool finishes(const QDBusMessage &message)
@@ -108,7 +112,7 @@ int ServicePeer::beginCall(const QString &member, const QString &body, const QJs
 {
     QJsonObject arguments{
         {QStringLiteral("destination"), QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
-        {QStringLiteral("path"), RootPath + QStringLiteral("/IntentHandler1")},
+        {QStringLiteral("path"), rootPath() + QStringLiteral("/IntentHandler1")},
         {QStringLiteral("interface"), Root + QStringLiteral(".IntentHandler1")},
         {QStringLiteral("member"), member},
         {QStringLiteral("body"), body},
@@ -146,7 +150,7 @@ void ServicePeer::emitSignal(const QString &object, const QString &interface, co
                              const QString &body, const QJsonObject &more)
 {
     QJsonObject arguments = more;
-    arguments.insert(QStringLiteral("path"), RootPath + QLatin1Char('/') + object);
+    arguments.insert(QStringLiteral("path"), rootPath() + QLatin1Char('/') + object);
     arguments.insert(QStringLiteral("interface"), interface);
     arguments.insert(QStringLiteral("member"), member);
     arguments.insert(QStringLiteral("body"), body);
@@ -184,7 +188,7 @@ bool ServicePeer::busRoundTrip()
 
 bool ServicePeer::roundTrip()
 {
-    if (!finishes(QDBusMessage::createMethodCall(Root, RootPath + QStringLiteral("/Test"),
+    if (!finishes(QDBusMessage::createMethodCall(Root, rootPath() + QStringLiteral("/Test"),
                                                  Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip"))))
         return false;
     request(QStringLiteral("ping")); // what the peer had to report has been read by then

@@ -139,18 +139,18 @@ public:
     template<typename Place>
     explicit Channel(Place place) : channel(new TaskMessaging(place))
     {
-        QObject::connect(channel, &TaskMessaging::messageReceived, channel, [this](const QJsonObject &message) {
-            messages << QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact));
-        });
-        QObject::connect(channel, &TaskMessaging::stateChanged, channel,
+        QObject::connect(channel.get(), &TaskMessaging::messageReceived, channel.get(),
+                         [this](const QJsonObject &message) {
+                             messages << QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact));
+                         });
+        QObject::connect(channel.get(), &TaskMessaging::stateChanged, channel.get(),
                          [this](TaskMessaging::State state) { states << int(state); });
     }
-    ~Channel() { delete channel.data(); }
     Q_DISABLE_COPY(Channel)
 
-    TaskMessaging *operator->() const { return channel; }
+    TaskMessaging *operator->() const { return channel.get(); }
 
-    QPointer<TaskMessaging> channel;
+    std::unique_ptr<TaskMessaging> channel;
     QStringList messages;
     QVector<int> states;
 };
@@ -206,6 +206,7 @@ private:
 
     std::unique_ptr<QTemporaryDir> directory;
     std::optional<MessageLog> log;
+    int handled = 0; ///< signals, where the channel is deleted in the first
 };
 
 namespace {
@@ -581,7 +582,7 @@ void TestTaskMessaging::bothEndsTalk()
     QVERIFY(task->sendMessage({{QStringLiteral("to"), QStringLiteral("application")}}));
     QTRY_COMPARE(application.messages, QStringList(QStringLiteral("{\"to\":\"application\"}")));
 
-    delete task.channel.data();
+    task.channel.reset();
     QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
     QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
 }
@@ -602,14 +603,14 @@ void TestTaskMessaging::mayBeDeletedWhenAMessageArrives()
     auto *channel = isTask ? new TaskMessaging(listener.release()) : new TaskMessaging(path());
     std::unique_ptr<PlainSocket> other =
         isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
-    int received = 0;
-    connect(channel, &TaskMessaging::messageReceived, this, [channel, &received] {
-        ++received;
+    handled = 0;
+    connect(channel, &TaskMessaging::messageReceived, this, [this, channel] {
+        ++handled;
         delete channel;
     });
     QVERIFY(other->send(frame("{}") + frame("{}")));
     QTRY_VERIFY(other->isClosed());
-    QCOMPARE(received, 1);
+    QCOMPARE(handled, 1);
 }
 
 void TestTaskMessaging::mayBeDeletedWhenAWaitingClientIsHeard()
@@ -625,14 +626,14 @@ void TestTaskMessaging::mayBeDeletedWhenAWaitingClientIsHeard()
     QTRY_COMPARE(channel->state(), TaskMessaging::Unconnected);
     log->takeWarnings();
 
-    int received = 0;
-    connect(channel, &TaskMessaging::messageReceived, this, [channel, &received] {
-        ++received;
+    handled = 0;
+    connect(channel, &TaskMessaging::messageReceived, this, [this, channel] {
+        ++handled;
         delete channel;
     });
     PlainSocket third(path());
     QTRY_VERIFY(second.isClosed());
-    QCOMPARE(received, 1);
+    QCOMPARE(handled, 1);
 }
 
 void TestTaskMessaging::mayBeDeletedWhenItsStateChanges_data()
@@ -650,15 +651,15 @@ void TestTaskMessaging::mayBeDeletedWhenItsStateChanges()
         std::unique_ptr<PlainSocket> other =
             isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
         QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
-        int changes = 0;
-        connect(channel, &TaskMessaging::stateChanged, this, [channel, &changes] {
-            ++changes;
+        handled = 0;
+        connect(channel, &TaskMessaging::stateChanged, this, [this, channel] {
+            ++handled;
             delete channel;
         });
         if (isTorn)
             QVERIFY(other->send("{}"));
         other->close();
-        QTRY_COMPARE(changes, 1);
+        QTRY_COMPARE(handled, 1);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         log->takeWarnings();
         QFile::remove(path());
@@ -672,7 +673,7 @@ void TestTaskMessaging::clientMayBeReplacedWhileAMessageIsHandled()
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     std::unique_ptr<PlainSocket> second;
     bool replaced = false;
-    connect(task.channel, &TaskMessaging::messageReceived, this, [&] {
+    connect(task.channel.get(), &TaskMessaging::messageReceived, this, [&] {
         if (std::exchange(replaced, true))
             return;
         first.reset();
@@ -705,8 +706,8 @@ void TestTaskMessaging::mayBeDeletedInAnEventLoopOfItsReceiver()
     auto *channel = new TaskMessaging(listeningSocket(path()));
     auto client = std::make_unique<PlainSocket>(path());
     QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
-    int handled = 0;
-    const auto handle = [channel, &handled] {
+    handled = 0;
+    const auto handle = [this, channel] {
         QEventLoop loop;
         QTimer::singleShot(0, &loop, [channel, &loop] {
             delete channel;

@@ -11,7 +11,7 @@
 namespace {
 
 const int GracePeriod = 2000; // milliseconds to end in, when the time is over
-const qint64 LongestTimer = 3600 * 1000; // milliseconds; a timer cannot wait for ever
+const qint64 LongestTimer = 3600000; // milliseconds; a timer cannot wait for ever
 
 } // namespace
 

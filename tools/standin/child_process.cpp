@@ -11,14 +11,18 @@
 
 namespace {
 
-QSet<ChildProcess *> allChildren; // NOLINT: used on the main thread only
+QSet<ChildProcess *> &allChildren()
+{
+    static QSet<ChildProcess *> children;
+    return children;
+}
 
 } // namespace
 
 ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
     : QProcess(parent), m_terminal(terminal), m_parentId(QCoreApplication::applicationPid())
 {
-    allChildren.insert(this);
+    allChildren().insert(this);
     setProcessChannelMode(ForwardedChannels);
     setProcessEnvironment(cleanEnvironment());
     if (terminal == Terminal::Shared)
@@ -29,7 +33,7 @@ ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
 
 ChildProcess::~ChildProcess()
 {
-    allChildren.remove(this);
+    allChildren().remove(this);
     blockSignals(true);
     if (state() != NotRunning) {
         kill();
@@ -46,7 +50,7 @@ void ChildProcess::start(const QStringList &command)
 QSet<pid_t> ChildProcess::running()
 {
     QSet<pid_t> ids;
-    for (const ChildProcess *child : qAsConst(allChildren))
+    for (const ChildProcess *child : qAsConst(allChildren()))
         ids.insert(pid_t(child->processId()));
     return ids;
 }

@@ -21,7 +21,8 @@ const double Threshold = 10; // percent of the last ten seconds
 double stalled(const QByteArray &pressure, const QByteArray &kind)
 {
     const QByteArray start = kind + " avg10=";
-    for (const QByteArray &line : pressure.split('\n')) {
+    const QList<QByteArray> lines = pressure.split('\n');
+    for (const QByteArray &line : lines) {
         if (line.startsWith(start))
             return line.mid(start.size()).split(' ').first().toDouble();
     }
@@ -81,6 +82,7 @@ void MemoryPressure::update(int level)
     if (level == m_level)
         return;
     m_level = level;
+    Q_EMIT levelChanged();
     QDBusMessage signal =
         QDBusMessage::createSignal(Names::MemoryPressure.path(), QStringLiteral("org.freedesktop.DBus.Properties"),
                                    QStringLiteral("PropertiesChanged"));

@@ -8,7 +8,7 @@
 class MemoryPressure : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(int Level READ level)
+    Q_PROPERTY(int Level READ level NOTIFY levelChanged)
 public:
     /// \param source the kernel's pressure stall information for memory
     explicit MemoryPressure(const QString &source, QObject *parent = nullptr);
@@ -24,6 +24,9 @@ public:
 
     /// The level that pressure stall information amounts to; "some avg10=0.00 avg60=0.00 ..." and "full ...".
     static int levelOf(const QByteArray &pressure);
+
+Q_SIGNALS:
+    void levelChanged();
 
 private:
     void read();
