@@ -16,15 +16,16 @@ function(corvane_add_test name)
     if(arg_BUS)
         set(run dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
     endif()
-    set(environment LC_ALL=C.UTF-8 QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
+    set(environment LC_ALL=C.UTF-8 TZ=UTC QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
 
     add_test(NAME ${name} COMMAND ${run} $<TARGET_FILE:${name}>)
-    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${environment}" TIMEOUT 300)
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${environment}"
+        ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 300)
     if(arg_VALGRIND AND NOT CORVANE_SANITIZE)
         add_test(NAME valgrind_${name} COMMAND ${run} valgrind --quiet --error-exitcode=99 --leak-check=full
             --errors-for-leak-kinds=definite --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp
             --child-silent-after-fork=yes $<TARGET_FILE:${name}>)
         set_tests_properties(valgrind_${name} PROPERTIES ENVIRONMENT "${environment};CORVANE_UNDER_VALGRIND=1"
-            TIMEOUT 600 LABELS valgrind)
+            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 600 LABELS valgrind)
     endif()
 endfunction()

@@ -7,6 +7,7 @@
 #include <service_peer.h>
 
 #include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusUnixFileDescriptor>
 #include <QtTest/QtTest>
 
 #include <cstddef>
@@ -88,6 +89,7 @@ private Q_SLOTS:
     void otherTasksAreIgnored();
     void everyMatchCounts();
     void newTaskKnowsItsState();
+    void newerStatesWin();
     void taskMayBeDeletedWhenItsStateChanges();
     void announcementsOfAnotherShapeAreIgnored_data();
     void announcementsOfAnotherShapeAreIgnored();
@@ -436,6 +438,23 @@ void TestTask::hugeDescriptionsAreRefused_data()
     QTest::newRow("64 MiB of text") << Sync << QStringList() << QVariant(large) << tooLarge;
     QTest::newRow("64 MiB of bytes") << Sync << QStringList() << QVariant(large.toLatin1()) << tooLarge;
     QTest::newRow("64 MiB of numbers") << Sync << QStringList() << QVariant::fromValue(numbers) << tooLarge;
+    QVariantMap files;
+    for (int i = 0; i <= CORVANE_MAX_DESCRIPTORS; ++i)
+        files.insert(QString::number(i), QVariant::fromValue(QDBusUnixFileDescriptor(0)));
+    QJsonValue deepJson(1);
+    for (int i = 0; i < 22; ++i)
+        deepJson = QJsonObject{{QStringLiteral("n"), deepJson}};
+    QVariant deepVariant(1);
+    for (int i = 0; i < 62; ++i)
+        deepVariant = QVariant::fromValue(QDBusVariant(deepVariant));
+
+    QTest::newRow("too many files")
+        << Sync << QStringList() << QVariant(files)
+        << QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
+    QTest::newRow("JSON nested too deep")
+        << Sync << QStringList() << QVariant(deepJson.toObject()) << "A message cannot nest more than 64 containers";
+    QTest::newRow("variants nested too deep")
+        << Sync << QStringList() << deepVariant << "A message cannot nest more than 64 containers";
     QTest::newRow("nested too deep") << Sync << QStringList() << deep
                                      << "A message cannot nest more than 64 containers";
 }
@@ -681,6 +700,22 @@ void TestTask::newTaskKnowsItsState()
     announce(QStringLiteral("[('sync', uint32 0, @a{sv} {}), ('sync', 2, {})]"));
     QCOMPARE(Task(Sync).state(), Task::Waiting);
     QCOMPARE(Task(QStringLiteral("unheard of")).state(), Task::Unknown);
+}
+
+void TestTask::newerStatesWin()
+{
+    announce(QStringLiteral("@a(sua{sv}) []"));
+    Task first(QStringLiteral("one"));
+    Task second(QStringLiteral("two"));
+    bool isNested = false;
+    connect(&first, &Task::stateChanged, &first, [this, &isNested] {
+        if (!std::exchange(isNested, true)) // the peer runs an event loop
+            announce(QStringLiteral("[('one', uint32 2, @a{sv} {}), ('two', 2, {})]"));
+    });
+    announce(QStringLiteral("[('one', uint32 1, @a{sv} {}), ('two', 1, {}), ('one', 0, {})]"));
+    QVERIFY(isNested);
+    QCOMPARE(first.state(), Task::Waiting); // the rest of the older list does not count any more
+    QCOMPARE(second.state(), Task::Waiting);
 }
 
 void TestTask::taskMayBeDeletedWhenItsStateChanges()

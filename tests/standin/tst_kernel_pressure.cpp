@@ -30,12 +30,12 @@ private:
 
 namespace {
 
-const QByteArray Quiet = "some avg10=0.00 avg60=0.00 avg300=0.00 total=0\n"
-                         "full avg10=0.00 avg60=0.00 avg300=0.00 total=0\n";
-const QByteArray Low = "some avg10=10.00 avg60=0.00 avg300=0.00 total=1\n"
-                       "full avg10=9.99 avg60=0.00 avg300=0.00 total=1\n";
-const QByteArray Critical = "some avg10=40.00 avg60=0.00 avg300=0.00 total=1\n"
-                            "full avg10=10.00 avg60=0.00 avg300=0.00 total=1\n";
+const char *const Quiet = "some avg10=0.00 avg60=0.00 avg300=0.00 total=0\n"
+                          "full avg10=0.00 avg60=0.00 avg300=0.00 total=0\n";
+const char *const Low = "some avg10=10.00 avg60=0.00 avg300=0.00 total=1\n"
+                        "full avg10=9.99 avg60=0.00 avg300=0.00 total=1\n";
+const char *const Critical = "some avg10=40.00 avg60=0.00 avg300=0.00 total=1\n"
+                             "full avg10=10.00 avg60=0.00 avg300=0.00 total=1\n";
 
 } // namespace
 
@@ -44,12 +44,12 @@ void TestKernelPressure::levelFollowsFromTheLastTenSeconds_data()
     QTest::addColumn<QByteArray>("pressure");
     QTest::addColumn<int>("level");
 
-    QTest::newRow("quiet") << Quiet << 0;
+    QTest::newRow("quiet") << QByteArray(Quiet) << 0;
     QTest::newRow("just not low") << QByteArray("some avg10=9.99 avg60=90.00 avg300=90.00 total=9\n"
                                                 "full avg10=0.00 avg60=90.00 avg300=90.00 total=9\n")
                                   << 0;
-    QTest::newRow("low") << Low << 100;
-    QTest::newRow("critical") << Critical << 200;
+    QTest::newRow("low") << QByteArray(Low) << 100;
+    QTest::newRow("critical") << QByteArray(Critical) << 200;
     QTest::newRow("everything") << QByteArray("some avg10=100.00 avg60=0\nfull avg10=100.00 avg60=0\n") << 200;
     QTest::newRow("no line for all") << QByteArray("some avg10=50.00 avg60=0.00 avg300=0.00 total=0\n") << 100;
     QTest::newRow("nothing") << QByteArray() << 0;

@@ -4,6 +4,7 @@
 #include "calendar.h"
 #include "task_socket.h"
 
+#include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
 
 #include <algorithm>
@@ -30,6 +31,18 @@ QString BackgroundTask::name() const
     return m_applicationId + QLatin1String(".task_") + m_manifest.id;
 }
 
+QVariantMap BackgroundTask::numbers() const
+{
+    QVariantMap map;
+    for (const char *key : {"Autostart", "CreateIPCSocket", "Interval", "Priority", "RunningTime", "StartDelay"}) {
+        const auto value = m_properties.find(QLatin1String(key));
+        if (value != m_properties.end()
+            && (value->userType() == QMetaType::Int || value->userType() == QMetaType::Bool))
+            map.insert(value.key(), *value);
+    }
+    return map;
+}
+
 void BackgroundTask::start(const QStringList &arguments, const QVariantMap &properties)
 {
     m_arguments = arguments;
@@ -38,7 +51,7 @@ void BackgroundTask::start(const QStringList &arguments, const QVariantMap &prop
         QDateTime::fromString(properties.value(QStringLiteral("StartTime")).toString(), Qt::ISODate);
     const QDateTime now = m_clock.now();
     plan((startTime.isValid() ? std::max(now, startTime) : now)
-             .addSecs(properties.value(QStringLiteral("StartDelay")).toInt()));
+             .addSecs(std::max(0, properties.value(QStringLiteral("StartDelay")).toInt())));
     setState(Waiting);
     if (!m_due.isValid())
         setState(Stopped);
@@ -91,7 +104,7 @@ void BackgroundTask::run()
     const int interval = m_properties.value(QStringLiteral("Interval")).toInt();
     m_due = {};
     if (!Calendar(m_properties.value(QStringLiteral("Schedule"))).isEmpty())
-        plan(now.addSecs(60 - now.time().second())); // not in the same minute again
+        plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute on
     else if (interval > 0)
         plan(now.addSecs(interval));
 
@@ -105,9 +118,10 @@ void BackgroundTask::run()
     std::unique_ptr<TaskSocket> socket;
     if (m_properties.value(QStringLiteral("CreateIPCSocket")).toBool()) {
         socket = std::make_unique<TaskSocket>(socketPath());
-        if (socket->descriptor() < 0)
+        if (socket->descriptor() >= 0)
+            environment.insert(QStringLiteral("HALVIR_TASK_FD"), QString::number(socket->descriptor()));
+        else
             m_trace.write(QStringLiteral("%1 gets no socket: %2").arg(name(), socket->problem()));
-        environment.insert(QStringLiteral("HALVIR_TASK_FD"), QString::number(socket->descriptor()));
         process->setInherited(socket->descriptor());
     }
     process->setProcessEnvironment(environment);
@@ -145,6 +159,7 @@ void BackgroundTask::onEnded(const QString &how)
     m_process->deleteLater();
     m_process = nullptr;
     m_deadline = {};
+    QFile::remove(socketPath()); // where the process has left it
     setState(m_due.isValid() ? Waiting : Stopped);
     QTimer::singleShot(0, this, &BackgroundTask::check); // the next run may be overdue
 }

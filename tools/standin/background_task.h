@@ -25,7 +25,8 @@ public:
     /// The name by which it is started: "application.task_id".
     QString name() const;
     State state() const { return m_state; }
-    QVariantMap properties() const { return m_properties; }
+    /// The numbers and truths that it was started with. Not everything, which could be more than a message can hold.
+    QVariantMap numbers() const;
 
     /// Has the task run at the times that the properties say. Not while it runs.
     void start(const QStringList &arguments, const QVariantMap &properties);

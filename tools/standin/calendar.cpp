@@ -66,14 +66,18 @@ QDateTime Calendar::next(const QDateTime &earliest) const
     const QDateTime first = (m_start.isValid() ? std::max(earliest, m_start) : earliest).toLocalTime();
     for (int day = 0; day < horizon; ++day) {
         const QDate date = first.date().addDays(day);
+        if (m_end.isValid() && date > m_end.toLocalTime().date())
+            return {};
         if (!matches(m_months, date.month()) || !matches(m_weekDays, date.dayOfWeek()))
             continue;
         for (int hour = 0; hour < 24; ++hour) {
             if (!matches(m_hours, hour))
                 continue;
             for (int minute = 0; minute < 60; ++minute) {
+                if (!matches(m_minutes, minute))
+                    continue;
                 const QDateTime time(date, QTime(hour, minute));
-                if (!matches(m_minutes, minute) || time < first)
+                if (time < first)
                     continue;
                 return m_end.isValid() && time > m_end ? QDateTime() : time;
             }

@@ -7,6 +7,12 @@
 
 namespace Names = Corvane::Names;
 
+namespace {
+
+const qlonglong LongestMove = 100LL * 366 * 86400 * 1000; // milliseconds
+
+} // namespace
+
 Control::Control(const Applications &applications, MemoryPressure *memoryPressure, Clock *clock, QObject *parent)
     : QObject(parent), m_applications(applications), m_memoryPressure(memoryPressure), m_clock(clock)
 { }
@@ -23,6 +29,13 @@ void Control::FollowMemoryPressure()
 
 QString Control::MoveClock(qlonglong milliseconds)
 {
+    const QDateTime then = m_clock->now().addMSecs(milliseconds);
+    if (milliseconds < 0 || milliseconds > LongestMove || then.date().year() > 9999) {
+        sendErrorReply(QDBusError::InvalidArgs,
+                       QStringLiteral("The clock moves on, by at most 100 years at once, until "
+                                      "the year 9999"));
+        return {};
+    }
     m_clock->moveOn(milliseconds);
     return m_clock->now().toString(Qt::ISODate);
 }

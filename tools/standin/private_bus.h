@@ -21,7 +21,7 @@ public:
     pid_t processId() const { return pid_t(m_daemon.processId()); }
 
 Q_SIGNALS:
-    /// The daemon has ended by itself.
+    /// The daemon has ended by itself, or has cut off this process.
     void lost();
 
 private:

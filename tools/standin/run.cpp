@@ -43,7 +43,7 @@ int run(const RunOptions &options)
     const Trace trace(options.verbose);
     const TerminationSignals signals;
     const ProcessTree processes;
-    const PrivateBus bus;
+    PrivateBus bus;
     if (!bus.problem().isEmpty()) {
         complain(bus.problem());
         return ExitCode::Bus;
@@ -92,6 +92,9 @@ int run(const RunOptions &options)
     });
     QObject::connect(&signals, &TerminationSignals::received, qApp,
                      [](int number) { QCoreApplication::exit(ExitCode::Signal + number); });
+    connection.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                       QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &bus,
+                       SIGNAL(lost()));
     QObject::connect(&bus, &PrivateBus::lost, qApp, [] {
         complain(QStringLiteral("The private bus has ended"));
         QCoreApplication::exit(ExitCode::Bus);

@@ -66,7 +66,7 @@ QVector<Corvane::TaskState> Tasks::states() const
 {
     QVector<Corvane::TaskState> list;
     for (const BackgroundTask *task : m_list)
-        list.append({task->id(), task->state(), task->properties()});
+        list.append({task->id(), task->state(), task->numbers()});
     return list;
 }
 

@@ -4,6 +4,7 @@
 #include <Core/types.h>
 
 #include <QtDBus/QDBusUnixFileDescriptor>
+#include <QtDBus/QDBusVariant>
 
 namespace Corvane {
 
@@ -148,13 +149,28 @@ void MessageMeter::addContent(const QVariant &value)
     } else if (value.userType() == qMetaTypeId<QList<QDBusUnixFileDescriptor>>()) {
         const int count = value.value<QList<QDBusUnixFileDescriptor>>().size();
         addFixedArray(count, 4);
-        m_descriptors += count;
-        if (m_descriptors > CORVANE_MAX_DESCRIPTORS)
-            refuse(QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
+        addDescriptors(count);
+    } else if (value.userType() == qMetaTypeId<QDBusUnixFileDescriptor>()) {
+        addSignature(1);
+        addFixed(4);
+        addDescriptors(1);
+    } else if (value.userType() == qMetaTypeId<QDBusVariant>()) {
+        addSignature(1);
+        addNested(1, [&] { addContent(value.value<QDBusVariant>().variant()); });
+    } else if (value.userType() == QMetaType::QJsonObject || value.userType() == QMetaType::QJsonArray
+               || value.userType() == QMetaType::QJsonValue) {
+        addContent(QJsonValue::fromVariant(value));
     } else {
         addSignature(255);
         addFixed(8);
     }
+}
+
+void MessageMeter::addDescriptors(int count)
+{
+    m_descriptors += count;
+    if (m_descriptors > CORVANE_MAX_DESCRIPTORS)
+        refuse(QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
 }
 
 /// A map of texts to variants, whose content \a addContent adds with the signature.

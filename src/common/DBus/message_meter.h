@@ -44,6 +44,7 @@ private:
     template<typename List, typename AddElement>
     void addList(const List &list, int alignment, int levels, AddElement addElement);
     void addFixedArray(int count, int elementSize);
+    void addDescriptors(int count);
 
     void align(int alignment);
     void addFixed(int size);

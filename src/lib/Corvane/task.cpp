@@ -47,16 +47,17 @@ TaskPrivate::TaskPrivate(const QString &id, Task *task)
     : taskId(id), qualifiedName(Core::fromEnvironment("HALVIR_APP_ID") + QLatin1String(".task_") + id), q(task)
 {
     TasksInterface *interface = TasksInterface::instance();
+    // Not what is announced: a receiver may have run an event loop meanwhile, in which newer states arrived.
     QObject::connect(interface, &TasksInterface::stateChanged, q,
-                     [this](const QVector<TaskState> &tasksState) { updateState(tasksState); });
+                     [this, interface] { updateState(interface->tasksState); });
     if (interface->statesKnown)
         updateState(interface->tasksState);
 }
 
-void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
+void TaskPrivate::updateState(QVector<TaskState> tasksState)
 {
     const QPointer<Task> task(q);
-    for (const TaskState &taskState : tasksState) {
+    for (const TaskState &taskState : qAsConst(tasksState)) {
         if (taskState.taskId != taskId)
             continue;
         const Task::State newState = toState(taskState.state);
@@ -64,8 +65,8 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
             continue;
         state = newState;
         Q_EMIT q->stateChanged(newState);
-        if (!task) // deleted in there
-            return;
+        if (!task || tasksState.constData() != TasksInterface::instance()->tasksState.constData())
+            return; // deleted in there, or told newer states
     }
 }
 

@@ -28,8 +28,8 @@ class TaskPrivate;
  * Builders change the description in place; start() sends it as it is at that moment, and only what was set. Numbers
  * travel unchanged and unchecked: units and ranges are the service's.
  *
- * Use a task on the thread that made it, which needs a running event loop. The first task of a process asks the bus
- * once, blocking, who owns the service's name; nothing else here blocks.
+ * Use all tasks of a process on one thread, normally the main thread, which needs a running event loop. The first task
+ * asks the bus once, blocking, who owns the service's name; nothing else here blocks.
  */
 class CORVANE_EXPORT Task : public QObject
 {

@@ -22,7 +22,9 @@ class TaskMessagingPrivate;
  * channel->sendMessage({{QStringLiteral("progress"), 40}});
  * \endcode
  *
- * Messages arrive in order. Those of up to 32 KiB, as compact JSON, always arrive; a larger one can reach the other end
+ * Messages arrive in order. Those of up to 32 KiB, as compact JSON, arrive as long as the connection lasts, and those
+ * that have come in before its end are still delivered, unless a receiver runs an event loop in which the task gets
+ * another client; a larger one can reach the other end
  * in two pieces, which ends the connection there with the warning "Insufficient data in the socket". There are no
  * acknowledgements, and a connection that has ended stays so: make a new object in the application.
  *
