@@ -95,7 +95,8 @@ int run(const RunOptions &options)
     connection.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
                        QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &bus,
                        SIGNAL(lost()));
-    QObject::connect(&bus, &PrivateBus::lost, qApp, [] {
+    QObject::connect(&bus, &PrivateBus::lost, qApp, [&bus] {
+        bus.blockSignals(true); // it is told once
         complain(QStringLiteral("The private bus has ended"));
         QCoreApplication::exit(ExitCode::Bus);
     });
