@@ -125,6 +125,16 @@ bool runUntil(Condition condition)
     return condition();
 }
 
+/// The most memory that this process has ever had, in KiB.
+int peakMemory()
+{
+    QFile file(QStringLiteral("/proc/self/status"));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("The test cannot see its memory");
+    const QByteArray text = file.readAll();
+    return text.mid(text.indexOf("VmHWM:") + 6).trimmed().split(' ').first().toInt();
+}
+
 QByteArray frame(const QByteArray &payload)
 {
     QByteArray bytes(4, 0);
@@ -346,8 +356,10 @@ void TestTaskMessaging::tornFramesEndTheConnection()
     Channel task(listeningSocket(path()));
     PlainSocket application(path());
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    const int before = peakMemory();
     QVERIFY(application.send(frame(R"({"whole":true})") + bytes));
     QTRY_VERIFY(application.isClosed());
+    QVERIFY2(peakMemory() - before < 16 * 1024, "a length that is promised is not believed");
     QCOMPARE(task.messages, QStringList(QStringLiteral("{\"whole\":true}")));
     QCOMPARE(task->state(), TaskMessaging::Unconnected);
     QCOMPARE(task.states, QVector<int>({TaskMessaging::Closing, TaskMessaging::Unconnected}));
