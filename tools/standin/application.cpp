@@ -5,12 +5,6 @@
 
 #include <QtDBus/QDBusConnection>
 
-namespace {
-
-const int GracePeriod = 2000; // milliseconds to end in, when asked
-
-} // namespace
-
 Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
     : QObject(parent), m_manifest(manifest), m_trace(trace)
 {
@@ -87,8 +81,7 @@ void Application::stop(const std::function<void()> &stopped)
         return;
     }
     m_stopping.append(stopped);
-    m_process->terminate();
-    QTimer::singleShot(GracePeriod, m_process, &QProcess::kill);
+    m_process->end();
 }
 
 void Application::onTimeout()

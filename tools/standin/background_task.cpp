@@ -11,7 +11,6 @@
 
 namespace {
 
-const int GracePeriod = 2000; // milliseconds to end in, when the time is over
 const qint64 LongestTimer = 3600000; // milliseconds; a timer cannot wait for ever
 
 } // namespace
@@ -86,7 +85,7 @@ void BackgroundTask::check()
     if (m_process && m_deadline.isValid() && m_deadline <= now) {
         m_trace.write(QStringLiteral("%1 has run for as long as it may").arg(name()));
         m_deadline = {};
-        end();
+        m_process->end();
     }
     if (!m_process && m_due.isValid() && m_due <= now)
         run();
@@ -144,13 +143,6 @@ void BackgroundTask::run()
     });
     m_process = process;
     process->start(m_manifest.command + m_arguments);
-}
-
-/// Ends the process, politely at first.
-void BackgroundTask::end()
-{
-    m_process->terminate();
-    QTimer::singleShot(GracePeriod, m_process, &QProcess::kill);
 }
 
 void BackgroundTask::onEnded(const QString &how)

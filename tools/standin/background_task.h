@@ -21,7 +21,7 @@ public:
     BackgroundTask(const QString &applicationId, const TaskManifest &manifest, const Clock &clock, const Trace &trace,
                    QObject *parent = nullptr);
 
-    QString id() const { return m_manifest.id; }
+    const TaskManifest &manifest() const { return m_manifest; }
     /// The name by which it is started: "application.task_id".
     QString name() const;
     State state() const { return m_state; }
@@ -40,7 +40,6 @@ private:
     void plan(const QDateTime &earliest);
     void check();
     void run();
-    void end();
     void onEnded(const QString &how);
     void setState(State state);
     QString socketPath() const;

@@ -1,27 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "calendar.h"
 
-#include <QtDBus/QDBusArgument>
+#include <DBus/types.h>
 
 #include <algorithm>
 
 namespace {
 
-/// Whether the value came from the bus with this signature. Reading it as anything else would abort.
-bool isArgument(const QVariant &value, const char *signature)
-{
-    return value.userType() == qMetaTypeId<QDBusArgument>()
-        && value.value<QDBusArgument>().currentSignature() == QLatin1String(signature);
-}
-
 QVariantMap toMap(const QVariant &value)
 {
-    return isArgument(value, "a{sv}") ? qdbus_cast<QVariantMap>(value) : value.toMap();
+    return Corvane::isArgument(value, "a{sv}") ? qdbus_cast<QVariantMap>(value) : value.toMap();
 }
 
 QList<int> toNumbers(const QVariant &value)
 {
-    if (isArgument(value, "ai"))
+    if (Corvane::isArgument(value, "ai"))
         return qdbus_cast<QList<int>>(value);
     if (value.userType() == qMetaTypeId<QList<int>>())
         return value.value<QList<int>>();

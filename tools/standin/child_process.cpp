@@ -2,6 +2,7 @@
 #include "child_process.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QTimer>
 
 #include <csignal>
 #include <fcntl.h>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 namespace {
+
+const int GracePeriod = 2000; // milliseconds to end in, when asked
 
 QSet<ChildProcess *> &allChildren()
 {
@@ -45,6 +48,12 @@ void ChildProcess::start(const QStringList &command)
 {
     QProcess::start(command.first(), command.mid(1));
     waitForStarted(); // or what it does might be noticed before
+}
+
+void ChildProcess::end()
+{
+    terminate();
+    QTimer::singleShot(GracePeriod, this, &QProcess::kill);
 }
 
 QSet<pid_t> ChildProcess::running()

@@ -24,6 +24,9 @@ public:
     /// Starts the program with its arguments, and waits until it has started; errorOccurred() tells if that fails.
     void start(const QStringList &command);
 
+    /// Ends the process, with SIGTERM and two seconds later with SIGKILL. Does not wait for it.
+    void end();
+
     /// A descriptor that the process is to have under the same number; none if negative.
     void setInherited(int descriptor) { m_inherited = descriptor; }
     /// The niceness of the process, as far as this one may give it.

@@ -61,8 +61,9 @@ An application is described by a manifest such as
       "tasks": [{"id": "index", "command": ["./indexer"]}]
   }
 "name", "intents" and "tasks" may be left out. A task may have "properties",
-such as {"Autostart": true, "Interval": 60}, to start with the stand-in. A program with a '/' in it is found from
-the manifest's directory, another on the PATH. It has to stay in the foreground.
+such as {"Autostart": true, "Interval": 60}, to start with the stand-in. A
+program with a '/' in it is found from the manifest's directory, another on the
+PATH. It has to stay in the foreground.
 
 Exit codes of run: COMMAND's own, or
    64  wrong command line

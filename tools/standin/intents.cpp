@@ -31,10 +31,11 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
     Q_UNUSED(params) // it is passed on as it came
     setDelayedReply(true);
     Request request{++m_lastNumber, message(), {}};
-    m_trace.write(request.number,
-                  QStringLiteral("InvokeIntent %1 %2 from %3%4")
-                      .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)),
-                           m_applications.nameOf(message().service()), Trace::descriptors(hints)));
+    if (m_trace.isOn())
+        m_trace.write(request.number,
+                      QStringLiteral("InvokeIntent %1 %2 from %3%4")
+                          .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)),
+                               m_applications.nameOf(message().service()), Trace::descriptors(hints)));
 
     if (holdsDescriptors(message().arguments().at(2))) {
         refuse(request, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
@@ -64,10 +65,11 @@ void Intents::forward(const Request &request)
         QDBusMessage::createMethodCall(request.instanceId, Names::IntentHandler.path(),
                                        QLatin1String(Names::IntentHandler.interface), QStringLiteral("HandleIntent"));
     call << arguments.at(0) << arguments.at(2);
-    m_trace.write(
-        request.number,
-        QStringLiteral("HandleIntent %1 %2 to %3")
-            .arg(Trace::quoted(arguments.at(0).toString()), Trace::json(arguments.at(2)), request.instanceId));
+    if (m_trace.isOn())
+        m_trace.write(
+            request.number,
+            QStringLiteral("HandleIntent %1 %2 to %3")
+                .arg(Trace::quoted(arguments.at(0).toString()), Trace::json(arguments.at(2)), request.instanceId));
     const int noLimit = std::numeric_limits<int>::max();
     onFinished(QDBusConnection::sessionBus().asyncCall(call, noLimit), this,
                [this, request](const QDBusPendingCall &finished) { finish(request, finished.reply()); });
@@ -92,10 +94,11 @@ void Intents::finish(const Request &request, const QDBusMessage &answer)
                QStringLiteral("%1: Descriptors belong in the second map of the reply").arg(request.instanceId));
         return;
     }
-    const auto files = qdbus_cast<QVariantMap>(answer.arguments().at(1));
-    m_trace.write(
-        request.number,
-        QStringLiteral("Reply %1 from %2%3").arg(Trace::json(reply), request.instanceId, Trace::descriptors(files)));
+    if (m_trace.isOn())
+        m_trace.write(request.number,
+                      QStringLiteral("Reply %1 from %2%3")
+                          .arg(Trace::json(reply), request.instanceId,
+                               Trace::descriptors(qdbus_cast<QVariantMap>(answer.arguments().at(1)))));
     QDBusConnection::sessionBus().send(request.invocation.createReply(reply));
 }
 

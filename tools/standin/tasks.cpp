@@ -10,7 +10,7 @@
 namespace Names = Corvane::Names;
 
 Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent)
-    : QObject(parent), m_manifests(manifests), m_trace(trace)
+    : QObject(parent), m_trace(trace)
 {
     Corvane::registerRecordTypes();
     for (const Manifest &manifest : manifests) {
@@ -52,13 +52,10 @@ void Tasks::Stop(const QString &name, bool force)
 
 void Tasks::startAutomatic()
 {
-    int index = 0;
-    for (const Manifest &manifest : qAsConst(m_manifests)) {
-        for (const TaskManifest &taskManifest : manifest.tasks) {
-            BackgroundTask *task = m_list.at(index++);
-            if (taskManifest.properties.value(QStringLiteral("Autostart")).toBool())
-                task->start({}, Corvane::withoutUnsendable(taskManifest.properties).toMap());
-        }
+    for (BackgroundTask *task : qAsConst(m_list)) {
+        const QVariantMap properties = task->manifest().properties;
+        if (properties.value(QStringLiteral("Autostart")).toBool())
+            task->start({}, Corvane::withoutUnsendable(properties).toMap());
     }
 }
 
@@ -66,7 +63,7 @@ QVector<Corvane::TaskState> Tasks::states() const
 {
     QVector<Corvane::TaskState> list;
     for (const BackgroundTask *task : m_list)
-        list.append({task->id(), task->state(), task->numbers()});
+        list.append({task->manifest().id, task->state(), task->numbers()});
     return list;
 }
 

@@ -29,6 +29,5 @@ private:
     BackgroundTask *find(const QString &name);
 
     QVector<BackgroundTask *> m_list;
-    QVector<Manifest> m_manifests;
     const Trace &m_trace;
 };

@@ -50,11 +50,8 @@ QString described(const QDBusUnixFileDescriptor &file)
 /// The descriptors of an array of them. Anything else has none, and must not be read as if it had.
 QList<QDBusUnixFileDescriptor> descriptorsIn(const QVariant &value)
 {
-    if (value.userType() != qMetaTypeId<QDBusArgument>())
-        return {};
-    const auto argument = value.value<QDBusArgument>();
-    return argument.currentSignature() == QLatin1String("ah") ? qdbus_cast<QList<QDBusUnixFileDescriptor>>(argument)
-                                                              : QList<QDBusUnixFileDescriptor>();
+    return Corvane::isArgument(value, "ah") ? qdbus_cast<QList<QDBusUnixFileDescriptor>>(value)
+                                            : QList<QDBusUnixFileDescriptor>();
 }
 
 } // namespace

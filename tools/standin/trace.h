@@ -10,6 +10,9 @@ class Trace
 public:
     explicit Trace(bool on) : m_on(on) { }
 
+    /// Whether anything is shown; what is costly to describe need not be, otherwise.
+    bool isOn() const { return m_on; }
+
     /// Writes a line, which belongs to a request or to none.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }
     void write(const QString &text) const;

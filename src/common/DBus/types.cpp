@@ -341,6 +341,12 @@ QVariant filtered(const QVariant &value, Predicate isSendable)
 
 } // namespace
 
+bool isArgument(const QVariant &value, const char *signature)
+{
+    return value.userType() == qMetaTypeId<QDBusArgument>()
+        && value.value<QDBusArgument>().currentSignature() == QLatin1String(signature);
+}
+
 QVariant withoutNulls(const QVariant &value)
 {
     return filtered(value, [](const QVariant &part) {

@@ -83,6 +83,10 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, RunningService &record
 /// Makes the types above known to Qt and to QtDBus, once for the process. Not safe against a concurrent first call.
 void registerRecordTypes();
 
+/// Whether the value came from the bus, not read yet, with this signature. The demarshaller does not survive reading it
+/// as anything else.
+bool isArgument(const QVariant &value, const char *signature);
+
 /// The value of a map that is sent, or why there is none: nulls in it are left out at any depth, each with a warning.
 /// Invalid variants are left out in silence; what made them has logged why.
 QVariant withoutNulls(const QVariant &value);

@@ -13,12 +13,7 @@ namespace {
 
 QVector<TaskState> toTaskStates(const QVariant &value)
 {
-    if (value.userType() != qMetaTypeId<QDBusArgument>())
-        return value.value<QVector<TaskState>>();
-    // The demarshaller does not survive anything else.
-    const auto argument = value.value<QDBusArgument>();
-    return argument.currentSignature() == QLatin1String("a(sua{sv})") ? qdbus_cast<QVector<TaskState>>(argument)
-                                                                      : QVector<TaskState>();
+    return isArgument(value, "a(sua{sv})") ? qdbus_cast<QVector<TaskState>>(value) : value.value<QVector<TaskState>>();
 }
 
 } // namespace
