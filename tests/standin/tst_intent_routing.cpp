@@ -176,10 +176,6 @@ void TestIntentRouting::failuresAreTold_data()
         << "Pretend"
         << serviceError("HandlerFailed",
                         QStringLiteral("pretend.instance1: Descriptors belong in the second map of the reply"));
-    QTest::newRow("no bus name") << "Hide"
-                                 << serviceError("ApplicationNotRunning",
-                                                 QStringLiteral("hide.instance1 has not claimed its bus name within "
-                                                                "2000 ms"));
 }
 
 void TestIntentRouting::failuresAreTold()
@@ -229,7 +225,9 @@ void TestIntentRouting::descriptorsAreClosed()
         const auto reply = call(InvokeIntent, body, more);
         QCOMPARE(reply.counts.size(), 1); // all of them had the same answer
     }
-    QTRY_COMPARE(descriptorsOfStandIn(), before);
+    // The stand-in may have been closing what the first call brought while they were counted.
+    QTRY_VERIFY2(descriptorsOfStandIn() <= before,
+                 qPrintable(QStringLiteral("%1 descriptors, before %2").arg(descriptorsOfStandIn()).arg(before)));
 }
 
 void TestIntentRouting::descriptorsInParamsAreRefused_data()

@@ -85,6 +85,7 @@ private Q_SLOTS:
     void exampleTellsWhatFails();
     void controlNeedsAStandIn();
     void controlTellsWhatFails();
+    void applicationHasToClaimItsName();
     void monitorShowsWhatHappens();
     void syncTalksWithItsTask();
 };
@@ -453,6 +454,16 @@ void TestStandIn::controlTellsWhatFails()
                  QStringLiteral("corvane-standin"), QStringLiteral("start"), QStringLiteral("exit")});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.errors, QStringLiteral("corvane-standin: exit.instance1 has ended with exit code 3\n"));
+}
+
+void TestStandIn::applicationHasToClaimItsName()
+{
+    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--start-timeout"), QStringLiteral("100"),
+                                   QStringLiteral("--manifests"), Applications, QStringLiteral("--"),
+                                   QStringLiteral("corvane-standin"), QStringLiteral("start"), QStringLiteral("hide")});
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.errors,
+             QStringLiteral("corvane-standin: hide.instance1 has not claimed its bus name within 100 ms\n"));
 }
 
 void TestStandIn::monitorShowsWhatHappens()
