@@ -135,6 +135,17 @@ void TestTypes::makesObjects_data()
     QTest::newRow("the last of the same key counts")
         << QStringList{QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}
         << QByteArray(R"({"a": 3, "b": 2})");
+    QStringList many;
+    QByteArray expectedOfMany;
+    for (char key = 'b'; key <= 'z'; ++key) {
+        many << QString(QLatin1Char(key));
+        expectedOfMany += QByteArrayLiteral(", \"") + key + "\": " + QByteArray::number(key == 'c' ? 27 : key - 'b');
+    }
+    QTest::newRow("many, and some out of order")
+        << (many << QStringLiteral("z") << QStringLiteral("a") << QStringLiteral("c"))
+        << QByteArrayLiteral("{\"a\": 26") + expectedOfMany.replace("\"z\": 24", "\"z\": 25") + '}';
+    QTest::newRow("the empty key") << QStringList{QString(), QString(), QStringLiteral("a")}
+                                   << QByteArray(R"({"": 1, "a": 2})");
     QTest::newRow("in order with the same key")
         << QStringList{QStringLiteral("a"), QStringLiteral("a"), QStringLiteral("b")}
         << QByteArray(R"({"a": 1, "b": 2})");
@@ -145,22 +156,22 @@ void TestTypes::makesObjects()
     QFETCH(QStringList, keys);
     QFETCH(QByteArray, expected);
 
-    Types::Members members;
+    Types::ObjectBuilder members;
     for (int i = 0; i < keys.size(); ++i)
-        members.append({keys[i], i});
-    QCOMPARE(Types::makeObject(std::move(members)), QJsonDocument::fromJson(expected).object());
+        members.insert(keys[i], i);
+    QCOMPARE(members.take(), QJsonDocument::fromJson(expected).object());
 }
 
 void TestTypes::objectsOfManyMembersAreMadeInOrder()
 {
-    Types::Members members;
+    Types::ObjectBuilder members;
     for (int i = 0; i < 200000; ++i) {
         const int scattered = int(qint64(i) * 7919 % 200000);
-        members.append({QString::number(scattered), scattered});
+        members.insert(QString::number(scattered), scattered);
     }
-    members.append({QString::fromUtf8("🐎"), 1});
-    members.append({QString(QChar(0xfffd)), 2});
-    const QJsonObject object = Types::makeObject(std::move(members));
+    members.insert(QString::fromUtf8("🐎"), 1);
+    members.insert(QString(QChar(0xfffd)), 2);
+    const QJsonObject object = members.take();
     QCOMPARE(object.size(), 200002);
     for (const char *key : {"0", "1", "99999", "199999"})
         QCOMPARE(object.value(QLatin1String(key)).toInt(), QByteArray(key).toInt());

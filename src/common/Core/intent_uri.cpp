@@ -110,12 +110,12 @@ std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri)
         return {};
     }
 
-    Types::Members hints;
+    Types::ObjectBuilder hints;
     const auto items = QUrlQuery(uri).queryItems();
     for (const auto &[key, text] : items)
-        hints.append({key, valueFromString(text)});
+        hints.insert(key, valueFromString(text));
 
-    Types::Members params;
+    Types::ObjectBuilder params;
     const QVector<QStringRef> parts = fragment.midRef(FragmentHead.size()).split(QLatin1Char(';'));
     for (int i = 1; i < parts.size() && parts[i] != FragmentTail; ++i) {
         const int equals = parts[i].indexOf(QLatin1Char('='));
@@ -124,9 +124,9 @@ std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri)
             qWarning() << "Invalid intent URI:" << uri;
             return {};
         }
-        params.append({parts[i].left(equals).toString(), value});
+        params.insert(parts[i].left(equals).toString(), value);
     }
-    return {parts.first().toString(), Types::makeObject(std::move(hints)), Types::makeObject(std::move(params))};
+    return {parts.first().toString(), hints.take(), params.take()};
 }
 
 } // namespace Core::IntentUri

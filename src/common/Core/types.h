@@ -16,6 +16,9 @@ namespace Core::Types {
 /// The type that all elements of a non-empty array share; none if they differ.
 std::optional<QJsonValue::Type> commonType(const QJsonArray &array);
 
+/// The elements, all of which have this type, as QList<bool>, QList<double> or QStringList; invalid for other types.
+QVariant scalarList(const QJsonArray &array, QJsonValue::Type type);
+
 /**
  * The array as QList<bool>, QList<double>, QStringList or QList<QVariantMap>; if it is empty or mixed, as QVariantList.
  * What is inside its elements is converted as by plainVariant(). An array of arrays or of nulls gives an invalid
@@ -30,10 +33,19 @@ QVariantMap jsonObjectToVariantMap(const QJsonObject &object);
 /// integral numbers are doubles too.
 QVariant plainVariant(const QJsonValue &value);
 
-using Members = QVector<QPair<QString, QJsonValue>>;
+/// Makes an object of members in any order, in time n log n; inserting them one by one would be quadratic. Of members
+/// with the same key the last one counts.
+class ObjectBuilder
+{
+public:
+    void insert(const QString &key, const QJsonValue &value);
+    /// All that was inserted. The builder is not used again.
+    QJsonObject take();
 
-/// An object of \a members in time n log n; inserting them one by one would be quadratic. Of members with the same key
-/// the last one counts.
-QJsonObject makeObject(Members &&members);
+private:
+    QJsonObject m_object;
+    QString m_lastKey; ///< Null while there are too few members for their order to matter.
+    QVector<QPair<QString, QJsonValue>> m_rest; ///< From the first on that is out of order.
+};
 
 } // namespace Core::Types

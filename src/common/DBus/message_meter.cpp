@@ -3,8 +3,8 @@
 
 #include <Core/types.h>
 
+#include <QtCore/QDebug>
 #include <QtDBus/QDBusUnixFileDescriptor>
-#include <QtDBus/QDBusVariant>
 
 namespace Corvane {
 
@@ -15,21 +15,43 @@ constexpr qint64 MaxArrayBody = qint64(64) * 1024 * 1024;
 constexpr qint64 MaxHeader = 4096; // all but the object path, which is ours, are names of at most 255 bytes
 constexpr qint64 MaxBody = qint64(128) * 1024 * 1024 - MaxHeader;
 
+qint64 utf8Length(const QString &text)
+{
+    qint64 length = 0;
+    for (const QChar c : text) {
+        const ushort unit = c.unicode();
+        length += 1 + (unit >= 0x80) + (unit >= 0x800 && !c.isSurrogate()); // two surrogates make four bytes
+    }
+    return length;
+}
+
+struct Survey
+{
+    bool isAscii = true;
+    bool hasNul = false;
+};
+
+/// Texts may be most of a payload; without a way out of the loop the compiler looks at many units at once.
+Survey surveyOf(const QString &text)
+{
+    ushort bits = 0;
+    ushort nuls = 0;
+    for (const QChar c : text) {
+        bits = ushort(bits | c.unicode());
+        nuls = ushort(nuls | (c.unicode() == 0));
+    }
+    return {bits < 0x80, nuls != 0};
+}
+
 } // namespace
 
 void MessageMeter::add(const QString &text)
 {
-    qint64 length = 0;
-    bool hasNul = false;
-    for (const QChar c : text) {
-        const ushort unit = c.unicode();
-        length += 1 + (unit >= 0x80) + (unit >= 0x800 && !c.isSurrogate()); // two surrogates make four bytes
-        hasNul |= unit == 0;
-    }
-    if (hasNul)
+    const Survey survey = surveyOf(text);
+    if (survey.hasNul)
         refuse(QStringLiteral("A message cannot hold a text with U+0000"));
     addFixed(4);
-    m_size += length + 1;
+    m_size += (survey.isAscii ? text.size() : utf8Length(text)) + 1;
     if (m_size > MaxBody)
         refuse(QStringLiteral("A message cannot be longer than 128 MiB"));
 }
@@ -41,45 +63,127 @@ void MessageMeter::add(const QStringList &texts)
 
 void MessageMeter::add(const QJsonObject &object)
 {
-    addMap(object, [this](const QJsonValue &value) { addContent(value); });
+    addObject(object, nullptr);
+}
+
+BusObject MessageMeter::addConverted(const QJsonObject &object)
+{
+    BusObject converted;
+    addObject(object, &converted);
+    return converted;
+}
+
+QVariant MessageMeter::converted(const QJsonValue &value)
+{
+    MessageMeter meter;
+    meter.m_hasLimits = false;
+    QVariant converted;
+    meter.addContent(value, &converted);
+    return converted;
 }
 
 void MessageMeter::add(const QVariantMap &map)
 {
-    addMap(map, [this](const QVariant &value) { addContent(value); });
+    addMap(map, [this](const QString &, const QVariant &value) { addContent(value); });
 }
 
-void MessageMeter::addContent(const QJsonValue &value)
+void MessageMeter::addObject(const QJsonObject &object, BusObject *converted)
 {
-    if (value.isArray()) {
-        addArray(value.toArray());
-    } else if (value.isObject()) {
-        addSignature(5);
-        add(value.toObject());
-    } else {
-        addPlainContent(value);
+    if (!converted) {
+        addMap(object, [this](const QString &, const QJsonValue &value) { addContent(value, nullptr); });
+        return;
+    }
+    converted->members.reserve(object.size());
+    addMap(object, [this, converted](const QString &key, const QJsonValue &value) {
+        QVariant content;
+        addContent(value, &content);
+        if (content.isValid())
+            converted->members.append({key, QDBusVariant(content)});
+    });
+}
+
+void MessageMeter::addArray(const QJsonArray &array, QVariant *converted)
+{
+    const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
+    if (!type) {
+        addPlainContent(array);
+        if (converted && m_problem.isEmpty())
+            *converted = withoutNulls(Core::Types::plainVariant(array));
+        return;
+    }
+    switch (*type) {
+    case QJsonValue::Bool:
+    case QJsonValue::Double:
+        addFixedArray(array.size(), *type == QJsonValue::Bool ? 4 : 8);
+        if (converted)
+            *converted = Core::Types::scalarList(array, *type);
+        return;
+    case QJsonValue::String: {
+        const QVariant texts = Core::Types::scalarList(array, *type);
+        addContent(texts);
+        if (converted)
+            *converted = texts;
+        return;
+    }
+    case QJsonValue::Object: {
+        QVector<BusObject> objects;
+        objects.reserve(array.size());
+        addSignature(6);
+        addList(array, 4, 1, [this, converted, &objects](const QJsonValue &element) {
+            objects.append(BusObject());
+            addObject(element.toObject(), converted ? &objects.last() : nullptr);
+        });
+        if (converted)
+            *converted = QVariant::fromValue(objects);
+        return;
+    }
+    case QJsonValue::Array:
+        if (converted)
+            qWarning() << "JSON array of arrays are not supported";
+        return;
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        if (converted)
+            qWarning() << "Unknown JSON value type";
+        return;
     }
 }
 
-void MessageMeter::addArray(const QJsonArray &array)
+void MessageMeter::addContent(const QJsonValue &value, QVariant *converted)
 {
-    const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
-    switch (type.value_or(QJsonValue::Undefined)) {
-    case QJsonValue::Bool:
-        return addFixedArray(array.size(), 4);
-    case QJsonValue::Double:
-        return addFixedArray(array.size(), 8);
-    case QJsonValue::String:
-        addSignature(2);
-        return addList(array, 4, 1, [this](const QJsonValue &element) { add(element.toString()); });
-    case QJsonValue::Object:
-        addSignature(6);
-        return addList(array, 4, 1, [this](const QJsonValue &element) { add(element.toObject()); });
+    switch (value.type()) {
     case QJsonValue::Array:
+        return addArray(value.toArray(), converted);
+    case QJsonValue::Object: {
+        BusObject members;
+        addSignature(5);
+        addObject(value.toObject(), converted ? &members : nullptr);
+        if (converted)
+            *converted = QVariant::fromValue(members);
+        return;
+    }
+    case QJsonValue::Bool:
+        if (converted)
+            *converted = value.toBool();
+        addSignature(1);
+        return addFixed(4);
+    case QJsonValue::Double:
+        if (converted)
+            *converted = value.toDouble();
+        addSignature(1);
+        return addFixed(8);
+    case QJsonValue::String: {
+        const QString text = value.toString();
+        if (converted)
+            *converted = text;
+        addSignature(1);
+        return add(text);
+    }
     case QJsonValue::Null:
-        return; // left out
     case QJsonValue::Undefined:
-        return addPlainContent(array);
+        if (converted)
+            qWarning() << "Unknown JSON value type";
+        return;
     }
 }
 
@@ -100,7 +204,7 @@ void MessageMeter::addPlainContent(const QJsonValue &value)
         return addList(value.toArray(), 1, 2, [this](const QJsonValue &element) { addPlainContent(element); });
     case QJsonValue::Object:
         addSignature(5);
-        return addMap(value.toObject(), [this](const QJsonValue &member) { addPlainContent(member); });
+        return addMap(value.toObject(), [this](const QString &, const QJsonValue &member) { addPlainContent(member); });
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         return; // left out
@@ -159,7 +263,7 @@ void MessageMeter::addContent(const QVariant &value)
         addNested(1, [&] { addContent(value.value<QDBusVariant>().variant()); });
     } else if (value.userType() == QMetaType::QJsonObject || value.userType() == QMetaType::QJsonArray
                || value.userType() == QMetaType::QJsonValue) {
-        addContent(QJsonValue::fromVariant(value));
+        addContent(QJsonValue::fromVariant(value), nullptr);
     } else {
         addSignature(255);
         addFixed(8);
@@ -173,15 +277,16 @@ void MessageMeter::addDescriptors(int count)
         refuse(QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
 }
 
-/// A map of texts to variants, whose content \a addContent adds with the signature.
+/// A map of texts to variants, whose content \a addContent adds with the signature, given the key and the value.
 template<typename Map, typename AddContent>
 void MessageMeter::addMap(const Map &map, AddContent addContent)
 {
     addBody(8, [&] {
         for (auto member = map.begin(); member != map.end() && m_problem.isEmpty(); ++member) {
+            const QString key = member.key();
             align(8);
-            add(member.key());
-            addNested(3, [&] { addContent(member.value()); }); // the array, the entry and the variant
+            add(key);
+            addNested(3, [&] { addContent(key, member.value()); }); // the array, the entry and the variant
         }
     });
 }
@@ -217,7 +322,7 @@ template<typename Add>
 void MessageMeter::addNested(int levels, Add add)
 {
     m_level += levels;
-    if (m_level > MaxLevels)
+    if (m_level > MaxLevels && m_hasLimits)
         refuse(QStringLiteral("A message cannot nest more than %1 containers").arg(MaxLevels));
     else
         add();
@@ -242,7 +347,7 @@ void MessageMeter::addSignature(int length)
 
 void MessageMeter::refuse(const QString &problem)
 {
-    if (m_problem.isEmpty())
+    if (m_problem.isEmpty() && m_hasLimits)
         m_problem = problem;
 }
 

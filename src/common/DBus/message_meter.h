@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonObject>
+#include "types.h"
+
 #include <QtCore/QStringList>
-#include <QtCore/QVariant>
 
 // File descriptors that a message may carry: a stock session bus cuts off who sends more.
 #ifndef CORVANE_MAX_DESCRIPTORS
@@ -17,8 +16,10 @@ namespace Corvane {
  * Measures the body of a message before it is made.
  *
  * The bus takes a message that breaks its limits for an attack and cuts off the sender, for the rest of the process's
- * life; beyond some of them libdbus itself dies. So arguments are measured first: added in their order, they are
- * counted as they will be marshalled. What is left out there, since the bus has no form for it, is passed over.
+ * life; beyond some of them libdbus itself dies. So arguments are measured first, in any order: they are counted as
+ * they will be marshalled. What is left out there, since the bus has no form for it, is passed over.
+ *
+ * JSON is measured and made ready to be marshalled in one walk, the longest part of which is to take it apart.
  */
 class MessageMeter
 {
@@ -26,6 +27,9 @@ public:
     void add(const QString &text);
     void add(const QStringList &texts);
     void add(const QJsonObject &object);
+    /// The same, and makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out,
+    /// with a warning. Of use only if there is no problem.
+    BusObject addConverted(const QJsonObject &object);
     /// A map of what Core::Types makes of JSON, of descriptors, and of what describes a task. Other values are taken to
     /// be small.
     void add(const QVariantMap &map);
@@ -33,9 +37,15 @@ public:
     /// Why the bus would not let the message pass, for people; empty if it would.
     QString problem() const { return m_problem; }
 
+    /// The value as in a BusMember, whatever its size and depth; invalid if the bus has nothing for it.
+    static QVariant converted(const QJsonValue &value);
+
 private:
-    void addArray(const QJsonArray &array);
-    void addContent(const QJsonValue &value);
+    // With a place for it they convert what they add.
+    void addObject(const QJsonObject &object, BusObject *converted);
+    void addArray(const QJsonArray &array, QVariant *converted);
+    void addContent(const QJsonValue &value, QVariant *converted);
+
     void addPlainContent(const QJsonValue &value);
     void addContent(const QVariant &value);
 
@@ -55,6 +65,7 @@ private:
     void addBody(int alignment, AddElements addElements);
     void refuse(const QString &problem);
 
+    bool m_hasLimits = true;
     qint64 m_size = 0;
     int m_level = 0;
     int m_descriptors = 0;

@@ -1,57 +1,21 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "types.h"
 
+#include "message_meter.h"
+
 #include <Core/types.h>
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusMetaType>
-#include <QtDBus/QDBusVariant>
 
 namespace {
 
-QVariant busVariant(const QJsonArray &array)
+/// Reads what is next in \a arg, of this type; false if that cannot be read and is still there.
+bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value);
+
+/// What the variant holds; the variant may be empty afterwards.
+QJsonValue takeValue(QVariant &variant)
 {
-    if (array.isEmpty() || Core::Types::commonType(array) != QJsonValue::Object)
-        return Corvane::withoutNulls(Core::Types::jsonArrayToVariant(array));
-
-    QVector<QJsonObject> objects;
-    objects.reserve(array.size());
-    for (const auto &element : array)
-        objects.append(element.toObject());
-    return QVariant::fromValue(objects);
-}
-
-/// What the value travels as; invalid, with a warning, if the bus has nothing for it. Objects stay as they are: the
-/// marshaller calls the operator for them and writes straight into the message.
-QVariant busVariant(const QJsonValue &value)
-{
-    switch (value.type()) {
-    case QJsonValue::Bool:
-        return value.toBool();
-    case QJsonValue::Double:
-        return value.toDouble();
-    case QJsonValue::String:
-        return value.toString();
-    case QJsonValue::Array:
-        return busVariant(value.toArray());
-    case QJsonValue::Object:
-        return QVariant::fromValue(value.toObject());
-    case QJsonValue::Null:
-    case QJsonValue::Undefined:
-        break;
-    }
-    qWarning() << "Unknown JSON value type";
-    return {};
-}
-
-/// Reads what is next in \a arg; false if that cannot be read and is still there.
-bool readValue(const QDBusArgument &arg, QJsonValue &value);
-
-QJsonValue jsonValue(QVariant variant)
-{
-    while (variant.userType() == qMetaTypeId<QDBusVariant>())
-        variant = variant.value<QDBusVariant>().variant();
-
     switch (variant.userType()) {
     case QMetaType::UChar: // Qt makes strings of these three
     case QMetaType::Short:
@@ -62,19 +26,31 @@ QJsonValue jsonValue(QVariant variant)
     }
     if (variant.userType() == qMetaTypeId<QDBusArgument>()) {
         QJsonValue value;
-        readValue(variant.value<QDBusArgument>(), value);
+        const auto arg = variant.value<QDBusArgument>();
+        variant.clear(); // an argument that is nowhere else is read without being copied
+        readValue(arg, arg.currentType(), value);
         return value;
+    }
+    if (variant.userType() == qMetaTypeId<QDBusVariant>()) {
+        QVariant inner = variant.value<QDBusVariant>().variant();
+        return takeValue(inner);
     }
     return QJsonValue::fromVariant(variant);
 }
 
-bool readValue(const QDBusArgument &arg, QJsonValue &value)
+bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value)
 {
-    switch (arg.currentType()) {
-    case QDBusArgument::BasicType:
-    case QDBusArgument::VariantType:
-        value = jsonValue(arg.asVariant());
+    switch (type) {
+    case QDBusArgument::BasicType: {
+        QVariant variant = arg.asVariant();
+        value = takeValue(variant);
         return true;
+    }
+    case QDBusArgument::VariantType: {
+        QVariant variant = qdbus_cast<QDBusVariant>(arg).variant();
+        value = takeValue(variant);
+        return true;
+    }
     case QDBusArgument::ArrayType: {
         QJsonArray array;
         arg >> array;
@@ -100,43 +76,30 @@ bool readValue(const QDBusArgument &arg, QJsonValue &value)
 
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value)
 {
+    Corvane::registerRecordTypes(); // the marshaller has to know what is nested in here
     if (value.isNull()) { // gives QtDBus the signature of QJsonValue, which it asks of a default-made value
         arg << QDBusVariant(QVariant());
         return arg;
     }
-    const QVariant variant = busVariant(value);
-    if (variant.isValid())
-        arg.appendVariant(variant);
+    const QVariant converted = Corvane::MessageMeter::converted(value);
+    if (converted.isValid())
+        arg.appendVariant(converted);
     return arg;
 }
 
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonArray &array)
 {
-    const QVariant variant = busVariant(array);
-    if (variant.isValid())
-        arg.appendVariant(variant);
-    return arg;
+    return arg << QJsonValue(array);
 }
 
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonObject &object)
 {
-    Corvane::registerRecordTypes(); // the marshaller has to know what is nested in here
-    arg.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
-    for (auto member = object.begin(); member != object.end(); ++member) {
-        const QVariant variant = busVariant(member.value());
-        if (!variant.isValid())
-            continue;
-        arg.beginMapEntry();
-        arg << member.key() << QDBusVariant(variant);
-        arg.endMapEntry();
-    }
-    arg.endMap();
-    return arg;
+    return arg << QJsonValue(object);
 }
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonValue &value)
 {
-    readValue(arg, value);
+    readValue(arg, arg.currentType(), value);
     return arg;
 }
 
@@ -144,9 +107,10 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
 {
     array = {};
     arg.beginArray();
+    const QDBusArgument::ElementType type = arg.currentType(); // all elements have the same
     while (!arg.atEnd()) {
         QJsonValue value;
-        if (!readValue(arg, value))
+        if (!readValue(arg, type, value))
             break; // it is still there, and would be for ever
         array.append(value);
     }
@@ -156,19 +120,22 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonObject &object)
 {
-    Core::Types::Members members;
+    Core::Types::ObjectBuilder members;
+    QDBusArgument::ElementType type = QDBusArgument::UnknownType; // all values have the same
     arg.beginMap();
     while (!arg.atEnd()) {
         QString key;
         QJsonValue value;
         arg.beginMapEntry();
         arg >> key;
-        readValue(arg, value);
+        if (type == QDBusArgument::UnknownType)
+            type = arg.currentType();
+        readValue(arg, type, value);
         arg.endMapEntry();
-        members.append({key, value});
+        members.insert(key, value);
     }
     arg.endMap();
-    object = Core::Types::makeObject(std::move(members));
+    object = members.take();
     return arg;
 }
 
@@ -187,6 +154,14 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, ApplicationState &stat
     arg >> code;
     state = ApplicationState(code);
     return arg;
+}
+
+template<typename Type>
+void registerWriteOnly()
+{
+    QDBusMetaType::registerMarshallOperators(
+        qMetaTypeId<Type>(), [](QDBusArgument &arg, const void *value) { arg << *static_cast<const Type *>(value); },
+        [](const QDBusArgument &, void *) {});
 }
 
 template<typename... Members>
@@ -208,6 +183,18 @@ const QDBusArgument &readRecord(const QDBusArgument &arg, Members &...members)
 }
 
 } // namespace
+
+QDBusArgument &operator<<(QDBusArgument &arg, const BusObject &object)
+{
+    arg.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
+    for (const BusMember &member : object.members) {
+        arg.beginMapEntry();
+        arg << member.key << member.value;
+        arg.endMapEntry();
+    }
+    arg.endMap();
+    return arg;
+}
 
 QDBusArgument &operator<<(QDBusArgument &arg, const TaskState &record)
 {
@@ -290,8 +277,9 @@ void registerRecordTypes()
     qDBusRegisterMetaType<QJsonArray>();
     qDBusRegisterMetaType<QJsonObject>();
     qDBusRegisterMetaType<QJsonValue>();
-    qDBusRegisterMetaType<QVector<QJsonObject>>(); // what arrays of objects travel as
-    qDBusRegisterMetaType<QList<QVariantMap>>(); // the same in hints
+    registerWriteOnly<BusObject>();
+    registerWriteOnly<QVector<BusObject>>();
+    qDBusRegisterMetaType<QList<QVariantMap>>(); // arrays of objects in hints
 
     registered = true;
 }

@@ -9,6 +9,7 @@
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
 #include <QtDBus/QDBusArgument>
+#include <QtDBus/QDBusVariant>
 
 /**
  * JSON on the bus.
@@ -28,6 +29,18 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array);
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonObject &object);
 
 namespace Corvane {
+
+struct BusMember
+{
+    QString key;
+    QDBusVariant value; ///< bool, double, QString, a list of one of these, BusObject, QVector<BusObject>, QVariantList
+};
+
+/// A JSON object as it is written: in the types of the bus, and without what has none. MessageMeter makes it.
+struct BusObject
+{
+    QVector<BusMember> members;
+};
 
 enum ApplicationState : quint32;
 
@@ -69,6 +82,7 @@ struct RunningService // (ssiua{sv})
     QVariantMap properties;
 };
 
+QDBusArgument &operator<<(QDBusArgument &arg, const BusObject &object);
 QDBusArgument &operator<<(QDBusArgument &arg, const TaskState &record);
 QDBusArgument &operator<<(QDBusArgument &arg, const AvailableTask &record);
 QDBusArgument &operator<<(QDBusArgument &arg, const ActiveTask &record);
@@ -96,6 +110,8 @@ QVariant withoutUnsendable(const QVariant &value);
 
 } // namespace Corvane
 
+Q_DECLARE_TYPEINFO(Corvane::BusMember, Q_MOVABLE_TYPE);
+Q_DECLARE_METATYPE(Corvane::BusObject)
 Q_DECLARE_METATYPE(Corvane::TaskState)
 Q_DECLARE_METATYPE(Corvane::AvailableTask)
 Q_DECLARE_METATYPE(Corvane::ActiveTask)

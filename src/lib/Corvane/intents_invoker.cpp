@@ -39,24 +39,21 @@ void IntentsInvokerPrivate::invoke(const QString &intentName, const QJsonObject 
 QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJsonObject &hints,
                                              const QJsonObject &params)
 {
-    MessageMeter given; // before files are opened, and before what nests too deep is converted
-    given.add(intentName);
+    MessageMeter meter;
+    meter.add(intentName);
+    const BusObject body = meter.addConverted(params);
+    MessageMeter given = meter; // before files are opened, and before what nests too deep is converted
     given.add(hints);
-    given.add(params);
     if (!given.problem().isEmpty())
         return refusedCall(given.problem());
 
     QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints)).toMap();
     FileSharing::shareUri(intentName, params, map);
     FileSharing::exportFiles(params, map);
-
-    MessageMeter sent;
-    sent.add(intentName);
-    sent.add(map);
-    sent.add(params);
-    if (!sent.problem().isEmpty())
-        return refusedCall(sent.problem());
-    return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(params));
+    meter.add(map);
+    if (!meter.problem().isEmpty())
+        return refusedCall(meter.problem());
+    return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(body));
 }
 
 IntentsInvoker::IntentsInvoker(QObject *parent) : QObject(parent), d(std::make_unique<IntentsInvokerPrivate>())

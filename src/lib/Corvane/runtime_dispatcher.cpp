@@ -24,18 +24,15 @@ RuntimeDispatcher *currentDispatcher = nullptr;
 void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
                QVariantMap files)
 {
-    MessageMeter given; // before files are opened
-    given.add(result);
-    QString problem = given.problem();
-    if (problem.isEmpty()) {
+    MessageMeter meter;
+    const BusObject body = meter.addConverted(result);
+    if (meter.problem().isEmpty()) { // else no files are opened
         FileSharing::exportFiles(result, files);
-        MessageMeter sent;
-        sent.add(result);
-        sent.add(files);
-        problem = sent.problem();
+        meter.add(files);
     }
+    QString problem = meter.problem();
     if (problem.isEmpty()) {
-        if (connection.send(call.createReply({QVariant::fromValue(result), files})))
+        if (connection.send(call.createReply({QVariant::fromValue(body), files})))
             return;
         problem = QStringLiteral("The message cannot be sent");
     }
