@@ -49,15 +49,16 @@ TaskPrivate::TaskPrivate(const QString &id, Task *task)
     TasksInterface *interface = TasksInterface::instance();
     // Not what is announced: a receiver may have run an event loop meanwhile, in which newer states arrived.
     QObject::connect(interface, &TasksInterface::stateChanged, q,
-                     [this, interface] { updateState(interface->tasksState); });
+                     [this, interface] { updateState(interface->statesOf(taskId)); });
     if (interface->statesKnown)
-        updateState(interface->tasksState);
+        updateState(interface->statesOf(taskId));
 }
 
-void TaskPrivate::updateState(QVector<TaskState> tasksState)
+void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
 {
     const QPointer<Task> task(q);
-    for (const TaskState &taskState : qAsConst(tasksState)) {
+    const QVector<TaskState> known = TasksInterface::instance()->tasksState;
+    for (const TaskState &taskState : tasksState) {
         if (taskState.taskId != taskId)
             continue;
         const Task::State newState = toState(taskState.state);
@@ -65,7 +66,7 @@ void TaskPrivate::updateState(QVector<TaskState> tasksState)
             continue;
         state = newState;
         Q_EMIT q->stateChanged(newState);
-        if (!task || tasksState.constData() != TasksInterface::instance()->tasksState.constData())
+        if (!task || known.constData() != TasksInterface::instance()->tasksState.constData())
             return; // deleted in there, or told newer states
     }
 }

@@ -14,7 +14,7 @@ class TaskPrivate
 public:
     TaskPrivate(const QString &taskId, Task *task);
 
-    void updateState(QVector<TaskState> tasksState);
+    void updateState(const QVector<TaskState> &tasksState);
     void start(const std::function<void(const Error &)> &callback);
     void stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback);
 

@@ -57,6 +57,9 @@ void TasksInterface::applyProperties(const QVariantMap &properties)
 void TasksInterface::onStateChanged(const QVector<TaskState> &newStates)
 {
     tasksState = newStates;
+    m_statesById.clear();
+    for (const TaskState &state : newStates)
+        m_statesById[state.taskId].append(state);
     Q_EMIT stateChanged(newStates);
 }
 

@@ -3,6 +3,7 @@
 
 #include <DBus/types.h>
 
+#include <QtCore/QHash>
 #include <QtDBus/QDBusAbstractInterface>
 
 namespace Corvane {
@@ -16,6 +17,9 @@ public:
     static TasksInterface *instance();
 
     TasksInterface();
+
+    /// The part of tasksState that is about this task, in the same order.
+    QVector<TaskState> statesOf(const QString &taskId) const { return m_statesById.value(taskId); }
 
     QVector<TaskState> tasksState;
     bool statesKnown = false; ///< The service has answered what the states are; its signals do not count.
@@ -35,6 +39,8 @@ private Q_SLOTS:
 private:
     void readStates();
     void applyProperties(const QVariantMap &properties);
+
+    QHash<QString, QVector<TaskState>> m_statesById; ///< Spares each task the walk through the states of all.
 };
 
 } // namespace Corvane
