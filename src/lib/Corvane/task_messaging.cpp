@@ -2,17 +2,22 @@
 #include "task_messaging.h"
 #include "task_messaging_p.h"
 
-#include <QtCore/QDataStream>
 #include <QtCore/QDebug>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QPointer>
 #include <QtCore/QSocketNotifier>
+#include <QtCore/QtEndian>
 
+#include <array>
 #include <sys/socket.h>
 
 namespace Corvane {
 
 namespace {
+
+/// Before each message: its size in bytes, big-endian, as QDataStream writes a byte array.
+using Length = std::array<char, sizeof(quint32)>;
+constexpr quint32 NullLength = 0xffffffff; ///< A null byte array, behind which there is nothing.
 
 int socketOption(int descriptor, int option)
 {
@@ -25,6 +30,16 @@ bool isListeningLocalSocket(int descriptor)
 {
     return socketOption(descriptor, SO_ACCEPTCONN) == 1 && socketOption(descriptor, SO_DOMAIN) == AF_UNIX
         && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
+}
+
+/// The size of the message that the frame at the beginning of \a data holds; -1 if the frame is not whole.
+qint64 messageSize(const char *data, int available)
+{
+    if (available < int(sizeof(Length)))
+        return -1;
+    const auto written = qFromBigEndian<quint32>(data);
+    const qint64 size = written == NullLength ? 0 : written;
+    return size <= available - qint64(sizeof(Length)) ? size : -1;
 }
 
 void deleteLater(QObject *object)
@@ -96,9 +111,10 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
         return false;
     }
     // In one piece: the reader gives up on a frame whose length arrives without the rest.
-    QByteArray frame;
-    QDataStream stream(&frame, QIODevice::WriteOnly);
-    stream << QJsonDocument(message).toJson(QJsonDocument::Compact);
+    QByteArray frame = QJsonDocument(message).toJson(QJsonDocument::Compact);
+    Length length;
+    qToBigEndian(quint32(frame.size()), length.data());
+    frame.prepend(length.data(), int(length.size()));
     socket->write(frame);
     return true;
 }
@@ -107,6 +123,8 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
 {
     cutOff(socket);
     socket.reset(newSocket, &deleteLater);
+    unread.clear();
+    position = 0;
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
         const auto source = socket;
@@ -137,16 +155,24 @@ void TaskMessagingPrivate::readMessages()
     // A receiver may delete the channel, or let the event loop give it another client.
     const QPointer<TaskMessaging> channel(q);
     const auto source = socket;
-    QDataStream stream(source.get());
-    while (channel && socket == source && !stream.atEnd()) {
-        QByteArray message;
-        stream >> message;
-        if (stream.status() == QDataStream::ReadPastEnd) {
-            qWarning() << "Insufficient data in the socket";
-            source->close();
+    while (channel && socket == source) {
+        const qint64 size = messageSize(unread.constData() + position, unread.size() - position);
+        if (size < 0) {
+            const QByteArray more = source->readAll();
+            if (!more.isEmpty()) {
+                unread = unread.remove(0, position) + more;
+                position = 0;
+                continue;
+            }
+            if (position < unread.size()) {
+                qWarning() << "Insufficient data in the socket";
+                source->close();
+            }
             return;
         }
-        Q_EMIT q->messageReceived(QJsonDocument::fromJson(message).object());
+        const char *const text = unread.constData() + position + sizeof(Length);
+        position += int(sizeof(Length) + size_t(size));
+        Q_EMIT q->messageReceived(QJsonDocument::fromJson(QByteArray::fromRawData(text, int(size))).object());
     }
 }
 

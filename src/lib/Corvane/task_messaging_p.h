@@ -23,6 +23,8 @@ public:
     // Shared with what handles a signal of theirs: a receiver may drop them, and run an event loop as well.
     std::shared_ptr<QLocalServer> server; ///< in the task
     std::shared_ptr<QLocalSocket> socket; ///< none in the task before its first client
+    QByteArray unread; ///< What the socket has received, from position on.
+    int position = 0;
     TaskMessaging *const q;
 
 private:
