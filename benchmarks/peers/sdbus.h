@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QJsonObject>
+
+#include <systemd/sd-bus.h>
+
+/// JSON on the bus as one writes it by hand with sd-bus.
+namespace SdBusPeer {
+
+void append(sd_bus_message *message, const QJsonObject &object);
+QJsonObject readObject(sd_bus_message *message);
+
+} // namespace SdBusPeer
