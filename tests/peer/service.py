@@ -138,6 +138,8 @@ class Service:
             reply = message.new_method_reply()
             if answer.get("body"):
                 reply.set_body(parse(answer["body"]))
+            elif answer.get("echo"):
+                reply.set_body(GLib.Variant.new_tuple(message.get_body().get_child_value(2)))
             elif "variant" in answer:
                 reply.set_body(answer["variant"])
         self.connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
@@ -145,7 +147,7 @@ class Service:
     # -- requests
 
     def answers(self, request):
-        """What to answer calls with from now on, of one member or all: a body, or an error with a body."""
+        """What to answer calls with from now on, of one member or all: a body, an error with a body, or an intent's params."""
         if request.get("member"):
             self.member_answers[request["member"]] = request["answer"]
         else:

@@ -89,6 +89,11 @@ void ServicePeer::answerError(const QString &name, const QString &body, const QS
              {QStringLiteral("member"), member}});
 }
 
+void ServicePeer::echo()
+{
+    request(QStringLiteral("answers"), {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("echo"), true}}}});
+}
+
 void ServicePeer::hold()
 {
     request(QStringLiteral("hold"), {{QStringLiteral("on"), true}});

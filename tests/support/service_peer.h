@@ -31,6 +31,8 @@ public:
     void answer(const QString &body, const QString &member = {});
     void answerError(const QString &name, const QString &body = QStringLiteral("('the reason',)"),
                      const QString &member = {});
+    /// To answer intents with their own params from now on.
+    void echo();
     /// Keeps calls unanswered, until release() answers the one that came in at \a index.
     void hold();
     void release(int index, const QString &body);

@@ -1,0 +1,351 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A bus that hangs, processes that die at the wrong moment, and a process without a free descriptor.
+#include <Corvane/intents_invoker.h>
+#include <Corvane/intents_invoker_p.h>
+#include <Corvane/runtime_dispatcher.h>
+#include <Corvane/task.h>
+
+#include <bus_daemon.h>
+#include <descriptor_limit.h>
+#include <message_log.h>
+#include <replies.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QTemporaryFile>
+#include <QtTest/QtTest>
+
+#include <cstdio>
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString AskBody = QStringLiteral("('Ask', @a{sv} {})");
+const QString Answer = QStringLiteral("(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})");
+const QString Number = QStringLiteral("n");
+
+bool underValgrind()
+{
+    return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
+}
+
+} // namespace
+
+class TestBusFaults : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void hungBusBlocksNothing();
+    void hungBusTakesWhatItIsGivenLater();
+    void replyWaitsForAHungBus();
+    void answerAfterTheTimeOutIsDropped();
+    void queuedIntentsAreReportedOnceAndInOrder();
+
+    void serviceMayDieAndComeBack();
+    void callerMayDieBeforeItsReply();
+    void handlerMayDieBeforeItsReply();
+
+    void invokesWithoutAFreeDescriptor();
+    void handlesWithoutAFreeDescriptor();
+
+private:
+    RuntimeDispatcher::ReplyFunction keepReply(int &call);
+
+    BusDaemon bus;
+    ServicePeer peer;
+    QTemporaryFile file;
+    std::optional<MessageLog> log;
+};
+
+void TestBusFaults::initTestCase()
+{
+    QVERIFY(file.open());
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestBusFaults::init()
+{
+    log.emplace();
+    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("a"), 1}});
+    });
+}
+
+void TestBusFaults::cleanup()
+{
+    peer.kill(); // forgets what it holds
+    peer.start();
+    peer.takeCalls();
+    QVERIFY(peer.call(HandleIntent, AskBody).text.startsWith(QStringLiteral("(a{sv}a{sv})"))); // all is well again
+    log.reset();
+}
+
+void TestBusFaults::hungBusBlocksNothing()
+{
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    Task task(QStringLiteral("sync"));
+    QStringList outcomes;
+    const auto note = [&outcomes](const char *what) {
+        return [&outcomes, what](const Error &error) {
+            outcomes << QStringLiteral("%1 %2").arg(QLatin1String(what)).arg(int(error.code()));
+        };
+    };
+    QVERIFY(peer.roundTrip());
+    peer.takeCalls();
+
+    bus.hang();
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < 3; ++i)
+        invoker.invoke(QString::number(i), {}, {});
+    task.start(note("started"));
+    task.stop({}, note("stopped"));
+    QVERIFY2(clock.elapsed() < 20000, "a call that waits gives up after 25 s");
+    QCoreApplication::processEvents();
+    QCOMPARE(replies.all, QStringList());
+    QCOMPARE(outcomes, QStringList());
+
+    bus.goOn();
+    QTRY_COMPARE(replies.all, QStringList({QStringLiteral("{} 0 "), QStringLiteral("{} 0 "), QStringLiteral("{} 0 ")}));
+    QTRY_COMPARE(outcomes, QStringList({QStringLiteral("started 0"), QStringLiteral("stopped 0")}));
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(replies.all.size(), 3);
+    QCOMPARE(outcomes.size(), 2);
+    QCOMPARE(peer.calls().size(), 5);
+}
+
+void TestBusFaults::hungBusTakesWhatItIsGivenLater()
+{
+    const int count = underValgrind() ? 4 : 32; // more than its socket holds
+    const QJsonObject params{{QStringLiteral("text"), QString(1024 * 1024, QLatin1Char('x'))}};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    QVERIFY(peer.roundTrip());
+    peer.takeCalls();
+
+    bus.hang();
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < count; ++i)
+        invoker.invoke(QStringLiteral("X"), {}, params);
+    QVERIFY2(clock.elapsed() < 20000, "a call that waits gives up after 25 s");
+    QCoreApplication::processEvents();
+    QCOMPARE(replies.all, QStringList());
+
+    bus.goOn();
+    QTRY_COMPARE_WITH_TIMEOUT(replies.all.size(), count, 60000);
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(replies.all.count(QStringLiteral("{} 0 ")), count);
+    QCOMPARE(replies.all.size(), count);
+    QCOMPARE(peer.calls().size(), count);
+}
+
+/// The reply function of a \a call that is made now.
+RuntimeDispatcher::ReplyFunction TestBusFaults::keepReply(int &call)
+{
+    RuntimeDispatcher::ReplyFunction kept;
+    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Ask"),
+                                                  [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
+    call = peer.beginCall(HandleIntent, AskBody);
+    if (!QTest::qWaitFor([&kept] { return bool(kept); }, 60000))
+        qFatal("The intent does not arrive");
+    RuntimeDispatcher::instance()->unregisterIntent(QStringLiteral("Ask"));
+    init();
+    return kept;
+}
+
+void TestBusFaults::replyWaitsForAHungBus()
+{
+    int call = 0;
+    const auto reply = keepReply(call);
+    bus.hang();
+    reply({{QStringLiteral("a"), 1}});
+    QCoreApplication::processEvents();
+    QVERIFY(!peer.isFinished(call));
+    bus.goOn();
+    QCOMPARE(peer.finishCall(call).text, Answer);
+}
+
+void TestBusFaults::answerAfterTheTimeOutIsDropped()
+{
+    peer.hold();
+    IntentsInvokerPrivate invoker;
+    invoker.interface->setTimeout(100);
+    QVector<int> codes;
+    connect(&invoker, &IntentsInvokerPrivate::replyReceived, this,
+            [&codes](const QJsonObject &, const Error &error) { codes << int(error.code()); });
+    invoker.invoke(QStringLiteral("X"), {}, {});
+    QTRY_COMPARE(codes, QVector<int>{Error::Failed});
+    QTRY_COMPARE(peer.calls().size(), 1);
+    peer.release(0, QStringLiteral("({'late': <1>},)"));
+    QVERIFY(peer.busRoundTrip());
+    QCOMPARE(codes.size(), 1);
+}
+
+void TestBusFaults::queuedIntentsAreReportedOnceAndInOrder()
+{
+    const int count = underValgrind() ? 300 : 10000;
+    peer.echo();
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    QStringList expected;
+    for (int i = 0; i < count; ++i) {
+        invoker.invoke(QStringLiteral("X"), {}, {{Number, i}});
+        expected << QStringLiteral("{\"n\":%1} 0 ").arg(i);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(replies.all.size(), count, 60000);
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(replies.all, expected);
+}
+
+void TestBusFaults::serviceMayDieAndComeBack()
+{
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    Task task(QStringLiteral("sync"));
+    QStringList outcomes;
+    const auto note = [&outcomes](const Error &error) { outcomes << QString::number(error.code()); };
+    for (int i = 1; i <= 3; ++i) {
+        QVERIFY(peer.roundTrip());
+        peer.takeCalls();
+        peer.hold();
+        invoker.invoke(QStringLiteral("X"), {}, {});
+        task.start(note);
+        QTRY_COMPARE(peer.calls().size(), 2);
+        peer.kill();
+        QTRY_COMPARE(replies.all.size(), 2 * i - 1);
+        QVERIFY2(replies.all.last().startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(replies.all.last()));
+        QTRY_COMPARE(outcomes.size(), 2 * i - 1);
+        QCOMPARE(outcomes.last(), QStringLiteral("1"));
+
+        peer.start();
+        invoker.invoke(QStringLiteral("X"), {}, {});
+        task.start(note);
+        QTRY_COMPARE(replies.all.size(), 2 * i);
+        QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+        QTRY_COMPARE(outcomes.size(), 2 * i);
+        QCOMPARE(outcomes.last(), QStringLiteral("0"));
+    }
+}
+
+void TestBusFaults::callerMayDieBeforeItsReply()
+{
+    int call = 0;
+    const auto reply = keepReply(call);
+    peer.kill();
+    reply({{QStringLiteral("a"), 1}});
+    reply({{QStringLiteral("a"), QString(QChar(0))}}); // an error then goes to nobody
+    QCOMPARE(log->takeWarnings(),
+             QStringList(QStringLiteral("Failed to reply to an intent: \"A message cannot hold a text with U+0000\"")));
+    QVERIFY(peer.busRoundTrip()); // the bus has seen both, and lets us live
+    peer.start();
+    QCOMPARE(peer.call(HandleIntent, AskBody).text, Answer);
+}
+
+void TestBusFaults::handlerMayDieBeforeItsReply()
+{
+    const QJsonObject destination{{QStringLiteral("destination"), QStringLiteral("demo.instance2")}};
+    for (int i = 0; i < 2; ++i) { // the name is free for the next one
+        QProcess handler;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"), QStringLiteral("demo.instance2"));
+        handler.setProcessEnvironment(environment);
+        handler.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        handler.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--handle")});
+        QTRY_VERIFY_WITH_TIMEOUT(handler.canReadLine(), 60000);
+        QCOMPARE(handler.readLine(), QByteArray("ready\n"));
+        QCOMPARE(peer.call(HandleIntent, QStringLiteral("('Answer', @a{sv} {})"), destination).text, Answer);
+
+        const int call = peer.beginCall(HandleIntent, QStringLiteral("('Keep', @a{sv} {})"), destination);
+        QTRY_VERIFY_WITH_TIMEOUT(handler.canReadLine(), 60000);
+        QCOMPARE(handler.readLine(), QByteArray("kept\n"));
+        handler.kill();
+        QVERIFY(handler.waitForFinished());
+        const QString text = peer.finishCall(call).text;
+        QVERIFY2(text.startsWith(QStringLiteral("org.freedesktop.DBus.Error.NoReply")), qUtf8Printable(text));
+        QVERIFY(!peer.hasOwner(QStringLiteral("demo.instance2")));
+    }
+}
+
+void TestBusFaults::invokesWithoutAFreeDescriptor()
+{
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    {
+        const NoFreeDescriptor none;
+        invoker.invoke(QStringLiteral("X"),
+                       {{QStringLiteral("readFiles"), QStringLiteral("file")},
+                        {QStringLiteral("writeFiles"), QStringLiteral("file")}},
+                       {{QStringLiteral("file"), file.fileName()}});
+        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    }
+    QCOMPARE(log->takeWarnings(),
+             QVector<QString>(2, QStringLiteral("Failed to open file \"%1\"").arg(file.fileName())).toList());
+    QTRY_COMPARE(peer.calls(),
+                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', {'readFiles': <['file']>, 'writeFiles': "
+                                            "<['file']>}, {'file': <'%1'>})")
+                                 .arg(file.fileName())));
+}
+
+void TestBusFaults::handlesWithoutAFreeDescriptor()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    dispatcher->registerIntent(QStringLiteral("Give"), [this](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("file"), file.fileName()}});
+    });
+    dispatcher->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("file")}, {});
+    ServicePeer::Reply reply;
+    {
+        const NoFreeDescriptor none;
+        reply = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})"));
+    }
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to open file \"%1\"").arg(file.fileName())));
+    QCOMPARE(reply.text,
+             QStringLiteral("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFiles': <['file']>, 'writeFiles': <@as []>})")
+                 .arg(file.fileName()));
+    QVERIFY(peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).descriptors.size() == 1);
+}
+
+namespace {
+
+/// The process that dies: tells what it does, a line each.
+int handleIntents(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const auto tell = [](const char *what) {
+        std::puts(what);
+        std::fflush(stdout);
+    };
+    auto *dispatcher = RuntimeDispatcher::instance();
+    dispatcher->registerIntent(QStringLiteral("Answer"), [](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("a"), 1}});
+    });
+    RuntimeDispatcher::ReplyFunction kept;
+    dispatcher->registerIntent(QStringLiteral("Keep"), [&kept, tell](const QJsonObject &, const auto &reply) {
+        kept = reply;
+        tell("kept");
+    });
+    tell(dispatcher->startService() ? "no name" : "ready");
+    return QCoreApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 2 && qstrcmp(argv[1], "--handle") == 0)
+        return handleIntents(argc, argv);
+    QCoreApplication application(argc, argv);
+    TestBusFaults test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_bus_faults.moc"

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "bus_daemon.h"
+
+#include <csignal>
+#include <sys/prctl.h>
+
+namespace {
+
+void signalProcess(qint64 processId, int signal)
+{
+    if (::kill(pid_t(processId), signal) != 0)
+        qFatal("The bus has ended");
+}
+
+} // namespace
+
+BusDaemon::BusDaemon()
+{
+    setProcessChannelMode(ForwardedErrorChannel);
+    start(QStringLiteral("dbus-daemon"),
+          {QStringLiteral("--config-file=" CORVANE_BUS_CONFIGURATION), QStringLiteral("--nofork"),
+           QStringLiteral("--print-address")});
+    if (!waitForReadyRead())
+        qFatal("The bus does not start");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", readLine().trimmed());
+}
+
+BusDaemon::~BusDaemon()
+{
+    if (state() != NotRunning)
+        crash();
+}
+
+void BusDaemon::hang()
+{
+    signalProcess(processId(), SIGSTOP);
+}
+
+void BusDaemon::goOn()
+{
+    signalProcess(processId(), SIGCONT);
+}
+
+void BusDaemon::crash()
+{
+    kill();
+    if (!waitForFinished())
+        qFatal("The bus does not end");
+}
+
+void BusDaemon::setupChildProcess()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL); // even if it hangs
+}
