@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "service_peer.h"
 
+#include "run_until.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusPendingCall>
-#include <QtTest/QtTest>
+#include <QtDBus/QDBusPendingCallWatcher>
 
 namespace {
-
-constexpr int Patience = 60000; // milliseconds; for slow machines under valgrind
 
 const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
 
@@ -22,8 +21,8 @@ QString rootPath()
 /// Makes a call of the library's connection, and tells whether it has succeeded. What came before it has been handled.
 bool finishes(const QDBusMessage &message)
 {
-    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(message);
-    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, Patience) || call.isError())
+    const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(message)); // which wakes the event loop
+    if (!runUntil([&call] { return call.isFinished(); }) || call.isError())
         return false;
     QCoreApplication::processEvents();
     return true;
@@ -211,7 +210,7 @@ int ServicePeer::send(const QString &request, QJsonObject arguments)
 
 QJsonValue ServicePeer::wait(int id)
 {
-    if (!QTest::qWaitFor([this, id] { return m_results.contains(id); }, Patience))
+    if (!runUntil([this, id] { return m_results.contains(id); }))
         qFatal("The peer does not answer");
     return m_results.value(id);
 }

@@ -2,6 +2,7 @@
 #include <Corvane/task_messaging.h>
 
 #include <message_log.h>
+#include <run_until.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
@@ -112,18 +113,6 @@ private:
     QByteArray m_received;
     bool m_isClosed = false;
 };
-
-/// Runs the event loop without the pauses that QTRY_VERIFY makes.
-template<typename Condition>
-bool runUntil(Condition condition)
-{
-    QTimer tick;
-    tick.start(100); // to look at the clock
-    const QDeadlineTimer patience(120000);
-    while (!condition() && !patience.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    return condition();
-}
 
 /// The most memory that this process has ever had, in KiB.
 int peakMemory()

@@ -1,0 +1,468 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Values that make no sense, or have no form at the other side: what becomes of each, and that the next call works.
+#include <Corvane/intents_invoker.h>
+#include <Corvane/runtime_dispatcher.h>
+
+#include <message_log.h>
+#include <replies.h>
+#include <run_until.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtTest/QtTest>
+
+#include <limits>
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString NoFiles = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
+const QString Unknown = QStringLiteral("Unknown JSON value type");
+const QString OfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
+
+enum Place : int { Params, Hints, Result };
+
+QJsonObject fromJson(const QByteArray &text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError)
+        qFatal("%s: %s", text.constData(), qUtf8Printable(error.errorString()));
+    return document.object();
+}
+
+QString toJson(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+/// A type of D-Bus, with a value and what is read of it.
+struct BusType
+{
+    const char *signature;
+    const char *value;
+    const char *json;
+    const char *arrayJson; ///< of an array that holds the value
+    const char *keyJson; ///< of a map with it as the key, to 's'
+};
+
+// Descriptors, paths and signatures read as null. A key that is no text is read as the value, and the value not at all.
+constexpr BusType BusTypes[] = {
+    {"y", "byte 0x41", "65", R"("A")", R"({"":65})"},
+    {"b", "true", "true", "[true]", R"({"":true})"},
+    {"n", "int16 -32768", "-32768", "[-32768]", R"({"":-32768})"},
+    {"q", "uint16 65535", "65535", "[65535]", R"({"":65535})"},
+    {"i", "-2147483648", "-2147483648", "[-2147483648]", R"({"":-2147483648})"},
+    {"u", "uint32 4294967295", "4294967295", "[4294967295]", R"({"":4294967295})"},
+    {"x", "int64 -9007199254740992", "-9007199254740992", "[-9007199254740992]", R"({"":-9007199254740992})"},
+    {"t", "uint64 9007199254740992", "9007199254740992", "[9007199254740992]", R"({"":9007199254740992})"},
+    {"d", "2.5", "2.5", "[2.5]", R"({"":2.5})"},
+    {"s", "'x'", R"("x")", R"(["x"])", R"({"x":"s"})"},
+    {"o", "objectpath '/a'", "null", "[null]", R"({"/a":"s"})"},
+    {"g", "signature 'as'", "null", "[null]", R"({"as":"s"})"},
+    {"h", "handle 0", "null", "[null]", R"({"":null})"},
+};
+
+QString unsupported(const QString &signature)
+{
+    return QStringLiteral("Unsupported type:  \"%1\"").arg(signature);
+}
+
+} // namespace
+
+class TestBadInput : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void jsonThatHasNoForm_data();
+    void jsonThatHasNoForm();
+    void busTypesInParams_data();
+    void busTypesInParams();
+    void busTypesInReplies_data();
+    void busTypesInReplies();
+    void argumentsOfAnotherType_data();
+    void argumentsOfAnotherType();
+    void repliesOfAnotherType_data();
+    void repliesOfAnotherType();
+
+private:
+    ServicePeer::Reply take(const QString &params, int files = 0);
+    QString give(Place place, const QJsonObject &object);
+
+    ServicePeer peer;
+    QJsonObject handled; ///< what the handler of "Take" got
+    QJsonObject given; ///< what the handler of "Give" replies
+    std::optional<MessageLog> log;
+};
+
+void TestBadInput::initTestCase()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    dispatcher->registerIntent(QStringLiteral("Take"), [this](const QJsonObject &params, const auto &reply) {
+        handled = params;
+        reply({});
+    });
+    dispatcher->registerIntent(QStringLiteral("Give"),
+                               [this](const QJsonObject &, const auto &reply) { reply(given); });
+    QVERIFY(!dispatcher->startService());
+}
+
+void TestBadInput::init()
+{
+    log.emplace();
+}
+
+void TestBadInput::cleanup()
+{
+    log.reset();
+    peer.answer(QStringLiteral("({'next': <true>},)"));
+    IntentsInvoker invoker; // the connection is the same as ever
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("Next"), {}, {});
+    QVERIFY(runUntil([&replies] { return !replies.all.isEmpty(); }));
+    QCOMPARE(replies.all, QStringList(QStringLiteral(R"({"next":true} 0 )")));
+    take(QStringLiteral("{'next': <true>}"));
+    QCOMPARE(toJson(handled), QStringLiteral(R"({"next":true})"));
+    peer.takeCalls();
+}
+
+ServicePeer::Reply TestBadInput::take(const QString &params, int files)
+{
+    QJsonArray names;
+    for (int i = 0; i < files; ++i)
+        names.append(QStringLiteral("/dev/null"));
+    return peer.call(HandleIntent, QStringLiteral("('Take', %1)").arg(params), {{QStringLiteral("files"), names}});
+}
+
+/// What arrives of an object, or why it does not.
+QString TestBadInput::give(Place place, const QJsonObject &object)
+{
+    if (place == Result) {
+        given = object;
+        QString text = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).text;
+        text.replace(QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(HasNul), HasNul);
+        return text.remove(QStringLiteral("(a{sv}a{sv}) (")).remove(QStringLiteral(", %1)").arg(NoFiles));
+    }
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), place == Hints ? object : QJsonObject(),
+                   place == Params ? object : QJsonObject());
+    if (!runUntil([&replies] { return !replies.all.isEmpty(); }) || !peer.roundTrip())
+        return QStringLiteral("nothing");
+    if (!replies.all.first().endsWith(QLatin1String(" 0 ")))
+        return replies.all.join(QLatin1Char(';')).remove(QStringLiteral("{} 1 "));
+    const QString call = QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', ");
+    const QString none = QStringLiteral("@a{sv} {}");
+    QString text = peer.takeCalls().join(QLatin1Char(';')).remove(call);
+    text.chop(1);
+    return place == Hints ? text.chopped(none.size() + 2) : text.mid(none.size() + 2);
+}
+
+void TestBadInput::jsonThatHasNoForm_data()
+{
+    QTest::addColumn<int>("place");
+    QTest::addColumn<QJsonObject>("object");
+    QTest::addColumn<QString>("arrives");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto addRow = [](Place place, const char *tag, const QJsonObject &object, const QString &arrives,
+                           const QStringList &warnings) {
+        const char *const names[] = {"params", "hints", "result"};
+        QTest::addRow("%s: %s", names[place], tag) << int(place) << object << arrives << warnings;
+    };
+    const auto rowFor = [addRow](std::initializer_list<Place> places, const char *json, const char *arrives,
+                                 const QStringList &warnings) {
+        for (const Place place : places)
+            addRow(place, json, fromJson(json), QString::fromUtf8(arrives), warnings);
+    };
+    const auto row = [rowFor](const char *json, const char *arrives, const QStringList &warnings = {}) {
+        rowFor({Params, Hints, Result}, json, arrives, warnings);
+    };
+    const auto refused = [addRow](const char *json) {
+        for (const Place place : {Params, Hints, Result})
+            addRow(place, json, fromJson(json), HasNul,
+                   place == Result ? QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(HasNul))
+                                   : QStringList());
+    };
+    // In an array of objects hints are told as they are in a mixed one, with arrays in arrays.
+    const auto rows = [rowFor](const char *json, const char *inParams, const QStringList &warnings, const char *inHints,
+                               const QStringList &hintWarnings) {
+        rowFor({Params, Result}, json, inParams, warnings);
+        rowFor({Hints}, json, inHints, hintWarnings);
+    };
+
+    // null
+    row(R"({"k": null, "z": 1})", "{'z': <1.0>}", {Unknown});
+    row(R"({"": null})", "@a{sv} {}", {Unknown});
+    row(R"({"o": {"o": {"k": null}}})", "{'o': <{'o': <@a{sv} {}>}>}", {Unknown});
+    row(R"({"a": [null]})", "@a{sv} {}", {Unknown});
+    row(R"({"a": [true, null]})", "{'a': <[<true>]>}", {Unknown});
+    row(R"({"a": ["", null, ""]})", "{'a': <[<''>, <''>]>}", {Unknown});
+    row(R"({"a": [{}, null]})", "{'a': <[<@a{sv} {}>]>}", {Unknown});
+    row(R"({"a": [[], null]})", "{'a': <[<@av []>]>}", {Unknown});
+    row(R"({"a": [{"k": null}]})", "{'a': <[@a{sv} {}]>}", {Unknown});
+    row(R"({"a": [{"k": null}, {"k": null}]})", "{'a': <[@a{sv} {}, {}]>}", {Unknown, Unknown});
+    row(R"({"a": [1, {"k": null}]})", "{'a': <[<1.0>, <@a{sv} {}>]>}", {Unknown});
+    row(R"({"a": [1, [null]]})", "{'a': <[<1.0>, <@av []>]>}", {Unknown});
+    row(R"({"a": [1, [[null, null]]]})", "{'a': <[<1.0>, <[<@av []>]>]>}", {Unknown, Unknown});
+    row(R"({"a": null, "b": null, "c": null})", "@a{sv} {}", {Unknown, Unknown, Unknown});
+
+    // an array of nulls
+    row(R"({"o": {"k": [null]}})", "{'o': <@a{sv} {}>}", {Unknown});
+    row(R"({"o": {"k": [null, null]}, "z": 1})", "{'o': <@a{sv} {}>, 'z': <1.0>}", {Unknown});
+    rows(R"({"a": [{"k": [null]}]})", "{'a': <[@a{sv} {}]>}", {Unknown}, "{'a': <[{'k': <@av []>}]>}", {Unknown});
+    row(R"({"a": [1, {"k": [null]}]})", "{'a': <[<1.0>, <{'k': <@av []>}>]>}", {Unknown});
+    row(R"({"a": [null, [null]]})", "{'a': <[<@av []>]>}", {Unknown, Unknown});
+
+    // an array of arrays
+    row(R"({"a": [[]]})", "@a{sv} {}", {OfArrays});
+    row(R"({"a": [[], []], "z": 1})", "{'z': <1.0>}", {OfArrays});
+    row(R"({"a": [[null]]})", "@a{sv} {}", {OfArrays});
+    row(R"({"a": [[[1]]]})", "@a{sv} {}", {OfArrays});
+    row(R"({"a": [[{"k": 1}]]})", "@a{sv} {}", {OfArrays});
+    row(R"({"o": {"k": [[1]], "z": 1}})", "{'o': <{'z': <1.0>}>}", {OfArrays});
+    row(R"({"a": [1, [[1]]]})", "{'a': <[<1.0>, <[<[<1.0>]>]>]>}");
+    row(R"({"a": [1, [[]]]})", "{'a': <[<1.0>, <[<@av []>]>]>}");
+    row(R"({"a": [1, {"k": [[1]]}]})", "{'a': <[<1.0>, <{'k': <[<[<1.0>]>]>}>]>}");
+    row(R"({"a": [1, [[[1]]]]})", "{'a': <[<1.0>, <[<[<[<1.0>]>]>]>]>}");
+    rows(R"({"a": [{"k": [[1]]}]})", "{'a': <[@a{sv} {}]>}", {OfArrays}, "{'a': <[{'k': <[<[<1.0>]>]>}]>}", {});
+    rows(R"({"a": [{"k": [[null]]}]})", "{'a': <[@a{sv} {}]>}", {OfArrays}, "{'a': <[{'k': <[<@av []>]>}]>}",
+         {Unknown});
+    rows(R"({"a": [{"k": [[]]}, {"z": 1}]})", "{'a': <[@a{sv} {}, {'z': <1.0>}]>}", {OfArrays},
+         "{'a': <[{'k': <[<@av []>]>}, {'z': <1.0>}]>}", {});
+
+    // U+0000
+    refused(R"({"k": "\u0000"})");
+    refused(R"({"k": "a\u0000"})");
+    refused(R"({"\u0000": 1})");
+    refused(R"({"o": {"k": "\u0000"}})");
+    refused(R"({"o": {"\u0000": {}}})");
+    refused(R"({"a": ["x", "\u0000"]})");
+    refused(R"({"a": [1, "\u0000"]})");
+    refused(R"({"a": [1, ["\u0000"]]})");
+    refused(R"({"a": [{"k": "\u0000"}]})");
+    refused(R"({"a": [{"\u0000": []}]})");
+    refused(R"({"a": [1, {"k": "\u0000"}]})");
+    refused(R"({"a": [1, {"\u0000": 1}]})");
+
+    // texts that are no texts
+    row(R"({"k": "\ud800"})", "{'k': <'?'>}");
+    row(R"({"k": "a\udc00b"})", "{'k': <'a?b'>}");
+    row(R"({"k": "\udc00\ud800"})", "{'k': <'?\?'>}");
+    row(R"({"\ud800": 1})", "{'?': <1.0>}");
+    row(R"({"a": ["\ud800", "x"]})", "{'a': <['?', 'x']>}");
+    row(R"({"a": [1, "\ud800"]})", "{'a': <[<1.0>, <'?'>]>}");
+    row(R"({"k": "\ud83d\udc0e"})", "{'k': <'🐎'>}");
+
+    // numbers at the edges
+    row(R"({"k": 1.7976931348623157e308})", "{'k': <1.7976931348623157e+308>}");
+    row(R"({"k": 5e-324})", "{'k': <4.9406564584124654e-324>}");
+    row(R"({"k": 18446744073709551615})", "{'k': <1.8446744073709552e+19>}");
+    const auto number = [addRow](const char *tag, double value, const char *arrives) {
+        for (const Place place : {Params, Hints, Result})
+            addRow(place, tag, {{QStringLiteral("k"), value}}, QString::fromLatin1(arrives), {});
+    };
+    number("NaN", std::numeric_limits<double>::quiet_NaN(), "{'k': <nan>}");
+    number("infinity", std::numeric_limits<double>::infinity(), "{'k': <inf>}");
+    number("minus infinity", -std::numeric_limits<double>::infinity(), "{'k': <-inf>}");
+}
+
+void TestBadInput::jsonThatHasNoForm()
+{
+    QFETCH(int, place);
+    QFETCH(QJsonObject, object);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    QCOMPARE(give(Place(place), object), arrives);
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestBadInput::busTypesInParams_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("json");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const QString &value, const QString &json, const QStringList &warnings = {}) {
+        QTest::newRow(qUtf8Printable(value)) << value << json << warnings;
+    };
+    for (const BusType &type : BusTypes) {
+        const auto text = [&type](const char *pattern) {
+            return QString::fromLatin1(pattern).arg(QLatin1String(type.value));
+        };
+        const auto signature = [&type](const char *pattern) {
+            return QString::fromLatin1(pattern).arg(QLatin1String(type.signature));
+        };
+        const QString json = QString::fromLatin1(type.json);
+        const QString arrayJson = QString::fromLatin1(type.arrayJson);
+        row(text("%1"), json);
+        row(text("<%1>"), json);
+        row(text("[%1]"), arrayJson);
+        row(signature("@a%1 []"), QLatin1String(arrayJson.startsWith(QLatin1Char('[')) ? "[]" : "null"));
+        row(text("[[%1]]"), QLatin1Char('[') + arrayJson + QLatin1Char(']'));
+        row(text("[<%1>]"), QLatin1Char('[') + json + QLatin1Char(']'));
+        row(text("{'k': %1}"), QStringLiteral("{\"k\":%1}").arg(json));
+        row(text("{'k': [%1]}"), QStringLiteral("{\"k\":%1}").arg(arrayJson));
+        row(text("{%1: 's'}"), QString::fromLatin1(type.keyJson));
+        row(text("(%1,)"), QStringLiteral("null"), {unsupported(signature("(%1)"))});
+        row(text("[(%1, 1)]"), QStringLiteral("[]"), {unsupported(signature("(%1i)"))});
+        row(text("{'k': (%1,)}"), QStringLiteral("{\"k\":null}"), {unsupported(signature("(%1)"))});
+    }
+
+    // and what can be made of them
+    row(QStringLiteral("<(1, <2>)>"), QStringLiteral("null"), {unsupported(QStringLiteral("(iv)"))});
+    row(QStringLiteral("((1, 2), ['x'])"), QStringLiteral("null"), {unsupported(QStringLiteral("((ii)as)"))});
+    row(QStringLiteral("[<(1,)>, <2>, <(3,)>]"), QStringLiteral("[null,2,null]"),
+        {unsupported(QStringLiteral("(i)")), unsupported(QStringLiteral("(i)"))});
+    row(QStringLiteral("[[[(1, 2)]], [[(3, 4)]]]"), QStringLiteral("[[[]],[[]]]"),
+        {unsupported(QStringLiteral("(ii)")), unsupported(QStringLiteral("(ii)"))});
+    row(QStringLiteral("{'a': [(1, 2)], 'b': []}"), QStringLiteral(R"({"a":[],"b":[]})"),
+        {unsupported(QStringLiteral("(ii)"))});
+    row(QStringLiteral("[{'k': (1, 2)}, {'k': (3, 4)}]"), QStringLiteral(R"([{"k":null},{"k":null}])"),
+        {unsupported(QStringLiteral("(ii)")), unsupported(QStringLiteral("(ii)"))});
+    row(QStringLiteral("[{1: 2}, {3: 4}]"), QStringLiteral(R"([{"":1},{"":3}])"));
+    row(QStringLiteral("{1: {2: 3}}"), QStringLiteral(R"({"":1})"));
+    row(QStringLiteral("{'a': {'b': {'c': 1}}}"), QStringLiteral(R"({"a":{"b":{"c":1}}})"));
+    row(QStringLiteral("{'a': <<<<1>>>>}"), QStringLiteral(R"({"a":1})"));
+    row(QStringLiteral("[[b'x'], [b'y', b'z']]"), QStringLiteral(R"([["x"],["y","z"]])"));
+    row(QStringLiteral("[byte 0x41, 0x00, 0x42]"), QStringLiteral(R"("A")")); // Qt takes it for a C string
+    row(QStringLiteral("[byte 0xff]"), QStringLiteral("\"\uFFFD\""));
+    row(QStringLiteral("handle 7"), QStringLiteral("null")); // which is not there
+    row(QStringLiteral("[handle 0, 0, 5, 0]"), QStringLiteral("[null,null,null,null]"));
+    row(QStringLiteral("-0.0"), QStringLiteral("0"));
+    row(QStringLiteral("nan"), QStringLiteral("null"));
+    row(QStringLiteral("[inf, -inf]"), QStringLiteral("[null,null]"));
+    row(QStringLiteral("uint64 18446744073709551615"), QStringLiteral("18446744073709552000"));
+    row(QStringLiteral("int64 -9223372036854775808"), QStringLiteral("-9223372036854776000"));
+}
+
+void TestBadInput::busTypesInParams()
+{
+    QFETCH(QString, value);
+    QFETCH(QString, json);
+    QFETCH(QStringList, warnings);
+
+    QCOMPARE(take(QStringLiteral("{'v': <%1>, 'z': <true>}").arg(value), value.contains(QLatin1String("handle"))).text,
+             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, %1)").arg(NoFiles));
+    QCOMPARE(toJson(handled), QStringLiteral("{\"v\":%1,\"z\":true}").arg(json));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestBadInput::busTypesInReplies_data()
+{
+    busTypesInParams_data();
+}
+
+void TestBadInput::busTypesInReplies()
+{
+    QFETCH(QString, value);
+    QFETCH(QString, json);
+    QFETCH(QStringList, warnings);
+
+    peer.answer(QStringLiteral("({'v': <%1>, 'z': <true>},)").arg(value));
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {}, {});
+    QVERIFY(runUntil([&replies] { return !replies.all.isEmpty(); }));
+    QCOMPARE(replies.all, QStringList(QStringLiteral("{\"v\":%1,\"z\":true} 0 ").arg(json)));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestBadInput::argumentsOfAnotherType_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("signature");
+
+    const auto row = [](const QString &body, const QString &signature) {
+        QTest::newRow(qUtf8Printable(body)) << body << signature;
+    };
+    for (const BusType &type : BusTypes) {
+        const QLatin1String value(type.value);
+        const QLatin1String signature(type.signature);
+        row(QStringLiteral("('Take', %1)").arg(value), QStringLiteral("s%1").arg(signature));
+        row(QStringLiteral("('Take', {'k': %1})").arg(value), QStringLiteral("sa{s%1}").arg(signature));
+        if (signature != QLatin1String("s"))
+            row(QStringLiteral("(%1, @a{sv} {})").arg(value), QStringLiteral("%1a{sv}").arg(signature));
+    }
+    row(QStringLiteral("()"), QString());
+    row(QStringLiteral("(@a{sv} {},)"), QStringLiteral("a{sv}"));
+    row(QStringLiteral("(@a{sv} {}, 'Take')"), QStringLiteral("a{sv}s"));
+    row(QStringLiteral("(('Take', @a{sv} {}),)"), QStringLiteral("(sa{sv})"));
+    row(QStringLiteral("('Take', <@a{sv} {}>)"), QStringLiteral("sv"));
+    row(QStringLiteral("('Take', [@a{sv} {}])"), QStringLiteral("saa{sv}"));
+    row(QStringLiteral("('Take', @a{sv} {}, @a{sv} {})"), QStringLiteral("sa{sv}a{sv}"));
+    row(QStringLiteral("('Take', {objectpath '/a': <1>})"), QStringLiteral("sa{ov}"));
+    row(QStringLiteral("(<'Take'>, @a{sv} {})"), QStringLiteral("va{sv}"));
+    row(QStringLiteral("(['Take'], @a{sv} {})"), QStringLiteral("asa{sv}"));
+}
+
+void TestBadInput::argumentsOfAnotherType()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, signature);
+
+    handled = {};
+    const QJsonArray files =
+        body.contains(QLatin1String("handle")) ? QJsonArray{QStringLiteral("/dev/null")} : QJsonArray();
+    const QString text = peer.call(HandleIntent, body, {{QStringLiteral("files"), files}}).text;
+    const QString path =
+        QLatin1Char('/') + QStringLiteral(CORVANE_SERVICE_ROOT).replace(QLatin1Char('.'), QLatin1Char('/'));
+    QCOMPARE(
+        text,
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod (s) (\"No such method 'HandleIntent' in interface "
+                       "'" CORVANE_SERVICE_ROOT ".IntentHandler1' at object path '%1/IntentHandler1' (signature "
+                       "'%2')\",)")
+            .arg(path, signature));
+    QCOMPARE(handled, QJsonObject());
+}
+
+void TestBadInput::repliesOfAnotherType_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("signature");
+
+    const auto row = [](const QString &body, const QString &signature) {
+        QTest::newRow(qUtf8Printable(body)) << body << signature;
+    };
+    for (const BusType &type : BusTypes) {
+        const QLatin1String value(type.value);
+        const QLatin1String signature(type.signature);
+        row(QStringLiteral("(%1,)").arg(value), signature);
+        row(QStringLiteral("([%1], @a{sv} {})").arg(value), QStringLiteral("a%1a{sv}").arg(signature));
+        row(QStringLiteral("({'k': %1},)").arg(value), QStringLiteral("a{s%1}").arg(signature));
+    }
+    row(QStringLiteral("()"), QString());
+    row(QStringLiteral("(<@a{sv} {}>,)"), QStringLiteral("v"));
+    row(QStringLiteral("((@a{sv} {},),)"), QStringLiteral("(a{sv})"));
+    row(QStringLiteral("([@a{sv} {}],)"), QStringLiteral("aa{sv}"));
+    row(QStringLiteral("({1: <1>},)"), QStringLiteral("a{iv}"));
+    row(QStringLiteral("([(1, 2)],)"), QStringLiteral("a(ii)"));
+    row(QStringLiteral("(1, @a{sv} {})"), QStringLiteral("ia{sv}"));
+}
+
+void TestBadInput::repliesOfAnotherType()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, signature);
+
+    peer.answer(body);
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {}, {});
+    QTRY_COMPARE(
+        replies.all,
+        QStringList(QStringLiteral("{} 1 Unexpected reply signature: got \"%1\", expected \"a{sv}\"").arg(signature)));
+}
+
+QTEST_GUILESS_MAIN(TestBadInput)
+#include "tst_bad_input.moc"

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QTimer>
+
+/// Runs the event loop, without the pauses that QTRY_VERIFY makes, until the condition holds; false if it never does.
+template<typename Condition>
+bool runUntil(Condition condition)
+{
+    QTimer tick;
+    tick.start(100); // to look at the clock
+    const QDeadlineTimer patience(120000); // milliseconds; for slow machines under valgrind
+    while (!condition() && !patience.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    return condition();
+}
