@@ -132,6 +132,10 @@ void TestFileSharing::filesArriveWithTheirContentAndMode_data()
                                         << strings("missing/a");
     QTest::newRow("FIFO") << all << QJsonArray() << strings("fifo", "a")
                           << strings("read: (not seekable)", "read: content of a") << QStringList();
+    QTest::newRow("full disk") << QJsonArray() << all << strings("file:///dev/full", "a")
+                               << QStringList({QStringLiteral("read-write: ") + QString(1000, QChar(QChar::Null)),
+                                               QStringLiteral("read-write: content of a")})
+                               << QStringList(); // who writes is told
     QTest::newRow("URL with U+0000") << all << QJsonArray() << strings("file://%1/a%00.png", "b") << QStringList()
                                      << strings("a\\u0000.png");
 }

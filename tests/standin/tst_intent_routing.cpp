@@ -38,6 +38,7 @@ private Q_SLOTS:
     void everyInstanceHasANameOfItsOwn();
     void failuresAreTold_data();
     void failuresAreTold();
+    void callerMayDieBeforeItsAnswer();
     void descriptorsAreClosed_data();
     void descriptorsAreClosed();
     void descriptorsInParamsAreRefused_data();
@@ -186,6 +187,18 @@ void TestIntentRouting::failuresAreTold()
     QString text = invoke(intent);
     QCOMPARE(text.replace(QLatin1String("\\\""), QLatin1String("\"")), error);
     QCOMPARE(invoke(QStringLiteral("Echo")), QStringLiteral("(a{sv}) (@a{sv} {},)"));
+}
+
+void TestIntentRouting::callerMayDieBeforeItsAnswer()
+{
+    for (int i = 0; i < 100; ++i)
+        beginInvoke(QStringLiteral("Echo"), QStringLiteral("{'n': <%1.0>}").arg(i));
+    beginInvoke(QStringLiteral("Crash"), QStringLiteral("@a{sv} {}"));
+    invoke(QStringLiteral("Nothing")); // by whose answer the others have been sent
+    peer.kill();
+    peer.start();
+    QCOMPARE(invoke(QStringLiteral("Echo"), QStringLiteral("{'next': <true>}")),
+             QStringLiteral("(a{sv}) ({'next': <true>},)"));
 }
 
 void TestIntentRouting::descriptorsAreClosed_data()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <Corvane/task_messaging.h>
 
+#include <descriptor_limit.h>
 #include <message_log.h>
 #include <run_until.h>
 
@@ -13,7 +14,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <optional>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -185,6 +185,11 @@ private Q_SLOTS:
     void descriptorsThatDoNotListenAreLeftAlone_data();
     void descriptorsThatDoNotListenAreLeftAlone();
     void outOfDescriptorsTheEndIsLogged();
+    void outOfDescriptorsItCannotConnect();
+    void peerThatNeverReadsBlocksNobody_data();
+    void peerThatNeverReadsBlocksNobody();
+    void whatHasArrivedWholeIsRead_data();
+    void whatHasArrivedWholeIsRead();
 
     void bothEndsTalk();
     void mayBeDeletedWhenAMessageArrives_data();
@@ -306,6 +311,28 @@ void TestTaskMessaging::anyPayloadIsAMessage_data()
     QTest::newRow("half an object") << frame(R"({"a":)") << "{}";
     QTest::newRow("not UTF-8") << frame("{\"a\":\"\xff\"}") << "{}";
     QTest::newRow("zeros") << frame(QByteArray(100, 0)) << "{}";
+    QTest::newRow("null") << frame("null") << "{}";
+    QTest::newRow("object of an empty key") << frame(R"({"":""})") << R"({"":""})";
+    QTest::newRow("two objects") << frame(R"({"a":1}{"b":2})") << "{}";
+    QTest::newRow("text behind") << frame(R"({"a":1} x)") << "{}";
+    QTest::newRow("NUL behind") << frame(QByteArray("{\"a\":1}\0", 8)) << "{}";
+    QTest::newRow("byte order mark") << frame("\xef\xbb\xbf{\"a\":1}") << R"({"a":1})";
+    QTest::newRow("UTF-16") << frame(QByteArray("{\0\"\0a\0\"\0:\0001\0}\0", 14)) << "{}";
+    QTest::newRow("same key twice") << frame(R"({"a":1,"a":2})") << R"({"a":2})";
+    QTest::newRow("trailing comma") << frame(R"({"a":1,})") << "{}";
+    QTest::newRow("comment") << frame(R"({"a":1 /* one */})") << "{}";
+    QTest::newRow("single quotes") << frame("{'a':1}") << "{}";
+    QTest::newRow("no quotes") << frame("{a:1}") << "{}";
+    QTest::newRow("half an escape") << frame(R"({"a":"\u00"})") << "{}";
+    QTest::newRow("control character") << frame("{\"a\":\"\n\"}") << R"({"a":"\n"})";
+    QTest::newRow("NUL in a text") << frame(QByteArray("{\"a\":\"x\0y\"}", 11)) << R"({"a":"x\u0000y"})";
+    QTest::newRow("lone surrogate") << frame(R"({"a":"\ud800"})") << R"({"a":"\ud800"})";
+    QTest::newRow("huge number") << frame(R"({"a":1e400})") << "{}";
+    QTest::newRow("number of many digits") << frame("{\"a\":" + QByteArray(300, '9') + "}") << R"({"a":1e+300})";
+    QTest::newRow("NaN") << frame(R"({"a":NaN})") << "{}";
+    QTest::newRow("hexadecimal") << frame(R"({"a":0x10})") << "{}";
+    QTest::newRow("binary JSON") << frame(QByteArray("qbjs\1\0\0\0\0\0\0\0", 12)) << "{}";
+    QTest::newRow("frame in a frame") << frame(frame(R"({"a":1})")) << "{}";
     QTest::newRow("as deep as can be") << frame(
         QByteArrayLiteral("{\"a\":") + QByteArray(1023, '[') + QByteArray(1023, ']')
         + '}') << QStringLiteral("{\"a\":%1%2}").arg(QString(1023, QLatin1Char('[')), QString(1023, QLatin1Char(']')));
@@ -559,19 +586,87 @@ void TestTaskMessaging::outOfDescriptorsTheEndIsLogged()
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     PlainSocket second(path());
 
-    rlimit before{};
-    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    const Descriptor next(::dup(0));
-    const rlimit none{rlim_t(next.get()), before.rlim_max};
-    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
     QStringList warnings;
-    QTRY_VERIFY((warnings += log->takeWarnings(), !warnings.isEmpty()));
-    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const NoFreeDescriptor none;
+        QTRY_VERIFY((warnings += log->takeWarnings(), !warnings.isEmpty()));
+    }
     QCOMPARE(warnings,
              QStringList(QStringLiteral("TaskMessaging has stopped listening: \"QLocalSocket::activated: "
                                         "Unknown error 24\"")));
     QVERIFY(first.send(frame("{}"))); // the client that is there stays
     QTRY_COMPARE(task.messages.size(), 1);
+}
+
+void TestTaskMessaging::outOfDescriptorsItCannotConnect()
+{
+    const Descriptor listener(listeningSocket(path()));
+    {
+        const NoFreeDescriptor none;
+        Channel application(path());
+        QCOMPARE(application->state(), TaskMessaging::Unconnected);
+        QCOMPARE(log->takeWarnings(),
+                 QStringList(QStringLiteral(
+                     "Socket error \"QLocalSocket::connectToServer: The socket operation is not supported\"")));
+        QVERIFY(!application->sendMessage({}));
+        QCOMPARE(log->takeWarnings().size(), 1);
+    }
+    Channel application(path());
+    QCOMPARE(application->state(), TaskMessaging::Connected);
+}
+
+void TestTaskMessaging::peerThatNeverReadsBlocksNobody_data()
+{
+    mayBeDeletedWhenAMessageArrives_data();
+}
+
+void TestTaskMessaging::peerThatNeverReadsBlocksNobody()
+{
+    QFETCH(bool, isTask);
+
+    Descriptor listener(listeningSocket(path()));
+    const auto channel =
+        isTask ? std::make_unique<TaskMessaging>(listener.release()) : std::make_unique<TaskMessaging>(path());
+    int received = 0;
+    connect(channel.get(), &TaskMessaging::messageReceived, this, [&received] { ++received; });
+    std::unique_ptr<PlainSocket> other =
+        isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
+    QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
+    const int count = 1000; // of 32 KiB, far more than the kernel keeps for the other end
+    const QJsonObject message{{QStringLiteral("x"), QString(32 * 1024 - 8, QLatin1Char('x'))}};
+    for (int i = 0; i < count; ++i) {
+        QVERIFY(channel->sendMessage(message));
+        QCoreApplication::processEvents(); // does not wait until there is room
+    }
+    QCOMPARE(channel->state(), TaskMessaging::Connected);
+    QVERIFY(other->send(frame("{}"))); // and is heard all the same
+    QTRY_COMPARE(received, 1);
+
+    // What was sent has been kept, and comes whole.
+    const QByteArray bytes = frame(QJsonDocument(message).toJson(QJsonDocument::Compact));
+    QVERIFY(runUntil([&] { return other->received().size() == count * bytes.size(); }));
+    QCOMPARE(other->received(), bytes.repeated(count));
+}
+
+void TestTaskMessaging::whatHasArrivedWholeIsRead_data()
+{
+    QTest::addColumn<int>("size"); // of the payload
+
+    for (const int size : {2, 32 * 1024 - 1, 32 * 1024, 32 * 1024 + 1, 35 * 1024, 36 * 1024, 64 * 1024, 128 * 1024})
+        QTest::addRow("%d", size) << size;
+}
+
+void TestTaskMessaging::whatHasArrivedWholeIsRead()
+{
+    QFETCH(int, size);
+
+    QByteArray payload = "{}";
+    payload.insert(1, QByteArray(size - 2, ' '));
+    Channel task(listeningSocket(path()));
+    PlainSocket application(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(application.send(frame(payload) + frame("{}"))); // before the other end looks
+    QTRY_COMPARE(task.messages, QStringList({QStringLiteral("{}"), QStringLiteral("{}")}));
 }
 
 void TestTaskMessaging::bothEndsTalk()
