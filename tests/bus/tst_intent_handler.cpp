@@ -6,6 +6,7 @@
 #include <service_peer.h>
 
 #include <QtCore/QDir>
+#include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 
 #include <optional>
@@ -59,6 +60,7 @@ private Q_SLOTS:
     void handlerMayUnregisterItself();
     void replyWorksAfterUnregistering();
     void handlerMayDeleteTheDispatcher();
+    void anybodyOnTheBusMayAsk();
     void showsOneMethodToTheBus();
     void nothingElseCanBeCalled_data();
     void nothingElseCanBeCalled();
@@ -238,6 +240,17 @@ void TestIntentHandler::handlerMayDeleteTheDispatcher()
     dispatcher = RuntimeDispatcher::instance();
     QVERIFY(!dispatcher->startService());
     QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::anybodyOnTheBusMayAsk()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    peer.ownServiceName(false);
+    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+    QVERIFY(!dispatcher->stopService());
+    const QJsonObject uniqueName{{QStringLiteral("destination"), QDBusConnection::sessionBus().baseService()}};
+    QCOMPARE(peer.call(HandleIntent, AskBody, uniqueName).text, answer(QStringLiteral("@a{sv} {}")));
+    peer.ownServiceName(true);
 }
 
 void TestIntentHandler::showsOneMethodToTheBus()

@@ -236,6 +236,8 @@ void TestTask::socketPathNamesApplicationAndTask_data()
                            << "applications/myapp/sync.socket";
     QTest::newRow("space") << QByteArray("myapp") << "a b"
                            << "applications/myapp/a b.socket";
+    QTest::newRow("directory above") << QByteArray("myapp") << "../x"
+                                     << "applications/myapp/../x.socket";
     QTest::newRow("no application") << QByteArray() << "sync"
                                     << "applications//sync.socket";
     QTest::newRow("placeholder in the application") << QByteArray("%3x") << "sync"

@@ -58,6 +58,7 @@ private Q_SLOTS:
     void mapWithoutListsIsLeftAlone_data();
     void mapWithoutListsIsLeftAlone();
     void opensLocalFilesOnly();
+    void namesAreTakenAsTheyAre();
     void duplicatesAreKept();
     void listBecomesStringList();
     void descriptorsHaveTheRightModes();
@@ -160,6 +161,23 @@ void TestFileExport::opensLocalFilesOnly()
     QCOMPARE(filesBehind(map, ReadFds), QStringList({a, b}));
     QVERIFY(!map.contains(WriteFds));
     QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::namesAreTakenAsTheyAre()
+{
+    const QString a = file("a");
+    const QString link = directory->filePath(QStringLiteral("link"));
+    QVERIFY(QFile::link(a, link));
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(directory->path()));
+    const QJsonArray files{link, QStringLiteral("a"), QStringLiteral("../%1/a").arg(QDir(directory->path()).dirName()),
+                           QStringLiteral("/dev/null"), QStringLiteral("file://host/a")};
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    QVERIFY(QDir::setCurrent(before));
+    QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a, QStringLiteral("/dev/null")}));
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor(QStringLiteral("//host/a")))); // that is /host/a
 }
 
 void TestFileExport::duplicatesAreKept()

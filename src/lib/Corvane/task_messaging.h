@@ -61,7 +61,7 @@ public:
 
     /**
      * Sends a message, and returns whether there is somebody to send it to; if not, a warning says so. It leaves
-     * through the event loop. Whether it arrives is not known.
+     * through the event loop. Whether it arrives is not known. What the other end does not read stays in memory here.
      */
     bool sendMessage(const QJsonObject &message);
 
