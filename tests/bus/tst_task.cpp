@@ -327,6 +327,14 @@ void TestTask::startSendsTheDescription_data()
         },
         "@as [], {'Schedule': <{'a': <'text'>, 'b': <[<1>, <'x'>]>, 'c': <{'d': <1.5>}>, 'e': <{'f': <true>}>}>}");
     row(
+        "schedule of other types",
+        [](Task &task) {
+            task.withSchedule(Schedule({{QStringLiteral("a"), qlonglong(-5)},
+                                        {QStringLiteral("b"), QVariant::fromValue(ushort(7))},
+                                        {QStringLiteral("c"), QByteArray("ab")}}));
+        },
+        "@as [], {'Schedule': <{'a': <int64 -5>, 'b': <uint16 7>, 'c': <[byte 0x61, 0x62]>}>}");
+    row(
         "everything",
         [](Task &task) {
             task.withStartDelay(1).withMaximumRunningTime(2).withInterval(3).withAutostart(true).withPriority(4);
