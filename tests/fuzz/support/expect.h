@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QDebug>
+#include <QtCore/QJsonObject>
+#include <QtCore/QStringList>
+
+/// What the fuzzing targets judge with.
+namespace Fuzz {
+
+/// Ends the process with a text.
+[[noreturn]] void fail(const QString &text);
+
+/// Ends the process unless the two are equal, with a text that says what was expected.
+template<typename Actual, typename Expected>
+void expectEqual(const char *what, const Actual &actual, const Expected &expected)
+{
+    if (actual == expected)
+        return;
+    QString text;
+    QDebug(&text).noquote() << what << "\n  expected:" << expected << "\n  actual:  " << actual;
+    fail(text);
+}
+
+/// The warnings since the last call. From the first call on messages are collected instead of printed.
+QStringList takeWarnings();
+
+/// Ends the process unless these warnings, in any order, were logged since the last time.
+void expectWarnings(QStringList expected);
+
+QString toText(const QJsonObject &object);
+
+} // namespace Fuzz

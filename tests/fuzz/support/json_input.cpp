@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "json_input.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+
+#include <algorithm>
+#include <limits>
+#include <random>
+#include <sanitizer/lsan_interface.h>
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t maxSize);
+
+namespace {
+
+/// Changes one thing, somewhere in a tree.
+class TreeMutator
+{
+public:
+    explicit TreeMutator(unsigned int seed) : m_random(seed) { }
+
+    QJsonObject changedMember(QJsonObject object)
+    {
+        if (object.isEmpty())
+            return object;
+        const auto member = object.begin() + below(object.size());
+        const QJsonValue value = member.value();
+        if (value.isObject())
+            member.value() = changedObject(value.toObject());
+        else if (value.isArray())
+            member.value() = changedArray(value.toArray());
+        else
+            member.value() = changedLeaf(value);
+        return object;
+    }
+
+private:
+    QJsonValue changed(const QJsonValue &value)
+    {
+        switch (below(8)) {
+        case 0:
+            return anyValue();
+        case 1:
+            return wrapped(value);
+        default:
+            break;
+        }
+        if (value.isObject())
+            return changedObject(value.toObject());
+        if (value.isArray())
+            return changedArray(value.toArray());
+        return changedLeaf(value);
+    }
+
+    QJsonObject changedObject(QJsonObject object)
+    {
+        const int which = below(8);
+        if (object.isEmpty() || which == 0) {
+            object.insert(anyText(), anyValue());
+            return object;
+        }
+        const auto member = object.begin() + below(object.size());
+        const QString key = member.key();
+        const QJsonValue value = member.value();
+        if (which == 1) {
+            object.erase(member);
+        } else if (which == 2) {
+            object.insert(changedText(key), value);
+        } else {
+            member.value() = changed(value);
+        }
+        return object;
+    }
+
+    QJsonArray changedArray(QJsonArray array)
+    {
+        const int which = below(8);
+        if (array.isEmpty() || which == 0) {
+            array.insert(below(array.size() + 1), anyValue());
+            return array;
+        }
+        const int index = below(array.size());
+        const QJsonValue value = array.at(index);
+        if (which == 1)
+            array.removeAt(index);
+        else if (which == 2)
+            array.insert(index, value);
+        else
+            array[index] = changed(value);
+        return array;
+    }
+
+    QJsonValue changedLeaf(const QJsonValue &value)
+    {
+        if (value.isString())
+            return changedText(value.toString());
+        return value.isDouble() ? anyNumber() : anyValue();
+    }
+
+    QJsonValue wrapped(QJsonValue value)
+    {
+        if (below(3) == 0)
+            return QJsonArray{value};
+        // Deeper with what always has a form on the bus, to just above the deepest that it lets pass.
+        const int levels = below(2) == 0 ? 1 : 20 + below(14);
+        for (int i = 0; i < levels; ++i)
+            value = below(2) == 0 ? QJsonValue(QJsonObject{{QStringLiteral("a"), value}}) : QJsonArray{true, value};
+        return value;
+    }
+
+    QJsonValue anyValue()
+    {
+        switch (below(9)) {
+        case 0:
+            return QJsonValue::Null;
+        case 1:
+            return below(2) == 0;
+        case 2:
+            return anyNumber();
+        case 3:
+            return QJsonArray();
+        case 4:
+            return QJsonArray{anyValue()};
+        case 5:
+            return QJsonArray{anyValue(), anyValue()};
+        case 6:
+            return QJsonObject();
+        case 7:
+            return QJsonObject{{anyText(), anyValue()}};
+        default:
+            return anyText();
+        }
+    }
+
+    QJsonValue anyNumber()
+    {
+        static const double numbers[] = {0,
+                                         -0.0,
+                                         1,
+                                         -1,
+                                         2.5,
+                                         0.1,
+                                         123456.7,
+                                         9007199254740993.0,
+                                         1e300,
+                                         5e-324,
+                                         double(std::numeric_limits<int>::min()),
+                                         double(std::numeric_limits<std::uint64_t>::max())};
+        return numbers[below(int(std::size(numbers)))];
+    }
+
+    QString anyText()
+    {
+        switch (below(6)) {
+        case 0:
+            return {};
+        case 1:
+            return QStringLiteral("\U0001F40E");
+        case 2:
+            return QChar(below(0x10000)); // with U+0000 and lone surrogates
+        case 3:
+            return changedText(QString());
+        default:
+            return QChar('a' + below(4));
+        }
+    }
+
+    /// As libFuzzer changes bytes, with its dictionary and with what it has seen compared.
+    QString changedText(const QString &text)
+    {
+        QByteArray bytes = text.toUtf8();
+        const int size = bytes.size();
+        bytes.resize(size + 64);
+        auto *data = reinterpret_cast<std::uint8_t *>(bytes.data());
+        const std::size_t newSize = LLVMFuzzerMutate(data, std::size_t(size), std::size_t(bytes.size()));
+        return QString::fromUtf8(bytes.constData(), int(newSize));
+    }
+
+    int below(int end) { return int(m_random() % unsigned(end)); }
+
+    std::minstd_rand m_random;
+};
+
+} // namespace
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size, std::size_t maxSize,
+                                               unsigned int seed)
+{
+    const QJsonObject input = Fuzz::jsonInput(data, size);
+    if (input.isEmpty())
+        return LLVMFuzzerMutate(data, size, maxSize);
+    const QByteArray output = QJsonDocument(TreeMutator(seed).changedMember(input)).toJson(QJsonDocument::Compact);
+    if (std::size_t(output.size()) > maxSize)
+        return size;
+    std::copy(output.begin(), output.end(), data);
+    return std::size_t(output.size());
+}
+
+namespace Fuzz {
+
+namespace {
+
+/// The value, its members inserted one by one: the parser sorts keys beyond U+FFFF to where look-ups do not find them.
+QJsonValue inserted(const QJsonValue &value)
+{
+    if (value.isArray()) {
+        QJsonArray array;
+        const QJsonArray given = value.toArray();
+        for (const auto &element : given)
+            array.append(inserted(element));
+        return array;
+    }
+    if (value.isObject()) {
+        QJsonObject object;
+        const QJsonObject given = value.toObject();
+        for (auto member = given.begin(); member != given.end(); ++member)
+            object.insert(member.key(), inserted(member.value()));
+        return object;
+    }
+    return value;
+}
+
+} // namespace
+
+QJsonObject jsonInput(const std::uint8_t *data, std::size_t size)
+{
+    const QByteArray text = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(size));
+    const __lsan::ScopedDisabler disabler; // the parser leaks the value of a key that comes twice
+    return inserted(QJsonDocument::fromJson(text).object()).toObject();
+}
+
+} // namespace Fuzz

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "json_path_model.h"
+
+#include <QtCore/QJsonArray>
+
+#include <algorithm>
+
+namespace Fuzz {
+
+namespace {
+
+struct Step
+{
+    bool isIndex;
+    bool isWildcard;
+    QString key;
+    int index;
+};
+
+/// Each dot ends a part; a part is a key, then indices in brackets, in which dots are nothing special.
+QVector<Step> steps(const QString &path)
+{
+    QVector<Step> result;
+    for (int at = 0; at < path.size();) {
+        if (path[at] == QLatin1Char('.')) {
+            ++at;
+            continue;
+        }
+        const bool isIndex = path[at] == QLatin1Char('[');
+        int end = isIndex ? path.indexOf(QLatin1Char(']'), at) : at;
+        if (end < 0)
+            break;
+        while (!isIndex && end < path.size() && path[end] != QLatin1Char('.') && path[end] != QLatin1Char('['))
+            ++end;
+        const QString text = path.mid(at + int(isIndex), end - at - int(isIndex));
+        const bool isWildcard = text == QLatin1String("*");
+        bool isNumber = false;
+        const int index = text.toInt(&isNumber);
+        if (isIndex && !isWildcard && !isNumber)
+            break;
+        result.append({isIndex, isWildcard, text, index});
+        at = end + int(isIndex);
+    }
+    return result;
+}
+
+} // namespace
+
+bool hasAmbiguousKeys(const QJsonValue &value)
+{
+    const QJsonArray array = value.toArray();
+    if (std::any_of(array.begin(), array.end(), [](const QJsonValue &element) { return hasAmbiguousKeys(element); }))
+        return true;
+    const QJsonObject object = value.toObject();
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const QString key = member.key();
+        if (key.isEmpty() || key == QLatin1String("*") || key.contains(QLatin1Char('.'))
+            || key.contains(QLatin1Char('[')) || hasAmbiguousKeys(member.value()))
+            return true;
+    }
+    return false;
+}
+
+QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QString &path)
+{
+    QVector<QPair<QString, QJsonValue>> current{{QString(), root}};
+    const auto walk = steps(path);
+    for (const Step &step : walk) {
+        QVector<QPair<QString, QJsonValue>> next;
+        for (const auto &[at, value] : qAsConst(current)) {
+            if (step.isIndex) {
+                const QJsonArray array = value.toArray();
+                const int wanted = step.index < 0 ? step.index + array.size() : step.index;
+                for (int i = 0; i < array.size(); ++i) {
+                    if (step.isWildcard || i == wanted)
+                        next.append({at + QStringLiteral("[%1]").arg(i), array.at(i)});
+                }
+            } else {
+                const QJsonObject object = value.toObject();
+                const QStringList keys = object.keys();
+                for (const QString &key : keys) {
+                    if (step.isWildcard || key == step.key)
+                        next.append({at.isEmpty() ? key : at + QLatin1Char('.') + key, object[key]});
+                }
+            }
+        }
+        current = next;
+    }
+    return current;
+}
+
+QJsonValue valueAt(const QJsonObject &root, const QString &path)
+{
+    QJsonValue current = root;
+    const auto walk = steps(path);
+    for (const Step &step : walk) {
+        if (step.isWildcard)
+            continue;
+        if (step.isIndex) {
+            const QJsonArray array = current.toArray();
+            current = array.at(step.index < 0 ? step.index + array.size() : step.index);
+        } else {
+            const QJsonValue member = current.toObject().value(step.key);
+            current = member.isUndefined() ? QJsonValue(QJsonValue::Null) : member;
+        }
+    }
+    return current;
+}
+
+} // namespace Fuzz
