@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The params of an intent, as the entries of a dictionary: a text for the key, and a variant (see BusValueReader). A
+// peer on sd-bus sends them to a handler that answers with what it got. What the handler gets and what comes back must
+// be what the models say.
+#include <Corvane/runtime_dispatcher.h>
+#include <DBus/names.h>
+
+#include <bus_peer.h>
+#include <bus_value.h>
+#include <expect.h>
+#include <wire_model.h>
+
+#include <QtCore/QSocketNotifier>
+
+using namespace Corvane;
+using namespace Fuzz;
+
+namespace {
+
+/// What the handler got.
+QJsonObject &handled()
+{
+    static QJsonObject params;
+    return params;
+}
+
+BusPeer &peer()
+{
+    static BusPeer peer;
+    return peer;
+}
+
+void startHandler()
+{
+    static const bool started = [] {
+        startApplication();
+        qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance1");
+        auto *dispatcher = RuntimeDispatcher::instance();
+        dispatcher->registerIntent(QStringLiteral("Echo"), [](const QJsonObject &params, const auto &reply) {
+            handled() = params;
+            reply(params);
+        });
+        return !dispatcher->startService();
+    }();
+    if (!started)
+        fail(QStringLiteral("The handler cannot be started"));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    BusValueReader reader(data, size);
+    BusValue params;
+    params.signature = "a{sv}";
+    while (!reader.atEnd())
+        params.parts.push_back(reader.value("{sv}"));
+    if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS)
+        return 0; // the bus would not let it pass
+
+    startHandler();
+    takeWarnings();
+    handled() = {};
+    sd_bus_message *made = nullptr;
+    check(sd_bus_message_new_method_call(peer().bus, &made, "demo.instance1",
+                                         qUtf8Printable(QString(Names::IntentHandler.path())),
+                                         Names::IntentHandler.interface, "HandleIntent"),
+          "make a call");
+    const Message call(made);
+    check(sd_bus_message_append(call.get(), "s", "Echo"), "write the name");
+    append(call.get(), params);
+    Message answer;
+    const sd_bus_message_handler_t onAnswer = [](sd_bus_message *message, void *answer, sd_bus_error *) {
+        static_cast<Message *>(answer)->reset(sd_bus_message_ref(message));
+        return 1;
+    };
+    check(sd_bus_call_async(peer().bus, nullptr, call.get(), onAnswer, &answer, 0), "call");
+    check(sd_bus_flush(peer().bus), "flush");
+
+    static const QSocketNotifier wakesEventLoop(sd_bus_get_fd(peer().bus), QSocketNotifier::Read);
+    runUntil([&answer] {
+        while (!answer && check(sd_bus_process(peer().bus, nullptr), "read from the bus") > 0) { }
+        return answer != nullptr;
+    });
+
+    QStringList warnings;
+    const QJsonObject expected = jsonOf(params, &warnings).toObject();
+    expectEqual("Params", toText(handled()), toText(expected));
+
+    const Wire echo = wireOf(expected, Place::Params);
+    if (isAllowed(expected) && echo.isSendable) {
+        expectEqual("Reply", Fuzz::textOf(answer.get()),
+                    echo.text + QStringLiteral(R"(, {"readFiles": <as []>, "writeFiles": <as []>})"));
+        expectWarnings(warnings + echo.warnings);
+    } else {
+        const sd_bus_error *error = sd_bus_message_get_error(answer.get());
+        if (!error)
+            fail(QStringLiteral("A reply that nests too deep was sent"));
+        expectEqual("Error", QByteArray(error->name), QByteArray("org.freedesktop.DBus.Error.Failed"));
+        warnings.append(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(QString::fromUtf8(error->message)));
+        expectWarnings(warnings);
+    }
+    return 0;
+}
