@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Files that an object names at paths: {"name": "X", "readFiles": ["a[*]"], "writeFiles": [], "source": {"a":
+// ["file"]}}. They stand in a tree of every kind of file, which is the current directory and is called TREE in the
+// input. What is opened, and how, must be what the model says. Run by root, the library is given the rights of nobody.
+#include <Corvane/file_sharing.h>
+
+#include <Core/json_path.h>
+
+#include <expect.h>
+#include <json_input.h>
+#include <json_path_model.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QSet>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUrl>
+#include <QtDBus/QDBusUnixFileDescriptor>
+
+#include <array>
+#include <fcntl.h>
+#include <sys/fsuid.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Corvane;
+using namespace Fuzz;
+
+namespace {
+
+constexpr uid_t Nobody = 65534;
+constexpr int MaxFiles = 200; // each takes two descriptors
+constexpr off_t ContentSize = 7;
+
+/// While it lives, root has no more rights to files than nobody.
+class AsNobody
+{
+public:
+    AsNobody()
+    {
+        if (::geteuid() != 0)
+            return;
+        ::setfsgid(Nobody);
+        ::setfsuid(Nobody);
+        if (::setfsuid(Nobody) != int(Nobody))
+            fail(QStringLiteral("Cannot give up the rights of root"));
+    }
+    ~AsNobody()
+    {
+        if (::geteuid() != 0)
+            return;
+        ::setfsuid(0);
+        ::setfsgid(0);
+        ::prctl(PR_SET_DUMPABLE, 1); // the leak detector traces the process
+    }
+    AsNobody(const AsNobody &) = delete;
+    AsNobody &operator=(const AsNobody &) = delete;
+};
+
+void check(int result, const char *what)
+{
+    if (result < 0)
+        fail(QStringLiteral("Cannot make %1: %2").arg(QLatin1String(what), qt_error_string(errno)));
+}
+
+void makeFile(const char *name, mode_t mode)
+{
+    QFile file(QString::fromUtf8(name));
+    if (!file.open(QIODevice::WriteOnly) || file.write("content") != ContentSize)
+        fail(QStringLiteral("Cannot make ") + file.fileName());
+    check(::fchmod(file.handle(), mode), name);
+}
+
+QByteArray makeTree()
+{
+    static const QTemporaryDir directory;
+    check(::chmod(QFile::encodeName(directory.path()).constData(), 0755), "the tree");
+    check(::chdir(QFile::encodeName(directory.path()).constData()), "the tree current");
+    ::umask(022);
+    makeFile("file", 0644);
+    makeFile("read-only", 0444);
+    makeFile("write-only", 0222);
+    makeFile("unreadable", 0);
+    makeFile("žluťoučký 🐎", 0644);
+    makeFile("with space %41", 0644);
+    check(::mkfifo("fifo", 0666), "a FIFO");
+    check(::mknod("socket", S_IFSOCK | 0666, 0), "a socket");
+    check(::mkdir("directory", 0755), "a directory");
+    makeFile("directory/file", 0644);
+    check(::mkdir("closed", 0555), "a directory");
+    check(::symlink("file", "link"), "a link");
+    check(::symlink("directory", "directory-link"), "a link");
+    check(::symlink("made", "dangling"), "a link");
+    check(::symlink("loop", "loop"), "a link");
+    if (::geteuid() == 0) {
+        for (const char *name : {".", "file", "read-only", "write-only", "unreadable", "žluťoučký 🐎", "with space %41",
+                                 "fifo", "socket", "directory", "directory/file", "closed"})
+            check(::chown(name, Nobody, Nobody), name);
+    }
+    return QFile::encodeName(directory.path());
+}
+
+/// Within the tree, as far as its text can tell.
+bool isInTree(const QByteArray &name, const QByteArray &tree)
+{
+    return !name.split('/').contains("..") && (!name.startsWith('/') || name.startsWith(tree + '/'));
+}
+
+/// Whether it is a file that can be opened, or for writing also one that can be made.
+bool canOpen(const QByteArray &name, bool forWriting)
+{
+    struct stat status = {};
+    if (::stat(name.constData(), &status) == 0) {
+        const mode_t needed = forWriting ? S_IRUSR | S_IWUSR : S_IRUSR;
+        return (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode)) && (status.st_mode & needed) == needed;
+    }
+    if (!forWriting || errno != ENOENT || name.isEmpty() || name.endsWith('/'))
+        return false;
+    std::array<char, PATH_MAX> target = {};
+    if (::readlink(name.constData(), target.data(), target.size() - 1) > 0)
+        return canOpen(name.left(name.lastIndexOf('/') + 1) + QByteArray(target.data()), true);
+    const QByteArray parent = name.contains('/') ? name.left(name.lastIndexOf('/') + 1) : QByteArray(".");
+    return ::stat(parent.constData(), &status) == 0 && S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) != 0;
+}
+
+/// The files that values at the paths name.
+QStringList namesIn(const QJsonObject &source, const QStringList &patterns)
+{
+    QVector<QJsonValue> values;
+    for (const QString &pattern : patterns) {
+        if (hasAmbiguousKeys(source)) { // what paths with such keys lead to is another target's
+            const QStringList paths = Core::JsonPath::expand(source, pattern);
+            for (const QString &path : paths)
+                values.append(Core::JsonPath::value(source, path));
+        } else {
+            const auto found = matches(source, pattern);
+            for (const auto &match : found)
+                values.append(match.second);
+        }
+    }
+    QStringList names;
+    for (const QJsonValue &value : qAsConst(values)) {
+        QString name = value.toString();
+        if (name.contains(QLatin1Char(':'))) {
+            const QUrl url(name, QUrl::TolerantMode);
+            name = url.isLocalFile() ? url.toLocalFile() : QString();
+        }
+        if (!name.isEmpty())
+            names.append(name);
+    }
+    return names;
+}
+
+struct Row
+{
+    QString files;
+    QString descriptors;
+    bool isForWriting;
+    QStringList patterns;
+    QStringList names; ///< of the files that can be opened
+};
+
+QString quoted(const QString &text)
+{
+    QString result;
+    QDebug(&result).nospace() << text;
+    return result;
+}
+
+void expectDescriptor(const QDBusUnixFileDescriptor &descriptor, const QString &name, bool isForWriting)
+{
+    const int fd = descriptor.fileDescriptor();
+    struct stat actual = {};
+    struct stat expected = {};
+    expectEqual("A descriptor is open", ::fstat(fd, &actual), 0);
+    expectEqual("A file is there", ::stat(QFile::encodeName(name).constData(), &expected), 0);
+    expectEqual("Device of the file", quint64(actual.st_dev), quint64(expected.st_dev));
+    expectEqual("Inode of the file", quint64(actual.st_ino), quint64(expected.st_ino));
+    const int flags = ::fcntl(fd, F_GETFL);
+    expectEqual("Access mode", flags & O_ACCMODE, isForWriting ? O_RDWR : O_RDONLY);
+    expectEqual("O_NONBLOCK", flags & O_NONBLOCK, 0);
+    expectEqual("Close-on-exec", ::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+int openDescriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static const QByteArray tree = makeTree();
+    QByteArray text(reinterpret_cast<const char *>(data), int(size));
+    text.replace("TREE", tree);
+    const QJsonObject input =
+        jsonInput(reinterpret_cast<const std::uint8_t *>(text.constData()), std::size_t(text.size()));
+    const QString name = input.value(QLatin1String("name")).toString();
+    const QJsonObject source = input.value(QLatin1String("source")).toObject();
+    takeWarnings();
+
+    std::array<Row, 2> rows = {Row{QStringLiteral("readFiles"), QStringLiteral("readFds"), false, {}, {}},
+                               Row{QStringLiteral("writeFiles"), QStringLiteral("writeFds"), true, {}, {}}};
+    QVariantMap map;
+    for (const Row &row : rows) {
+        if (input.contains(row.files))
+            map.insert(row.files, input.value(row.files).toVariant());
+    }
+    QVariantMap expected = map;
+    if (name == QLatin1String("OpenURI"))
+        expected[QStringLiteral("readFiles")] = QStringList(
+            source.value(QLatin1String("uri")).isArray() ? QStringLiteral("uri[*]") : QStringLiteral("uri"));
+
+    QStringList warnings;
+    QSet<QByteArray> made;
+    for (Row &row : rows) {
+        row.patterns = expected.value(row.files).toStringList();
+        if (!row.patterns.isEmpty())
+            expected[row.files] = row.patterns;
+        const QStringList names = namesIn(source, row.patterns);
+        if (names.size() > MaxFiles)
+            return 0;
+        const AsNobody nobody;
+        for (const QString &file : names) {
+            const QByteArray path = QFile::encodeName(file);
+            if (!isInTree(path, tree))
+                return 0;
+            if (file.contains(QChar(QChar::Null)) || !canOpen(path, row.isForWriting)) {
+                warnings.append(QStringLiteral("Failed to open file ") + quoted(file));
+                break;
+            }
+            if (!QFile::exists(file))
+                made.insert(path);
+            row.names.append(file);
+        }
+    }
+
+    const int before = openDescriptors();
+    {
+        const AsNobody nobody;
+        FileSharing::shareUri(name, source, map);
+        FileSharing::exportFiles(source, map);
+    }
+    expectWarnings(warnings);
+    for (const Row &row : rows) {
+        const auto descriptors = map.take(row.descriptors).value<QList<QDBusUnixFileDescriptor>>();
+        expectEqual("Number of descriptors", descriptors.size(), row.names.size());
+        for (int i = 0; i < descriptors.size(); ++i)
+            expectDescriptor(descriptors[i], row.names[i], row.isForWriting);
+    }
+    expectEqual("What else is in the map", map, expected);
+    expectEqual("Open descriptors", openDescriptors(), before);
+
+    struct stat status = {};
+    if (::stat("file", &status) != 0 || status.st_size != ContentSize)
+        fail(QStringLiteral("A file was truncated"));
+    for (const QByteArray &path : qAsConst(made)) {
+        std::array<char, PATH_MAX> real = {};
+        if (::realpath(path.constData(), real.data()))
+            ::unlink(real.data());
+    }
+    return 0;
+}

@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Lines, of which each adds to a byte stream, cuts it, or says what else happens:
+//   f TEXT   a frame with this payload
+//   l N      a length, of any value
+//   b TEXT   bytes
+//   c N      a cut, N bytes before the end of what there is
+//   s TEXT   the channel sends this JSON, when all has been read
+//   d N      the channel is deleted in its Nth message
+//   t        the channel is the task's end, not the application's
+// A plain socket writes the stream, cut by cut, each when the one before has been read. The messages that arrive and
+// the end of the connection must be what the model of the frames says.
+#include <Corvane/task_messaging.h>
+
+#include <expect.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QtEndian>
+
+#include <algorithm>
+#include <linux/sockios.h>
+#include <memory>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Corvane;
+using namespace Fuzz;
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the leak detector calls it by this name
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:libQt5Core.so"; // Qt's JSON parser leaks the value of a key that comes twice
+}
+
+namespace {
+
+constexpr int MaxPiece = 16 * 1024; // the kernel passes it on in one
+
+struct Script
+{
+    QByteArray stream;
+    QVector<int> cuts;
+    QVector<QJsonObject> sent;
+    int deletedIn = 0;
+    bool isTask = false;
+};
+
+QByteArray frame(const QByteArray &payload)
+{
+    QByteArray length(4, '\0');
+    qToBigEndian(quint32(payload.size()), length.data());
+    return length + payload;
+}
+
+Script parse(const QByteArray &input)
+{
+    Script script;
+    const QList<QByteArray> lines = input.split('\n');
+    for (const QByteArray &line : lines) {
+        const QByteArray rest = line.mid(2);
+        switch (line.isEmpty() ? '\0' : line[0]) {
+        case 'f':
+            script.stream += frame(rest);
+            break;
+        case 'l': {
+            QByteArray length(4, '\0');
+            qToBigEndian(rest.toUInt(), length.data());
+            script.stream += length;
+            break;
+        }
+        case 'b':
+            script.stream += rest;
+            break;
+        case 'c':
+            script.cuts.append(script.stream.size() - int(rest.toUInt() % 4096));
+            break;
+        case 's':
+            script.sent.append(QJsonDocument::fromJson(rest).object());
+            break;
+        case 'd':
+            script.deletedIn = int(rest.toUInt() % 100);
+            break;
+        case 't':
+            script.isTask = true;
+            break;
+        default:
+            break;
+        }
+    }
+    return script;
+}
+
+QVector<QByteArray> pieces(const Script &script)
+{
+    QVector<int> cuts = script.cuts;
+    cuts.append(script.stream.size());
+    for (int cut = 0; cut < script.stream.size(); cut += MaxPiece)
+        cuts.append(cut);
+    std::sort(cuts.begin(), cuts.end());
+    QVector<QByteArray> result;
+    int start = 0;
+    for (const int cut : qAsConst(cuts)) {
+        if (cut > start) {
+            result.append(script.stream.mid(start, cut - start));
+            start = cut;
+        }
+    }
+    return result;
+}
+
+/// What a piece is to deliver; false if it is to end the connection after that.
+bool readPiece(const QByteArray &piece, QStringList *messages)
+{
+    int at = 0;
+    while (at < piece.size()) {
+        if (piece.size() - at < 4)
+            return false;
+        const auto length = qFromBigEndian<quint32>(piece.constData() + at);
+        at += 4;
+        if (length == 0xFFFFFFFF) { // a null byte array
+            messages->append(QStringLiteral("{}"));
+            continue;
+        }
+        if (quint32(piece.size() - at) < length)
+            return false;
+        messages->append(toText(QJsonDocument::fromJson(piece.mid(at, int(length))).object()));
+        at += int(length);
+    }
+    return true;
+}
+
+sockaddr_un addressOf(const QByteArray &path)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::copy(path.begin(), path.end(), address.sun_path);
+    return address;
+}
+
+void check(int result, const char *what)
+{
+    if (result < 0)
+        fail(QStringLiteral("Cannot %1: %2").arg(QLatin1String(what), qt_error_string(errno)));
+}
+
+/// A channel and the plain socket at its other end.
+class Connection
+{
+public:
+    explicit Connection(bool isTask)
+    {
+        static const QTemporaryDir directory;
+        static const QByteArray path = directory.filePath(QStringLiteral("socket")).toLocal8Bit();
+        const sockaddr_un address = addressOf(path);
+        const auto *const name = reinterpret_cast<const sockaddr *>(&address);
+        ::unlink(path.constData());
+        const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        check(::bind(listener, name, sizeof address), "bind");
+        check(::listen(listener, 1), "listen");
+        if (isTask) {
+            channel = std::make_unique<TaskMessaging>(listener);
+            socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            check(::connect(socket, name, sizeof address), "connect");
+            while (channel->state() != TaskMessaging::Connected)
+                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        } else {
+            channel = std::make_unique<TaskMessaging>(QString::fromLocal8Bit(path));
+            socket = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+            ::close(listener);
+        }
+        check(socket, "connect");
+    }
+
+    ~Connection()
+    {
+        channel.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ::close(socket);
+    }
+
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    /// Writes a piece, and lets the channel read it; false if the channel has closed.
+    bool write(const QByteArray &piece) const
+    {
+        const ssize_t written = ::send(socket, piece.constData(), std::size_t(piece.size()), MSG_NOSIGNAL);
+        if (written < 0 && errno == EPIPE)
+            return false;
+        if (written != piece.size())
+            fail(QStringLiteral("A piece was not written at once"));
+        int unread = 0;
+        while (::ioctl(socket, SIOCOUTQ, &unread) == 0 && unread > 0 && channel
+               && channel->state() == TaskMessaging::Connected)
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        return true;
+    }
+
+    std::unique_ptr<TaskMessaging> channel;
+    int socket = -1;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static int argumentCount = 0;
+    static const auto *const application = new QCoreApplication(argumentCount, nullptr);
+    Q_UNUSED(application)
+    const Script script = parse(QByteArray(reinterpret_cast<const char *>(data), int(size)));
+    takeWarnings();
+
+    Connection connection(script.isTask);
+    QStringList messages;
+    QObject::connect(connection.channel.get(), &TaskMessaging::messageReceived, connection.channel.get(),
+                     [&](const QJsonObject &message) {
+                         messages.append(toText(message));
+                         if (messages.size() == script.deletedIn)
+                             connection.channel.reset();
+                     });
+
+    QStringList expected;
+    bool isOpen = true;
+    bool isDeleted = false;
+    const auto all = pieces(script);
+    for (const QByteArray &piece : all) {
+        isOpen = readPiece(piece, &expected);
+        connection.write(piece);
+        isDeleted = script.deletedIn > 0 && expected.size() >= script.deletedIn;
+        if (isDeleted)
+            expected = expected.mid(0, script.deletedIn);
+        expectEqual("Messages", messages, expected);
+        expectEqual("Deleted", connection.channel == nullptr, isDeleted);
+        if (isDeleted || !isOpen)
+            break;
+        expectEqual("State", connection.channel->state(), TaskMessaging::Connected);
+    }
+    if (isDeleted) {
+        expectWarnings({});
+        return 0;
+    }
+    if (!isOpen) {
+        expectEqual("State", connection.channel->state(), TaskMessaging::Unconnected);
+        expectEqual("A piece after the end is written", connection.write("x"), false);
+        expectEqual("Messages", messages, expected);
+        expectWarnings({QStringLiteral("Insufficient data in the socket")});
+        return 0;
+    }
+
+    QByteArray sent;
+    for (const QJsonObject &message : script.sent) {
+        expectEqual("Sending succeeds", connection.channel->sendMessage(message), true);
+        sent += frame(QJsonDocument(message).toJson(QJsonDocument::Compact));
+    }
+    QByteArray received;
+    while (received.size() < sent.size()) {
+        QCoreApplication::processEvents();
+        char buffer[4096];
+        const ssize_t count = ::recv(connection.socket, buffer, sizeof buffer, MSG_DONTWAIT);
+        if (count > 0)
+            received.append(buffer, int(count));
+        else if (count == 0 || errno != EAGAIN)
+            fail(QStringLiteral("The channel has closed"));
+    }
+    expectEqual("What is sent", received, sent);
+    expectWarnings({});
+
+    ::shutdown(connection.socket, SHUT_RDWR);
+    while (connection.channel->state() != TaskMessaging::Unconnected)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    expectEqual("Messages at the end", messages, expected);
+    takeWarnings(); // that the other end has closed
+    return 0;
+}
