@@ -6,7 +6,7 @@ Usage: report.py DIRECTORY
 
 Reads the rows of samples in DIRECTORY/*.json and the counts of callgrind in DIRECTORY/callgrind.*.*, and prints one
 table a topic, in Markdown: the median of the first variant with its unit, and for each of the others how many times
-as much it took.
+as much it is.
 """
 
 import json
