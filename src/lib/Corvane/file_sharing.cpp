@@ -66,7 +66,7 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 
     struct stat status = {};
     if (::fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)
-        || ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0)
+        || ::fcntl(fd, F_SETFL, 0) != 0) // clears O_NONBLOCK, and there is no other flag
         return {};
     return descriptor;
 }
