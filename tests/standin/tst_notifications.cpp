@@ -34,6 +34,7 @@ private Q_SLOTS:
     void everyEndIsAnnounced();
     void programThatCannotStartIsNotAnnounced();
     void applicationIsStartedOnce();
+    void nameThatIsOwnedBeforeItIsWatchedCounts();
     void stubbornApplicationIsKilled();
     void unknownApplicationsAreRefused_data();
     void unknownApplicationsAreRefused();
@@ -128,6 +129,15 @@ void TestNotifications::applicationIsStartedOnce()
     QCOMPARE(text, QStringLiteral("(s) ('tell.instance1',)"));
     QCOMPARE(start(QStringLiteral("tell")), text);
     QCOMPARE(peer.takeSignals(), QStringList({state("tell.instance1", 1), state("tell.instance1", 2)}));
+}
+
+void TestNotifications::nameThatIsOwnedBeforeItIsWatchedCounts()
+{
+    peer.claimName(QStringLiteral("quiet.instance1")); // in place of a process that is quicker than the bus
+    QCOMPARE(start(QStringLiteral("quiet")), QStringLiteral("(s) ('quiet.instance1',)"));
+    QCOMPARE(peer.takeSignals(), QStringList({state("quiet.instance1", 1), state("quiet.instance1", 2)}));
+    QCOMPARE(stop(QStringLiteral("quiet")), QStringLiteral("() ()"));
+    QCOMPARE(peer.takeSignals(), QStringList(state("quiet.instance1", 5)));
 }
 
 void TestNotifications::stubbornApplicationIsKilled()

@@ -2,8 +2,11 @@
 #include "application.h"
 
 #include <Corvane/lifecycle.h>
+#include <DBus/pending_call.h>
 
 #include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
+#include <QtDBus/QDBusPendingReply>
 
 Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
     : QObject(parent), m_manifest(manifest), m_trace(trace)
@@ -21,6 +24,13 @@ void Application::adopt(ChildProcess *process)
     m_nameWatcher = std::make_unique<QDBusServiceWatcher>(m_instanceId, QDBusConnection::sessionBus());
     connect(m_nameWatcher.get(), &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &, const QString &newOwner) { onNameOwnerChanged(newOwner); });
+    // Where much is to be sent, the process may have its name before the bus is told to watch for that.
+    Corvane::onFinished(
+        QDBusConnection::sessionBus().interface()->asyncCall(QStringLiteral("GetNameOwner"), m_instanceId),
+        m_nameWatcher.get(), [this](const QDBusPendingReply<QString> &owner) {
+            if (!owner.isError())
+                onNameOwnerChanged(owner.value());
+        });
 
     QProcessEnvironment environment = ChildProcess::cleanEnvironment();
     environment.insert(QStringLiteral("HALVIR_APP_ID"), m_manifest.id);
@@ -66,8 +76,7 @@ void Application::start()
 
 void Application::onNameOwnerChanged(const QString &connection)
 {
-    m_connection = connection;
-    if (connection.isEmpty())
+    if (std::exchange(m_connection, connection) == connection || connection.isEmpty())
         return;
     m_hasBeenReady = true;
     Q_EMIT stateChanged(m_instanceId, Corvane::ForegroundState);
