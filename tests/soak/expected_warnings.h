@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QString>
+
+/// Whether what the library logs is what a soak brings about: ends of a channel go while the other is there.
+inline bool isExpectedWarning(const QString &text)
+{
+    return text == QLatin1String("Socket error \"QLocalSocket: Remote closed\"");
+}

@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "intent_load.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+
+#include <algorithm>
+
+using Corvane::Error;
+using Corvane::IntentsInvoker;
+
+namespace {
+
+const int Callers = 8;
+const int MostAtOnce = 16; // calls of one caller in flight
+const int MostPerInvoker = 300; // calls, before another invoker takes its place
+const int MostUnaudited = 512; // messages with a file that the auditor has not seen yet
+const int RefillInterval = 20; // milliseconds
+const int LongestDelay = 100; // milliseconds
+const int LongestText = 20000; // characters
+
+/// The one that is never killed comes first.
+const char *const Applications[] = {"steady", "fragile", "brittle"};
+
+QString toText(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+} // namespace
+
+bool IntentLoad::Call::isRight(const QJsonObject &reply, const Error &error) const
+{
+    if (!error)
+        return code == Error::NoError && reply == params;
+    if (!reply.isEmpty())
+        return false;
+    if (!killable.isEmpty() && error.code() == Error::HandlerFailed
+        && error.message().startsWith(killable + QLatin1String(".instance")))
+        return true; // never ApplicationNotRunning: it is killed once it has run, and is started again for those that
+                     // wait
+    return code == error.code() && error.message().endsWith(message);
+}
+
+/// Has some calls in flight, always on one invoker, which it replaces from time to time.
+class Caller : public QObject
+{
+    Q_OBJECT
+public:
+    using Call = IntentLoad::Call;
+
+    explicit Caller(IntentLoad &load) : m_load(load) { renew(); }
+
+    /// Makes as many calls as there is room for.
+    void fill();
+    void invoke(const Call &call);
+    /// Those in flight, by their ids.
+    const QMap<int, Call> &calls() const { return m_calls; }
+
+private:
+    void renew();
+    Call makeCall();
+    void onReply(const QJsonObject &reply, const Error &error);
+    void onOutcome(const Call &call, const Error &error);
+
+    IntentLoad &m_load;
+    std::unique_ptr<IntentsInvoker> m_invoker;
+    /// In the order of the calls: what came of a killed process belongs to the oldest, as it had no younger ones.
+    QMap<int, Call> m_calls;
+    int m_left = 0; ///< calls that the invoker is still to make
+    int m_atOnce = 1;
+    bool m_isImpatient = false; ///< deletes the invoker without waiting for the last outcomes
+};
+
+void Caller::renew()
+{
+    for (const Call &call : qAsConst(m_calls)) {
+        ++m_load.m_counts.dropped;
+        if (call.hasFile)
+            m_load.m_auditor.onDropped(call.id);
+    }
+    m_calls.clear();
+    m_invoker = std::make_unique<IntentsInvoker>();
+    connect(m_invoker.get(), &IntentsInvoker::replyReceived, this, &Caller::onReply);
+    ++m_load.m_counts.invokers;
+
+    QRandomGenerator &random = m_load.m_random;
+    m_left = 1 + random.bounded(MostPerInvoker);
+    m_atOnce = 1 + random.bounded(MostAtOnce);
+    m_isImpatient = random.bounded(2) == 0;
+}
+
+void Caller::fill()
+{
+    while (m_load.m_isOn && m_left > 0 && m_calls.size() < m_atOnce && m_load.m_auditor.outstanding() < MostUnaudited) {
+        --m_left;
+        invoke(makeCall());
+    }
+}
+
+void Caller::invoke(const Call &call)
+{
+    m_calls.insert(call.id, call);
+    ++m_load.m_counts.invoked;
+    QJsonObject hints{{QStringLiteral("urgent"), call.id % 2 == 0}};
+    if (call.hasFile) {
+        ++m_load.m_counts.withFile;
+        m_load.m_auditor.onSent(call.id);
+        hints.insert(QStringLiteral("readFiles"), QStringLiteral("read"));
+        hints.insert(QStringLiteral("writeFiles"), QJsonArray{QStringLiteral("write")});
+    }
+    m_invoker->invoke(call.intentName, hints, call.params);
+}
+
+IntentLoad::Call Caller::makeCall()
+{
+    QRandomGenerator &random = m_load.m_random;
+    Call call = m_load.echo(Applications[random.bounded(3)]);
+
+    const int kind = random.bounded(200);
+    if (kind < 100) {
+        call.hasFile = true;
+        call.intentName.replace(QLatin1String("Echo"), QLatin1String("Carry"));
+        call.params.insert(kind % 4 == 0 ? QStringLiteral("write") : QStringLiteral("read"),
+                           m_load.m_files.any(random));
+    } else if (kind < 102) {
+        call.killable.clear();
+        call.intentName = QStringLiteral("Nobody.%1").arg(call.id);
+        call.code = Error::HandlerNotFound;
+        call.message = QStringLiteral("No application handles \"%1\"").arg(call.intentName);
+    } else if (kind < 104) {
+        call.killable.clear();
+        call.intentName = QStringLiteral("Forgotten.steady");
+        call.code = Error::HandlerFailed;
+        call.message = QStringLiteral("Intent not registered by specified application");
+    } else if (kind < 106) { // not sent, since it would be cut there
+        call.killable.clear();
+        call.params.insert(QStringLiteral("text"), QString(QChar(QChar::Null)));
+        call.code = Error::Failed;
+        call.message = QStringLiteral("A message cannot hold a text with U+0000");
+    } else if (kind < 108) {
+        call.params.insert(QStringLiteral("delay"), random.bounded(LongestDelay));
+    } else if (kind < 112) {
+        call.params.insert(QStringLiteral("text"), QString(random.bounded(LongestText), QLatin1Char('x')));
+    }
+    return call;
+}
+
+void Caller::onReply(const QJsonObject &reply, const Error &error)
+{
+    const auto answered = m_calls.constFind(reply.value(QLatin1String("id")).toInt());
+    const auto expecting = answered != m_calls.cend() && answered->isRight(reply, error)
+        ? answered
+        : std::find_if(m_calls.cbegin(), m_calls.cend(), [&](const Call &call) { return call.isRight(reply, error); });
+    if (expecting == m_calls.cend()) {
+        ++m_load.m_counts.unexpected;
+        m_load.m_findings.add(QStringLiteral("each call to have one outcome, the right one"),
+                              QStringLiteral("one that no call in flight is to have: %1, error %2 \"%3\"")
+                                  .arg(toText(reply))
+                                  .arg(error.code())
+                                  .arg(error.message()));
+    } else {
+        onOutcome(*expecting, error);
+        m_calls.remove(expecting.key());
+    }
+    if (m_left == 0 && (m_isImpatient || m_calls.isEmpty()))
+        renew();
+    fill();
+}
+
+void Caller::onOutcome(const Call &call, const Error &error)
+{
+    if (!error)
+        ++m_load.m_counts.answered;
+    else if (call.code == error.code())
+        ++m_load.m_counts.refused;
+    else
+        ++m_load.m_counts.killed;
+    if (!error && call.hasFile)
+        m_load.m_auditor.onAnswered(call.id);
+}
+
+IntentLoad::IntentLoad(quint32 seed, const SharedFiles &files, Findings &findings)
+    : m_random(seed), m_files(files), m_findings(findings),
+      m_auditor({QStringLiteral("Carry.steady"), QStringLiteral("Carry.fragile"), QStringLiteral("Carry.brittle")},
+                files, findings)
+{
+    for (int i = 0; i < Callers; ++i)
+        m_callers.push_back(std::make_unique<Caller>(*this));
+    m_refill.setInterval(RefillInterval);
+    connect(&m_refill, &QTimer::timeout, this, [this] {
+        for (const auto &caller : m_callers)
+            caller->fill();
+    });
+}
+
+IntentLoad::~IntentLoad() = default;
+
+void IntentLoad::start()
+{
+    m_isOn = true;
+    m_refill.start();
+}
+
+void IntentLoad::stop()
+{
+    m_isOn = false;
+    m_refill.stop();
+}
+
+QString IntentLoad::outstanding() const
+{
+    QStringList list;
+    for (const auto &caller : m_callers) {
+        for (const Call &call : caller->calls())
+            list << QStringLiteral("the outcome of %1 (call %2)").arg(call.intentName).arg(call.id);
+    }
+    if (m_auditor.outstanding() > 0)
+        list << QStringLiteral("the files of %1 messages").arg(m_auditor.outstanding());
+    return list.join(QLatin1String(", "));
+}
+
+Rows IntentLoad::figures(double seconds) const
+{
+    qint64 lost = 0;
+    for (const auto &caller : m_callers)
+        lost += caller->calls().size();
+    return Rows{{QStringLiteral("intents invoked"), QString::number(m_counts.invoked)},
+                {QStringLiteral("... a second"), QString::number(double(m_counts.invoked) / seconds, 'f', 0)},
+                {QStringLiteral("... with a file"), QString::number(m_counts.withFile)},
+                {QStringLiteral("outcomes: the right reply"), QString::number(m_counts.answered)},
+                {QStringLiteral("outcomes: the error to expect"), QString::number(m_counts.refused)},
+                {QStringLiteral("outcomes: the handler was killed"), QString::number(m_counts.killed)},
+                {QStringLiteral("outcomes dropped with their invoker"), QString::number(m_counts.dropped)},
+                {QStringLiteral("outcomes lost"), QString::number(lost)},
+                {QStringLiteral("outcomes twice, or wrong"), QString::number(m_counts.unexpected)},
+                {QStringLiteral("invokers made"), QString::number(m_counts.invokers)}}
+    + m_auditor.figures();
+}
+
+void IntentLoad::wakeApplications()
+{
+    for (const char *application : Applications)
+        m_callers.front()->invoke(echo(application));
+}
+
+IntentLoad::Call IntentLoad::echo(const char *application)
+{
+    Call call;
+    call.id = ++m_lastId;
+    call.intentName = QStringLiteral("Echo.") + QLatin1String(application);
+    call.params = {{QStringLiteral("id"), call.id},
+                   {QStringLiteral("text"), QStringLiteral("text %1").arg(m_random.bounded(1000000))},
+                   {QStringLiteral("list"), QJsonArray{1, QStringLiteral("two"), true}},
+                   {QStringLiteral("object"), QJsonObject{{QStringLiteral("number"), m_random.generateDouble()}}}};
+    if (application != Applications[0])
+        call.killable = QLatin1String(application);
+    return call;
+}
+
+#include "intent_load.moc"

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "notice_load.h"
+
+#include <DBus/names.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
+#include <QtDBus/QDBusMessage>
+
+#include <algorithm>
+#include <csignal>
+
+namespace Names = Corvane::Names;
+using Corvane::Lifecycle;
+using Corvane::MemoryPressure;
+
+namespace {
+
+const int FirstLevel = 1; // none that the kernel's pressure amounts to
+const int LongestPause = 20; // milliseconds between two levels
+const int LongestLife = 500; // milliseconds between two kills
+const int Applications = 3;
+
+} // namespace
+
+NoticeLoad::NoticeLoad(quint32 seed, Findings &findings) : m_random(seed), m_findings(findings)
+{
+    m_levelTimer.setSingleShot(true);
+    m_killTimer.setSingleShot(true);
+    connect(&m_levelTimer, &QTimer::timeout, this,
+            [this] { setLevel(m_level == 0 ? FirstLevel : (m_level + 1 + m_random.bounded(1000)) % 1001); });
+    connect(&m_killTimer, &QTimer::timeout, this, &NoticeLoad::kill);
+    connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, this, &NoticeLoad::onLevelChanged);
+    connect(Lifecycle::instance(), &Lifecycle::stateChanged, this, &NoticeLoad::onStateChanged);
+}
+
+void NoticeLoad::start()
+{
+    m_isOn = true;
+    m_levelTimer.start(0);
+    m_killTimer.start(LongestLife);
+}
+
+void NoticeLoad::stop()
+{
+    m_isOn = false;
+    m_levelTimer.stop();
+    m_killTimer.stop();
+}
+
+QString NoticeLoad::outstanding() const
+{
+    if (m_isAwaited)
+        return QStringLiteral("the memory level %1").arg(m_level);
+    if (!m_dying.isEmpty())
+        return QStringLiteral("the end of %1, which was killed").arg(m_dying);
+    const auto states = m_instances.values();
+    const int running = int(std::count(states.cbegin(), states.cend(), Corvane::ForegroundState));
+    return running == Applications && states.size() == Applications
+        ? QString()
+        : QStringLiteral("%1 applications to run, of which %2 do").arg(Applications).arg(running);
+}
+
+Rows NoticeLoad::figures(double /*seconds*/) const
+{
+    return {{QStringLiteral("memory levels"), QString::number(m_levels)},
+            {QStringLiteral("states of applications"), QString::number(m_changes)},
+            {QStringLiteral("applications killed"), QString::number(m_kills)}};
+}
+
+void NoticeLoad::setLevel(int level)
+{
+    m_level = level;
+    m_isAwaited = true;
+    QDBusConnection::sessionBus().send(QDBusMessage::createMethodCall(Names::ServiceRoot, Names::StandIn.path(),
+                                                                      QLatin1String(Names::StandIn.interface),
+                                                                      QStringLiteral("SetMemoryLevel"))
+                                       << level);
+}
+
+void NoticeLoad::onLevelChanged(MemoryPressure::MemoryLevel level)
+{
+    if (m_level == FirstLevel && level != FirstLevel)
+        return; // what the kernel said before
+    if (!std::exchange(m_isAwaited, false) || level != m_level || level != MemoryPressure::instance()->level())
+        m_findings.add(QStringLiteral("each memory level to be told once"),
+                       QStringLiteral("%1 after %2").arg(level).arg(m_level));
+    ++m_levels;
+    if (m_isOn)
+        m_levelTimer.start(m_random.bounded(LongestPause));
+}
+
+void NoticeLoad::kill()
+{
+    m_killTimer.start(m_random.bounded(LongestLife));
+    if (!m_dying.isEmpty())
+        return;
+    QStringList victims;
+    for (auto i = m_instances.cbegin(); i != m_instances.cend(); ++i) {
+        if (*i == Corvane::ForegroundState && !i.key().startsWith(QLatin1String("steady.")))
+            victims << i.key();
+    }
+    if (victims.isEmpty())
+        return;
+    const QString victim = victims.at(m_random.bounded(victims.size()));
+    const QDBusReply<uint> process = QDBusConnection::sessionBus().interface()->servicePid(victim);
+    if (!process.isValid()) {
+        m_findings.add(QStringLiteral("applications in the foreground to own their bus names"), victim);
+        return;
+    }
+    ::kill(pid_t(process.value()), SIGKILL);
+    m_dying = victim;
+    ++m_kills;
+}
+
+void NoticeLoad::onStateChanged(const QString &instanceId, Corvane::ApplicationState state)
+{
+    if (instanceId.startsWith(QLatin1String("soak.")))
+        return; // this process
+    const auto before = m_instances.value(instanceId, Corvane::UnknownState);
+    const bool isRight = (state == Corvane::LaunchingState && before == Corvane::UnknownState)
+        || (state == Corvane::ForegroundState && before == Corvane::LaunchingState)
+        || (state == Corvane::StoppedState && before == Corvane::ForegroundState);
+    if (!isRight)
+        m_findings.add(QStringLiteral("an application to be launched, in the foreground and stopped, each told once"),
+                       QStringLiteral("%1 in state %2 after %3").arg(instanceId).arg(state).arg(before));
+    if (state == Corvane::StoppedState && instanceId != m_dying)
+        m_findings.add(QStringLiteral("applications to stop when they are killed"), instanceId);
+    if (state == Corvane::StoppedState) {
+        m_instances.remove(instanceId);
+        m_dying.clear();
+    } else {
+        m_instances.insert(instanceId, state);
+    }
+    ++m_changes;
+}
