@@ -19,7 +19,8 @@
  * nulls, have no form on the bus: they are left out of the object or array that holds them, with a warning.
  *
  * All basic types but paths, signatures and descriptors are read, a variant as what it holds, an array of bytes as a
- * string. What cannot be read is null; structures give a warning, and an array of them is empty.
+ * string up to its first zero, or as null if it is empty. What cannot be read is null; structures give a warning, and
+ * an array of them is empty.
  */
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value);
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonArray &array);
