@@ -4,7 +4,7 @@
 
 Usage: report.py DIRECTORY
 
-Reads the rows of samples in DIRECTORY/*.json and the counts of callgrind in DIRECTORY/callgrind.*.*, and prints one
+Reads the rows of samples in DIRECTORY/*.json and the counts of callgrind in DIRECTORY/counts-*.*, and prints one
 table a topic, in Markdown: the median of the first variant with its unit, and for each of the others how many times
 as much it is.
 """
@@ -32,8 +32,8 @@ def readable(value, unit):
 
 
 def part(file):
-    """What the name of a file of callgrind counts in: callgrind.json.12."""
-    return file.name.split(".")[1], int(file.suffix[1:])
+    """What the name of a file of callgrind counts in: counts-json.12."""
+    return file.stem, int(file.suffix[1:])
 
 
 def read_rows(directory):
@@ -42,7 +42,7 @@ def read_rows(directory):
     for file in sorted(directory.glob("*.json")):
         for row in json.loads(file.read_text()):
             rows[row["topic"], row["case"], row["variant"]] = row["unit"], statistics.median(row["samples"])
-    for file in sorted(directory.glob("callgrind.*.*"), key=part):
+    for file in sorted(directory.glob("counts-*.*"), key=part):
         text = file.read_text()
         name = re.search(r"^desc: Trigger: Client Request: (.*)\|(.*)\|(.*)\|(.*)$", text, re.MULTILINE)
         if name:

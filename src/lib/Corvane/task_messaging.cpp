@@ -8,16 +8,17 @@
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QtEndian>
 
-#include <array>
+#include <algorithm>
 #include <sys/socket.h>
 
 namespace Corvane {
 
 namespace {
 
-/// Before each message: its size in bytes, big-endian, as QDataStream writes a byte array.
-using Length = std::array<char, sizeof(quint32)>;
-constexpr quint32 NullLength = 0xffffffff; ///< A null byte array, behind which there is nothing.
+// A frame is what QDataStream makes of a byte array: the size, big-endian, and the bytes.
+constexpr int LengthSize = sizeof(quint32);
+constexpr int MaxCertainFrame = 32 * 1024; // longer ones may arrive in two pieces
+constexpr quint32 NullLength = 0xffffffff; // a null byte array, behind which there is nothing
 
 int socketOption(int descriptor, int option)
 {
@@ -33,13 +34,13 @@ bool isListeningLocalSocket(int descriptor)
 }
 
 /// The size of the message that the frame at the beginning of \a data holds; -1 if the frame is not whole.
-qint64 messageSize(const char *data, int available)
+int messageSize(const char *data, int available)
 {
-    if (available < int(sizeof(Length)))
+    if (available < LengthSize)
         return -1;
-    const auto written = qFromBigEndian<quint32>(data);
-    const qint64 size = written == NullLength ? 0 : written;
-    return size <= available - qint64(sizeof(Length)) ? size : -1;
+    const auto length = qFromBigEndian<quint32>(data);
+    const quint32 size = length == NullLength ? 0 : length;
+    return size <= quint32(available - LengthSize) ? int(size) : -1;
 }
 
 void deleteLater(QObject *object)
@@ -111,11 +112,11 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
         return false;
     }
     // In one piece: the reader gives up on a frame whose length arrives without the rest.
-    QByteArray frame = QJsonDocument(message).toJson(QJsonDocument::Compact);
-    Length length;
-    qToBigEndian(quint32(frame.size()), length.data());
-    frame.prepend(length.data(), int(length.size()));
-    socket->write(frame);
+    const QByteArray text = QJsonDocument(message).toJson(QJsonDocument::Compact);
+    QByteArray frame(LengthSize + text.size(), Qt::Uninitialized);
+    qToBigEndian(quint32(text.size()), frame.data());
+    std::copy(text.cbegin(), text.cend(), frame.begin() + LengthSize);
+    socket->write(frame.constData(), frame.size());
     return true;
 }
 
@@ -124,6 +125,7 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
     cutOff(socket);
     socket.reset(newSocket, &deleteLater);
     unread.clear();
+    unread.reserve(MaxCertainFrame); // and keeps it
     position = 0;
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
@@ -156,12 +158,14 @@ void TaskMessagingPrivate::readMessages()
     const QPointer<TaskMessaging> channel(q);
     const auto source = socket;
     while (channel && socket == source) {
-        const qint64 size = messageSize(unread.constData() + position, unread.size() - position);
+        const int size = messageSize(unread.constData() + position, unread.size() - position);
         if (size < 0) {
-            const QByteArray more = source->readAll();
-            if (!more.isEmpty()) {
-                unread = unread.remove(0, position) + more;
+            if (source->bytesAvailable() > 0) {
+                unread.remove(0, position);
                 position = 0;
+                const int left = unread.size();
+                unread.resize(left + int(source->bytesAvailable()));
+                unread.truncate(left + int(source->read(unread.data() + left, unread.size() - left)));
                 continue;
             }
             if (position < unread.size()) {
@@ -170,9 +174,9 @@ void TaskMessagingPrivate::readMessages()
             }
             return;
         }
-        const char *const text = unread.constData() + position + sizeof(Length);
-        position += int(sizeof(Length) + size_t(size));
-        Q_EMIT q->messageReceived(QJsonDocument::fromJson(QByteArray::fromRawData(text, int(size))).object());
+        const auto text = QByteArray::fromRawData(unread.constData() + position + LengthSize, size);
+        position += LengthSize + size;
+        Q_EMIT q->messageReceived(QJsonDocument::fromJson(text).object());
     }
 }
 
