@@ -51,7 +51,7 @@ QJsonObject medium()
 
 QJsonObject nested(int depth)
 {
-    QJsonObject object = wide(4);
+    QJsonObject object = wide(8);
     if (depth > 1)
         object.insert(QStringLiteral("object"), nested(depth - 1));
     return object;

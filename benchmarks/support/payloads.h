@@ -8,7 +8,7 @@ namespace Payloads {
 
 QJsonObject small(); ///< Five members.
 QJsonObject medium(); ///< A hundred members, nested three deep.
-QJsonObject nested(int depth); ///< Four scalars in each object, and a further object but in the last.
+QJsonObject nested(int depth); ///< Eight scalars in each object, and a further object but in the last.
 QJsonObject wide(int members); ///< Scalars.
 QJsonObject numbers(int count); ///< An array of numbers.
 QJsonObject objects(int count); ///< An array of objects with four scalars each.
