@@ -217,6 +217,10 @@ void TestLimits::refusesCalls_data()
     const QString large(64 * 1024 * 1024, QLatin1Char('x'));
     QTest::newRow("U+0000 in a value") << QJsonObject{{Key, nul}} << HasNul;
     QTest::newRow("U+0000 in a key") << QJsonObject{{nul, 1}} << HasNul;
+    // Nothing is left out of what is not sent, and so nothing is warned of.
+    const QJsonArray leftOut{QJsonArray{1}};
+    QTest::newRow("U+0000 beside what would be left out")
+        << QJsonObject{{QStringLiteral("a"), leftOut}, {QStringLiteral("b"), QJsonValue()}, {Key, nul}} << HasNul;
     QTest::newRow("64 MiB of text") << QJsonObject{{Key, large}} << ArrayTooLarge;
     QTest::newRow("64 MiB in an array") << QJsonObject{{Key, QJsonArray{large.left(40 << 20), large.left(40 << 20)}}}
                                         << ArrayTooLarge;

@@ -3,7 +3,6 @@
 
 #include <Core/types.h>
 
-#include <QtCore/QDebug>
 #include <QtDBus/QDBusUnixFileDescriptor>
 
 namespace Corvane {
@@ -79,6 +78,7 @@ QVariant MessageMeter::converted(const QJsonValue &value)
     meter.m_hasLimits = false;
     QVariant converted;
     meter.addContent(value, &converted);
+    logOmissions(meter.m_omissions);
     return converted;
 }
 
@@ -108,7 +108,7 @@ void MessageMeter::addArray(const QJsonArray &array, QVariant *converted)
     if (!type) {
         addPlainContent(array);
         if (converted && m_problem.isEmpty())
-            *converted = withoutNulls(Core::Types::plainVariant(array));
+            *converted = withoutNulls(Core::Types::plainVariant(array), &m_omissions);
         return;
     }
     switch (*type) {
@@ -139,12 +139,12 @@ void MessageMeter::addArray(const QJsonArray &array, QVariant *converted)
     }
     case QJsonValue::Array:
         if (converted)
-            qWarning() << "JSON array of arrays are not supported";
+            m_omissions.append(ArrayOfArrays);
         return;
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         if (converted)
-            qWarning() << "Unknown JSON value type";
+            m_omissions.append(UnknownType);
         return;
     }
 }
@@ -182,7 +182,7 @@ void MessageMeter::addContent(const QJsonValue &value, QVariant *converted)
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         if (converted)
-            qWarning() << "Unknown JSON value type";
+            m_omissions.append(UnknownType);
         return;
     }
 }

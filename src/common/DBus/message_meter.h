@@ -37,7 +37,11 @@ public:
     /// Why the bus would not let the message pass, for people; empty if it would.
     QString problem() const { return m_problem; }
 
-    /// The value as in a BusMember, whatever its size and depth; invalid if the bus has nothing for it.
+    /// What was left out in converting, to be logged once the message is sent.
+    const Omissions &omissions() const { return m_omissions; }
+
+    /// The value as in a BusMember, whatever its size and depth; invalid if the bus has nothing for it. Logs what is
+    /// left out.
     static QVariant converted(const QJsonValue &value);
 
 private:
@@ -70,6 +74,7 @@ private:
     int m_level = 0;
     int m_descriptors = 0;
     QString m_problem;
+    Omissions m_omissions;
 };
 
 } // namespace Corvane

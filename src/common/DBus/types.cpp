@@ -335,11 +335,17 @@ bool isArgument(const QVariant &value, const char *signature)
         && value.value<QDBusArgument>().currentSignature() == QLatin1String(signature);
 }
 
-QVariant withoutNulls(const QVariant &value)
+void logOmissions(const Omissions &omissions)
 {
-    return filtered(value, [](const QVariant &part) {
+    for (const char *const text : omissions)
+        qWarning() << text;
+}
+
+QVariant withoutNulls(const QVariant &value, Omissions *omissions)
+{
+    return filtered(value, [omissions](const QVariant &part) {
         if (part.userType() == QMetaType::Nullptr)
-            qWarning() << "Unknown JSON value type";
+            omissions->append(UnknownType);
         return part.userType() != QMetaType::Nullptr && part.isValid();
     });
 }

@@ -102,11 +102,19 @@ void registerRecordTypes();
 /// as anything else.
 bool isArgument(const QVariant &value, const char *signature);
 
-/// The value of a map that is sent, or why there is none: nulls in it are left out at any depth, each with a warning.
-/// Invalid variants are left out in silence; what made them has logged why.
-QVariant withoutNulls(const QVariant &value);
+/// Texts of warnings: why values are left out of a message.
+using Omissions = QVector<const char *>;
 
-/// The same for a map that may hold anything: whatever has no form on the bus is left out with a warning.
+constexpr const char *UnknownType = "Unknown JSON value type";
+constexpr const char *ArrayOfArrays = "JSON array of arrays are not supported";
+
+void logOmissions(const Omissions &omissions);
+
+/// The value of a map that is sent, or why there is none: nulls in it are left out at any depth, and added to
+/// \a omissions. Invalid variants are left out in silence; what made them has logged why.
+QVariant withoutNulls(const QVariant &value, Omissions *omissions);
+
+/// The same for a map that may hold anything: whatever has no form on the bus is left out, with a warning at once.
 QVariant withoutUnsendable(const QVariant &value);
 
 } // namespace Corvane

@@ -47,12 +47,15 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     if (!given.problem().isEmpty())
         return refusedCall(given.problem());
 
-    QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints)).toMap();
+    Omissions omissions;
+    QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints), &omissions).toMap();
+    logOmissions(omissions);
     FileSharing::shareUri(intentName, params, map);
     FileSharing::exportFiles(params, map);
     meter.add(map);
     if (!meter.problem().isEmpty())
         return refusedCall(meter.problem());
+    logOmissions(meter.omissions());
     return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(body));
 }
 

@@ -32,6 +32,7 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
     }
     QString problem = meter.problem();
     if (problem.isEmpty()) {
+        logOmissions(meter.omissions());
         // Without a bus, sending is no failure to Qt.
         if (connection.isConnected() && connection.send(call.createReply({QVariant::fromValue(body), files})))
             return;
