@@ -12,6 +12,7 @@
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
 
+#include <ctime>
 #include <memory>
 
 namespace {
@@ -46,8 +47,22 @@ public:
     Q_DISABLE_COPY_MOVE(Pair)
 
     End *end() const { return m_end.get(); }
+    /// Of both ends together, in nanoseconds.
+    qint64 processorTime() const
+    {
+        clockid_t other = 0;
+        ::clock_getcpuclockid(pid_t(m_process.processId()), &other);
+        return nanoseconds(CLOCK_PROCESS_CPUTIME_ID) + nanoseconds(other);
+    }
 
 private:
+    static qint64 nanoseconds(clockid_t clock)
+    {
+        timespec time = {};
+        ::clock_gettime(clock, &time);
+        return qint64(time.tv_sec) * 1000000000 + time.tv_nsec;
+    }
+
     QProcess m_process;
     std::unique_ptr<End> m_end;
 };
@@ -120,6 +135,12 @@ int main(int argc, char **argv)
         const QString name = size < 1024 ? QStringLiteral("%1 B").arg(size) : QStringLiteral("%1 KiB").arg(size / 1024);
         measure(results, QStringLiteral("Task channel, 100 frames one way"), name, rows);
         measure(results, QStringLiteral("Task channel, ping-pong"), name, pingPongs);
+        for (size_t i = 0; i < sinks.size(); ++i) {
+            rows[i].clock = [pair = sinks[i].get()] { return pair->processorTime(); };
+            pingPongs[i].clock = [pair = echoes[i].get()] { return pair->processorTime(); };
+        }
+        measure(results, QStringLiteral("Task channel, 100 frames one way, processor time of both ends"), name, rows);
+        measure(results, QStringLiteral("Task channel, ping-pong, processor time of both ends"), name, pingPongs);
     }
     results.write();
     return 0;

@@ -1,32 +1,36 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "measure.h"
 
-#include <QtCore/QElapsedTimer>
-
 #include <valgrind/callgrind.h>
 
 #include <algorithm>
+#include <chrono>
 
 namespace {
 
 const qint64 BatchTime = 1000000; // nanoseconds
 const qint64 FewestRounds = 5;
 
-qint64 timed(const std::function<void()> &run, qint64 times)
+qint64 now(const Variant &variant)
 {
-    QElapsedTimer timer;
-    timer.start();
+    return variant.clock ? variant.clock()
+                         : std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+qint64 timed(const Variant &variant, qint64 times)
+{
+    const qint64 start = now(variant);
     for (qint64 i = 0; i < times; ++i)
-        run();
-    return timer.nsecsElapsed();
+        variant.run();
+    return now(variant) - start;
 }
 
 /// How often to run it for one sample.
-qint64 batchSize(const std::function<void()> &run)
+qint64 batchSize(const Variant &variant)
 {
     qint64 times = 1;
     for (;;) {
-        const qint64 elapsed = timed(run, times);
+        const qint64 elapsed = timed(variant, times);
         if (elapsed >= BatchTime / 2)
             return std::max(qint64(1), times * BatchTime / elapsed);
         times *= 4;
@@ -57,8 +61,8 @@ void measure(Results &results, const QString &topic, const QString &caseName, co
     std::vector<qint64> batches;
     qint64 roundTime = 0;
     for (const Variant &variant : variants) {
-        batches.push_back(batchSize(variant.run));
-        roundTime += timed(variant.run, batches.back());
+        batches.push_back(batchSize(variant));
+        roundTime += timed(variant, batches.back());
     }
     const auto rounds = std::clamp<qint64>(results.longest() / roundTime, FewestRounds, results.rounds());
     std::vector<QVector<double>> samples(variants.size());
@@ -67,7 +71,7 @@ void measure(Results &results, const QString &topic, const QString &caseName, co
             const size_t turn = (i + size_t(round)) % variants.size();
             const Variant &variant = variants[turn];
             const qint64 batch = batches[turn];
-            samples[turn].append(double(timed(variant.run, batch)) / double(batch * variant.parts));
+            samples[turn].append(double(timed(variant, batch)) / double(batch * variant.parts));
         }
     }
     for (size_t i = 0; i < variants.size(); ++i)

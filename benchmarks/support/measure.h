@@ -12,6 +12,7 @@ struct Variant
     QString name;
     std::function<void()> run;
     int parts = 1; ///< Of which the work consists; the time of one is told.
+    std::function<qint64()> clock = {}; ///< What counts, in nanoseconds; wall clock if empty.
 };
 
 /**
