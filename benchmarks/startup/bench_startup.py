@@ -5,9 +5,8 @@
 Usage: bench_startup.py quick|full FILE PROGRAMS LIBRARY
 
 The program exists with the library and written by hand, the latter also with QtNetwork loaded, which the library needs
-for the task channel. All do the same on the bus. They run in turn. PROGRAMS
-is the directory of the benchmarks, LIBRARY the library itself, which is looked at too. The results go to FILE, in the
-form of support/results.h.
+for the task channel. All do the same on the bus, and run in turn. PROGRAMS is the directory of the benchmarks, LIBRARY the
+library itself, which is looked at too. The results go to FILE, in the form of support/results.h.
 """
 
 import collections
