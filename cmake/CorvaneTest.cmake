@@ -11,6 +11,7 @@ function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE Qt5::Test corvane_test_support ${arg_LIBRARIES})
+    target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/support/patience.h)
 
     set(run ${arg_RUN})
     if(arg_BUS)

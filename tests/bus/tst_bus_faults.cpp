@@ -141,7 +141,7 @@ void TestBusFaults::hungBusTakesWhatItIsGivenLater()
     QCOMPARE(replies.all, QStringList());
 
     bus.goOn();
-    QTRY_COMPARE_WITH_TIMEOUT(replies.all.size(), count, 60000);
+    QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
     QCOMPARE(replies.all.count(QStringLiteral("{} 0 ")), count);
     QCOMPARE(replies.all.size(), count);
@@ -201,7 +201,7 @@ void TestBusFaults::queuedIntentsAreReportedOnceAndInOrder()
         invoker.invoke(QStringLiteral("X"), {}, {{Number, i}});
         expected << QStringLiteral("{\"n\":%1} 0 ").arg(i);
     }
-    QTRY_COMPARE_WITH_TIMEOUT(replies.all.size(), count, 60000);
+    QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
     QCOMPARE(replies.all, expected);
 }
@@ -260,12 +260,12 @@ void TestBusFaults::handlerMayDieBeforeItsReply()
         handler.setProcessEnvironment(environment);
         handler.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         handler.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--handle")});
-        QTRY_VERIFY_WITH_TIMEOUT(handler.canReadLine(), 60000);
+        QTRY_VERIFY(handler.canReadLine());
         QCOMPARE(handler.readLine(), QByteArray("ready\n"));
         QCOMPARE(peer.call(HandleIntent, QStringLiteral("('Answer', @a{sv} {})"), destination).text, Answer);
 
         const int call = peer.beginCall(HandleIntent, QStringLiteral("('Keep', @a{sv} {})"), destination);
-        QTRY_VERIFY_WITH_TIMEOUT(handler.canReadLine(), 60000);
+        QTRY_VERIFY(handler.canReadLine());
         QCOMPARE(handler.readLine(), QByteArray("kept\n"));
         handler.kill();
         QVERIFY(handler.waitForFinished());

@@ -236,7 +236,7 @@ void TestIntentsInvoker::manyCallsInFlightAreAllAnswered()
     Replies replies(invoker);
     for (int i = 0; i < count; ++i)
         invoker.invoke(QStringLiteral("X"), {}, {});
-    QTRY_COMPARE_WITH_TIMEOUT(replies.all.size(), count, 60000);
+    QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
     QCOMPARE(replies.all.size(), count);
     QCOMPARE(replies.all.count(QStringLiteral("{} 0 ")), count);
