@@ -113,7 +113,7 @@ int main(int argc, char **argv)
         std::vector<Variant> rows;
         std::vector<Variant> pingPongs;
         for (size_t i = 0; i < sinks.size(); ++i) {
-            const QString kind = kinds.at(int(i));
+            const QString &kind = kinds.at(int(i));
             End *const sink = sinks[i]->end();
             End *const echo = echoes[i]->end();
             sink->setMessage(message);

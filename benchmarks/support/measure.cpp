@@ -59,7 +59,7 @@ void measure(Results &results, const QString &topic, const QString &caseName, co
         return;
     }
     std::vector<qint64> batches;
-    qint64 roundTime = 0;
+    qint64 roundTime = 1;
     for (const Variant &variant : variants) {
         batches.push_back(batchSize(variant));
         roundTime += timed(variant, batches.back());
