@@ -81,13 +81,13 @@ QVariant jsonArrayToVariant(const QJsonArray &array)
     case QJsonValue::Object:
         return listOf<QList<QVariantMap>>(array, [](const QJsonValue &v) { return plainMap(v.toObject()); });
     case QJsonValue::Array:
-        qWarning() << "JSON array of arrays are not supported";
+        qWarning() << ArrayOfArrays;
         return {};
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         break;
     }
-    qWarning() << "Unknown JSON value type";
+    qWarning() << UnknownType;
     return {};
 }
 

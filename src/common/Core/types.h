@@ -13,6 +13,10 @@
 /// list.
 namespace Core::Types {
 
+// What is warned of where a value is left out.
+constexpr const char *UnknownType = "Unknown JSON value type";
+constexpr const char *ArrayOfArrays = "JSON array of arrays are not supported";
+
 /// The type that all elements of a non-empty array share; none if they differ.
 std::optional<QJsonValue::Type> commonType(const QJsonArray &array);
 

@@ -139,12 +139,12 @@ void MessageMeter::addArray(const QJsonArray &array, QVariant *converted)
     }
     case QJsonValue::Array:
         if (converted)
-            m_omissions.append(ArrayOfArrays);
+            m_omissions.append(Core::Types::ArrayOfArrays);
         return;
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         if (converted)
-            m_omissions.append(UnknownType);
+            m_omissions.append(Core::Types::UnknownType);
         return;
     }
 }
@@ -182,7 +182,7 @@ void MessageMeter::addContent(const QJsonValue &value, QVariant *converted)
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         if (converted)
-            m_omissions.append(UnknownType);
+            m_omissions.append(Core::Types::UnknownType);
         return;
     }
 }

@@ -27,8 +27,8 @@ public:
     void add(const QString &text);
     void add(const QStringList &texts);
     void add(const QJsonObject &object);
-    /// The same, and makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out,
-    /// with a warning. Of use only if there is no problem.
+    /// The same, and makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out.
+    /// Of use only if there is no problem.
     BusObject addConverted(const QJsonObject &object);
     /// A map of what Core::Types makes of JSON, of descriptors, and of what describes a task. Other values are taken to
     /// be small.

@@ -345,7 +345,7 @@ QVariant withoutNulls(const QVariant &value, Omissions *omissions)
 {
     return filtered(value, [omissions](const QVariant &part) {
         if (part.userType() == QMetaType::Nullptr)
-            omissions->append(UnknownType);
+            omissions->append(Core::Types::UnknownType);
         return part.userType() != QMetaType::Nullptr && part.isValid();
     });
 }

@@ -105,9 +105,6 @@ bool isArgument(const QVariant &value, const char *signature);
 /// Texts of warnings: why values are left out of a message.
 using Omissions = QVector<const char *>;
 
-constexpr const char *UnknownType = "Unknown JSON value type";
-constexpr const char *ArrayOfArrays = "JSON array of arrays are not supported";
-
 void logOmissions(const Omissions &omissions);
 
 /// The value of a map that is sent, or why there is none: nulls in it are left out at any depth, and added to
