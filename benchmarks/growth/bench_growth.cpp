@@ -5,6 +5,7 @@
 
 #include <measure.h>
 
+#include <mirror.h>
 #include <sdbus.h>
 
 #include <Core/intent_uri.h>
@@ -20,9 +21,6 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QJsonArray>
 #include <QtCore/QUrl>
-#include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusVirtualObject>
 
 #include <valgrind/valgrind.h>
 
@@ -67,32 +65,6 @@ QStringList scatteredKeys(int count)
         keys.append(QStringLiteral("member%1").arg(qint64(i) * 7919 % count, 6, 10, QLatin1Char('0')));
     return keys;
 }
-
-/// Keeps what the library made of a message that this process sent itself, which is what it makes of any message.
-class Mirror : public QDBusVirtualObject
-{
-public:
-    QString introspect(const QString &) const override { return {}; }
-    bool handleMessage(const QDBusMessage &message, const QDBusConnection &) override
-    {
-        m_received = message;
-        return true;
-    }
-    QDBusArgument reflect(const QVariant &content)
-    {
-        const QDBusConnection bus = QDBusConnection::sessionBus();
-        QDBusMessage call = QDBusMessage::createMethodCall(bus.baseService(), QStringLiteral("/mirror"),
-                                                           QStringLiteral("a.b"), QStringLiteral("Member"));
-        call << content;
-        bus.call(call, QDBus::NoBlock);
-        while (m_received.type() == QDBusMessage::InvalidMessage)
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        return std::exchange(m_received, {}).arguments().constFirst().value<QDBusArgument>();
-    }
-
-private:
-    QDBusMessage m_received;
-};
 
 /// Members in this order, on the way to the bus.
 struct Ordered
@@ -304,7 +276,6 @@ int main(int argc, char **argv)
     Results results(QCoreApplication::arguments());
     Corvane::registerRecordTypes();
     Mirror mirror;
-    QDBusConnection::sessionBus().registerVirtualObject(QStringLiteral("/mirror"), &mirror);
     pathsAndUris(results);
     json(results, &mirror);
     states(results);

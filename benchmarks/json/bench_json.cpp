@@ -8,6 +8,7 @@
 
 #include <gdbus.h>
 #include <libdbus.h>
+#include <mirror.h>
 #include <qtdbus.h>
 #include <sdbus.h>
 
@@ -15,9 +16,6 @@
 #include <DBus/types.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusVirtualObject>
 
 #include <memory>
 
@@ -27,20 +25,6 @@ struct Payload
 {
     QString name;
     QJsonObject object;
-};
-
-/// Keeps what the library made of a message that this process sent itself, which is what it makes of any message.
-class Mirror : public QDBusVirtualObject
-{
-public:
-    QString introspect(const QString &) const override { return {}; }
-    bool handleMessage(const QDBusMessage &message, const QDBusConnection &) override
-    {
-        received = message;
-        return true;
-    }
-
-    QDBusMessage received;
 };
 
 DBusMessage *newLibdbusMessage()
@@ -136,18 +120,6 @@ void verify(const Payload &payload, const char *how, const QJsonObject &read)
         qFatal("%s does not give back the payload \"%s\"", how, qPrintable(payload.name));
 }
 
-QDBusArgument received(const QVariant &content, Mirror *mirror)
-{
-    const QDBusConnection bus = QDBusConnection::sessionBus();
-    QDBusMessage call = QDBusMessage::createMethodCall(bus.baseService(), QStringLiteral("/mirror"),
-                                                       QStringLiteral("a.b"), QStringLiteral("Member"));
-    call << content;
-    bus.call(call, QDBus::NoBlock);
-    while (mirror->received.type() == QDBusMessage::InvalidMessage)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    return std::exchange(mirror->received, {}).arguments().constFirst().value<QDBusArgument>();
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -157,7 +129,6 @@ int main(int argc, char **argv)
     Corvane::registerRecordTypes();
     QtDBusPeer::registerTypes();
     Mirror mirror;
-    QDBusConnection::sessionBus().registerVirtualObject(QStringLiteral("/mirror"), &mirror);
     sd_bus *connection = nullptr;
     if (sd_bus_open_user(&connection) < 0)
         qFatal("sd-bus has no session bus");
@@ -202,11 +173,11 @@ int main(int argc, char **argv)
     }
     for (const Payload &payload : payloads) {
         const QJsonObject &object = payload.object;
-        const QDBusArgument argument = received(QVariant::fromValue(object), &mirror);
-        const QDBusArgument fromQtDBus = received(QtDBusPeer::toMap(object), &mirror);
+        const QDBusArgument argument = mirror.reflect(QVariant::fromValue(object));
+        const QDBusArgument fromQtDBus = mirror.reflect(QtDBusPeer::toMap(object));
         QDBusArgument plain;
         Baseline::write(plain, object);
-        const QDBusArgument fromBaseline = received(QVariant::fromValue(plain), &mirror);
+        const QDBusArgument fromBaseline = mirror.reflect(QVariant::fromValue(plain));
         const LibdbusMessage inLibdbus = libdbusMessage(object);
         const SdBusMessage inSdBus = sdBusMessage(bus.get(), object);
         const Blob inGDBus = gdbusMessage(object);
