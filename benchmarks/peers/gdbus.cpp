@@ -3,8 +3,6 @@
 
 #include "kind.h"
 
-#include <QtCore/QVector>
-
 namespace GDBusPeer {
 
 namespace {
@@ -20,10 +18,7 @@ GVariant *toVariant(const QJsonArray &array)
 {
     const QJsonValue::Type kind = kindOf(array);
     if (kind == QJsonValue::Double) {
-        QVector<double> numbers;
-        numbers.reserve(array.size());
-        for (const auto &element : array)
-            numbers.append(element.toDouble());
+        const QVector<double> numbers = numbersOf(array);
         return g_variant_new_fixed_array(G_VARIANT_TYPE_DOUBLE, numbers.constData(), gsize(numbers.size()),
                                          sizeof(double));
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtCore/QJsonArray>
+#include <QtCore/QVector>
 
 #include <algorithm>
 
@@ -36,4 +37,14 @@ inline QByteArray signatureOf(const QJsonValue &value)
     if (value.isArray())
         return QByteArrayLiteral("a") + elementSignature(kindOf(value.toArray()));
     return QByteArray(elementSignature(value.type()));
+}
+
+/// The elements of an array of numbers.
+inline QVector<double> numbersOf(const QJsonArray &array)
+{
+    QVector<double> numbers;
+    numbers.reserve(array.size());
+    for (const auto &element : array)
+        numbers.append(element.toDouble());
+    return numbers;
 }

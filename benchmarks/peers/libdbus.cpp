@@ -3,8 +3,6 @@
 
 #include "kind.h"
 
-#include <QtCore/QVector>
-
 namespace LibdbusPeer {
 
 namespace {
@@ -32,10 +30,7 @@ void append(DBusMessageIter *iter, const QJsonArray &array)
     DBusMessageIter elements;
     dbus_message_iter_open_container(iter, DBUS_TYPE_ARRAY, elementSignature(kind), &elements);
     if (kind == QJsonValue::Double) {
-        QVector<double> numbers;
-        numbers.reserve(array.size());
-        for (const auto &element : array)
-            numbers.append(element.toDouble());
+        const QVector<double> numbers = numbersOf(array);
         const double *data = numbers.constData();
         dbus_message_iter_append_fixed_array(&elements, DBUS_TYPE_DOUBLE, &data, numbers.size());
     } else {

@@ -3,8 +3,6 @@
 
 #include "kind.h"
 
-#include <QtCore/QVector>
-
 #include <cstring>
 
 namespace SdBusPeer {
@@ -29,10 +27,7 @@ void append(sd_bus_message *message, const QJsonArray &array)
 {
     const QJsonValue::Type kind = kindOf(array);
     if (kind == QJsonValue::Double) {
-        QVector<double> numbers;
-        numbers.reserve(array.size());
-        for (const auto &element : array)
-            numbers.append(element.toDouble());
+        const QVector<double> numbers = numbersOf(array);
         sd_bus_message_append_array(message, SD_BUS_TYPE_DOUBLE, numbers.constData(),
                                     size_t(numbers.size()) * sizeof(double));
         return;
