@@ -5,6 +5,7 @@
 #include <DBus/message_meter.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <replies.h>
 #include <run_until.h>
 #include <service_peer.h>
@@ -187,11 +188,11 @@ void TestLimits::sizeIsRefusedWhereTheBusDoes_data()
 
     // The body of {"n": text}: the key (7 bytes), the variant's signature (3), padding to 12, a length (4), a NUL.
     const int room = 64 * 1024 * 1024 - 17;
-    for (const int more : {0, 1})
+    for (const int more : {-1, 0, 1})
         QTest::addRow("%d bytes of text", room + more) << QString(room + more, QLatin1Char('x')) << 0 << (more <= 0);
     // The body of {"n": numbers}: the key, the signature (4), padding to 12, a length (4).
     const int count = 64 * 1024 * 1024 / 8 - 2;
-    for (const int more : {0, 1})
+    for (const int more : {-1, 0, 1})
         QTest::addRow("%d numbers", count + more) << QString() << count + more << (more <= 0);
 }
 
