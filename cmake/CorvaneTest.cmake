@@ -6,27 +6,37 @@
 # Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
 #   BUS       on a session bus of its own
 #   RUN       by this command, which gets the program as its last argument
-#   VALGRIND  a second time under valgrind, as valgrind_tst_name (not in a sanitized build)
+#   VALGRIND  a second time under valgrind in each run, as valgrind_tst_name (not in a sanitized build); the others only in
+#             ctest's configuration Valgrind
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE Qt5::Test corvane_test_support ${arg_LIBRARIES})
-    target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/support/patience.h)
+    target_precompile_headers(${name} REUSE_FROM corvane_test_support)
 
-    set(run ${arg_RUN})
+    set(bus)
     if(arg_BUS)
-        set(run dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
+        set(bus dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
     endif()
     set(environment LC_ALL=C.UTF-8 TZ=UTC QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
 
-    add_test(NAME ${name} COMMAND ${run} $<TARGET_FILE:${name}>)
+    add_test(NAME ${name} COMMAND ${bus} ${arg_RUN} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES ENVIRONMENT "${environment}"
         ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 300)
-    if(arg_VALGRIND AND NOT CORVANE_SANITIZE)
-        add_test(NAME valgrind_${name} COMMAND ${run} valgrind --quiet --error-exitcode=99 --leak-check=full
-            --errors-for-leak-kinds=definite --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp
-            --child-silent-after-fork=yes $<TARGET_FILE:${name}>)
-        set_tests_properties(valgrind_${name} PROPERTIES ENVIRONMENT "${environment};CORVANE_UNDER_VALGRIND=1"
-            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 600 LABELS valgrind)
+    if(NOT CORVANE_SANITIZE)
+        set(configurations CONFIGURATIONS Valgrind)
+        if(arg_VALGRIND)
+            set(configurations)
+        endif()
+        # With the processes that it starts, as far as they are ours. Valgrind takes what is compiled at run time for wrong.
+        set(valgrind valgrind --quiet --error-exitcode=99 --vgdb=no
+            --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite
+            --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp --child-silent-after-fork=yes
+            --trace-children=yes --trace-children-skip=*/dbus-daemon,*/env,*/python3*,*/sh)
+        add_test(NAME valgrind_${name} ${configurations}
+            COMMAND ${bus} ${valgrind} ${arg_RUN} $<TARGET_FILE:${name}>)
+        set_tests_properties(valgrind_${name} PROPERTIES
+            ENVIRONMENT "${environment};CORVANE_UNDER_VALGRIND=1;QT_ENABLE_REGEXP_JIT=0"
+            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1800 LABELS valgrind)
     endif()
 endfunction()

@@ -29,8 +29,8 @@ corvane_install_dependencies() {
         apt-get -q -y --no-install-recommends build-dep ./)
 }
 
-# corvane_build DIR [CMAKE-ARGUMENT...]: configures and builds the checkout in DIR.
-corvane_build() {
+# corvane_configure DIR [CMAKE-ARGUMENT...]: configures a build of the checkout in DIR.
+corvane_configure() {
     local directory=$1
     shift
     if command -v ccache >/dev/null; then
@@ -41,7 +41,12 @@ corvane_build() {
         cat "$directory/configure.log" >&2
         return 1
     fi
-    cmake --build "$directory"
+}
+
+# corvane_build DIR [CMAKE-ARGUMENT...]: configures and builds the checkout in DIR.
+corvane_build() {
+    corvane_configure "$@"
+    cmake --build "$1"
 }
 
 # Builds the fuzzing targets in build/fuzz.

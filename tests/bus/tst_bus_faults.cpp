@@ -8,6 +8,7 @@
 #include <bus_daemon.h>
 #include <descriptor_limit.h>
 #include <message_log.h>
+#include <patience.h>
 #include <replies.h>
 #include <service_peer.h>
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <Corvane/runtime_dispatcher.h>
 
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtTest/QtTest>

@@ -4,6 +4,7 @@
 #include <Corvane/runtime_dispatcher.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <replies.h>
 #include <service_peer.h>
 

@@ -3,6 +3,7 @@
 
 #include <introspection.h>
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtCore/QDir>

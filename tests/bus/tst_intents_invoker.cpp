@@ -3,6 +3,7 @@
 #include <Corvane/intents_invoker_p.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <replies.h>
 #include <service_peer.h>
 

@@ -4,6 +4,7 @@
 #include <DBus/types.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtCore/QThread>

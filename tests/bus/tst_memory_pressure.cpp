@@ -3,6 +3,7 @@
 #include <Corvane/memory_pressure_p.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtCore/QMetaEnum>

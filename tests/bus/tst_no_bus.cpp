@@ -7,6 +7,7 @@
 #include <Corvane/task.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <replies.h>
 
 #include <QtTest/QtTest>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <DBus/types.h>
 
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtDBus/QDBusConnection>

@@ -3,6 +3,7 @@
 #include <DBus/names.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtDBus/QDBusConnection>

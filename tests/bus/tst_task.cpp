@@ -4,6 +4,7 @@
 #include <Corvane/tasks_interface_p.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtDBus/QDBusConnection>

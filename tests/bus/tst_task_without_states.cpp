@@ -3,6 +3,7 @@
 #include <Corvane/task.h>
 
 #include <message_log.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtTest/QtTest>

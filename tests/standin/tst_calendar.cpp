@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <calendar.h>
+#include <patience.h>
 
 #include <QtTest/QtTest>
 

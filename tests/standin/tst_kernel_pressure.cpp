@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <memory_pressure.h>
+#include <patience.h>
 
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include <patience.h>
+
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Runs as the command of corvane-standin, with the applications of tests/standin/applications.
 #include <introspection.h>
+#include <patience.h>
 #include <service_peer.h>
 
 #include <QtCore/QDir>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Included before every test program: Qt waits five seconds for what is to come true, which is too short for a busy
-// machine under valgrind. What comes true at once is not waited for either way.
+// For every test program: Qt waits five seconds for what is to come true, which is too short for a busy machine under
+// valgrind. What comes true at once is not waited for either way.
 #pragma once
 
 #include <QtTest/QtTest>

@@ -2,6 +2,8 @@
 #include <Corvane/error_p.h>
 #include <DBus/names.h>
 
+#include <patience.h>
+
 #include <QtDBus/QDBusError>
 #include <QtDBus/QDBusMessage>
 #include <QtTest/QtTest>

@@ -2,6 +2,7 @@
 #include <Corvane/file_sharing.h>
 
 #include <message_log.h>
+#include <patience.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QTemporaryDir>

@@ -3,6 +3,7 @@
 #include <Corvane/intents_invoker.h>
 
 #include <message_log.h>
+#include <patience.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QUrlQuery>

@@ -2,6 +2,7 @@
 #include <Core/json_path.h>
 
 #include <message_log.h>
+#include <patience.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>

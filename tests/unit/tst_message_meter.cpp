@@ -2,6 +2,8 @@
 #include <Core/types.h>
 #include <DBus/message_meter.h>
 
+#include <patience.h>
+
 #include <QtDBus/QDBusUnixFileDescriptor>
 #include <QtTest/QtTest>
 

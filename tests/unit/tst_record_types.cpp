@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <DBus/types.h>
 
+#include <patience.h>
+
 #include <QtDBus/QDBusMetaType>
 #include <QtTest/QtTest>
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <Corvane/schedule.h>
 
+#include <patience.h>
+
 #include <QtTest/QtTest>
 
 using namespace Corvane;

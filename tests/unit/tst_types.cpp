@@ -2,6 +2,7 @@
 #include <Core/types.h>
 
 #include <message_log.h>
+#include <patience.h>
 
 #include <QtCore/QJsonDocument>
 #include <QtTest/QtTest>
