@@ -70,6 +70,8 @@ private Q_SLOTS:
     void sizeIsRefusedWhereTheBusDoes();
     void refusesCalls_data();
     void refusesCalls();
+    void refusesTheWholeOfWhatFits();
+    void refusesHintsThatAreDeepWithinArrays();
     void refusesTooManyFiles();
     void passesAsManyFilesAsTheBusDoes_data();
     void passesAsManyFilesAsTheBusDoes();
@@ -248,6 +250,34 @@ void TestLimits::refusesCalls()
         QTRY_COMPARE(replies.all.size(), 2);
         QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
     }
+}
+
+/// Hints and parameters that would pass by themselves.
+void TestLimits::refusesTheWholeOfWhatFits()
+{
+    QJsonArray numbers;
+    for (int i = 0; i < 64 * 1024 * 1024 / 8 - 2; ++i)
+        numbers.append(i);
+    const QJsonObject object{{Key, numbers}};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), object, object);
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 A message cannot be longer than 128 MiB")));
+    invoker.invoke(QStringLiteral("Next"), {}, {});
+    QTRY_COMPARE(replies.all.size(), 2);
+    QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+}
+
+/// What parameters leave out without a look into it, hints keep.
+void TestLimits::refusesHintsThatAreDeepWithinArrays()
+{
+    QJsonValue deep = QJsonArray{1};
+    for (int i = 0; i < 30000; ++i)
+        deep = QJsonArray{deep};
+    IntentsInvoker invoker;
+    Replies replies(invoker);
+    invoker.invoke(QStringLiteral("X"), {{Key, QJsonArray{QJsonObject{{Key, deep}}}}}, {});
+    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + TooDeep));
 }
 
 /// Has "Give" reply with so many files.

@@ -466,6 +466,24 @@ void TestTask::hugeDescriptionsAreRefused_data()
         << Sync << QStringList() << QVariant(deepJson.toObject()) << "A message cannot nest more than 64 containers";
     QTest::newRow("variants nested too deep")
         << Sync << QStringList() << deepVariant << "A message cannot nest more than 64 containers";
+    QVariant bottomless(1);
+    QVariant hashes(1);
+    for (int i = 0; i < 30000; ++i) {
+        bottomless = QVariantList{bottomless};
+        hashes = QVariantHash{{QStringLiteral("n"), hashes}};
+    }
+    QTest::newRow("lists nested deeper than a stack is high")
+        << Sync << QStringList() << bottomless << "A message cannot nest more than 64 containers";
+    QTest::newRow("hashes nested deeper than a stack is high")
+        << Sync << QStringList() << hashes << "A message cannot nest more than 64 containers";
+    QList<qulonglong> largeNumbers;
+    largeNumbers.reserve(numbers.size() / 2);
+    while (largeNumbers.size() < numbers.size() / 2)
+        largeNumbers.append(1);
+    QTest::newRow("64 MiB of large numbers") << Sync << QStringList() << QVariant::fromValue(largeNumbers) << tooLarge;
+    QTest::newRow("128 MiB of arguments and bytes")
+        << Sync << QStringList(large.left((64 << 20) - 100)) << QVariant(large.left((64 << 20) - 100).toLatin1())
+        << QStringLiteral("A message cannot be longer than 128 MiB");
     QTest::newRow("nested too deep") << Sync << QStringList() << deep
                                      << "A message cannot nest more than 64 containers";
 }

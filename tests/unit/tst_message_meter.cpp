@@ -4,6 +4,8 @@
 
 #include <patience.h>
 
+#include <QtDBus/QDBusObjectPath>
+#include <QtDBus/QDBusSignature>
 #include <QtDBus/QDBusUnixFileDescriptor>
 #include <QtTest/QtTest>
 
@@ -33,6 +35,14 @@ QJsonValue nestedMixedArrays(int depth, QJsonValue innermost)
     return innermost;
 }
 
+QJsonValue nestedArrays(int depth)
+{
+    QJsonValue innermost = QJsonArray{1};
+    for (int i = 1; i < depth; ++i)
+        innermost = QJsonArray{innermost};
+    return innermost;
+}
+
 QJsonObject nestedObjectArrays(int depth, QJsonValue innermost)
 {
     for (int i = 0; i < depth; ++i)
@@ -41,6 +51,14 @@ QJsonObject nestedObjectArrays(int depth, QJsonValue innermost)
 }
 
 QString problemOf(const QJsonObject &object)
+{
+    MessageMeter meter;
+    meter.addConverted(object);
+    return meter.problem();
+}
+
+/// Of the map that is made of the object.
+QString problemOfMap(const QJsonObject &object)
 {
     MessageMeter meter;
     meter.add(object);
@@ -66,6 +84,9 @@ private Q_SLOTS:
     void doesNotDescendForEver();
     void measuresArrays_data();
     void measuresArrays();
+    void measuresLists_data();
+    void measuresLists();
+    void measuresTheWholeMessage_data();
     void measuresTheWholeMessage();
     void findsNul_data();
     void findsNul();
@@ -103,6 +124,7 @@ void TestMessageMeter::countsLevels()
     QFETCH(QString, problem);
 
     QCOMPARE(problemOf(object), problem);
+    QCOMPARE(problemOfMap(object), problem);
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(object)), problem);
 }
 
@@ -112,16 +134,27 @@ void TestMessageMeter::countsLevelsOfArraysOfObjects()
     QCOMPARE(problemOf(nestedObjectArrays(16, empty)), QString());
     QCOMPARE(problemOf(nestedObjectArrays(17, empty)), TooDeep);
 
-    // As variants only the outermost array is one of objects; those in it are mixed, and take a level more.
+    // In a map only the outermost array is one of objects; those in it are mixed, and take a level more.
+    QCOMPARE(problemOfMap(nestedObjectArrays(13, empty)), QString());
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(13, empty))), QString());
+    QCOMPARE(problemOfMap(nestedObjectArrays(14, empty)), TooDeep);
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(14, empty))), TooDeep);
 }
 
 void TestMessageMeter::doesNotDescendForEver()
 {
-    QCOMPARE(problemOf(nestedObjects(20000, 1)), TooDeep);
-    QCOMPARE(problemOf(QJsonObject{{Key, nestedMixedArrays(20000, 1)}}), TooDeep);
-    QCOMPARE(problemOf(nestedObjectArrays(10000, 1)), TooDeep);
+    const QJsonObject mixedArrays{{Key, nestedMixedArrays(20000, 1)}};
+    for (const auto problem : {static_cast<QString (*)(const QJsonObject &)>(problemOf), problemOfMap}) {
+        QCOMPARE(problem(nestedObjects(20000, 1)), TooDeep);
+        QCOMPARE(problem(mixedArrays), TooDeep);
+        QCOMPARE(problem(nestedObjectArrays(10000, 1)), TooDeep);
+    }
+    // An array of arrays is left out, and so not looked into, unless it is within another.
+    const QJsonObject arrays{{Key, nestedArrays(20000)}};
+    QCOMPARE(problemOf(arrays), QString());
+    QCOMPARE(problemOfMap(arrays), QString());
+    QCOMPARE(problemOf(QJsonObject{{Key, QJsonArray{arrays}}}), QString());
+    QCOMPARE(problemOfMap(QJsonObject{{Key, QJsonArray{arrays}}}), TooDeep);
 }
 
 void TestMessageMeter::measuresArrays_data()
@@ -153,16 +186,84 @@ void TestMessageMeter::measuresArrays()
     QCOMPARE(problemOf(QVariantMap{{Key, text}}), problem);
 }
 
+void TestMessageMeter::measuresLists_data()
+{
+    QTest::addColumn<QVariant>("list");
+    QTest::addColumn<int>("signature"); // its length
+    QTest::addColumn<int>("alignment"); // of an element on the bus
+    QTest::addColumn<int>("size");
+
+    const auto row = [](const char *tag, auto element, int signature, int alignment, int size) {
+        QList<decltype(element)> list;
+        list.reserve(1000);
+        for (int i = 0; i < 1000; ++i)
+            list.append(element);
+        QTest::newRow(tag) << QVariant::fromValue(list) << signature << alignment << size;
+    };
+    row("truths", true, 2, 4, 4);
+    row("16 bits", short(1), 2, 2, 2);
+    row("16 bits, unsigned", ushort(1), 2, 2, 2);
+    row("32 bits", 1, 2, 4, 4);
+    row("32 bits, unsigned", 1U, 2, 4, 4);
+    row("64 bits", qlonglong(1), 2, 8, 8);
+    row("64 bits, unsigned", qulonglong(1), 2, 8, 8);
+    row("numbers", 1.0, 2, 8, 8);
+    row("object paths", QDBusObjectPath(QStringLiteral("/ab")), 2, 4, 8);
+    row("signatures", QDBusSignature(QStringLiteral("ai")), 2, 1, 4);
+    QStringList texts;
+    for (int i = 0; i < 1000; ++i)
+        texts.append(QStringLiteral("123"));
+    QTest::newRow("texts") << QVariant(texts) << 2 << 4 << 8;
+}
+
+/// As a text beside the list shows that just fits.
+void TestMessageMeter::measuresLists()
+{
+    QFETCH(QVariant, list);
+    QFETCH(int, signature);
+    QFETCH(int, alignment);
+    QFETCH(int, size);
+
+    const auto aligned = [](int offset, int to) { return (offset + to - 1) / to * to; };
+    int used = aligned(6 + 2 + signature, 4) + 4; // the key, the signature, the length
+    used = aligned(used, alignment) + 1000 * size;
+    used = aligned(used, 8) + 17; // a key and a text as above
+    const int room = 64 * 1024 * 1024 - used;
+    for (const int more : {-1, 0, 1}) {
+        const QVariantMap map{{QStringLiteral("a"), list}, {Key, QString(room + more, QLatin1Char('x'))}};
+        QCOMPARE(problemOf(map), more <= 0 ? QString() : ArrayTooLarge);
+    }
+}
+
+void TestMessageMeter::measuresTheWholeMessage_data()
+{
+    QTest::addColumn<QVariant>("last");
+    QTest::addColumn<int>("size"); // with the key
+
+    QTest::newRow("text") << QVariant(QStringLiteral("123")) << 20;
+    QTest::newRow("number") << QVariant(1.0) << 24;
+    QTest::newRow("truth") << QVariant(true) << 16;
+    QTest::newRow("bytes") << QVariant(QByteArrayLiteral("1234")) << 20;
+    QTest::newRow("numbers") << QVariant::fromValue(QList<double>{1, 2}) << 32;
+}
+
+/// Whatever comes last may be what is too much.
 void TestMessageMeter::measuresTheWholeMessage()
 {
-    const QString half = QString(60 * 1024 * 1024, QLatin1Char('x'));
-    MessageMeter meter;
-    meter.add(QStringLiteral("Intent"));
-    meter.add(QVariantMap{{Key, half}});
-    meter.add(QJsonObject{{Key, half}});
-    QCOMPARE(meter.problem(), QString());
-    meter.add(QString(8 * 1024 * 1024, QLatin1Char('x')));
-    QCOMPARE(meter.problem(), TooLong);
+    QFETCH(QVariant, last);
+    QFETCH(int, size);
+
+    constexpr int Most = 128 * 1024 * 1024 - 4096; // the rest is for the header
+    const QString text(60 * 1024 * 1024 - 5, QLatin1Char('x')); // with its length and NUL it ends at a multiple of 8
+    for (const int more : {-8, 0, 8}) {
+        const int start = (Most - size) / 8 * 8 + more; // of the member, after the length of the map
+        const int filler = start - 4 - 60 * 1024 * 1024 - 5;
+        MessageMeter meter;
+        meter.add(text);
+        meter.add(QString(filler, QLatin1Char('x')));
+        meter.add(QVariantMap{{Key, last}});
+        QCOMPARE(meter.problem(), more <= 0 ? QString() : TooLong);
+    }
 }
 
 void TestMessageMeter::findsNul_data()

@@ -3,13 +3,16 @@
 
 #include <Core/types.h>
 
+#include <QtDBus/QDBusObjectPath>
+#include <QtDBus/QDBusSignature>
 #include <QtDBus/QDBusUnixFileDescriptor>
+
+#include <type_traits>
 
 namespace Corvane {
 
 namespace {
 
-constexpr int MaxLevels = 64;
 constexpr qint64 MaxArrayBody = qint64(64) * 1024 * 1024;
 constexpr qint64 MaxHeader = 4096; // all but the object path, which is ours, are names of at most 255 bytes
 constexpr qint64 MaxBody = qint64(128) * 1024 * 1024 - MaxHeader;
@@ -51,8 +54,6 @@ void MessageMeter::add(const QString &text)
         refuse(QStringLiteral("A message cannot hold a text with U+0000"));
     addFixed(4);
     m_size += (survey.isAscii ? text.size() : utf8Length(text)) + 1;
-    if (m_size > MaxBody)
-        refuse(QStringLiteral("A message cannot be longer than 128 MiB"));
 }
 
 void MessageMeter::add(const QStringList &texts)
@@ -62,13 +63,18 @@ void MessageMeter::add(const QStringList &texts)
 
 void MessageMeter::add(const QJsonObject &object)
 {
-    addObject(object, nullptr);
+    addMap(object, [this](const QString &, const QJsonValue &value) { addContent(value); });
 }
 
 BusObject MessageMeter::addConverted(const QJsonObject &object)
 {
     BusObject converted;
-    addObject(object, &converted);
+    converted.members.reserve(object.size());
+    addMap(object, [this, &converted](const QString &key, const QJsonValue &value) {
+        const QVariant content = addConverted(value);
+        if (content.isValid())
+            converted.members.append({key, QDBusVariant(content)});
+    });
     return converted;
 }
 
@@ -76,8 +82,7 @@ QVariant MessageMeter::converted(const QJsonValue &value)
 {
     MessageMeter meter;
     meter.m_hasLimits = false;
-    QVariant converted;
-    meter.addContent(value, &converted);
+    const QVariant converted = meter.addConverted(value);
     logOmissions(meter.m_omissions);
     return converted;
 }
@@ -87,104 +92,108 @@ void MessageMeter::add(const QVariantMap &map)
     addMap(map, [this](const QString &, const QVariant &value) { addContent(value); });
 }
 
-void MessageMeter::addObject(const QJsonObject &object, BusObject *converted)
+QString MessageMeter::problem() const
 {
-    if (!converted) {
-        addMap(object, [this](const QString &, const QJsonValue &value) { addContent(value, nullptr); });
-        return;
-    }
-    converted->members.reserve(object.size());
-    addMap(object, [this, converted](const QString &key, const QJsonValue &value) {
-        QVariant content;
-        addContent(value, &content);
-        if (content.isValid())
-            converted->members.append({key, QDBusVariant(content)});
-    });
+    if (m_problem.isEmpty() && m_size > MaxBody)
+        return QStringLiteral("A message cannot be longer than 128 MiB");
+    return m_problem;
 }
 
-void MessageMeter::addArray(const QJsonArray &array, QVariant *converted)
+QVariant MessageMeter::addConverted(const QJsonArray &array)
 {
     const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
     if (!type) {
         addPlainContent(array);
-        if (converted && m_problem.isEmpty())
-            *converted = withoutNulls(Core::Types::plainVariant(array), &m_omissions);
-        return;
+        return m_problem.isEmpty() ? withoutNulls(Core::Types::plainVariant(array), &m_omissions) : QVariant();
     }
     switch (*type) {
     case QJsonValue::Bool:
     case QJsonValue::Double:
-        addFixedArray(array.size(), *type == QJsonValue::Bool ? 4 : 8);
-        if (converted)
-            *converted = Core::Types::scalarList(array, *type);
-        return;
     case QJsonValue::String: {
-        const QVariant texts = Core::Types::scalarList(array, *type);
-        addContent(texts);
-        if (converted)
-            *converted = texts;
-        return;
+        const QVariant list = Core::Types::scalarList(array, *type);
+        addContent(list);
+        return list;
     }
     case QJsonValue::Object: {
         QVector<BusObject> objects;
         objects.reserve(array.size());
         addSignature(6);
-        addList(array, 4, 1, [this, converted, &objects](const QJsonValue &element) {
-            objects.append(BusObject());
-            addObject(element.toObject(), converted ? &objects.last() : nullptr);
-        });
-        if (converted)
-            *converted = QVariant::fromValue(objects);
-        return;
+        addList(array, 4, 1,
+                [this, &objects](const QJsonValue &element) { objects.append(addConverted(element.toObject())); });
+        return QVariant::fromValue(objects);
     }
     case QJsonValue::Array:
-        if (converted)
-            m_omissions.append(Core::Types::ArrayOfArrays);
-        return;
+        m_omissions.append(Core::Types::ArrayOfArrays);
+        return {};
     case QJsonValue::Null:
     case QJsonValue::Undefined:
-        if (converted)
-            m_omissions.append(Core::Types::UnknownType);
-        return;
+        break;
     }
+    m_omissions.append(Core::Types::UnknownType);
+    return {};
 }
 
-void MessageMeter::addContent(const QJsonValue &value, QVariant *converted)
+QVariant MessageMeter::addConverted(const QJsonValue &value)
 {
     switch (value.type()) {
     case QJsonValue::Array:
-        return addArray(value.toArray(), converted);
-    case QJsonValue::Object: {
-        BusObject members;
+        return addConverted(value.toArray());
+    case QJsonValue::Object:
         addSignature(5);
-        addObject(value.toObject(), converted ? &members : nullptr);
-        if (converted)
-            *converted = QVariant::fromValue(members);
-        return;
-    }
+        return QVariant::fromValue(addConverted(value.toObject()));
     case QJsonValue::Bool:
-        if (converted)
-            *converted = value.toBool();
         addSignature(1);
-        return addFixed(4);
+        addFixed(4);
+        return value.toBool();
     case QJsonValue::Double:
-        if (converted)
-            *converted = value.toDouble();
         addSignature(1);
-        return addFixed(8);
+        addFixed(8);
+        return value.toDouble();
     case QJsonValue::String: {
         const QString text = value.toString();
-        if (converted)
-            *converted = text;
         addSignature(1);
-        return add(text);
+        add(text);
+        return text;
     }
     case QJsonValue::Null:
     case QJsonValue::Undefined:
-        if (converted)
-            m_omissions.append(Core::Types::UnknownType);
-        return;
+        break;
     }
+    m_omissions.append(Core::Types::UnknownType);
+    return {};
+}
+
+/// What Core::Types makes of the value. It looks at what arrays have in common, but not within an array.
+void MessageMeter::addContent(const QJsonValue &value)
+{
+    if (value.isObject()) {
+        addSignature(5);
+        return add(value.toObject());
+    }
+    const QJsonArray array = value.toArray();
+    const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
+    if (!type)
+        return addPlainContent(value);
+    switch (*type) {
+    case QJsonValue::Bool:
+    case QJsonValue::Double:
+        return addFixedArray(array.size(), *type == QJsonValue::Bool ? 4 : 8);
+    case QJsonValue::String:
+        addSignature(2);
+        return addList(array, 4, 1, [this](const QJsonValue &element) { add(element.toString()); });
+    case QJsonValue::Object:
+        addSignature(6);
+        return addList(array, 4, 1, [this](const QJsonValue &element) { addPlainMembers(element.toObject()); });
+    case QJsonValue::Array:
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        return; // left out
+    }
+}
+
+void MessageMeter::addPlainMembers(const QJsonObject &object)
+{
+    addMap(object, [this](const QString &, const QJsonValue &value) { addPlainContent(value); });
 }
 
 void MessageMeter::addPlainContent(const QJsonValue &value)
@@ -204,7 +213,7 @@ void MessageMeter::addPlainContent(const QJsonValue &value)
         return addList(value.toArray(), 1, 2, [this](const QJsonValue &element) { addPlainContent(element); });
     case QJsonValue::Object:
         addSignature(5);
-        return addMap(value.toObject(), [this](const QString &, const QJsonValue &member) { addPlainContent(member); });
+        return addPlainMembers(value.toObject());
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         return; // left out
@@ -241,15 +250,21 @@ void MessageMeter::addContent(const QVariant &value)
     default:
         break;
     }
-    if (value.userType() == qMetaTypeId<QList<bool>>()) {
-        addFixedArray(value.value<QList<bool>>().size(), 4);
-    } else if (value.userType() == qMetaTypeId<QList<double>>()) {
-        addFixedArray(value.value<QList<double>>().size(), 8);
-    } else if (value.userType() == qMetaTypeId<QList<int>>()) {
-        addFixedArray(value.value<QList<int>>().size(), 4);
-    } else if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
+    if (addFixedLists<bool, short, ushort, int, uint, qlonglong, qulonglong, double>(value))
+        return;
+    if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
         addSignature(6);
         addList(value.value<QList<QVariantMap>>(), 4, 1, [this](const QVariantMap &element) { add(element); });
+    } else if (value.userType() == qMetaTypeId<QDBusObjectPath>()) {
+        addSignature(1);
+        add(value.value<QDBusObjectPath>().path());
+    } else if (value.userType() == qMetaTypeId<QList<QDBusObjectPath>>()) {
+        addSignature(2);
+        addList(value.value<QList<QDBusObjectPath>>(), 4, 1, [this](const QDBusObjectPath &path) { add(path.path()); });
+    } else if (value.userType() == qMetaTypeId<QList<QDBusSignature>>()) {
+        addSignature(2);
+        addList(value.value<QList<QDBusSignature>>(), 1, 1,
+                [this](const QDBusSignature &signature) { addSignature(signature.signature().size()); });
     } else if (value.userType() == qMetaTypeId<QList<QDBusUnixFileDescriptor>>()) {
         const int count = value.value<QList<QDBusUnixFileDescriptor>>().size();
         addFixedArray(count, 4);
@@ -263,7 +278,7 @@ void MessageMeter::addContent(const QVariant &value)
         addNested(1, [&] { addContent(value.value<QDBusVariant>().variant()); });
     } else if (value.userType() == QMetaType::QJsonObject || value.userType() == QMetaType::QJsonArray
                || value.userType() == QMetaType::QJsonValue) {
-        addContent(QJsonValue::fromVariant(value), nullptr);
+        addConverted(QJsonValue::fromVariant(value)); // what is left out is logged when it is marshalled
     } else {
         addSignature(255);
         addFixed(8);
@@ -298,6 +313,20 @@ void MessageMeter::addList(const List &list, int alignment, int levels, AddEleme
         for (auto element = list.begin(); element != list.end() && m_problem.isEmpty(); ++element)
             addNested(levels, [&] { addElement(*element); });
     });
+}
+
+/// Adds the list if it is one of such elements. All but truths are as large on the bus as here.
+template<typename... Elements>
+bool MessageMeter::addFixedLists(const QVariant &value)
+{
+    const auto isListOf = [this, &value](auto element) {
+        using List = QList<decltype(element)>;
+        if (value.userType() != qMetaTypeId<List>())
+            return false;
+        addFixedArray(value.value<List>().size(), std::is_same_v<List, QList<bool>> ? 4 : int(sizeof(element)));
+        return true;
+    };
+    return (isListOf(Elements()) || ...);
 }
 
 /// A variant that holds an array of fixed-size elements, into which nobody has to descend.

@@ -12,6 +12,8 @@
 
 namespace Corvane {
 
+constexpr int MaxLevels = 64; // containers within each other in a message
+
 /**
  * Measures the body of a message before it is made.
  *
@@ -26,16 +28,17 @@ class MessageMeter
 public:
     void add(const QString &text);
     void add(const QStringList &texts);
+    /// The map that Core::Types makes of the object.
     void add(const QJsonObject &object);
-    /// The same, and makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out.
+    /// Makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out.
     /// Of use only if there is no problem.
     BusObject addConverted(const QJsonObject &object);
-    /// A map of what Core::Types makes of JSON, of descriptors, and of what describes a task. Other values are taken to
-    /// be small.
+    /// A map of what Core::Types makes of JSON, of what QtDBus marshals by itself, and of descriptors. Values that
+    /// somebody else marshals are taken to be small.
     void add(const QVariantMap &map);
 
     /// Why the bus would not let the message pass, for people; empty if it would.
-    QString problem() const { return m_problem; }
+    QString problem() const;
 
     /// What was left out in converting, to be logged once the message is sent.
     const Omissions &omissions() const { return m_omissions; }
@@ -45,13 +48,15 @@ public:
     static QVariant converted(const QJsonValue &value);
 
 private:
-    // With a place for it they convert what they add.
-    void addObject(const QJsonObject &object, BusObject *converted);
-    void addArray(const QJsonArray &array, QVariant *converted);
-    void addContent(const QJsonValue &value, QVariant *converted);
+    QVariant addConverted(const QJsonArray &array);
+    QVariant addConverted(const QJsonValue &value);
 
+    void addContent(const QJsonValue &value);
     void addPlainContent(const QJsonValue &value);
+    void addPlainMembers(const QJsonObject &object);
     void addContent(const QVariant &value);
+    template<typename... Elements>
+    bool addFixedLists(const QVariant &value);
 
     template<typename Map, typename AddContent>
     void addMap(const Map &map, AddContent addContent);

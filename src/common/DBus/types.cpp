@@ -286,17 +286,19 @@ void registerRecordTypes()
 
 namespace {
 
-/// The value without what \a isSendable refuses, at any depth; invalid if that is all of it.
+/// The value without what \a isSendable refuses, at any depth that a message can have; invalid if that is all of it.
 template<typename Predicate>
-QVariant filtered(const QVariant &value, Predicate isSendable)
+QVariant filtered(const QVariant &value, Predicate isSendable, int levels = MaxLevels)
 {
     if (!isSendable(value))
         return {};
+    if (levels == 0)
+        return value;
     if (value.userType() == QMetaType::QVariantList) {
         QVariantList list;
         const QVariantList elements = value.toList();
         for (const QVariant &element : elements) {
-            const QVariant kept = filtered(element, isSendable);
+            const QVariant kept = filtered(element, isSendable, levels - 1);
             if (kept.isValid())
                 list.append(kept);
         }
@@ -306,7 +308,7 @@ QVariant filtered(const QVariant &value, Predicate isSendable)
         QVariantMap map;
         const QVariantMap members = value.toMap();
         for (auto member = members.begin(); member != members.end(); ++member) {
-            const QVariant kept = filtered(member.value(), isSendable);
+            const QVariant kept = filtered(member.value(), isSendable, levels - 1);
             if (kept.isValid())
                 map.insert(map.constEnd(), member.key(), kept);
         }
@@ -317,11 +319,11 @@ QVariant filtered(const QVariant &value, Predicate isSendable)
         const auto elements = value.value<QList<QVariantMap>>();
         maps.reserve(elements.size());
         for (const QVariantMap &element : elements)
-            maps.append(filtered(element, isSendable).toMap());
+            maps.append(filtered(element, isSendable, levels - 1).toMap());
         return QVariant::fromValue(maps);
     }
     if (value.userType() == qMetaTypeId<QDBusVariant>()) {
-        const QVariant kept = filtered(value.value<QDBusVariant>().variant(), isSendable);
+        const QVariant kept = filtered(value.value<QDBusVariant>().variant(), isSendable, levels - 1);
         return kept.isValid() ? QVariant::fromValue(QDBusVariant(kept)) : QVariant();
     }
     return value;
