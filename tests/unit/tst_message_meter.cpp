@@ -216,7 +216,7 @@ void TestMessageMeter::measuresLists_data()
     QTest::newRow("texts") << QVariant(texts) << 2 << 4 << 8;
 }
 
-/// As a text beside the list shows that just fits.
+/// As bytes beside the list show that just fit.
 void TestMessageMeter::measuresLists()
 {
     QFETCH(QVariant, list);
@@ -227,10 +227,10 @@ void TestMessageMeter::measuresLists()
     const auto aligned = [](int offset, int to) { return (offset + to - 1) / to * to; };
     int used = aligned(6 + 2 + signature, 4) + 4; // the key, the signature, the length
     used = aligned(used, alignment) + 1000 * size;
-    used = aligned(used, 8) + 17; // a key and a text as above
+    used = aligned(used, 8) + 16; // a key, a signature of two, a length
     const int room = 64 * 1024 * 1024 - used;
     for (const int more : {-1, 0, 1}) {
-        const QVariantMap map{{QStringLiteral("a"), list}, {Key, QString(room + more, QLatin1Char('x'))}};
+        const QVariantMap map{{QStringLiteral("a"), list}, {Key, QByteArray(room + more, 'x')}};
         QCOMPARE(problemOf(map), more <= 0 ? QString() : ArrayTooLarge);
     }
 }
@@ -254,13 +254,13 @@ void TestMessageMeter::measuresTheWholeMessage()
     QFETCH(int, size);
 
     constexpr int Most = 128 * 1024 * 1024 - 4096; // the rest is for the header
-    const QString text(60 * 1024 * 1024 - 5, QLatin1Char('x')); // with its length and NUL it ends at a multiple of 8
+    constexpr int First = 64 * 1024 * 1024; // with what stands before the bytes: the length of the map and 16 as above
+    const QByteArray bytes(First - 24, 'x');
     for (const int more : {-8, 0, 8}) {
         const int start = (Most - size) / 8 * 8 + more; // of the member, after the length of the map
-        const int filler = start - 4 - 60 * 1024 * 1024 - 5;
         MessageMeter meter;
-        meter.add(text);
-        meter.add(QString(filler, QLatin1Char('x')));
+        meter.add(QVariantMap{{Key, bytes}});
+        meter.add(QVariantMap{{Key, QByteArray(start - 4 - First - 24, 'x')}});
         meter.add(QVariantMap{{Key, last}});
         QCOMPARE(meter.problem(), more <= 0 ? QString() : TooLong);
     }
