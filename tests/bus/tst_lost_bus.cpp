@@ -105,28 +105,29 @@ void TestLostBus::callsInFlightHaveFailedOnce()
     Replies laterReplies(later);
     later.invoke(QStringLiteral("X"), {}, {});
     QTRY_COMPARE(laterReplies.all.size(), 1); // by which the others would have been told twice
-    for (int i = 0; i < 3; ++i)
-        QVERIFY2(replies.all.value(i).startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(replies.all.value(i)));
-    QCOMPARE(outcomes.mid(0, 2), QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")}));
+    QCOMPARE(replies.all.size(), 3);
+    for (const QString &failed : qAsConst(replies.all))
+        QVERIFY2(failed.startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(failed));
+    QCOMPARE(outcomes, QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")}));
 }
 
 void TestLostBus::callsFailOnceFromTheEventLoop()
 {
-    const int before = replies.all.size();
+    replies.all.clear();
     outcomes.clear();
     invoker.invoke(QStringLiteral("X"), {}, {});
     invoker.invoke(QStringLiteral("Y"), {}, {{QStringLiteral("a"), 1}});
     task.start(note("started"));
     task.stop(Task::Force, note("stopped"));
-    QCOMPARE(replies.all.size(), before);
-    QTRY_COMPARE(replies.all.size(), before + 2);
-    QCOMPARE(replies.all.mid(before),
+    QCOMPARE(replies.all, QStringList());
+    QCOMPARE(outcomes, QStringList());
+    QTRY_COMPARE(replies.all.size(), 2);
+    QCOMPARE(replies.all,
              QStringList({QStringLiteral("{} 1 ") + NotConnected, QStringLiteral("{} 1 ") + NotConnected}));
     QTRY_COMPARE(outcomes, QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")}));
     QCoreApplication::processEvents();
-    QCOMPARE(replies.all.size(), before + 2);
+    QCOMPARE(replies.all.size(), 2);
     QCOMPARE(outcomes.size(), 2);
-    outcomes = QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")});
 }
 
 void TestLostBus::replyIsLogged()
