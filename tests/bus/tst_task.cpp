@@ -585,7 +585,7 @@ void TestTask::everyCallHasItsOwnOutcome()
     peer.release(1, {});
     QTRY_COMPARE(outcomes,
                  QStringList({QStringLiteral("third 0"), QStringLiteral("first 1"), QStringLiteral("second 0")}));
-    QVERIFY(peer.busRoundTrip());
+    QVERIFY(peer.roundTrip());
     QCOMPARE(outcomes.size(), 3);
     peer.kill(); // and holds nothing any more
     peer.start();
@@ -614,7 +614,7 @@ void TestTask::deletedTaskDeliversNothing()
     }
     peer.release(0, {});
     peer.releaseError(1, QStringLiteral("com.example.Error"));
-    QVERIFY(peer.busRoundTrip());
+    QVERIFY(peer.roundTrip());
     {
         Task refused(QString(QChar(0)));
         refused.start(outcomes.callback());
