@@ -73,6 +73,8 @@ private Q_SLOTS:
     void valuesWithoutAFormAreLeftOut();
     void hugeDescriptionsAreRefused_data();
     void hugeDescriptionsAreRefused();
+    void passesAsManyFilesAsTheBusDoes_data();
+    void passesAsManyFilesAsTheBusDoes();
     void stopSendsTheForceFlagAlone_data();
     void stopSendsTheForceFlagAlone();
 
@@ -511,6 +513,32 @@ void TestTask::hugeDescriptionsAreRefused()
         QVERIFY(peer.roundTrip());
         QCOMPARE(peer.calls(), QStringList());
     }
+}
+
+void TestTask::passesAsManyFilesAsTheBusDoes_data()
+{
+    QTest::addColumn<int>("count");
+
+    for (const int count : {CORVANE_MAX_DESCRIPTORS - 1, CORVANE_MAX_DESCRIPTORS})
+        QTest::addRow("%d", count) << count;
+}
+
+void TestTask::passesAsManyFilesAsTheBusDoes()
+{
+    QFETCH(int, count);
+
+    QFile null(QStringLiteral("/dev/null"));
+    QVERIFY(null.open(QIODevice::ReadOnly));
+    QVariantMap files;
+    for (int i = 0; i < count; ++i)
+        files.insert(QString::number(i), QVariant::fromValue(QDBusUnixFileDescriptor(null.handle())));
+    Task task(Sync);
+    task.withSchedule(Schedule(files));
+    Outcomes outcomes;
+    task.start(outcomes.callback());
+    QTRY_COMPARE(outcomes.all, QStringList(QStringLiteral("0 ")));
+    QCOMPARE(peer.calls().size(), 1);
+    QCOMPARE(peer.descriptors(), QVector<QString>(count, QStringLiteral("read: ")).toList());
 }
 
 void TestTask::stopSendsTheForceFlagAlone_data()
