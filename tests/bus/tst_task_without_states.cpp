@@ -6,6 +6,7 @@
 #include <patience.h>
 #include <service_peer.h>
 
+#include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 
 using namespace Corvane;
@@ -20,11 +21,11 @@ private Q_SLOTS:
 void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
 {
     const QString sync = QStringLiteral("sync");
-    const auto announce = [](ServicePeer &peer) {
-        peer.emitSignal(QStringLiteral("Tasks1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"),
-                        QStringLiteral("StateChanged"), QStringLiteral("([('sync', uint32 1, @a{sv} {})],)"));
-    };
     ServicePeer peer;
+    const auto announce = [&peer](const QJsonObject &more = {}) {
+        peer.emitSignal(QStringLiteral("Tasks1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"),
+                        QStringLiteral("StateChanged"), QStringLiteral("([('sync', uint32 1, @a{sv} {})],)"), more);
+    };
     peer.ownServiceName(false);
     MessageLog log;
     const Task early(sync);
@@ -34,13 +35,21 @@ void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
                                         "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The "
                                         "name %1 was not provided by any .service files\")")
                              .arg(QStringLiteral(CORVANE_SERVICE_ROOT))));
+    // Nor is anybody heard while nobody is the service.
+    const QString us = QDBusConnection::sessionBus().baseService();
+    for (const bool stranger : {false, true}) {
+        announce({{QStringLiteral("stranger"), stranger}});
+        announce({{QStringLiteral("stranger"), stranger}, {QStringLiteral("destination"), us}});
+    }
+    QCOMPARE(early.state(), Task::Unknown);
+
     peer.ownServiceName(true);
-    announce(peer);
+    announce();
     QCOMPARE(early.state(), Task::Running);
 
     const Task late(sync);
     QCOMPARE(late.state(), Task::Unknown); // what was announced before does not count for it
-    announce(peer);
+    announce();
     QCOMPARE(late.state(), Task::Running);
     QCOMPARE(peer.calls(), QStringList()); // nobody asks again
 }
