@@ -9,6 +9,7 @@ that bears the id. Calls that arrive are reported in lines with a "call" as they
 prints them, with their types.
 """
 
+import errno
 import fcntl
 import json
 import os
@@ -58,16 +59,18 @@ def printed(body):
 
 
 def describe_descriptor(fd):
-    """What a descriptor is good for, and what is behind it."""
+    """What a descriptor is good for, and what is behind it; or how reading it, or writing the same again, fails."""
     flags = fcntl.fcntl(fd, fcntl.F_GETFL)
     mode = {os.O_RDONLY: "read", os.O_WRONLY: "write", os.O_RDWR: "read-write"}[flags & os.O_ACCMODE]
     if flags & os.O_NONBLOCK:
         mode += " non-blocking"
     try:
-        content = os.pread(fd, 1000, 0).decode()
-    except OSError:
-        content = "(not seekable)"
-    return f"{mode}: {content}"
+        content = os.pread(fd, 1000, 0)
+        if flags & os.O_ACCMODE == os.O_RDWR:
+            os.pwrite(fd, content, 0)
+    except OSError as error:
+        return f"{mode}: ({errno.errorcode[error.errno]})"
+    return f"{mode}: {content.decode()}"
 
 
 def take_descriptors(message):
