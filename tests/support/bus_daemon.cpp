@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bus_daemon.h"
 
+#include <cerrno>
 #include <csignal>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -34,6 +36,11 @@ BusDaemon::~BusDaemon()
 void BusDaemon::hang()
 {
     signalProcess(processId(), SIGSTOP);
+    siginfo_t stopped = {};
+    while (::waitid(P_PID, id_t(processId()), &stopped, WSTOPPED) != 0) {
+        if (errno != EINTR)
+            qFatal("The bus does not stop");
+    }
 }
 
 void BusDaemon::goOn()

@@ -11,7 +11,7 @@ public:
     BusDaemon();
     ~BusDaemon() override;
 
-    /// Has the bus hang: it takes nothing and answers nothing, until it may go on.
+    /// Has the bus hang: on return it takes nothing and answers nothing, until it may go on.
     void hang();
     void goOn();
     /// Ends the bus as a crash would.
