@@ -23,6 +23,7 @@ const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.Unknown
 const QString HandleIntent = QStringLiteral("HandleIntent");
 const QString Ask = QStringLiteral("Ask");
 const QString AskBody = QStringLiteral("('Ask', {'q': <1>})");
+const QJsonObject NoInterface{{QStringLiteral("interface"), QJsonValue()}};
 
 QString answer(const QString &result)
 {
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void handlerMayDeleteTheDispatcher();
     void anybodyOnTheBusMayAsk();
     void showsOneMethodToTheBus();
+    void interfaceMayBeLeftOut();
     void nothingElseCanBeCalled_data();
     void nothingElseCanBeCalled();
     void thousandsOfIntentsAreAnswered();
@@ -271,6 +273,12 @@ void TestIntentHandler::showsOneMethodToTheBus()
     QCOMPARE(xml.count(QStringLiteral("<interface ")), 4); // and Properties, Introspectable and Peer
 }
 
+void TestIntentHandler::interfaceMayBeLeftOut()
+{
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
+    QCOMPARE(peer.call(HandleIntent, AskBody, NoInterface).text, answer(QStringLiteral("@a{sv} {}")));
+}
+
 void TestIntentHandler::nothingElseCanBeCalled_data()
 {
     QTest::addColumn<QString>("member");
@@ -301,8 +309,10 @@ void TestIntentHandler::nothingElseCanBeCalled()
     QFETCH(QString, error);
 
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    const QString text = peer.call(member, body).text;
-    QVERIFY2(text.startsWith(error), qUtf8Printable(text));
+    for (const QJsonObject &more : {QJsonObject(), NoInterface}) {
+        const QString text = peer.call(member, body, more).text;
+        QVERIFY2(text.startsWith(error), qUtf8Printable(text));
+    }
     QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}"))); // it has survived
 
     const QJsonObject properties{{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Properties")}};
