@@ -2,6 +2,8 @@
 // A bus that hangs, processes that die at the wrong moment, and a process without a free descriptor.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/intents_invoker_p.h>
+#include <Corvane/lifecycle.h>
+#include <Corvane/memory_pressure.h>
 #include <Corvane/runtime_dispatcher.h>
 #include <Corvane/task.h>
 
@@ -47,6 +49,8 @@ private Q_SLOTS:
     void hungBusTakesWhatItIsGivenLater();
     void replyWaitsForAHungBus();
     void answerAfterTheTimeOutIsDropped();
+    void callsMayTimeOutWhileTheBusHangs();
+    void whatIsSharedAsksTheBusOnce();
     void queuedIntentsAreReportedOnceAndInOrder();
 
     void serviceMayDieAndComeBack();
@@ -55,6 +59,7 @@ private Q_SLOTS:
 
     void invokesWithoutAFreeDescriptor();
     void handlesWithoutAFreeDescriptor();
+    void repliesWithoutADescriptorToSendWith();
 
 private:
     RuntimeDispatcher::ReplyFunction keepReply(int &call);
@@ -191,6 +196,59 @@ void TestBusFaults::answerAfterTheTimeOutIsDropped()
     QCOMPARE(codes.size(), 1);
 }
 
+void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
+{
+    peer.hold();
+    IntentsInvoker patient;
+    Replies replies(patient);
+    IntentsInvokerPrivate hasty;
+    hasty.interface->setTimeout(100);
+    QVector<int> codes;
+    connect(&hasty, &IntentsInvokerPrivate::replyReceived, this,
+            [&codes](const QJsonObject &, const Error &error) { codes << int(error.code()); });
+    patient.invoke(QStringLiteral("A"), {}, {});
+    QTRY_COMPARE(peer.calls().size(), 1);
+    hasty.invoke(QStringLiteral("B"), {}, {});
+
+    bus.hang();
+    hasty.invoke(QStringLiteral("C"), {}, {});
+    QTRY_COMPARE(codes, QVector<int>({Error::Failed, Error::Failed}));
+    QCOMPARE(replies.all, QStringList());
+
+    bus.goOn();
+    QTRY_COMPARE(peer.calls().size(), 3);
+    for (const int late : {0, 1, 2})
+        peer.release(late, QStringLiteral("(@a{sv} {},)"));
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(codes.size(), 2);
+    QCOMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+
+    hasty.interface->setTimeout(60000);
+    hasty.invoke(QStringLiteral("D"), {}, {});
+    QTRY_COMPARE(peer.calls().size(), 4);
+    peer.release(3, QStringLiteral("(@a{sv} {},)"));
+    QTRY_COMPARE(codes, QVector<int>({Error::Failed, Error::Failed, Error::NoError}));
+}
+
+void TestBusFaults::whatIsSharedAsksTheBusOnce()
+{
+    const Task first(QStringLiteral("sync"));
+    Lifecycle::instance();
+    MemoryPressure::instance();
+    QVERIFY(peer.roundTrip());
+
+    bus.hang();
+    QElapsedTimer clock;
+    clock.start();
+    const Task second(QStringLiteral("other"));
+    Lifecycle::instance();
+    MemoryPressure::instance();
+    RuntimeDispatcher::instance();
+    const qint64 elapsed = clock.elapsed();
+    bus.goOn();
+    QVERIFY2(elapsed < 20000, "a call that waits gives up after 25 s");
+}
+
 void TestBusFaults::queuedIntentsAreReportedOnceAndInOrder()
 {
     const int count = underValgrind() ? 300 : 10000;
@@ -313,6 +371,32 @@ void TestBusFaults::handlesWithoutAFreeDescriptor()
              QStringLiteral("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFiles': <['file']>, 'writeFiles': <@as []>})")
                  .arg(file.fileName()));
     QVERIFY(peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).descriptors.size() == 1);
+}
+
+void TestBusFaults::repliesWithoutADescriptorToSendWith()
+{
+    auto *dispatcher = RuntimeDispatcher::instance();
+    dispatcher->registerIntent(QStringLiteral("Give"), [this](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("file"), file.fileName()}, {QStringLiteral("leftOut"), QJsonValue()}});
+    });
+    dispatcher->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("file")}, {});
+    // What is left out is logged when the file is open, and before its descriptor is duplicated into the message.
+    static std::optional<NoFreeDescriptor> none;
+    static QtMessageHandler handler = nullptr;
+    handler = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &text) {
+        if (!none)
+            none.emplace();
+        handler(type, context, text);
+    });
+    const QString reply = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).text;
+    qInstallMessageHandler(handler);
+    QVERIFY(none);
+    none.reset();
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Unknown JSON value type")));
+    QCOMPARE(reply, // libdbus passes over the file
+             QStringLiteral("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFds': <@ah []>, 'readFiles': <['file']>, "
+                            "'writeFiles': <@as []>})")
+                 .arg(file.fileName()));
 }
 
 namespace {
