@@ -184,6 +184,7 @@ private Q_SLOTS:
 
     void applicationConnectsAtOnce();
     void missingSocketIsLogged();
+    void channelOutlivesItsPath();
     void sendingUnconnectedIsRefused();
     void applicationLearnsThatTheTaskHasGone();
 
@@ -227,6 +228,7 @@ namespace {
 
 const QString Incomplete = QStringLiteral("Insufficient data in the socket");
 const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
+const QString NoSocket = QStringLiteral("Socket error \"QLocalSocket::connectToServer: Invalid name\"");
 const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
 
 } // namespace
@@ -413,9 +415,7 @@ void TestTaskMessaging::missingSocketIsLogged()
 {
     Channel application(path());
     QCOMPARE(application->state(), TaskMessaging::Unconnected);
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Socket error \"QLocalSocket::connectToServer: Invalid "
-                                        "name\"")));
+    QCOMPARE(log->takeWarnings(), QStringList(NoSocket));
     Channel nameless((QString()));
     QCOMPARE(nameless->state(), TaskMessaging::Unconnected);
     QCOMPARE(log->takeWarnings().size(), 1);
@@ -426,6 +426,38 @@ void TestTaskMessaging::missingSocketIsLogged()
     QCOMPARE(log->takeWarnings(),
              QStringList(QStringLiteral("Socket error \"QLocalSocket::connectToServer: Connection "
                                         "refused\"")));
+
+    QVERIFY(QFile::remove(path()));
+    const Descriptor listener(listeningSocket(path()));
+    Channel late(path());
+    QCOMPARE(late->state(), TaskMessaging::Connected);
+}
+
+void TestTaskMessaging::channelOutlivesItsPath()
+{
+    Channel task(listeningSocket(path()));
+    Channel application(path());
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(QFile::remove(path()));
+    Channel late(path());
+    QCOMPARE(late->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings(), QStringList(NoSocket));
+
+    QVERIFY(application->sendMessage({}));
+    QTRY_COMPARE(task.messages.size(), 1);
+    QVERIFY(task->sendMessage({}));
+    QTRY_COMPARE(application.messages.size(), 1);
+
+    task.channel.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of its server
+    QCOMPARE(log->takeWarnings(), QStringList());
+    QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
+    QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
+
+    Channel nextTask(listeningSocket(path()));
+    Channel nextApplication(path());
+    QVERIFY(nextApplication->sendMessage({}));
+    QTRY_COMPARE(nextTask.messages.size(), 1);
 }
 
 void TestTaskMessaging::sendingUnconnectedIsRefused()
