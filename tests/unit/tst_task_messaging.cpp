@@ -892,14 +892,14 @@ void TestTaskMessaging::burstsArriveWhole_data()
     QTest::addColumn<int>("count");
     QTest::addColumn<int>("size");
 
-    const bool underValgrind = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
+    const int divisor = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND") ? 20 : CORVANE_BURST_DIVISOR;
     for (const bool isTask : {false, true}) {
         for (const bool sends : {false, true}) {
             for (const auto &[count, size] :
-                 {std::pair(100000, 10), std::pair(100000, 1024), std::pair(100000, 5120), std::pair(20000, 32768)}) {
+                 {std::pair(20000, 10), std::pair(20000, 1024), std::pair(20000, 5120), std::pair(3000, 32768)}) {
                 QTest::addRow("%s %s %d of %d bytes", isTask ? "task" : "application", sends ? "sends" : "receives",
-                              count, size)
-                    << isTask << sends << (underValgrind ? count / 100 : count) << size;
+                              count / divisor, size)
+                    << isTask << sends << count / divisor << size;
             }
         }
     }
