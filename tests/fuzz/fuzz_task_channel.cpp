@@ -5,10 +5,13 @@
 //   b TEXT   bytes
 //   c N      a cut, N bytes before the end of what there is
 //   s TEXT   the channel sends this JSON, when all has been read
+//   r N      the channel does so N times
+//   e N      the channel sends back its first N messages, while it reads
 //   d N      the channel is deleted in its Nth message
 //   t        the channel is the task's end, not the application's
 // A plain socket writes the stream, cut by cut, each when the one before has been read. The messages that arrive and
-// the end of the connection must be what the model of the frames says.
+// the end of the connection must be what the model of the frames says. What the channel sends must arrive frame by
+// frame, and whole unless the channel was deleted; then the connection must have ended.
 #include <Corvane/task_messaging.h>
 
 #include <expect.h>
@@ -37,20 +40,24 @@ extern "C" const char *__lsan_default_suppressions()
 
 namespace {
 
+constexpr int LengthSize = sizeof(quint32);
 constexpr int MaxPiece = 16 * 1024; // the kernel passes it on in one
+constexpr int MaxWhole = 32 * 1024; // a longer frame may be in two
 
 struct Script
 {
     QByteArray stream;
     QVector<int> cuts;
     QVector<QJsonObject> sent;
+    int rounds = 1;
+    int echoed = 0;
     int deletedIn = 0;
     bool isTask = false;
 };
 
 QByteArray frame(const QByteArray &payload)
 {
-    QByteArray length(4, '\0');
+    QByteArray length(LengthSize, '\0');
     qToBigEndian(quint32(payload.size()), length.data());
     return length + payload;
 }
@@ -66,7 +73,7 @@ Script parse(const QByteArray &input)
             script.stream += frame(rest);
             break;
         case 'l': {
-            QByteArray length(4, '\0');
+            QByteArray length(LengthSize, '\0');
             qToBigEndian(rest.toUInt(), length.data());
             script.stream += length;
             break;
@@ -79,6 +86,12 @@ Script parse(const QByteArray &input)
             break;
         case 's':
             script.sent.append(QJsonDocument::fromJson(rest).object());
+            break;
+        case 'r':
+            script.rounds = int(rest.toUInt() % 100);
+            break;
+        case 'e':
+            script.echoed = int(rest.toUInt() % 10000);
             break;
         case 'd':
             script.deletedIn = int(rest.toUInt() % 100);
@@ -199,8 +212,51 @@ public:
         return true;
     }
 
+    void send(const QJsonObject &message)
+    {
+        expectEqual("Sending succeeds", channel->sendMessage(message), true);
+        m_sent.append(frame(QJsonDocument(message).toJson(QJsonDocument::Compact)));
+    }
+
+    /// Reads all that was sent, unless the channel closes before.
+    void receiveAll()
+    {
+        while (receive(), !isClosed && (!m_sent.isEmpty() || channel->state() == TaskMessaging::Closing))
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+
+    /// Reads what is there, which must end with a frame.
+    void receive()
+    {
+        char buffer[64 * 1024];
+        ssize_t count = 0;
+        while ((count = ::recv(socket, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
+            m_received.append(buffer, int(count));
+        isClosed = count == 0 || errno == ECONNRESET; // reset if the channel had not read all
+        int at = 0;
+        while (at < m_received.size()) {
+            if (m_sent.isEmpty())
+                fail(QStringLiteral("There are %1 bytes that were not sent").arg(m_received.size() - at));
+            const QByteArray expected = m_sent.first();
+            const QByteArray received = m_received.mid(at, expected.size());
+            if (expected.size() - LengthSize > MaxWhole && expected != received && expected.startsWith(received))
+                break;
+            expectEqual("Frame", received, expected);
+            m_sent.removeFirst();
+            at += expected.size();
+        }
+        m_received.remove(0, at);
+    }
+
+    int unreceived() const { return m_sent.size(); }
+
     std::unique_ptr<TaskMessaging> channel;
     int socket = -1;
+    bool isClosed = false;
+
+private:
+    QList<QByteArray> m_sent; ///< frames that have not been received
+    QByteArray m_received; ///< the beginning of a long one
 };
 
 } // namespace
@@ -218,6 +274,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     QObject::connect(connection.channel.get(), &TaskMessaging::messageReceived, connection.channel.get(),
                      [&](const QJsonObject &message) {
                          messages.append(toText(message));
+                         if (messages.size() <= script.echoed)
+                             connection.send(message);
                          if (messages.size() == script.deletedIn)
                              connection.channel.reset();
                      });
@@ -234,6 +292,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             expected = expected.mid(0, script.deletedIn);
         expectEqual("Messages", messages, expected);
         expectEqual("Deleted", connection.channel == nullptr, isDeleted);
+        if (isDeleted) {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+            connection.receive();
+        } else {
+            connection.receiveAll();
+        }
+        expectEqual("Closed", connection.isClosed, isDeleted || !isOpen);
         if (isDeleted || !isOpen)
             break;
         expectEqual("State", connection.channel->state(), TaskMessaging::Connected);
@@ -243,6 +308,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     }
     if (!isOpen) {
+        expectEqual("Frames that have not arrived", connection.unreceived(), 0);
         expectEqual("State", connection.channel->state(), TaskMessaging::Unconnected);
         expectEqual("A piece after the end is written", connection.write("x"), false);
         expectEqual("Messages", messages, expected);
@@ -250,22 +316,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     }
 
-    QByteArray sent;
-    for (const QJsonObject &message : script.sent) {
-        expectEqual("Sending succeeds", connection.channel->sendMessage(message), true);
-        sent += frame(QJsonDocument(message).toJson(QJsonDocument::Compact));
+    for (int round = 0; round < script.rounds; ++round) {
+        for (const QJsonObject &message : script.sent)
+            connection.send(message);
     }
-    QByteArray received;
-    while (received.size() < sent.size()) {
-        QCoreApplication::processEvents();
-        char buffer[4096];
-        const ssize_t count = ::recv(connection.socket, buffer, sizeof buffer, MSG_DONTWAIT);
-        if (count > 0)
-            received.append(buffer, int(count));
-        else if (count == 0 || errno != EAGAIN)
-            fail(QStringLiteral("The channel has closed"));
-    }
-    expectEqual("What is sent", received, sent);
+    connection.receiveAll();
+    expectEqual("Closed", connection.isClosed, false);
     expectWarnings({});
 
     ::shutdown(connection.socket, SHUT_RDWR);
