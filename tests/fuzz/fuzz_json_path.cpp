@@ -25,10 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (int i = 0; i < paths.size(); ++i) {
         const QJsonValue value = Core::JsonPath::value(root, paths[i]);
         expectEqual("Value at an expanded path", value, valueAt(root, paths[i]));
-        if (isAmbiguous)
-            continue;
         expectEqual("Expanded path", paths[i], expected[i].first);
-        expectEqual("Value at what was matched", value, expected[i].second);
+        if (!isAmbiguous)
+            expectEqual("Value at what was matched", value, expected[i].second);
     }
     expectWarnings({});
     return 0;

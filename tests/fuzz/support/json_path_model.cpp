@@ -63,30 +63,52 @@ bool hasAmbiguousKeys(const QJsonValue &value)
 
 QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QString &path)
 {
-    QVector<QPair<QString, QJsonValue>> current{{QString(), root}};
+    struct Match
+    {
+        QStringList parts; ///< of its path; a wildcard ends one
+        QJsonValue value;
+    };
+    QVector<Match> current{{{QString()}, root}};
     const auto walk = steps(path);
     for (const Step &step : walk) {
-        QVector<QPair<QString, QJsonValue>> next;
-        for (const auto &[at, value] : qAsConst(current)) {
+        QVector<Match> next;
+        const auto add = [&step, &next](QStringList parts, const QString &text, const QJsonValue &value) {
+            parts.last() += text;
+            if (step.isWildcard)
+                parts.append(QString());
+            next.append({parts, value});
+        };
+        for (const auto &[parts, value] : qAsConst(current)) {
             if (step.isIndex) {
                 const QJsonArray array = value.toArray();
                 const int wanted = step.index < 0 ? step.index + array.size() : step.index;
                 for (int i = 0; i < array.size(); ++i) {
                     if (step.isWildcard || i == wanted)
-                        next.append({at + QStringLiteral("[%1]").arg(i), array.at(i)});
+                        add(parts, QStringLiteral("[%1]").arg(i), array.at(i));
                 }
             } else {
                 const QJsonObject object = value.toObject();
                 const QStringList keys = object.keys();
+                const QString dot = parts.last().isEmpty() ? QString() : QStringLiteral(".");
                 for (const QString &key : keys) {
                     if (step.isWildcard || key == step.key)
-                        next.append({at.isEmpty() ? key : at + QLatin1Char('.') + key, object[key]});
+                        add(parts, dot + key, object[key]);
                 }
             }
         }
         current = next;
     }
-    return current;
+
+    QVector<QPair<QString, QJsonValue>> result;
+    for (const auto &[parts, value] : qAsConst(current)) {
+        QString joined;
+        for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
+            const bool needsDot = !part->isEmpty() && !joined.isEmpty() && !joined.startsWith(QLatin1Char('['));
+            joined.prepend(needsDot ? *part + QLatin1Char('.') : *part);
+        }
+        result.append({joined, value});
+    }
+    return result;
 }
 
 QJsonValue valueAt(const QJsonObject &root, const QString &path)
