@@ -4,13 +4,11 @@
 // input. What is opened, and how, must be what the model says. Run by root, the library is given the rights of nobody.
 #include <Corvane/file_sharing.h>
 
-#include <Core/json_path.h>
-
 #include <expect.h>
 #include <json_input.h>
 #include <json_path_model.h>
 
-#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
 #include <QtCore/QFile>
 #include <QtCore/QSet>
 #include <QtCore/QTemporaryDir>
@@ -32,6 +30,7 @@ namespace {
 constexpr uid_t Nobody = 65534;
 constexpr int MaxFiles = 200; // each takes two descriptors
 constexpr off_t ContentSize = 7;
+constexpr mode_t Umask = 002; // leaves a bit that a mode of its own would not have
 
 /// While it lives, root has no more rights to files than nobody.
 class AsNobody
@@ -77,7 +76,7 @@ QByteArray makeTree()
     static const QTemporaryDir directory;
     check(::chmod(QFile::encodeName(directory.path()).constData(), 0755), "the tree");
     check(::chdir(QFile::encodeName(directory.path()).constData()), "the tree current");
-    ::umask(022);
+    ::umask(Umask);
     makeFile("file", 0644);
     makeFile("read-only", 0444);
     makeFile("write-only", 0222);
@@ -99,6 +98,23 @@ QByteArray makeTree()
             check(::chown(name, Nobody, Nobody), name);
     }
     return QFile::encodeName(directory.path());
+}
+
+/// The kind, mode and size of all that is in the tree.
+QStringList contentOfTree()
+{
+    QStringList content;
+    QDirIterator entries(QStringLiteral("."), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        const QString name = entries.next();
+        struct stat status = {};
+        expectEqual("An entry of the tree is there", ::lstat(QFile::encodeName(name).constData(), &status), 0);
+        const off_t size = S_ISDIR(status.st_mode) ? 0 : status.st_size;
+        content.append(QStringLiteral("%1 %2 %3").arg(name, QString::number(status.st_mode, 8), QString::number(size)));
+    }
+    content.sort();
+    return content;
 }
 
 /// Within the tree, as far as its text can tell.
@@ -129,15 +145,9 @@ QStringList namesIn(const QJsonObject &source, const QStringList &patterns)
 {
     QVector<QJsonValue> values;
     for (const QString &pattern : patterns) {
-        if (hasAmbiguousKeys(source)) { // what paths with such keys lead to is another target's
-            const QStringList paths = Core::JsonPath::expand(source, pattern);
-            for (const QString &path : paths)
-                values.append(Core::JsonPath::value(source, path));
-        } else {
-            const auto found = matches(source, pattern);
-            for (const auto &match : found)
-                values.append(match.second);
-        }
+        const auto found = matches(source, pattern);
+        for (const auto &match : found)
+            values.append(valueAt(source, match.first));
     }
     QStringList names;
     for (const QJsonValue &value : qAsConst(values)) {
@@ -183,16 +193,12 @@ void expectDescriptor(const QDBusUnixFileDescriptor &descriptor, const QString &
     expectEqual("Close-on-exec", ::fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-int openDescriptors()
-{
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     static const QByteArray tree = makeTree();
+    static const QStringList content = contentOfTree();
     QByteArray text(reinterpret_cast<const char *>(data), int(size));
     text.replace("TREE", tree);
     const QJsonObject input =
@@ -237,7 +243,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         }
     }
 
-    const int before = openDescriptors();
+    const QStringList before = openDescriptors();
     {
         const AsNobody nobody;
         FileSharing::shareUri(name, source, map);
@@ -253,13 +259,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     expectEqual("What else is in the map", map, expected);
     expectEqual("Open descriptors", openDescriptors(), before);
 
-    struct stat status = {};
-    if (::stat("file", &status) != 0 || status.st_size != ContentSize)
-        fail(QStringLiteral("A file was truncated"));
     for (const QByteArray &path : qAsConst(made)) {
+        struct stat status = {};
+        expectEqual("A file was made", ::stat(path.constData(), &status), 0);
+        expectEqual("Kind and mode of a file that was made", status.st_mode, S_IFREG | (0666 & ~Umask));
+    }
+    for (const QByteArray &path : qAsConst(made)) { // which may name the same file
         std::array<char, PATH_MAX> real = {};
         if (::realpath(path.constData(), real.data()))
             ::unlink(real.data());
     }
+    expectEqual("What is in the tree", contentOfTree(), content);
     return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "expect.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QMutex>
 
@@ -54,6 +55,16 @@ void expectWarnings(QStringList expected)
     actual.sort();
     expected.sort();
     expectEqual("Warnings", actual, expected);
+}
+
+QStringList openDescriptors()
+{
+    QStringList targets;
+    const QFileInfoList links = QDir(QStringLiteral("/proc/self/fd")).entryInfoList(QDir::AllEntries | QDir::System);
+    for (const QFileInfo &link : links)
+        targets.append(link.symLinkTarget());
+    targets.sort();
+    return targets;
 }
 
 QString toText(const QJsonObject &object)

@@ -28,6 +28,9 @@ QStringList takeWarnings();
 /// Ends the process unless these warnings, in any order, were logged since the last time.
 void expectWarnings(QStringList expected);
 
+/// What the process has open: the targets of its descriptors.
+QStringList openDescriptors();
+
 QString toText(const QJsonObject &object);
 
 } // namespace Fuzz
