@@ -4,6 +4,8 @@
 #include "expect.h"
 
 #include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingCallWatcher>
 
 #include <cerrno>
 #include <cstring>
@@ -162,6 +164,16 @@ void startApplication()
     Q_UNUSED(application)
     if (!QDBusConnection::sessionBus().isConnected())
         fail(QStringLiteral("There is no session bus, or the library has lost it"));
+}
+
+void makeRoundTrip()
+{
+    const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId"))));
+    bool isFinished = false; // in the order of the events, as the function of that name is not
+    QObject::connect(&call, &QDBusPendingCallWatcher::finished, &call, [&isFinished] { isFinished = true; });
+    runUntil([&isFinished] { return isFinished; });
 }
 
 } // namespace Fuzz

@@ -54,4 +54,7 @@ void runUntil(Predicate isDone)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 
+/// What was sent to the library's connection before this has been dealt with when it returns.
+void makeRoundTrip();
+
 } // namespace Fuzz

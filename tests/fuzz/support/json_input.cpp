@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "json_input.h"
 
+#include "expect.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QVector>
 
 #include <algorithm>
 #include <limits>
@@ -227,6 +230,12 @@ QJsonObject jsonInput(const std::uint8_t *data, std::size_t size)
     const QByteArray text = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(size));
     const __lsan::ScopedDisabler disabler; // the parser leaks the value of a key that comes twice
     return inserted(QJsonDocument::fromJson(text).object()).toObject();
+}
+
+bool hasNoncharacters(const QJsonObject &input)
+{
+    const QVector<uint> characters = toText(input).toUcs4();
+    return std::any_of(characters.begin(), characters.end(), [](uint c) { return QChar::isNonCharacter(c); });
 }
 
 } // namespace Fuzz

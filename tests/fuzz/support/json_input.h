@@ -13,4 +13,7 @@ namespace Fuzz {
 /// the outermost members stay.
 QJsonObject jsonInput(const std::uint8_t *data, std::size_t size);
 
+/// Whether U+FFFF or its like is somewhere in it, of which not everybody makes the same.
+bool hasNoncharacters(const QJsonObject &input);
+
 } // namespace Fuzz

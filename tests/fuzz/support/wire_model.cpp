@@ -15,34 +15,27 @@ struct Part
     QString signature; ///< empty if the bus has no form for the value
     QString text;
     QJsonValue json;
-    int levels; ///< how deep it nests on the bus, by what is in it
 };
-
-constexpr int MaxLevels = 64;
 
 class Writer
 {
 public:
     QStringList warnings;
-    bool hasNul = false;
 
     Part object(const QJsonObject &object, Place place)
     {
         QStringList entries;
         QJsonObject json;
-        int levels = 0;
         for (auto member = object.begin(); member != object.end(); ++member) {
             const Part part = value(member.value(), place);
             if (part.signature.isEmpty())
                 continue;
-            levels = std::max(levels, 3 + part.levels); // the array, the entry and the variant
             const QString key = text(member.key());
             entries.append(QStringLiteral("\"%1\": ").arg(key) + variant(part));
             json.insert(key, part.json);
         }
         entries.sort();
-        return {QStringLiteral("a{sv}"), QLatin1Char('{') + entries.join(QLatin1String(", ")) + QLatin1Char('}'), json,
-                levels};
+        return {QStringLiteral("a{sv}"), QLatin1Char('{') + entries.join(QLatin1String(", ")) + QLatin1Char('}'), json};
     }
 
 private:
@@ -50,12 +43,12 @@ private:
     {
         switch (value.type()) {
         case QJsonValue::Bool:
-            return {QStringLiteral("b"), value.toBool() ? QStringLiteral("true") : QStringLiteral("false"), value, 0};
+            return {QStringLiteral("b"), value.toBool() ? QStringLiteral("true") : QStringLiteral("false"), value};
         case QJsonValue::Double:
-            return {QStringLiteral("d"), QString::number(value.toDouble(), 'g', 17), value, 0};
+            return {QStringLiteral("d"), QString::number(value.toDouble(), 'g', 17), value};
         case QJsonValue::String: {
             const QString arriving = text(value.toString());
-            return {QStringLiteral("s"), QLatin1Char('"') + arriving + QLatin1Char('"'), arriving, 0};
+            return {QStringLiteral("s"), QLatin1Char('"') + arriving + QLatin1Char('"'), arriving};
         }
         case QJsonValue::Array:
             return array(value.toArray(), place);
@@ -87,27 +80,20 @@ private:
         QString signature = QStringLiteral("av");
         QStringList texts;
         QJsonArray json;
-        int levels = 0;
         for (const auto &element : array) {
             const Part part = value(element, isPlain ? Place::Mixed : place);
             if (part.signature.isEmpty())
                 continue;
             if (isTyped)
                 signature = QLatin1Char('a') + part.signature;
-            if (signature != QLatin1String("ab") && signature != QLatin1String("ad"))
-                levels = std::max(levels, (isTyped ? 1 : 2) + part.levels);
             texts.append(isTyped ? part.text : variant(part));
             json.append(part.json);
         }
-        return {signature, QLatin1Char('[') + texts.join(QLatin1String(", ")) + QLatin1Char(']'), json, levels};
+        return {signature, QLatin1Char('[') + texts.join(QLatin1String(", ")) + QLatin1Char(']'), json};
     }
 
     /// What arrives of a text: UTF-8 has no lone surrogates.
-    QString text(const QString &text)
-    {
-        hasNul |= text.contains(QChar(QChar::Null));
-        return QString::fromUtf8(text.toUtf8());
-    }
+    static QString text(const QString &text) { return QString::fromUtf8(text.toUtf8()); }
 
     static QString variant(const Part &part)
     {
@@ -116,24 +102,26 @@ private:
 };
 
 /// How deep the value nests, whatever is left out of it, and whether U+0000 is in it.
-int levelsOf(const QJsonValue &value, bool isMixed, bool *hasNul)
+int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
 {
     int levels = 0;
     if (value.isObject()) {
         const QJsonObject object = value.toObject();
         for (auto member = object.begin(); member != object.end(); ++member) {
             *hasNul |= member.key().contains(QChar(QChar::Null));
-            levels = std::max(levels, 3 + levelsOf(member.value(), isMixed, hasNul));
+            // the array, the entry and the variant
+            levels = std::max(levels, 3 + levelsOf(member.value(), place, hasNul));
         }
     } else if (value.isArray()) {
         const QJsonArray array = value.toArray();
         const QJsonValue::Type type = array.first().type();
-        const bool isTyped = !isMixed
+        const bool isTyped = place != Place::Mixed
             && std::all_of(array.begin(), array.end(), [type](const QJsonValue &v) { return v.type() == type; });
         if (isTyped && type != QJsonValue::String && type != QJsonValue::Object)
             return 0; // of fixed size, or left out as a whole
+        const Place inside = isTyped && place == Place::Params ? place : Place::Mixed;
         for (const auto &element : array)
-            levels = std::max(levels, (isTyped ? 1 : 2) + levelsOf(element, !isTyped, hasNul));
+            levels = std::max(levels, (isTyped ? 1 : 2) + levelsOf(element, inside, hasNul));
     } else {
         *hasNul |= value.toString().contains(QChar(QChar::Null));
     }
@@ -146,13 +134,18 @@ Wire wireOf(const QJsonObject &object, Place place)
 {
     Writer writer;
     const Part part = writer.object(object, place);
-    return {part.text, part.json.toObject(), writer.warnings, part.levels <= MaxLevels && !writer.hasNul};
+    return {part.text, part.json.toObject(), writer.warnings};
 }
 
-bool isAllowed(const QJsonValue &value)
+QStringList refusals(const QJsonValue &value, Place place)
 {
+    QStringList texts;
     bool hasNul = false;
-    return levelsOf(value, false, &hasNul) <= MaxLevels && !hasNul;
+    if (levelsOf(value, place, &hasNul) > 64)
+        texts.append(QStringLiteral("A message cannot nest more than 64 containers"));
+    if (hasNul)
+        texts.append(QStringLiteral("A message cannot hold a text with U+0000"));
+    return texts;
 }
 
 } // namespace Fuzz

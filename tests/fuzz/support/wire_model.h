@@ -19,12 +19,12 @@ struct Wire
     QString text; ///< as textOf() writes a message
     QJsonObject json; ///< what is read from it again
     QStringList warnings; ///< about what is left out
-    bool isSendable; ///< the bus lets it pass
 };
 
 Wire wireOf(const QJsonObject &object, Place place);
 
-/// Whether the value may be given to the library. Beyond what the bus does not let pass, what is left out of it counts.
-bool isAllowed(const QJsonValue &value);
+/// Why the value is to be refused, in no order; empty if it is not. What is left out of an array counts, but not an
+/// array that is left out.
+QStringList refusals(const QJsonValue &value, Place place);
 
 } // namespace Fuzz
