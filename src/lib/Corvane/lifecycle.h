@@ -39,7 +39,8 @@ class CORVANE_EXPORT Lifecycle : public QObject
 public:
     /**
      * The object of this process, made on first use, which subscribes to the service's signal. The library never
-     * deletes it; an application that does must not call this again.
+     * deletes it; an application that does must not call this again. Making it asks the bus once, blocking, who owns
+     * the service's name.
      */
     static Lifecycle *instance();
     ~Lifecycle() override;
