@@ -23,7 +23,11 @@ const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.Unknown
 const QString HandleIntent = QStringLiteral("HandleIntent");
 const QString Ask = QStringLiteral("Ask");
 const QString AskBody = QStringLiteral("('Ask', {'q': <1>})");
-const QJsonObject NoInterface{{QStringLiteral("interface"), QJsonValue()}};
+
+QJsonObject withoutInterface()
+{
+    return {{QStringLiteral("interface"), QJsonValue()}};
+}
 
 QString answer(const QString &result)
 {
@@ -276,7 +280,7 @@ void TestIntentHandler::showsOneMethodToTheBus()
 void TestIntentHandler::interfaceMayBeLeftOut()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    QCOMPARE(peer.call(HandleIntent, AskBody, NoInterface).text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(peer.call(HandleIntent, AskBody, withoutInterface()).text, answer(QStringLiteral("@a{sv} {}")));
 }
 
 void TestIntentHandler::nothingElseCanBeCalled_data()
@@ -309,7 +313,7 @@ void TestIntentHandler::nothingElseCanBeCalled()
     QFETCH(QString, error);
 
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    for (const QJsonObject &more : {QJsonObject(), NoInterface}) {
+    for (const QJsonObject &more : {QJsonObject(), withoutInterface()}) {
         const QString text = peer.call(member, body, more).text;
         QVERIFY2(text.startsWith(error), qUtf8Printable(text));
     }
