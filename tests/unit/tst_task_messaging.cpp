@@ -395,9 +395,9 @@ void TestTaskMessaging::tornFramesEndTheConnection()
     const qint64 addresses = memory("VmSize");
     QVERIFY(application.send(frame(R"({"whole":true})") + bytes));
     QTRY_VERIFY(application.isClosed());
-    QVERIFY2(memory("VmHWM") - used < 16 * 1024, "a length that is promised is not believed");
+    QVERIFY2(memory("VmHWM") - used < qint64(16) * 1024, "a length that is promised is not believed");
     // An earlier peak may be above what there was before, but not by as much as the lengths.
-    QVERIFY2(memory("VmPeak") - addresses < 1024 * 1024, "nor is room for it set aside");
+    QVERIFY2(memory("VmPeak") - addresses < qint64(1024) * 1024, "nor is room for it set aside");
     QCOMPARE(task.messages, QStringList(QStringLiteral("{\"whole\":true}")));
     QCOMPARE(task->state(), TaskMessaging::Unconnected);
     QCOMPARE(task.states, QVector<int>({TaskMessaging::Closing, TaskMessaging::Unconnected}));
