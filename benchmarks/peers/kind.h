@@ -36,7 +36,7 @@ inline QByteArray signatureOf(const QJsonValue &value)
 {
     if (value.isArray())
         return QByteArrayLiteral("a") + elementSignature(kindOf(value.toArray()));
-    return QByteArray(elementSignature(value.type()));
+    return elementSignature(value.type());
 }
 
 /// The elements of an array of numbers.
