@@ -241,6 +241,7 @@ void TestMessageMeter::measuresTheWholeMessage_data()
     QTest::addColumn<int>("size"); // with the key
 
     QTest::newRow("text") << QVariant(QStringLiteral("123")) << 20;
+    QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath(QStringLiteral("/ab"))) << 20;
     QTest::newRow("number") << QVariant(1.0) << 24;
     QTest::newRow("truth") << QVariant(true) << 16;
     QTest::newRow("bytes") << QVariant(QByteArrayLiteral("1234")) << 20;

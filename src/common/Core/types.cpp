@@ -53,16 +53,11 @@ std::optional<QJsonValue::Type> commonType(const QJsonArray &array)
 QVariant scalarList(const QJsonArray &array, QJsonValue::Type type)
 {
     const QCborArray elements = QCborArray::fromJsonArray(array);
-    switch (type) {
-    case QJsonValue::Bool:
+    if (type == QJsonValue::Bool)
         return listOf<QList<bool>>(elements, [](const QCborValue &v) { return v.toBool(); });
-    case QJsonValue::Double:
+    if (type == QJsonValue::Double)
         return listOf<QList<double>>(elements, [](const QCborValue &v) { return v.toDouble(); });
-    case QJsonValue::String:
-        return listOf<QStringList>(elements, [](const QCborValue &v) { return v.toString(); });
-    default:
-        return {};
-    }
+    return listOf<QStringList>(elements, [](const QCborValue &v) { return v.toString(); });
 }
 
 QVariant jsonArrayToVariant(const QJsonArray &array)

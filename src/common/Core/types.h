@@ -20,7 +20,7 @@ constexpr const char *ArrayOfArrays = "JSON array of arrays are not supported";
 /// The type that all elements of a non-empty array share; none if they differ.
 std::optional<QJsonValue::Type> commonType(const QJsonArray &array);
 
-/// The elements, all of which have this type, as QList<bool>, QList<double> or QStringList; invalid for other types.
+/// The elements, all of which are of this type, a scalar one, as QList<bool>, QList<double> or QStringList.
 QVariant scalarList(const QJsonArray &array, QJsonValue::Type type);
 
 /**

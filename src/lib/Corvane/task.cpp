@@ -59,8 +59,6 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
     const QPointer<Task> task(q);
     const QVector<TaskState> known = TasksInterface::instance()->tasksState;
     for (const TaskState &taskState : tasksState) {
-        if (taskState.taskId != taskId)
-            continue;
         const Task::State newState = toState(taskState.state);
         if (newState == state)
             continue;
