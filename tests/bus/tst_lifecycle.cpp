@@ -81,7 +81,7 @@ void TestLifecycle::init()
 
 void TestLifecycle::cleanup()
 {
-    Lifecycle::instance()->stopService();
+    QVERIFY(!Lifecycle::instance()->stopService());
     states.clear();
     log.reset();
 }

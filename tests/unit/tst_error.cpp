@@ -13,6 +13,7 @@
 using Corvane::Error;
 
 static_assert(std::is_same_v<std::underlying_type_t<Error::Code>, int>);
+static_assert(std::is_convertible_v<Error, bool>);
 
 class TestError : public QObject
 {
@@ -20,6 +21,9 @@ class TestError : public QObject
 private Q_SLOTS:
     void defaultIsSuccess();
     void keepsCodeAndMessage();
+    void converts();
+    void comparesWithCodes();
+    void comparesWithErrors();
     void busErrorsBecomeCodes_data();
     void busErrorsBecomeCodes();
     void noBusErrorIsSuccess();
@@ -47,6 +51,38 @@ void TestError::keepsCodeAndMessage()
     const Error unknown(Error::Code(300), {}); // whatever number it is, it is no success
     QCOMPARE(int(unknown.code()), 300);
     QVERIFY(unknown);
+}
+
+void TestError::converts()
+{
+    const bool failed = Error(Error::Failed, QString());
+    QVERIFY(failed);
+    const bool succeeded = Error(Error::NoError, QStringLiteral("m"));
+    QVERIFY(!succeeded);
+}
+
+void TestError::comparesWithCodes()
+{
+    const Error error(Error::InvalidArgs, QStringLiteral("m"));
+    QVERIFY(error == Error::InvalidArgs);
+    QVERIFY(Error::InvalidArgs == error);
+    QVERIFY(!(error != Error::InvalidArgs));
+    QVERIFY(!(Error::InvalidArgs != error));
+    QVERIFY(error != Error::Failed); // whose number is that of true
+    QVERIFY(Error::Failed != error);
+    QVERIFY(!(error == Error::Failed));
+    QVERIFY(!(Error::Failed == error));
+    QVERIFY(Error(Error::NoError, QStringLiteral("m")) == Error::NoError);
+}
+
+void TestError::comparesWithErrors()
+{
+    const Error error(Error::InvalidArgs, QStringLiteral("m"));
+    QVERIFY(error == Error(Error::InvalidArgs, QStringLiteral("m")));
+    QVERIFY(!(error != Error(Error::InvalidArgs, QStringLiteral("m"))));
+    QVERIFY(error != Error(Error::InvalidArgs, QStringLiteral("n")));
+    QVERIFY(error != Error(Error::Failed, QStringLiteral("m")));
+    QVERIFY(!(error == Error(Error::Failed, QStringLiteral("m"))));
 }
 
 void TestError::busErrorsBecomeCodes_data()

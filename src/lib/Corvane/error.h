@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "corvane_export.h"
-
 #include <QtCore/QMetaType>
 #include <QtCore/QString>
 
@@ -17,7 +15,7 @@ namespace Corvane {
  *     qWarning() << "Cannot receive intents:" << error.message();
  * \endcode
  */
-class CORVANE_EXPORT Error
+class [[nodiscard]] [[gnu::visibility("default")]] Error // GCC 12 takes no CORVANE_EXPORT beside [[nodiscard]]
 {
 public:
     enum Code : int {
@@ -43,7 +41,34 @@ public:
     /// True if something went wrong: the code is not NoError.
     bool isError() const;
     /// The same as isError().
-    explicit operator bool() const;
+    operator bool() const;
+
+    /// Whether the error has this code, whatever its message.
+    friend bool operator==(const Error &error, Code code)
+    {
+        return error.m_code == code;
+    }
+    friend bool operator==(Code code, const Error &error)
+    {
+        return error == code;
+    }
+    friend bool operator!=(const Error &error, Code code)
+    {
+        return !(error == code);
+    }
+    friend bool operator!=(Code code, const Error &error)
+    {
+        return !(error == code);
+    }
+    /// Whether both the codes and the messages are the same.
+    friend bool operator==(const Error &a, const Error &b)
+    {
+        return a == b.m_code && a.m_message == b.m_message;
+    }
+    friend bool operator!=(const Error &a, const Error &b)
+    {
+        return !(a == b);
+    }
 
 private:
     Code m_code;
