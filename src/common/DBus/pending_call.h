@@ -1,22 +1,27 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <QtCore/QTimer>
 #include <QtDBus/QDBusPendingCallWatcher>
+
+#include <memory>
 
 namespace Corvane {
 
 /// Calls \a handler once with the finished \a call, later, from the event loop; never if \a owner is gone by then.
+/// Handlers are called in the order in which their calls finish.
 template<typename Handler>
 void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
 {
-    if (call.isFinished()) { // without a bus there is no call to watch, and a watcher would stay silent for ever
-        QTimer::singleShot(0, owner, [call, handler] { handler(call); });
+    auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, owner);
+    if (call.isFinished()) { // without a bus its watcher would stay silent for ever, otherwise take two turns of the
+                             // loop
+        QMetaObject::invokeMethod(
+            owner, [call, handler] { handler(call); }, Qt::QueuedConnection);
         return;
     }
-    auto *watcher = new QDBusPendingCallWatcher(call, owner);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [watcher, call, handler] {
-        watcher->deleteLater();
+    auto *const watching = watcher.release(); // the owner's
+    QObject::connect(watching, &QDBusPendingCallWatcher::finished, owner, [watching, call, handler] {
+        watching->deleteLater();
         handler(call); // may delete the owner, and the watcher with it
     });
 }

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The one way from a pending call to a callback.
+#include <DBus/pending_call.h>
+
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtTest/QtTest>
+
+using namespace Corvane;
+
+namespace {
+
+QDBusMessage roundTrip()
+{
+    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Test");
+    return QDBusMessage::createMethodCall(QStringLiteral(CORVANE_SERVICE_ROOT),
+                                          path.replace(QLatin1Char('.'), QLatin1Char('/')),
+                                          QStringLiteral(CORVANE_SERVICE_ROOT ".Test"), QStringLiteral("RoundTrip"));
+}
+
+} // namespace
+
+class TestPendingCall : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void finishesLater();
+    void isCalledOnce();
+    void keepsTheOrder_data();
+    void keepsTheOrder();
+    void deletedOwnerIsNotCalled();
+
+private:
+    void watch(const char *name, const QDBusPendingCall &call);
+    void replyArrives();
+
+    ServicePeer peer;
+    QObject owner;
+    QStringList finished;
+};
+
+void TestPendingCall::init()
+{
+    finished.clear();
+}
+
+void TestPendingCall::watch(const char *name, const QDBusPendingCall &call)
+{
+    onFinished(call, &owner, [this, name](const QDBusPendingCall &) { finished << QLatin1String(name); });
+}
+
+/// The replies to all calls have arrived on return, and nobody has been called.
+void TestPendingCall::replyArrives()
+{
+    const int before = finished.size();
+    QCOMPARE(QDBusConnection::sessionBus().call(roundTrip(), QDBus::Block).type(), QDBusMessage::ReplyMessage);
+    QCOMPARE(finished.size(), before);
+}
+
+void TestPendingCall::finishesLater()
+{
+    watch("null", QDBusConnection(QStringLiteral("none")).asyncCall(roundTrip()));
+    watch("refused", refusedCall(QStringLiteral("the reason")));
+    const QDBusPendingCall replied = QDBusConnection::sessionBus().asyncCall(roundTrip());
+    replyArrives();
+    QVERIFY(replied.isFinished());
+    watch("replied", replied);
+    watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
+    QCOMPARE(finished, QStringList());
+    QTRY_COMPARE(finished,
+                 QStringList({QStringLiteral("null"), QStringLiteral("refused"), QStringLiteral("replied"),
+                              QStringLiteral("in flight")}));
+}
+
+void TestPendingCall::isCalledOnce()
+{
+    watch("refused", refusedCall(QStringLiteral("the reason")));
+    watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
+    QTRY_COMPARE(finished.size(), 2);
+    QVERIFY(peer.roundTrip());
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(finished.size(), 2);
+}
+
+void TestPendingCall::keepsTheOrder_data()
+{
+    QTest::addColumn<QString>("order"); ///< in which calls finish: r is one that is refused, a one that is answered
+
+    for (const char *order : {"ra", "ar", "rra", "rar", "ara", "aarr", "rarara"})
+        QTest::newRow(order) << QString::fromLatin1(order);
+}
+
+/// They finish without a turn of the event loop in between.
+void TestPendingCall::keepsTheOrder()
+{
+    QFETCH(QString, order);
+
+    QStringList expected;
+    for (const QChar kind : qAsConst(order)) {
+        const QString name = QString::number(expected.size()) + kind;
+        expected << name;
+        const auto note = [this, name](const QDBusPendingCall &) { finished << name; };
+        if (kind == QLatin1Char('r')) {
+            onFinished(refusedCall(QStringLiteral("the reason")), &owner, note);
+        } else {
+            onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), &owner, note);
+            replyArrives();
+        }
+    }
+    QTRY_COMPARE(finished.size(), expected.size());
+    QCOMPARE(finished, expected);
+}
+
+void TestPendingCall::deletedOwnerIsNotCalled()
+{
+    auto *gone = new QObject;
+    int calls = 0;
+    const auto count = [&calls](const QDBusPendingCall &) { ++calls; };
+    onFinished(refusedCall(QStringLiteral("the reason")), gone, count);
+    onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), gone, count);
+    replyArrives();
+    delete gone;
+    watch("last", refusedCall(QStringLiteral("the reason")));
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(calls, 0);
+}
+
+QTEST_GUILESS_MAIN(TestPendingCall)
+#include "tst_pending_call.moc"
