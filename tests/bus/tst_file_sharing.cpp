@@ -37,6 +37,8 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
+    void nullsAmongTheHintsAreEmptyPaths_data();
+    void nullsAmongTheHintsAreEmptyPaths();
     void filesArriveWithTheirContentAndMode_data();
     void filesArriveWithTheirContentAndMode();
     void listsGoAsListsOfStrings();
@@ -102,6 +104,52 @@ void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeF
     invoker.invoke(QStringLiteral("X"), hints, source);
     QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
     arrived = peer.descriptors();
+}
+
+void TestFileSharing::nullsAmongTheHintsAreEmptyPaths_data()
+{
+    QTest::addColumn<QJsonValue>("paths");
+    QTest::addColumn<QString>("sent"); // with %1 for the key of the list
+    QTest::addColumn<bool>("isShared");
+    QTest::addColumn<QStringList>("warnings");
+
+    const QStringList unknown(QStringLiteral("Unknown JSON value type"));
+    const QString path = QStringLiteral("file");
+    const QJsonValue null;
+    QTest::newRow("null before a path") << QJsonValue(QJsonArray{null, path}) << "'%1': <['', 'file']>" << true
+                                        << QStringList();
+    QTest::newRow("null behind a path") << QJsonValue(QJsonArray{path, null}) << "'%1': <['file', '']>" << true
+                                        << QStringList();
+    QTest::newRow("nulls and a number") << QJsonValue(QJsonArray{null, 5, null}) << "'%1': <['', '5', '']>" << false
+                                        << QStringList();
+    QTest::newRow("only nulls") << QJsonValue(QJsonArray{null, null}) << "" << false << unknown;
+    QTest::newRow("null itself") << null << "" << false << unknown;
+}
+
+void TestFileSharing::nullsAmongTheHintsAreEmptyPaths()
+{
+    QFETCH(QJsonValue, paths);
+    QFETCH(QString, sent);
+    QFETCH(bool, isShared);
+    QFETCH(QStringList, warnings);
+
+    for (const bool forReading : {true, false}) {
+        const QString key = forReading ? QStringLiteral("readFiles") : QStringLiteral("writeFiles");
+        const QString descriptors = forReading ? QStringLiteral("readFds") : QStringLiteral("writeFds");
+        IntentsInvoker invoker;
+        Replies replies(invoker);
+        invoker.invoke(QStringLiteral("X"), {{key, paths}}, {{QStringLiteral("file"), file("a")}});
+        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+        const QStringList calls = peer.takeCalls();
+        QCOMPARE(calls.size(), 1);
+        QString hints = sent.isEmpty() ? QString() : sent.arg(key);
+        if (isShared)
+            hints.prepend(QStringLiteral("'%1': <[handle 0]>, ").arg(descriptors));
+        hints = hints.isEmpty() ? QStringLiteral("@a{sv} {}") : QStringLiteral("{%1}").arg(hints);
+        QVERIFY2(calls.first().startsWith(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', %1, ").arg(hints)),
+                 qPrintable(calls.first()));
+        QCOMPARE(log->takeWarnings(), warnings);
+    }
 }
 
 void TestFileSharing::filesArriveWithTheirContentAndMode_data()

@@ -47,15 +47,15 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     if (!given.problem().isEmpty())
         return refusedCall(given.problem());
 
-    Omissions omissions;
-    QVariantMap map = withoutNulls(Core::Types::jsonObjectToVariantMap(hints), &omissions).toMap();
-    logOmissions(omissions);
+    QVariantMap map = Core::Types::jsonObjectToVariantMap(hints);
     FileSharing::shareUri(intentName, params, map);
     FileSharing::exportFiles(params, map);
+    Omissions omissions;
+    map = withoutNulls(map, &omissions).toMap();
     meter.add(map);
     if (!meter.problem().isEmpty())
         return refusedCall(meter.problem());
-    logOmissions(meter.omissions());
+    logOmissions(omissions + meter.omissions());
     return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(body));
 }
 
