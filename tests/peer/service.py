@@ -229,11 +229,14 @@ class Service:
                              None, Gio.DBusCallFlags.NONE, -1, None)
 
     def watch(self, request):
-        """Reports the service's signals from now on."""
+        """Reports signals from now on: those of an interface, whoever sends them, or else the service's."""
         def on_signal(connection, sender, path, interface, member, body):
             write({"signal": f"{member} {printed(body)}"})
 
-        self.connection.signal_subscribe(ROOT, None, None, None, None, Gio.DBusSignalFlags.NONE, on_signal)
+        interface = request.get("interface") or None
+        self.connection.signal_subscribe(None if interface else ROOT, interface, None, None, None,
+                                         Gio.DBusSignalFlags.NONE, on_signal)
+        self.bus_call("GetId", None)  # the bus knows of it when it has answered
 
     def survives(self, request):
         """Sends a body on a connection of its own; whether the bus lets it live."""

@@ -138,9 +138,9 @@ ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body,
     return finishCall(beginCall(member, body, more));
 }
 
-void ServicePeer::watchSignals()
+void ServicePeer::watchSignals(const QString &interface)
 {
-    request(QStringLiteral("watch"));
+    request(QStringLiteral("watch"), {{QStringLiteral("interface"), interface}});
 }
 
 QStringList ServicePeer::takeSignals()

@@ -52,8 +52,9 @@ public:
     /// Both: "HandleIntent" with the body, to the bus name of this process unless \a more says otherwise.
     Reply call(const QString &member, const QString &body, const QJsonObject &more = {});
 
-    /// Notes the signals of another process that owns the service's name, from now on.
-    void watchSignals();
+    /// Notes signals from now on: those of the interface, whoever sends them, or else of another process that owns the
+    /// service's name.
+    void watchSignals(const QString &interface = {});
     /// The signals since the last time: "StateChanged (su) ('demo.instance1', 2)".
     QStringList takeSignals();
 

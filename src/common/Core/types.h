@@ -42,6 +42,8 @@ QVariant plainVariant(const QJsonValue &value);
 class ObjectBuilder
 {
 public:
+    explicit ObjectBuilder(const QJsonObject &object = {}) : m_object(object) { } ///< Adds to the members of \a object.
+
     void insert(const QString &key, const QJsonValue &value);
     /// All that was inserted. The builder is not used again.
     QJsonObject take();

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "message_meter.h"
 
-#include <Core/types.h>
-
 #include <QtDBus/QDBusObjectPath>
 #include <QtDBus/QDBusSignature>
 #include <QtDBus/QDBusUnixFileDescriptor>
@@ -17,6 +15,15 @@ constexpr qint64 MaxArrayBody = qint64(64) * 1024 * 1024;
 constexpr qint64 MaxHeader = 4096; // all but the object path, which is ours, are names of at most 255 bytes
 constexpr qint64 MaxBody = qint64(128) * 1024 * 1024 - MaxHeader;
 
+constexpr char TooDeep[] = "A message cannot nest more than 64 containers";
+static_assert(MaxLevels == 64, "The text above says so too");
+
+// Logged in the names of the writers of JSON that leave it out.
+constexpr const char *ArrayWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)";
+constexpr Omission ArraysLeftOut{Core::Types::ArrayOfArrays, ArrayWriter};
+constexpr Omission NullsLeftOut{Core::Types::UnknownType, ArrayWriter};
+constexpr Omission TooDeepLeftOut{TooDeep, ValueWriter};
+
 qint64 utf8Length(const QString &text)
 {
     qint64 length = 0;
@@ -25,6 +32,29 @@ qint64 utf8Length(const QString &text)
         length += 1 + (unit >= 0x80) + (unit >= 0x800 && !c.isSurrogate()); // two surrogates make four bytes
     }
     return length;
+}
+
+/// What a value begins at a multiple of, given the first character of its signature. A value of a fixed size has it as
+/// its size too.
+int alignmentOf(char code)
+{
+    switch (code) {
+    case 'y':
+    case 'g':
+    case 'v':
+        return 1;
+    case 'n':
+    case 'q':
+        return 2;
+    case 'x':
+    case 't':
+    case 'd':
+    case '(':
+    case '{':
+        return 8;
+    default:
+        return 4;
+    }
 }
 
 struct Survey
@@ -103,7 +133,12 @@ QVariant MessageMeter::addConverted(const QJsonArray &array)
 {
     const auto type = array.isEmpty() ? std::nullopt : Core::Types::commonType(array);
     if (!type) {
+        const int omitted = m_omissions.size();
         addPlainContent(array);
+        if (m_omissions.size() > omitted) { // something is nested too deep, where nothing is refused
+            m_omissions.resize(omitted + 1);
+            return {};
+        }
         return m_problem.isEmpty() ? withoutNulls(Core::Types::plainVariant(array), &m_omissions) : QVariant();
     }
     switch (*type) {
@@ -123,13 +158,13 @@ QVariant MessageMeter::addConverted(const QJsonArray &array)
         return QVariant::fromValue(objects);
     }
     case QJsonValue::Array:
-        m_omissions.append(Core::Types::ArrayOfArrays);
+        m_omissions.append(ArraysLeftOut);
         return {};
     case QJsonValue::Null:
     case QJsonValue::Undefined:
         break;
     }
-    m_omissions.append(Core::Types::UnknownType);
+    m_omissions.append(NullsLeftOut);
     return {};
 }
 
@@ -159,7 +194,7 @@ QVariant MessageMeter::addConverted(const QJsonValue &value)
     case QJsonValue::Undefined:
         break;
     }
-    m_omissions.append(Core::Types::UnknownType);
+    m_omissions.append(NullLeftOut);
     return {};
 }
 
@@ -226,10 +261,20 @@ void MessageMeter::addContent(const QVariant &value)
     case QMetaType::UnknownType:
     case QMetaType::Nullptr:
         return; // left out
+    case QMetaType::UChar:
+        addSignature(1);
+        return addFixed(1);
+    case QMetaType::Short:
+    case QMetaType::UShort:
+        addSignature(1);
+        return addFixed(2);
     case QMetaType::Bool:
     case QMetaType::Int:
+    case QMetaType::UInt:
         addSignature(1);
         return addFixed(4);
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
     case QMetaType::Double:
         addSignature(1);
         return addFixed(8);
@@ -276,12 +321,88 @@ void MessageMeter::addContent(const QVariant &value)
     } else if (value.userType() == qMetaTypeId<QDBusVariant>()) {
         addSignature(1);
         addNested(1, [&] { addContent(value.value<QDBusVariant>().variant()); });
+    } else if (value.userType() == qMetaTypeId<QDBusArgument>()) {
+        const auto arg = value.value<QDBusArgument>();
+        addSignature(arg.currentSignature().size());
+        add(arg);
+    } else if (value.userType() == qMetaTypeId<BusObject>()) {
+        addSignature(5);
+        add(value.value<BusObject>());
+    } else if (value.userType() == qMetaTypeId<QVector<BusObject>>()) {
+        addSignature(6);
+        addList(value.value<QVector<BusObject>>(), 4, 1, [this](const BusObject &object) { add(object); });
     } else if (value.userType() == QMetaType::QJsonObject || value.userType() == QMetaType::QJsonArray
                || value.userType() == QMetaType::QJsonValue) {
-        addConverted(QJsonValue::fromVariant(value)); // what is left out is logged when it is marshalled
+        addConverted(QJsonValue::fromVariant(value)); // there is too much of it
     } else {
         addSignature(255);
         addFixed(8);
+    }
+}
+
+void MessageMeter::add(const BusObject &object)
+{
+    addBody(8, [&] {
+        for (const BusMember &member : object.members) {
+            align(8);
+            add(member.key);
+            addNested(3, [&] { addContent(member.value.variant()); });
+        }
+    });
+}
+
+/// The value that is next in \a arg. What the program has written into an argument itself cannot be read, and is taken
+/// to be small.
+void MessageMeter::add(const QDBusArgument &arg)
+{
+    const char code = arg.currentSignature().leftRef(1).toLatin1().at(0);
+    switch (arg.currentType()) {
+    case QDBusArgument::BasicType: {
+        const QVariant value = arg.asVariant();
+        if (code == 's')
+            return add(value.toString());
+        if (code == 'o')
+            return add(value.value<QDBusObjectPath>().path());
+        if (code == 'g')
+            return addSignature(value.value<QDBusSignature>().signature().size());
+        if (code == 'h')
+            addDescriptors(1);
+        return addFixed(alignmentOf(code));
+    }
+    case QDBusArgument::VariantType: {
+        const QVariant content = qdbus_cast<QDBusVariant>(arg).variant();
+        return addNested(1, [&] { addContent(content); });
+    }
+    case QDBusArgument::ArrayType:
+        arg.beginArray();
+        addBody(alignmentOf(arg.currentSignature().leftRef(1).toLatin1().at(0)), [&] {
+            while (!arg.atEnd() && m_problem.isEmpty())
+                addNested(1, [&] { add(arg); });
+        });
+        return arg.endArray();
+    case QDBusArgument::MapType:
+        arg.beginMap();
+        addBody(8, [&] {
+            while (!arg.atEnd() && m_problem.isEmpty()) {
+                arg.beginMapEntry();
+                align(8);
+                addNested(2, [&] {
+                    add(arg);
+                    add(arg);
+                });
+                arg.endMapEntry();
+            }
+        });
+        return arg.endMap();
+    case QDBusArgument::StructureType:
+        align(8);
+        arg.beginStructure();
+        while (!arg.atEnd() && m_problem.isEmpty())
+            addNested(1, [&] { add(arg); });
+        return arg.endStructure();
+    case QDBusArgument::MapEntryType:
+    case QDBusArgument::UnknownType:
+        return;
     }
 }
 
@@ -351,10 +472,12 @@ template<typename Add>
 void MessageMeter::addNested(int levels, Add add)
 {
     m_level += levels;
-    if (m_level > MaxLevels && m_hasLimits)
-        refuse(QStringLiteral("A message cannot nest more than %1 containers").arg(MaxLevels));
-    else
+    if (m_level <= MaxLevels)
         add();
+    else if (m_hasLimits)
+        refuse(QLatin1String(TooDeep));
+    else
+        m_omissions.append(TooDeepLeftOut);
     m_level -= levels;
 }
 

@@ -3,6 +3,8 @@
 
 #include "types.h"
 
+#include <Core/types.h>
+
 #include <QtCore/QStringList>
 
 // File descriptors that a message may carry: a stock session bus cuts off who sends more.
@@ -13,6 +15,10 @@
 namespace Corvane {
 
 constexpr int MaxLevels = 64; // containers within each other in a message
+
+/// The writer in whose name a null that is left out is logged.
+constexpr const char *ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
+constexpr Omission NullLeftOut{Core::Types::UnknownType, ValueWriter};
 
 /**
  * Measures the body of a message before it is made.
@@ -33,8 +39,9 @@ public:
     /// Makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out.
     /// Of use only if there is no problem.
     BusObject addConverted(const QJsonObject &object);
-    /// A map of what Core::Types makes of JSON, of what QtDBus marshals by itself, and of descriptors. Values that
-    /// somebody else marshals are taken to be small.
+    QVariant addConverted(const QJsonValue &value);
+    /// A map of what Core::Types and addConverted() make of JSON, of what QtDBus marshals by itself, of descriptors,
+    /// and of values as they came from the bus. Values that somebody else marshals are taken to be small.
     void add(const QVariantMap &map);
 
     /// Why the bus would not let the message pass, for people; empty if it would.
@@ -43,18 +50,19 @@ public:
     /// What was left out in converting, to be logged once the message is sent.
     const Omissions &omissions() const { return m_omissions; }
 
-    /// The value as in a BusMember, whatever its size and depth; invalid if the bus has nothing for it. Logs what is
-    /// left out.
+    /// The value as in a BusMember, whatever its size; invalid if the bus has nothing for it. Logs what is left out,
+    /// which is also what is nested deeper than a message can be.
     static QVariant converted(const QJsonValue &value);
 
 private:
     QVariant addConverted(const QJsonArray &array);
-    QVariant addConverted(const QJsonValue &value);
 
     void addContent(const QJsonValue &value);
     void addPlainContent(const QJsonValue &value);
     void addPlainMembers(const QJsonObject &object);
     void addContent(const QVariant &value);
+    void add(const BusObject &object);
+    void add(const QDBusArgument &arg);
     template<typename... Elements>
     bool addFixedLists(const QVariant &value);
 

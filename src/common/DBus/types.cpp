@@ -11,44 +11,43 @@
 namespace {
 
 /// Reads what is next in \a arg, of this type; false if that cannot be read and is still there.
-bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value);
+bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value);
 
-/// What the variant holds; the variant may be empty afterwards.
-QJsonValue takeValue(QVariant &variant)
+/// Reads what the variant holds; the variant may be empty afterwards.
+void takeContent(QVariant &variant, QJsonValue &value)
 {
     switch (variant.userType()) {
     case QMetaType::UChar: // Qt makes strings of these three
     case QMetaType::Short:
     case QMetaType::UShort:
-        return variant.toInt();
+        value = variant.toInt();
+        return;
     default:
         break;
     }
     if (variant.userType() == qMetaTypeId<QDBusArgument>()) {
-        QJsonValue value;
         const auto arg = variant.value<QDBusArgument>();
         variant.clear(); // an argument that is nowhere else is read without being copied
-        readValue(arg, arg.currentType(), value);
-        return value;
-    }
-    if (variant.userType() == qMetaTypeId<QDBusVariant>()) {
+        arg >> value;
+    } else if (variant.userType() == qMetaTypeId<QDBusVariant>()) {
         QVariant inner = variant.value<QDBusVariant>().variant();
-        return takeValue(inner);
+        takeContent(inner, value);
+    } else {
+        value = QJsonValue::fromVariant(variant);
     }
-    return QJsonValue::fromVariant(variant);
 }
 
-bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value)
+bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value)
 {
     switch (type) {
     case QDBusArgument::BasicType: {
         QVariant variant = arg.asVariant();
-        value = takeValue(variant);
+        takeContent(variant, value);
         return true;
     }
     case QDBusArgument::VariantType: {
         QVariant variant = qdbus_cast<QDBusVariant>(arg).variant();
-        value = takeValue(variant);
+        takeContent(variant, value);
         return true;
     }
     case QDBusArgument::ArrayType: {
@@ -68,8 +67,26 @@ bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonV
     case QDBusArgument::UnknownType:
         break;
     }
-    qWarning() << "Unsupported type: " << arg.currentSignature();
     return false;
+}
+
+/// Writes the value in the types of the bus. Not by appendVariant(): into an argument that stands alone, Qt writes a
+/// registered type through a second reference, and so into a copy.
+void write(QDBusArgument &arg, const QVariant &converted)
+{
+    const int type = converted.userType();
+    if (type == QMetaType::QVariantList)
+        arg << converted.toList();
+    else if (type == qMetaTypeId<QList<bool>>())
+        arg << converted.value<QList<bool>>();
+    else if (type == qMetaTypeId<QList<double>>())
+        arg << converted.value<QList<double>>();
+    else if (type == qMetaTypeId<Corvane::BusObject>())
+        arg << converted.value<Corvane::BusObject>();
+    else if (type == qMetaTypeId<QVector<Corvane::BusObject>>())
+        arg << converted.value<QVector<Corvane::BusObject>>();
+    else if (converted.isValid())
+        arg.appendVariant(converted); // basic types and QStringList
 }
 
 } // namespace
@@ -77,13 +94,10 @@ bool readValue(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonV
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value)
 {
     Corvane::registerRecordTypes(); // the marshaller has to know what is nested in here
-    if (value.isNull()) { // gives QtDBus the signature of QJsonValue, which it asks of a default-made value
+    if (value.isNull())
         arg << QDBusVariant(QVariant());
-        return arg;
-    }
-    const QVariant converted = Corvane::MessageMeter::converted(value);
-    if (converted.isValid())
-        arg.appendVariant(converted);
+    else
+        write(arg, Corvane::MessageMeter::converted(value));
     return arg;
 }
 
@@ -99,19 +113,21 @@ QDBusArgument &operator<<(QDBusArgument &arg, const QJsonObject &object)
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonValue &value)
 {
-    readValue(arg, arg.currentType(), value);
+    if (!readKnown(arg, arg.currentType(), value))
+        qWarning() << "Unsupported type: " << arg.currentSignature();
     return arg;
 }
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
 {
-    array = {};
     arg.beginArray();
     const QDBusArgument::ElementType type = arg.currentType(); // all elements have the same
     while (!arg.atEnd()) {
         QJsonValue value;
-        if (!readValue(arg, type, value))
+        if (!readKnown(arg, type, value)) {
+            arg >> value; // logs it
             break; // it is still there, and would be for ever
+        }
         array.append(value);
     }
     arg.endArray();
@@ -120,7 +136,7 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonObject &object)
 {
-    Core::Types::ObjectBuilder members;
+    Core::Types::ObjectBuilder members(object);
     QDBusArgument::ElementType type = QDBusArgument::UnknownType; // all values have the same
     arg.beginMap();
     while (!arg.atEnd()) {
@@ -130,7 +146,8 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonObject &object)
         arg >> key;
         if (type == QDBusArgument::UnknownType)
             type = arg.currentType();
-        readValue(arg, type, value);
+        if (!readKnown(arg, type, value))
+            arg >> value; // logs it
         arg.endMapEntry();
         members.insert(key, value);
     }
@@ -162,6 +179,27 @@ void registerWriteOnly()
     QDBusMetaType::registerMarshallOperators(
         qMetaTypeId<Type>(), [](QDBusArgument &arg, const void *value) { arg << *static_cast<const Type *>(value); },
         [](const QDBusArgument &, void *) {});
+}
+
+template<typename Type>
+void demarshall(const QDBusArgument &arg, void *value)
+{
+    arg >> *static_cast<Type *>(value);
+}
+
+/// Within a variant an array has the signature of an empty one, which Qt has asked for once.
+void marshallArray(QDBusArgument &arg, const void *value)
+{
+    arg << MessageMeter::converted(*static_cast<const QJsonArray *>(value)).value<QVariantList>();
+}
+
+/// A value of any type has no signature to go by. Qt does not survive one that it cannot ask for, and does not send
+/// what holds an invalid variant.
+void marshallValue(QDBusArgument &arg, const void *)
+{
+    arg.beginArray(qMetaTypeId<QDBusVariant>());
+    arg << QDBusVariant(QVariant());
+    arg.endArray();
 }
 
 template<typename... Members>
@@ -274,9 +312,9 @@ void registerRecordTypes()
     qDBusRegisterMetaType<ActiveTask>();
     qDBusRegisterMetaType<QVector<ActiveTask>>();
 
-    qDBusRegisterMetaType<QJsonArray>();
+    QDBusMetaType::registerMarshallOperators(QMetaType::QJsonArray, marshallArray, demarshall<QJsonArray>);
     qDBusRegisterMetaType<QJsonObject>();
-    qDBusRegisterMetaType<QJsonValue>();
+    QDBusMetaType::registerMarshallOperators(QMetaType::QJsonValue, marshallValue, demarshall<QJsonValue>);
     registerWriteOnly<BusObject>();
     registerWriteOnly<QVector<BusObject>>();
     qDBusRegisterMetaType<QList<QVariantMap>>(); // arrays of objects in hints
@@ -286,47 +324,83 @@ void registerRecordTypes()
 
 namespace {
 
-/// The value without what \a isSendable refuses, at any depth that a message can have; invalid if that is all of it.
-template<typename Predicate>
-QVariant filtered(const QVariant &value, Predicate isSendable, int levels = MaxLevels)
+/// The value with each leaf as \a convert makes it, and without those that become invalid. What is nested beyond any
+/// message stays as it is.
+template<typename Convert>
+QVariant filtered(const QVariant &value, Convert convert, int levels = MaxLevels)
 {
-    if (!isSendable(value))
-        return {};
+    const auto inner = [convert, levels](const QVariant &part) { return filtered(part, convert, levels - 1); };
+    const int type = value.userType();
     if (levels == 0)
         return value;
-    if (value.userType() == QMetaType::QVariantList) {
+    if (type == QMetaType::QVariantList) {
         QVariantList list;
         const QVariantList elements = value.toList();
         for (const QVariant &element : elements) {
-            const QVariant kept = filtered(element, isSendable, levels - 1);
+            const QVariant kept = inner(element);
             if (kept.isValid())
                 list.append(kept);
         }
         return list;
     }
-    if (value.userType() == QMetaType::QVariantMap || value.userType() == QMetaType::QVariantHash) {
+    if (type == QMetaType::QVariantMap || type == QMetaType::QVariantHash) {
         QVariantMap map;
         const QVariantMap members = value.toMap();
         for (auto member = members.begin(); member != members.end(); ++member) {
-            const QVariant kept = filtered(member.value(), isSendable, levels - 1);
+            const QVariant kept = inner(member.value());
             if (kept.isValid())
                 map.insert(map.constEnd(), member.key(), kept);
         }
         return map;
     }
-    if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
+    if (type == qMetaTypeId<QList<QVariantMap>>()) {
         QList<QVariantMap> maps;
         const auto elements = value.value<QList<QVariantMap>>();
         maps.reserve(elements.size());
         for (const QVariantMap &element : elements)
-            maps.append(filtered(element, isSendable, levels - 1).toMap());
+            maps.append(inner(element).toMap());
         return QVariant::fromValue(maps);
     }
-    if (value.userType() == qMetaTypeId<QDBusVariant>()) {
-        const QVariant kept = filtered(value.value<QDBusVariant>().variant(), isSendable, levels - 1);
+    if (type == qMetaTypeId<QDBusVariant>()) {
+        const QVariant kept = inner(value.value<QDBusVariant>().variant());
         return kept.isValid() ? QVariant::fromValue(QDBusVariant(kept)) : QVariant();
     }
-    return value;
+    return convert(value, inner);
+}
+
+bool isJson(int type)
+{
+    return type == QMetaType::QJsonValue || type == QMetaType::QJsonArray || type == QMetaType::QJsonObject;
+}
+
+/// A container of JSON as one of variants; invalid for anything else. Qt would give each element the signature of its
+/// type, and JSON has none of its own.
+QVariant jsonAsVariants(const QVariant &container)
+{
+    if (container.canConvert<QVariantList>()) {
+        const auto elements = container.value<QSequentialIterable>();
+        return elements.size() > 0 && isJson((*elements.begin()).userType()) ? container.value<QVariantList>()
+                                                                             : QVariant();
+    }
+    if (container.canConvert<QVariantMap>()) {
+        const auto members = container.value<QAssociativeIterable>();
+        return members.size() > 0 && isJson((*members.begin()).userType()) ? container.value<QVariantMap>()
+                                                                           : QVariant();
+    }
+    return {};
+}
+
+/// Whether the signature is that of one value, as a variant holds it.
+bool isSingle(const QString &signature)
+{
+    int depth = 0;
+    for (int i = 0; i < signature.size(); ++i) {
+        const char code = signature[i].toLatin1();
+        depth += (code == '(' || code == '{') - (code == ')' || code == '}');
+        if (depth == 0 && code != 'a')
+            return i == signature.size() - 1;
+    }
+    return false;
 }
 
 } // namespace
@@ -339,26 +413,41 @@ bool isArgument(const QVariant &value, const char *signature)
 
 void logOmissions(const Omissions &omissions)
 {
-    for (const char *const text : omissions)
-        qWarning() << text;
+    for (const Omission &omission : omissions)
+        QMessageLogger(__FILE__, __LINE__, omission.function).warning() << omission.text;
 }
 
 QVariant withoutNulls(const QVariant &value, Omissions *omissions)
 {
-    return filtered(value, [omissions](const QVariant &part) {
-        if (part.userType() == QMetaType::Nullptr)
-            omissions->append(Core::Types::UnknownType);
-        return part.userType() != QMetaType::Nullptr && part.isValid();
+    return filtered(value, [omissions](const QVariant &leaf, const auto &) {
+        if (leaf.userType() != QMetaType::Nullptr)
+            return leaf;
+        omissions->append(NullLeftOut);
+        return QVariant();
     });
 }
 
 QVariant withoutUnsendable(const QVariant &value)
 {
-    return filtered(value, [](const QVariant &part) {
-        const bool isSendable = part.isValid() && QDBusMetaType::typeToSignature(part.userType());
+    return filtered(value, [](const QVariant &leaf, const auto &inner) {
+        const int type = leaf.userType();
+        if (isJson(type)) {
+            MessageMeter meter;
+            const QVariant converted = meter.addConverted(QJsonValue::fromVariant(leaf));
+            if (!meter.problem().isEmpty())
+                return leaf;
+            logOmissions(meter.omissions());
+            return converted;
+        }
+        const QVariant variants = jsonAsVariants(leaf);
+        if (variants.isValid())
+            return inner(variants);
+        const bool isSendable = type == qMetaTypeId<QDBusArgument>()
+            ? isSingle(leaf.value<QDBusArgument>().currentSignature())
+            : leaf.isValid() && QDBusMetaType::typeToSignature(type);
         if (!isSendable)
-            qWarning() << "Value without a form on D-Bus:" << part;
-        return isSendable;
+            qWarning() << "Value without a form on D-Bus:" << leaf;
+        return isSendable ? leaf : QVariant();
     });
 }
 

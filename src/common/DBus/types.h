@@ -20,7 +20,11 @@
  *
  * All basic types but paths, signatures and descriptors are read, a variant as what it holds, an array of bytes as a
  * string up to its first zero, or as null if it is empty. What cannot be read is null; structures give a warning, and
- * an array of them is empty.
+ * an array of them is empty. The readers add to the array or object that they are given. A value, too, stays as it is
+ * where there is a structure.
+ *
+ * Within a QVariant, Qt fixes the signature of a type before it sees the value: a QJsonArray is av there, whatever it
+ * holds, and a message with a QJsonValue is not sent.
  */
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value);
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonArray &array);
@@ -102,8 +106,13 @@ void registerRecordTypes();
 /// as anything else.
 bool isArgument(const QVariant &value, const char *signature);
 
-/// Texts of warnings: why values are left out of a message.
-using Omissions = QVector<const char *>;
+/// Why a value is left out of a message: the text of the warning, and the function in whose name it is logged.
+struct Omission
+{
+    const char *text;
+    const char *function;
+};
+using Omissions = QVector<Omission>;
 
 void logOmissions(const Omissions &omissions);
 
@@ -111,7 +120,8 @@ void logOmissions(const Omissions &omissions);
 /// \a omissions. Invalid variants are left out in silence; what made them has logged why.
 QVariant withoutNulls(const QVariant &value, Omissions *omissions);
 
-/// The same for a map that may hold anything: whatever has no form on the bus is left out, with a warning at once.
+/// The same for a map that may hold anything: whatever has no form on the bus is left out, with a warning at once. JSON
+/// is converted, unless the bus would not let it pass.
 QVariant withoutUnsendable(const QVariant &value);
 
 } // namespace Corvane

@@ -26,8 +26,9 @@ class CORVANE_EXPORT Schedule
 public:
     /// A schedule that says nothing.
     Schedule();
-    /// A schedule of the properties that another one was made of, taken as they are.
-    explicit Schedule(const QVariantMap &map);
+    /// A schedule of the properties in \a map, taken as they are. JSON and values from the bus may be among them; for
+    /// what D-Bus cannot carry see Task::start().
+    Schedule(const QVariantMap &map);
     Schedule(const Schedule &other);
     Schedule &operator=(const Schedule &other);
     ~Schedule();

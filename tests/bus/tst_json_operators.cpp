@@ -1,0 +1,478 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The operators between JSON and QDBusArgument, called directly, wherever Qt lets one stream.
+#include <DBus/types.h>
+
+#include <message_log.h>
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonDocument>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusMetaType>
+#include <QtTest/QtTest>
+
+#include <optional>
+
+namespace {
+
+const QString Interface = QStringLiteral("com.example.Operators");
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString ValueWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)");
+const QString ArrayWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)");
+const QString ValueReader = QStringLiteral("const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)");
+
+/// The JSON value that the text is.
+QJsonValue fromJson(const QByteArray &text)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson('[' + text + ']', &error);
+    if (error.error != QJsonParseError::NoError)
+        qFatal("%s: %s", text.constData(), qUtf8Printable(error.errorString()));
+    return document.array().first();
+}
+
+QString toJson(const QJsonValue &value)
+{
+    const QByteArray text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(text.mid(1, text.size() - 2));
+}
+
+QVariant variantOf(const QJsonValue &value)
+{
+    if (value.isArray())
+        return QVariant::fromValue(value.toArray());
+    return value.isObject() ? QVariant::fromValue(value.toObject()) : QVariant::fromValue(value);
+}
+
+} // namespace
+
+class TestJsonOperators : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void signaturesOfEmptyValues();
+    void writesIntoAFreshArgument_data();
+    void writesIntoAFreshArgument();
+    void writesNothing_data();
+    void writesNothing();
+    void nullIsAnEmptyVariant();
+    void writesSeveralValues();
+    void writesIntoAStructure_data();
+    void writesIntoAStructure();
+    void writesIntoAnArrayOfObjects();
+    void writesIntoAMapOfObjects();
+    void writesIntoAnArrayOfArrays();
+    void leavesOutWhatHasNoForm_data();
+    void leavesOutWhatHasNoForm();
+    void leavesOutWhatIsNestedTooDeep();
+    void writesAVariant_data();
+    void writesAVariant();
+    void messageWithAValueIsNotSent();
+    void readersAdd();
+    void readsInto_data();
+    void readsInto();
+
+private:
+    static void rowsOfValues();
+    QString sent(const QVariantList &arguments);
+    QVariant received(const QString &body);
+
+    ServicePeer peer;
+    std::optional<MessageLog> log;
+};
+
+void TestJsonOperators::initTestCase()
+{
+    Corvane::registerRecordTypes();
+    peer.watchSignals(Interface);
+}
+
+void TestJsonOperators::init()
+{
+    log.emplace();
+}
+
+/// The connection lives, and the next message arrives.
+void TestJsonOperators::cleanup()
+{
+    QCOMPARE(sent({true}), QStringLiteral("(b) (true,)"));
+    log.reset();
+}
+
+/// What arrives of a signal with the arguments; empty if it is not sent.
+QString TestJsonOperators::sent(const QVariantList &arguments)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/"), Interface, QStringLiteral("Sent"));
+    signal.setArguments(arguments);
+    const bool isSent = QDBusConnection::sessionBus().send(signal);
+    if (!peer.roundTrip())
+        return QStringLiteral("no connection");
+    const QString text = peer.takeSignals().join(QLatin1Char(';')).remove(QStringLiteral("Sent "));
+    return isSent == text.isEmpty() ? QStringLiteral("send() returned %1, but: %2").arg(isSent).arg(text) : text;
+}
+
+/// A reply's argument, unread.
+QVariant TestJsonOperators::received(const QString &body)
+{
+    peer.answer(body);
+    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Intents1");
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral(CORVANE_SERVICE_ROOT), path.replace(QLatin1Char('.'), QLatin1Char('/')),
+        QStringLiteral(CORVANE_SERVICE_ROOT ".Intents1"), QStringLiteral("InvokeIntent"));
+    call << QString() << QVariantMap() << QVariantMap();
+    return QDBusConnection::sessionBus().call(call).arguments().value(0);
+}
+
+void TestJsonOperators::signaturesOfEmptyValues()
+{
+    QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonObject)), QByteArray("a{sv}"));
+    QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonArray)), QByteArray("av"));
+    // Qt refuses the "v" of a null, and takes an empty signature for one.
+    QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonValue)), QByteArray("av"));
+}
+
+void TestJsonOperators::rowsOfValues()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("signature");
+    QTest::addColumn<QString>("arrives");
+
+    const auto row = [](const char *json, const char *signature, const char *arrives) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(signature) << QString::fromUtf8(arrives);
+    };
+    row("true", "b", "true");
+    row("7", "d", "7.0");
+    row("0.5", "d", "0.5");
+    row(R"("žluťoučký 🐎")", "s", "'žluťoučký 🐎'");
+    row("[]", "av", "[]");
+    row("[true, false]", "ab", "[true, false]");
+    row("[1, 2, 3]", "ad", "[1.0, 2.0, 3.0]");
+    row(R"(["x", "y"])", "as", "['x', 'y']");
+    row(R"([{"a": 1}, {}])", "aa{sv}", "[{'a': <1.0>}, {}]");
+    row(R"([1, "x"])", "av", "[<1.0>, <'x'>]");
+    row(R"([1, [2, 3], {"a": [4]}])", "av", "[<1.0>, <[<2.0>, <3.0>]>, <{'a': <[<4.0>]>}>]");
+    row("{}", "a{sv}", "{}");
+    row(R"({"a": 1})", "a{sv}", "{'a': <1.0>}");
+    row(R"({"a": [true], "b": [1], "c": ["x"], "d": [{}], "e": [], "f": {"g": {"h": "x"}}})", "a{sv}",
+        "{'a': <[true]>, 'b': <[1.0]>, 'c': <['x']>, 'd': <[@a{sv} {}]>, 'e': <@av []>, 'f': <{'g': <{'h': <'x'>}>}>}");
+}
+
+void TestJsonOperators::writesIntoAFreshArgument_data()
+{
+    rowsOfValues();
+}
+
+void TestJsonOperators::writesIntoAFreshArgument()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, signature);
+    QFETCH(QString, arrives);
+
+    const QJsonValue value = fromJson(json);
+    QVector<QDBusArgument> arguments(2);
+    QCOMPARE(&(arguments[0] << value), &arguments[0]);
+    if (value.isArray())
+        QCOMPARE(&(arguments[1] << value.toArray()), &arguments[1]);
+    else if (value.isObject())
+        QCOMPARE(&(arguments[1] << value.toObject()), &arguments[1]);
+    else
+        arguments.removeLast();
+
+    const bool isEmpty = arrives == QLatin1String("[]") || arrives == QLatin1String("{}");
+    const QString typed = isEmpty ? QStringLiteral("@%1 %2").arg(signature, arrives) : arrives;
+    for (const QDBusArgument &argument : qAsConst(arguments)) {
+        const QVariant variant = QVariant::fromValue(argument);
+        QCOMPARE(argument.currentSignature(), signature);
+        QCOMPARE(sent({variant}), QStringLiteral("(%1) (%2,)").arg(signature, typed));
+        QCOMPARE(sent({QVariantMap{{QStringLiteral("k"), variant}}}),
+                 QStringLiteral("(a{sv}) ({'k': <%1>},)").arg(typed));
+        QCOMPARE(sent({QVariant(QVariantList{variant, 7})}), QStringLiteral("(av) ([<%1>, <7>],)").arg(typed));
+        QCOMPARE(sent({QVariant::fromValue(QDBusVariant(variant))}), QStringLiteral("(v) (<%1>,)").arg(typed));
+    }
+}
+
+void TestJsonOperators::writesNothing_data()
+{
+    QTest::addColumn<QJsonValue>("value");
+    QTest::addColumn<QString>("warning");
+    QTest::addColumn<QString>("function");
+
+    QTest::newRow("undefined") << QJsonValue(QJsonValue::Undefined) << UnknownType << ValueWriter;
+    QTest::newRow("nulls") << fromJson("[null, null]") << UnknownType << ArrayWriter;
+    QTest::newRow("arrays") << fromJson("[[1], [2]]") << ArrayOfArrays << ArrayWriter;
+}
+
+void TestJsonOperators::writesNothing()
+{
+    QFETCH(QJsonValue, value);
+    QFETCH(QString, warning);
+    QFETCH(QString, function);
+
+    QDBusArgument argument;
+    argument << value;
+    QCOMPARE(argument.currentSignature(), QString());
+    QCOMPARE(log->takeWarnings(), QStringList(warning));
+    QCOMPARE(log->lastFunction(), function);
+
+    argument << value.toArray() << true; // what follows is written
+    QCOMPARE(argument.currentSignature(), value.isArray() ? QStringLiteral("b") : QStringLiteral("avb"));
+    QCOMPARE(log->takeWarnings(), value.isArray() ? QStringList(warning) : QStringList());
+}
+
+void TestJsonOperators::nullIsAnEmptyVariant()
+{
+    QDBusArgument argument;
+    QCOMPARE(&(argument << QJsonValue()), &argument);
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("QDBusMarshaller: cannot add a null QDBusVariant")));
+}
+
+void TestJsonOperators::writesSeveralValues()
+{
+    QDBusArgument argument;
+    argument << fromJson(R"({"a": 1})") << fromJson("[1]").toArray() << fromJson(R"({"b": []})").toObject()
+             << fromJson("true");
+    QCOMPARE(argument.currentSignature(), QStringLiteral("a{sv}ada{sv}b"));
+}
+
+void TestJsonOperators::writesIntoAStructure_data()
+{
+    rowsOfValues();
+}
+
+void TestJsonOperators::writesIntoAStructure()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, signature);
+    QFETCH(QString, arrives);
+
+    const QJsonValue value = fromJson(json);
+    QDBusArgument argument;
+    argument.beginStructure();
+    QCOMPARE(&(argument << value), &argument);
+    argument.beginStructure();
+    if (value.isArray())
+        argument << value.toArray();
+    else if (value.isObject())
+        argument << value.toObject();
+    else
+        argument << value;
+    argument.endStructure();
+    argument << QStringLiteral("z");
+    argument.endStructure();
+    QCOMPARE(argument.currentSignature(), QStringLiteral("(%1(%1)s)").arg(signature));
+    const QString typed = QStringLiteral("@%1 %2").arg(signature, arrives);
+    const QString text = arrives == QLatin1String("[]") || arrives == QLatin1String("{}") ? typed : arrives;
+    QCOMPARE(sent({QVariant::fromValue(argument)}),
+             QStringLiteral("((%1(%1)s)) ((%2, (%2,), 'z'),)").arg(signature, text));
+}
+
+void TestJsonOperators::writesIntoAnArrayOfObjects()
+{
+    QDBusArgument argument;
+    argument.beginArray(QMetaType::QJsonObject);
+    argument << fromJson(R"({"a": [1]})").toObject() << fromJson(R"({"b": {}})") << QJsonObject();
+    argument.endArray();
+    QCOMPARE(argument.currentSignature(), QStringLiteral("aa{sv}"));
+    QCOMPARE(sent({QVariant::fromValue(argument)}),
+             QStringLiteral("(aa{sv}) ([{'a': <[1.0]>}, {'b': <@a{sv} {}>}, {}],)"));
+}
+
+void TestJsonOperators::writesIntoAMapOfObjects()
+{
+    QDBusArgument argument;
+    argument.beginMap(QMetaType::QString, QMetaType::QVariantMap);
+    argument.beginMapEntry();
+    argument << QStringLiteral("k") << fromJson(R"({"a": ["x"]})").toObject();
+    argument.endMapEntry();
+    argument.endMap();
+    QCOMPARE(argument.currentSignature(), QStringLiteral("a{sa{sv}}"));
+    QCOMPARE(sent({QVariant::fromValue(argument)}), QStringLiteral("(a{sa{sv}}) ({'k': {'a': <['x']>}},)"));
+}
+
+void TestJsonOperators::writesIntoAnArrayOfArrays()
+{
+    QDBusArgument argument;
+    argument.beginArray(qMetaTypeId<QList<double>>());
+    argument << fromJson("[1, 2]").toArray() << fromJson("[3]").toArray();
+    argument.endArray();
+    QCOMPARE(argument.currentSignature(), QStringLiteral("aad"));
+    QCOMPARE(sent({QVariant::fromValue(argument)}), QStringLiteral("(aad) ([[1.0, 2.0], [3.0]],)"));
+}
+
+void TestJsonOperators::leavesOutWhatHasNoForm_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("arrives");
+    QTest::addColumn<QString>("warning");
+    QTest::addColumn<QString>("function");
+
+    const auto row = [](const char *json, const char *arrives, const QString &warning, const QString &function) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(arrives) << warning << function;
+    };
+    row(R"({"a": null, "z": 1})", "(a{sv}) ({'z': <1.0>},)", UnknownType, ValueWriter);
+    row(R"([1, null, "x"])", "(av) ([<1.0>, <'x'>],)", UnknownType, ValueWriter);
+    row(R"([{"a": null}])", "(aa{sv}) ([@a{sv} {}],)", UnknownType, ValueWriter);
+    row(R"({"a": [null], "z": 1})", "(a{sv}) ({'z': <1.0>},)", UnknownType, ArrayWriter);
+    row(R"({"a": [[1]], "z": 1})", "(a{sv}) ({'z': <1.0>},)", ArrayOfArrays, ArrayWriter);
+}
+
+void TestJsonOperators::leavesOutWhatHasNoForm()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, arrives);
+    QFETCH(QString, warning);
+    QFETCH(QString, function);
+
+    QDBusArgument argument;
+    argument << fromJson(json);
+    QCOMPARE(log->takeWarnings(), QStringList(warning));
+    QCOMPARE(log->lastFunction(), function);
+    QCOMPARE(sent({QVariant::fromValue(argument)}), arrives);
+}
+
+/// libdbus does not survive 256 levels.
+void TestJsonOperators::leavesOutWhatIsNestedTooDeep()
+{
+    const QString tooDeep = QStringLiteral("A message cannot nest more than 64 containers");
+    QJsonObject object{{QStringLiteral("a"), 1}};
+    QJsonArray array{QStringLiteral("x"), 1};
+    for (int i = 1; i < 300; ++i) {
+        object = {{QStringLiteral("a"), object}};
+        array = {QStringLiteral("x"), array};
+    }
+    QDBusArgument argument;
+    argument << object;
+    QCOMPARE(log->takeWarnings(), QStringList(tooDeep));
+    QCOMPARE(log->lastFunction(), ValueWriter);
+    QCOMPARE(argument.currentSignature(), QStringLiteral("a{sv}"));
+
+    argument = {};
+    argument << QJsonObject{{QStringLiteral("k"), array}, {QStringLiteral("z"), 1}};
+    QCOMPARE(log->takeWarnings(), QStringList(tooDeep));
+    QCOMPARE(sent({QVariant::fromValue(argument)}), QStringLiteral("(a{sv}) ({'z': <1.0>},)"));
+}
+
+void TestJsonOperators::writesAVariant_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("arrives");
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *json, const char *arrives, const QStringList &warnings = {}) {
+        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(arrives) << warnings;
+    };
+    row("{}", "@a{sv} {}");
+    row(R"({"a": [1, 2], "b": {"c": ["x"]}})", "{'a': <[1.0, 2.0]>, 'b': <{'c': <['x']>}>}");
+    // An array is av as a variant, whatever it holds: Qt has asked an empty one for the signature.
+    row("[]", "@av []");
+    row("[true, false]", "[<true>, <false>]");
+    row("[1, 2]", "[<1.0>, <2.0>]");
+    row(R"(["x"])", "[<'x'>]");
+    row(R"([{"a": [1]}, {}])", "[<{'a': <[1.0]>}>, <@a{sv} {}>]");
+    row(R"([1, "x", [2], {"a": [3]}])", "[<1.0>, <'x'>, <[<2.0>]>, <{'a': <[<3.0>]>}>]");
+    row("[[1], [2]]", "@av []", {ArrayOfArrays});
+    row("[null]", "@av []", {UnknownType});
+    row(R"({"a": null})", "@a{sv} {}", {UnknownType});
+}
+
+void TestJsonOperators::writesAVariant()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    const QVariant variant = variantOf(fromJson(json));
+    const QString signature = QString::fromLatin1(QDBusMetaType::typeToSignature(variant.userType()));
+    QCOMPARE(sent({variant}), QStringLiteral("(%1) (%2,)").arg(signature, arrives));
+    QCOMPARE(log->takeWarnings(), warnings);
+    QCOMPARE(sent({QVariantMap{{QStringLiteral("k"), variant}}}),
+             QStringLiteral("(a{sv}) ({'k': <%1>},)").arg(arrives));
+    QCOMPARE(log->takeWarnings(), warnings);
+    QCOMPARE(sent({QVariant(QVariantList{variant, 7})}), QStringLiteral("(av) ([<%1>, <7>],)").arg(arrives));
+    QCOMPARE(log->takeWarnings(), warnings);
+    QCOMPARE(sent({QVariant::fromValue(QDBusVariant(variant))}), QStringLiteral("(v) (<%1>,)").arg(arrives));
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestJsonOperators::messageWithAValueIsNotSent()
+{
+    for (const char *json : {"null", "true", "1", "\"x\"", "[1]", "[]", "{\"a\": 1}"}) {
+        const QVariant value = QVariant::fromValue(fromJson(json));
+        for (const QVariant &argument : {value, QVariant(QVariantMap{{QStringLiteral("k"), value}}),
+                                         QVariant(QVariantList{1, value}), QVariant::fromValue(QDBusVariant(value))})
+            QCOMPARE(sent({argument, true}), QString());
+    }
+    for (const QString &warning : log->takeWarnings())
+        QVERIFY2(warning == QLatin1String("QDBusMarshaller: cannot add a null QDBusVariant")
+                     || warning.startsWith(QLatin1String("QDBusConnection: error: could not send signal")),
+                 qPrintable(warning));
+}
+
+void TestJsonOperators::readersAdd()
+{
+    QJsonObject object{{QStringLiteral("a"), 1}, {QStringLiteral("k"), QStringLiteral("old")}};
+    const auto members = received(QStringLiteral("({'k': <'new'>, 'b': <2>},)")).value<QDBusArgument>();
+    QCOMPARE(&(members >> object), &members);
+    QCOMPARE(toJson(object), QStringLiteral(R"({"a":1,"b":2,"k":"new"})"));
+
+    QJsonObject large;
+    for (int i = 0; i < 100; ++i)
+        large.insert(QStringLiteral("m%1").arg(i, 3), i);
+    received(QStringLiteral("({'z': <1>, 'm 50': <'new'>, 'a': <2>},)")).value<QDBusArgument>() >> large;
+    QCOMPARE(large.size(), 102);
+    QCOMPARE(toJson(large.value(QStringLiteral("m 50"))), QStringLiteral(R"("new")"));
+    QCOMPARE(toJson(large.value(QStringLiteral("m 51"))), QStringLiteral("51"));
+    QCOMPARE(toJson(large.value(QStringLiteral("a"))), QStringLiteral("2"));
+
+    QJsonArray array{QStringLiteral("x")};
+    const auto elements = received(QStringLiteral("([1, 2],)")).value<QDBusArgument>();
+    QCOMPARE(&(elements >> array), &elements);
+    QCOMPARE(toJson(array), QStringLiteral(R"(["x",1,2])"));
+}
+
+void TestJsonOperators::readsInto_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("result"); ///< of reading into "old"
+    QTest::addColumn<QString>("unsupported");
+
+    const auto row = [](const char *body, const char *result, const char *unsupported = "") {
+        QTest::newRow(body) << QString::fromUtf8(body) << QString::fromUtf8(result) << QString::fromUtf8(unsupported);
+    };
+    row("[1, 2]", "[1,2]");
+    row("{'a': <1>}", R"({"a":1})");
+    row("<[<1>, <'x'>]>", R"([1,"x"])");
+    row("(1, 2)", R"("old")", "(ii)");
+    row("<(1, 2)>", R"("old")", "(ii)");
+    row("<<(1, 's')>>", R"("old")", "(is)");
+    row("{'a': <(1, 2)>}", R"({"a":null})", "(ii)");
+    row("[<(1, 2)>]", "[null]", "(ii)");
+    row("<7>", "7");
+    row("<<byte 0x07>>", "7");
+}
+
+void TestJsonOperators::readsInto()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, result);
+    QFETCH(QString, unsupported);
+
+    const auto argument = received(QStringLiteral("((%1,),)").arg(body)).value<QDBusArgument>();
+    argument.beginStructure();
+    QJsonValue value = QStringLiteral("old");
+    QCOMPARE(&(argument >> value), &argument);
+    QCOMPARE(toJson(value), result);
+    if (unsupported.isEmpty())
+        return;
+    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Unsupported type:  \"%1\"").arg(unsupported)));
+    QCOMPARE(log->lastFunction(), ValueReader);
+}
+
+QTEST_GUILESS_MAIN(TestJsonOperators)
+#include "tst_json_operators.moc"

@@ -1,0 +1,308 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What arrives of the map that a schedule was made of, whatever it holds.
+#include <Corvane/task.h>
+#include <DBus/types.h>
+
+#include <message_log.h>
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonObject>
+#include <QtDBus/QDBusArgument>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusMetaType>
+#include <QtDBus/QDBusUnixFileDescriptor>
+#include <QtDBus/QDBusVariant>
+#include <QtTest/QtTest>
+
+#include <optional>
+
+using namespace Corvane;
+
+namespace {
+
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString TooDeep = QStringLiteral("A message cannot nest more than 64 containers");
+const QString ValueWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)");
+
+} // namespace
+
+/// Keeps the map that it is called with.
+class Receiver : public QObject
+{
+    Q_OBJECT
+public:
+    QVariantMap map;
+
+public Q_SLOTS:
+    void Take(const QVariantMap &received) { map = received; }
+};
+
+class TestScheduleOnBus : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void jsonArrives_data();
+    void jsonArrives();
+    void jsonOverTheLimitsIsRefused_data();
+    void jsonOverTheLimitsIsRefused();
+    void receivedMapArrivesUnchanged_data();
+    void receivedMapArrivesUnchanged();
+    void receivedFilesArrive();
+    void receivedMapOverTheLimitsIsRefused_data();
+    void receivedMapOverTheLimitsIsRefused();
+    void writtenArgumentsArrive();
+    void argumentsWithoutOneValueAreLeftOut_data();
+    void argumentsWithoutOneValueAreLeftOut();
+
+private:
+    QString sent(const QVariantMap &schedule);
+    QVariantMap received(const QString &map, int files = 0);
+
+    ServicePeer peer;
+    Receiver receiver;
+    std::optional<MessageLog> log;
+};
+
+void TestScheduleOnBus::initTestCase()
+{
+    QVERIFY(QDBusConnection::sessionBus().registerObject(QStringLiteral("/receiver"), &receiver,
+                                                         QDBusConnection::ExportAllSlots));
+    qDBusRegisterMetaType<QList<QJsonArray>>();
+}
+
+void TestScheduleOnBus::init()
+{
+    log.emplace();
+}
+
+/// The connection lives, and the next description arrives.
+void TestScheduleOnBus::cleanup()
+{
+    QCOMPARE(sent({{QStringLiteral("next"), true}}), QStringLiteral("{'next': <true>}"));
+    log.reset();
+}
+
+/// What arrives of a schedule that is made of the map, or why the task cannot be started.
+QString TestScheduleOnBus::sent(const QVariantMap &schedule)
+{
+    Task task(QStringLiteral("sync"));
+    task.withSchedule(schedule);
+    std::optional<Error> outcome;
+    task.start([&outcome](const Error &error) { outcome = error; });
+    if (!QTest::qWaitFor([&outcome] { return outcome.has_value(); }, 60000) || !peer.roundTrip())
+        return QStringLiteral("no outcome");
+    QString text = peer.takeCalls().filter(QStringLiteral("Start ")).join(QLatin1Char(';'));
+    if (*outcome)
+        return outcome->message() + text;
+    text.remove(QStringLiteral("Start (sasa{sv}) ('.task_sync', @as [], {'Schedule': <"));
+    return text.chopped(3);
+}
+
+/// The map as Qt reads it of a call with it.
+QVariantMap TestScheduleOnBus::received(const QString &map, int files)
+{
+    QJsonArray names;
+    while (names.size() < files)
+        names.append(QStringLiteral("/dev/null"));
+    peer.call(QStringLiteral("Take"), QStringLiteral("(%1,)").arg(map),
+              {{QStringLiteral("destination"), QDBusConnection::sessionBus().baseService()},
+               {QStringLiteral("path"), QStringLiteral("/receiver")},
+               {QStringLiteral("interface"), QJsonValue()},
+               {QStringLiteral("files"), names}});
+    return receiver.map;
+}
+
+void TestScheduleOnBus::jsonArrives_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("arrives"); ///< of {"x": value}
+    QTest::addColumn<QStringList>("warnings");
+
+    const auto row = [](const char *tag, const auto &value, const char *arrives, const QStringList &warnings = {}) {
+        QTest::newRow(tag) << QVariant::fromValue(value) << QString::fromUtf8(arrives) << warnings;
+    };
+    const QString k = QStringLiteral("k");
+    const QJsonArray numbers{1, 2};
+    const QJsonArray texts{QStringLiteral("x")};
+    const QJsonObject object{{k, numbers}, {QStringLiteral("o"), QJsonObject{{k, texts}}}};
+    const QJsonValue null;
+
+    row("object", object, "{'x': <{'k': <[1.0, 2.0]>, 'o': <{'k': <['x']>}>}>}");
+    row("array of numbers", numbers, "{'x': <[1.0, 2.0]>}");
+    row("array of texts", texts, "{'x': <['x']>}");
+    row("array of truths", QJsonArray{true}, "{'x': <[true]>}");
+    row("array of objects", QJsonArray{object}, "{'x': <[{'k': <[1.0, 2.0]>, 'o': <{'k': <['x']>}>}]>}");
+    row("empty array", QJsonArray(), "{'x': <@av []>}");
+    row("mixed array", QJsonArray{1, numbers}, "{'x': <[<1.0>, <[<1.0>, <2.0>]>]>}");
+    row("number", QJsonValue(7), "{'x': <7.0>}");
+    row("truth", QJsonValue(true), "{'x': <true>}");
+    row("text", QJsonValue(QStringLiteral("x")), "{'x': <'x'>}");
+    row("array as a value", QJsonValue(numbers), "{'x': <[1.0, 2.0]>}");
+    row("object as a value", QJsonValue(object), "{'x': <{'k': <[1.0, 2.0]>, 'o': <{'k': <['x']>}>}>}");
+
+    row("null", null, "@a{sv} {}", {UnknownType});
+    row("undefined", QJsonValue(QJsonValue::Undefined), "@a{sv} {}", {UnknownType});
+    row("array of nulls", QJsonArray{null}, "@a{sv} {}", {UnknownType});
+    row("array of arrays", QJsonArray{numbers}, "@a{sv} {}", {ArrayOfArrays});
+    row("object with a null", QJsonObject{{k, null}}, "{'x': <@a{sv} {}>}", {UnknownType});
+
+    row("in a list", QVariantList{numbers, QJsonValue(7), object.value(QStringLiteral("o")), null, 1},
+        "{'x': <[<[1.0, 2.0]>, <7.0>, <{'k': <['x']>}>, <1>]>}", {UnknownType});
+    row("in a map", QVariantMap{{k, numbers}, {QStringLiteral("n"), null}}, "{'x': <{'k': <[1.0, 2.0]>}>}",
+        {UnknownType});
+    row("in a hash", QVariantHash{{k, QJsonValue(numbers)}}, "{'x': <{'k': <[1.0, 2.0]>}>}");
+    row("in a list of maps", QList<QVariantMap>{{{k, numbers}}, {}}, "{'x': <[{'k': <[1.0, 2.0]>}, {}]>}");
+    row("in a variant", QDBusVariant(QVariant(numbers)), "{'x': <<[1.0, 2.0]>>}");
+    row("list of values", QList<QJsonValue>{7, null, numbers}, "{'x': <[<7.0>, <[1.0, 2.0]>]>}", {UnknownType});
+    row("list of arrays, which the application has registered", QList<QJsonArray>{numbers, texts},
+        "{'x': <[<[1.0, 2.0]>, <['x']>]>}");
+    row("vector of objects", QVector<QJsonObject>{object.value(QStringLiteral("o")).toObject(), {}},
+        "{'x': <[<{'k': <['x']>}>, <@a{sv} {}>]>}");
+    row("hash of values", QHash<QString, QJsonValue>{{k, 7}}, "{'x': <{'k': <7.0>}>}");
+    row("map of arrays", QMap<QString, QJsonArray>{{k, numbers}, {QStringLiteral("n"), {null}}},
+        "{'x': <{'k': <[1.0, 2.0]>}>}", {UnknownType});
+}
+
+void TestScheduleOnBus::jsonArrives()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
+
+    QCOMPARE(sent({{QStringLiteral("x"), value}}), arrives);
+    QCOMPARE(log->takeWarnings(), warnings);
+}
+
+void TestScheduleOnBus::jsonOverTheLimitsIsRefused_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QString>("problem");
+
+    QJsonValue deep(QStringLiteral("x"));
+    for (int i = 0; i < 20; ++i)
+        deep = QJsonObject{{QStringLiteral("k"), deep}};
+    const QString tooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
+    const QString hasNul = QStringLiteral("A message cannot hold a text with U+0000");
+    QTest::newRow("nested too deep") << QVariant(deep.toObject()) << TooDeep;
+    QTest::newRow("nested too deep, in a list") << QVariant(QVariantList{deep}) << TooDeep;
+    QTest::newRow("nested too deep, null inside") << QVariant(QJsonObject{{QStringLiteral("a"), QJsonValue()}, //
+                                                                          {QStringLiteral("k"), deep}})
+                                                  << TooDeep;
+    QTest::newRow("U+0000") << QVariant(QJsonArray{QString(QChar(0))}) << hasNul;
+    QTest::newRow("64 MiB of text") << QVariant(QJsonArray{QString(64 << 20, QLatin1Char('x'))}) << tooLarge;
+}
+
+void TestScheduleOnBus::jsonOverTheLimitsIsRefused()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QString, problem);
+
+    QCOMPARE(sent({{QStringLiteral("x"), value}}), problem);
+    QVERIFY(log->takeWarnings().size() <= 1); // of the null, if it was left out before
+}
+
+void TestScheduleOnBus::receivedMapArrivesUnchanged_data()
+{
+    QTest::addColumn<QString>("map");
+
+    for (const char *map :
+         {"{'x': <(1, 's', true)>}", "{'x': <(byte 0x01, int16 -2, uint16 3, -4, uint32 5)>}",
+          "{'x': <(int64 -6, uint64 7, 8.5)>}", "{'x': <(objectpath '/a', signature 'a{sv}', 'žluť')>}",
+          "{'x': <[(1, 'a'), (2, 'b')]>}", "{'x': <@a(is) []>}", "{'x': <(@as [], @a{sv} {}, @a{is} {})>}",
+          "{'x': <{1: 'a', 2: 'b'}>}", "{'x': <{'a': {'b': [1, 2]}}>}",
+          "{'x': <{'k': <[1, 2, 3]>, 'l': <{'m': <'n'>}>}>}", "{'x': <[[1, 2], [3]]>}", "{'x': <[['a'], []]>}",
+          "{'x': <[{'k': <1>}, {}]>}", "{'x': <(<<(1, <'x'>)>>,)>}",
+          "{'x': <([byte 0x01, 0x02], [true, false], [1.5])>}", "{'x': <((((((1,),),),),),)>}",
+          "{'Hours': <[8, 20]>, 'x': <[<(1,)>, <2>]>}"})
+        QTest::newRow(map) << QString::fromUtf8(map);
+}
+
+void TestScheduleOnBus::receivedMapArrivesUnchanged()
+{
+    QFETCH(QString, map);
+
+    const QVariantMap schedule = received(map);
+    QCOMPARE(sent(schedule), map);
+    QCOMPARE(sent(schedule), map); // measuring and sending leave the map as it is
+    QCOMPARE(sent({{QStringLiteral("l"), QVariant(QVariantList{schedule})}}),
+             QStringLiteral("{'l': <[<%1>]>}").arg(map));
+}
+
+void TestScheduleOnBus::receivedFilesArrive()
+{
+    const QVariantMap schedule = received(QStringLiteral("{'x': <(handle 0, 'a')>}"), 1);
+    QCOMPARE(sent(schedule), QStringLiteral("{'x': <(handle 0, 'a')>}"));
+    receiver.map.clear();
+}
+
+void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<int>("levels"); ///< around the value
+    QTest::addColumn<QString>("problem");
+
+    // The task's description and the schedule are five levels of the 64, and the value's variant is the sixth.
+    const QString structures = QString(30, QLatin1Char('(')) + QLatin1Char('1') + QStringLiteral(",)").repeated(30);
+    QTest::newRow("structures") << structures << 28 << QString();
+    QTest::newRow("structures, too deep") << structures << 29 << TooDeep;
+    QTest::newRow("variants") << QStringLiteral("(<1>,)") << 56 << QString();
+    QTest::newRow("variants, too deep") << QStringLiteral("(<1>,)") << 57 << TooDeep;
+}
+
+void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused()
+{
+    QFETCH(QString, value);
+    QFETCH(int, levels);
+    QFETCH(QString, problem);
+
+    QVariant variant = received(QStringLiteral("{'x': <%1>}").arg(value)).value(QStringLiteral("x"));
+    for (int i = 0; i < levels; ++i)
+        variant = QVariant::fromValue(QDBusVariant(variant));
+    QString arrives = QStringLiteral("{'x': <%1>}")
+                          .arg(QString(levels, QLatin1Char('<')) + value + QString(levels, QLatin1Char('>')));
+    QCOMPARE(sent({{QStringLiteral("x"), variant}}), problem.isEmpty() ? arrives : problem);
+}
+
+void TestScheduleOnBus::writtenArgumentsArrive()
+{
+    QDBusArgument argument;
+    argument.beginStructure();
+    argument << 1 << QStringList{QStringLiteral("a")};
+    argument.endStructure();
+    QCOMPARE(sent({{QStringLiteral("x"), QVariant::fromValue(argument)}}), QStringLiteral("{'x': <(1, ['a'])>}"));
+}
+
+void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut_data()
+{
+    QTest::addColumn<QVariant>("value");
+
+    QDBusArgument several;
+    several << 1 << 2;
+    QDBusArgument unfinished;
+    unfinished.beginStructure();
+    QTest::newRow("none") << QVariant::fromValue(QDBusArgument());
+    QTest::newRow("several") << QVariant::fromValue(several);
+    QTest::newRow("part of one") << QVariant::fromValue(unfinished);
+}
+
+void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut()
+{
+    QFETCH(QVariant, value);
+
+    QCOMPARE(sent({{QStringLiteral("x"), value}, {QStringLiteral("z"), 1}}), QStringLiteral("{'z': <1>}"));
+    const QStringList warnings = log->takeWarnings();
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY2(warnings.first().startsWith(QStringLiteral("Value without a form on D-Bus: QVariant(QDBusArgument")),
+             qPrintable(warnings.first()));
+}
+
+QTEST_GUILESS_MAIN(TestScheduleOnBus)
+#include "tst_schedule_on_bus.moc"
