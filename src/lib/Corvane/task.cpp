@@ -47,25 +47,27 @@ TaskPrivate::TaskPrivate(const QString &id, Task *task)
     : taskId(id), qualifiedName(Core::fromEnvironment("HALVIR_APP_ID") + QLatin1String(".task_") + id), q(task)
 {
     TasksInterface *interface = TasksInterface::instance();
-    // Not what is announced: a receiver may have run an event loop meanwhile, in which newer states arrived.
+    // While a receiver runs an event loop, a newer list can replace the emitted one.
     QObject::connect(interface, &TasksInterface::stateChanged, q,
-                     [this, interface] { updateState(interface->statesOf(taskId)); });
+                     [this, interface] { updateState(interface->announcedStates(taskId)); });
     if (interface->statesKnown)
-        updateState(interface->statesOf(taskId));
+        updateState(interface->storedStates(taskId));
 }
 
 void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
 {
-    const QPointer<Task> task(q);
-    const QVector<TaskState> known = TasksInterface::instance()->tasksState;
+    const quint32 update = ++m_updates;
     for (const TaskState &taskState : tasksState) {
+        if (taskState.taskId != taskId)
+            continue;
         const Task::State newState = toState(taskState.state);
         if (newState == state)
             continue;
         state = newState;
+        const QPointer<Task> task(q);
         Q_EMIT q->stateChanged(newState);
-        if (!task || known.constData() != TasksInterface::instance()->tasksState.constData())
-            return; // deleted in there, or told newer states
+        if (!task || update != m_updates)
+            return; // deleted, or updated with a newer list
     }
 }
 

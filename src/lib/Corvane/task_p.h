@@ -14,6 +14,7 @@ class TaskPrivate
 public:
     TaskPrivate(const QString &taskId, Task *task);
 
+    /// Applies the entries of this task, in their order. A nested call supersedes the rest of the list.
     void updateState(const QVector<TaskState> &tasksState);
     void start(const std::function<void(const Error &)> &callback);
     void stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback);
@@ -27,6 +28,8 @@ public:
 
 private:
     void deliver(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
+
+    quint32 m_updates = 0; ///< The calls of updateState() so far.
 };
 
 } // namespace Corvane

@@ -9,6 +9,11 @@
 
 namespace Corvane {
 
+static bool operator==(const TaskState &left, const TaskState &right)
+{
+    return left.taskId == right.taskId && left.state == right.state && left.properties == right.properties;
+}
+
 namespace {
 
 QVector<TaskState> toTaskStates(const QVariant &value)
@@ -29,10 +34,18 @@ TasksInterface::TasksInterface()
                              QDBusConnection::sessionBus(), nullptr)
 {
     registerRecordTypes();
+    // Before any task can connect, so that each task finds its part of the announced list.
+    connect(this, &TasksInterface::stateChanged, this, &TasksInterface::indexStates);
     // With the signature given, a signal of another shape is not delivered, and so never demarshalled.
     connection().connect(service(), path(), interface(), QStringLiteral("StateChanged"), QStringLiteral("a(sua{sv})"),
                          this, SLOT(onStateChanged(QVector<TaskState>)));
     readStates();
+}
+
+QVector<TaskState> TasksInterface::storedStates(const QString &taskId) const
+{
+    const bool isIndexed = tasksState == m_announced; // quick, as both share their data unless somebody set one alone
+    return isIndexed ? announcedStates(taskId) : tasksState;
 }
 
 void TasksInterface::readStates()
@@ -49,18 +62,23 @@ void TasksInterface::readStates()
 
 void TasksInterface::applyProperties(const QVariantMap &properties)
 {
-    const auto state = properties.find(QStringLiteral("State"));
-    if (state != properties.end())
-        onStateChanged(toTaskStates(*state));
+    const QString key = QStringLiteral("State");
+    for (auto property = properties.find(key); property != properties.end() && property.key() == key; ++property)
+        onStateChanged(toTaskStates(*property));
 }
 
 void TasksInterface::onStateChanged(const QVector<TaskState> &newStates)
 {
     tasksState = newStates;
-    m_statesById.clear();
-    for (const TaskState &state : newStates)
-        m_statesById[state.taskId].append(state);
     Q_EMIT stateChanged(newStates);
+}
+
+void TasksInterface::indexStates(const QVector<TaskState> &announced)
+{
+    m_announced = announced;
+    m_announcedById.clear();
+    for (const TaskState &state : announced)
+        m_announcedById[state.taskId].append(state);
 }
 
 } // namespace Corvane

@@ -18,8 +18,13 @@ public:
 
     TasksInterface();
 
-    /// The part of tasksState that is about this task, in the same order.
-    QVector<TaskState> statesOf(const QString &taskId) const { return m_statesById.value(taskId); }
+    /// Announces each entry "State" of the reply to GetAll.
+    void applyProperties(const QVariantMap &properties);
+
+    /// The entries of this task in the list that stateChanged() has emitted last, in the same order.
+    QVector<TaskState> announcedStates(const QString &taskId) const { return m_announcedById.value(taskId); }
+    /// The part of tasksState that holds all entries of this task, in the same order. It may hold entries of others.
+    QVector<TaskState> storedStates(const QString &taskId) const;
 
     QVector<TaskState> tasksState;
     bool statesKnown = false; ///< The service has answered what the states are; its signals do not count.
@@ -38,9 +43,10 @@ private Q_SLOTS:
 
 private:
     void readStates();
-    void applyProperties(const QVariantMap &properties);
+    void indexStates(const QVector<TaskState> &announced);
 
-    QHash<QString, QVector<TaskState>> m_statesById; ///< Spares each task the walk through the states of all.
+    QVector<TaskState> m_announced;
+    QHash<QString, QVector<TaskState>> m_announcedById; ///< Saves each task the walk through the states of all tasks.
 };
 
 } // namespace Corvane
