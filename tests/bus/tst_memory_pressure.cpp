@@ -43,6 +43,8 @@ private Q_SLOTS:
     void levelsAreKnownToTheMetaObject();
     void changesArePassedOn_data();
     void changesArePassedOn();
+    void everyEntryIsApplied();
+    void mayBeDeletedBetweenTwoEntries();
     void theSameLevelIsToldOnce();
     void changesOfAnotherShapeAreIgnored_data();
     void changesOfAnotherShapeAreIgnored();
@@ -176,6 +178,31 @@ void TestMemoryPressure::changesArePassedOn()
     tell(body);
     QCOMPARE(takeLevels(), expected);
     QCOMPARE(level(), expected.isEmpty() ? 0 : expected.first());
+}
+
+void TestMemoryPressure::everyEntryIsApplied()
+{
+    MemoryPressurePrivate direct(MemoryPressure::instance());
+    QMultiMap<QString, QVariant> twice{{QStringLiteral("A"), 1}};
+    twice.insert(QStringLiteral("Level"), 200);
+    twice.insert(QStringLiteral("Level"), 100); // iterators return the last inserted value first
+    direct.onPropertiesChanged({}, QVariantMap(twice), {});
+    QCOMPARE(takeLevels(), QVector<int>({100, 200}));
+    QCOMPARE(direct.level, 200);
+    QVERIFY(peer.roundTrip());
+}
+
+void TestMemoryPressure::mayBeDeletedBetweenTwoEntries()
+{
+    auto *direct = new MemoryPressurePrivate(MemoryPressure::instance());
+    QObject context;
+    connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &context, [direct] { delete direct; });
+    QMultiMap<QString, QVariant> twice;
+    twice.insert(QStringLiteral("Level"), 200);
+    twice.insert(QStringLiteral("Level"), 100);
+    direct->onPropertiesChanged({}, QVariantMap(twice), {});
+    QCOMPARE(takeLevels(), QVector<int>{100});
+    QVERIFY(peer.roundTrip());
 }
 
 void TestMemoryPressure::theSameLevelIsToldOnce()

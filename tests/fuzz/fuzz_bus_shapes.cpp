@@ -166,13 +166,13 @@ Event readEvent(BusValueReader &reader)
     return event;
 }
 
-/// The value of an entry in a dictionary of variants; of several with the same key the last one. Null if there is none.
-const BusValue *find(const BusValue &dictionary, const char *key)
+/// The values of the entries with this key in a dictionary of variants, in the order of a QMap: the last one first.
+QVector<const BusValue *> find(const BusValue &dictionary, const char *key)
 {
-    const BusValue *found = nullptr;
+    QVector<const BusValue *> found;
     for (const BusValue &entry : dictionary.parts) {
         if (entry.parts.front().text == key)
-            found = &entry.parts.back().parts.front();
+            found.prepend(&entry.parts.back().parts.front());
     }
     return found;
 }
@@ -211,9 +211,12 @@ int toInt(const BusValue &value)
 bool isUndefined(const Event &event)
 {
     for (const BusValue &value : event.body) {
-        const BusValue *level = value.signature == "a{sv}" ? find(value, "Level") : nullptr;
-        if (level && level->signature == "d" && !(std::fabs(numberOf(*level)) < 0x7fffffff))
-            return true;
+        if (value.signature != "a{sv}")
+            continue;
+        for (const BusValue *level : find(value, "Level")) {
+            if (level->signature == "d" && !(std::fabs(numberOf(*level)) < 0x7fffffff))
+                return true;
+        }
     }
     return false;
 }
@@ -280,9 +283,8 @@ public:
             model.states.clear();
             model.statesKnown = isAnswer(event);
             if (model.statesKnown) {
-                const BusValue *state = find(event.body.front(), "State");
-                if (state && state->signature == "a(sua{sv})")
-                    model.states = statesOf(*state);
+                for (const BusValue *state : find(event.body.front(), "State"))
+                    model.states = state->signature == "a(sua{sv})" ? statesOf(*state) : QStringList();
             } else {
                 expectedWarnings.append(QStringLiteral("Failed to get the Tasks interface properties"));
             }
@@ -381,11 +383,12 @@ private:
 
     void tellLevel(const BusValue &properties, Model *told)
     {
-        const BusValue *level = find(properties, "Level");
-        if (!level || toInt(*level) == told->level)
-            return;
-        told->level = toInt(*level);
-        expectedLevels.append(QString::number(told->level));
+        for (const BusValue *level : find(properties, "Level")) {
+            if (toInt(*level) == told->level)
+                continue;
+            told->level = toInt(*level);
+            expectedLevels.append(QString::number(told->level));
+        }
     }
 
     Task task{TaskId};

@@ -7,6 +7,7 @@
 #include <DBus/types.h>
 
 #include <QtCore/QDebug>
+#include <QtCore/QPointer>
 #include <QtDBus/QDBusPendingReply>
 
 namespace Corvane {
@@ -59,14 +60,17 @@ void MemoryPressurePrivate::onPropertiesChanged(const QString &, const QVariantM
 
 void MemoryPressurePrivate::updateLevel(const QVariantMap &properties)
 {
-    const auto property = properties.find(QStringLiteral("Level"));
-    if (property == properties.end())
-        return;
-    const int newLevel = property->toInt();
-    if (newLevel == level)
-        return;
-    level = newLevel;
-    Q_EMIT q->levelChanged(MemoryPressure::MemoryLevel(level)); // may delete this
+    const QString key = QStringLiteral("Level");
+    const QPointer<MemoryPressurePrivate> self(this);
+    for (auto property = properties.find(key); property != properties.end() && property.key() == key; ++property) {
+        const int newLevel = property->toInt();
+        if (newLevel == level)
+            continue;
+        level = newLevel;
+        Q_EMIT q->levelChanged(MemoryPressure::MemoryLevel(newLevel));
+        if (!self)
+            return;
+    }
 }
 
 MemoryPressure *MemoryPressure::instance()
