@@ -9,6 +9,7 @@
 #include <QtCore/QtEndian>
 
 #include <algorithm>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace Corvane {
@@ -31,6 +32,13 @@ bool isListeningLocalSocket(int descriptor)
 {
     return socketOption(descriptor, SO_ACCEPTCONN) == 1 && socketOption(descriptor, SO_DOMAIN) == AF_UNIX
         && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
+}
+
+/// Whether the other end is closed. Qt notices it later, in the event loop.
+bool isHungUp(const QLocalSocket &socket)
+{
+    pollfd entry{int(socket.socketDescriptor()), POLLRDHUP, 0};
+    return ::poll(&entry, 1, 0) > 0;
 }
 
 /// The size of the message that the frame at the beginning of \a data holds; -1 if the frame is not whole.
@@ -130,26 +138,52 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
         const auto source = socket;
+        acceptClients();
         Q_EMIT q->stateChanged(state());
     });
     QObject::connect(newSocket, &QLocalSocket::errorOccurred, newSocket,
                      [newSocket] { qWarning() << "Socket error" << newSocket->errorString(); });
 }
 
+void TaskMessagingPrivate::acceptClients()
+{
+    if (!server || state() == TaskMessaging::Connected)
+        return;
+    // The server pauses while more than 30 clients wait, and would not notice the next one.
+    const auto notifiers = server->findChildren<QSocketNotifier *>(QString(), Qt::FindDirectChildrenOnly);
+    for (auto *notifier : notifiers)
+        notifier->setEnabled(true);
+}
+
 void TaskMessagingPrivate::onNewConnection()
 {
+    const QPointer<TaskMessaging> channel(q);
+    const auto listener = server;
+    noticeHangUp();
+    if (!channel)
+        return;
     if (state() == TaskMessaging::Connected) {
         qWarning() << "TaskMessaging can handle only one connection at a time";
         return;
     }
-    const auto listener = server;
-    QLocalSocket *const client = listener->nextPendingConnection();
-    if (!client)
-        return;
-    client->setParent(nullptr);
-    setSocket(client);
-    if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
-        readMessages();
+    // The clients at the head of the queue may have left. The new client's turn is not lost with them.
+    do {
+        QLocalSocket *const client = listener->nextPendingConnection();
+        if (!client)
+            return;
+        client->setParent(nullptr);
+        setSocket(client);
+        if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
+            readMessages();
+        if (channel)
+            noticeHangUp();
+    } while (channel && state() == TaskMessaging::Unconnected);
+}
+
+void TaskMessagingPrivate::noticeHangUp()
+{
+    const auto source = socket; // a receiver may drop it
+    while (source && isHungUp(*source) && source->waitForReadyRead(0)) { } // delivers its last messages
 }
 
 void TaskMessagingPrivate::readMessages()

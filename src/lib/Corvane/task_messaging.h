@@ -28,8 +28,9 @@ class TaskMessagingPrivate;
  * in two pieces, which ends the connection there with the warning "Insufficient data in the socket". There are no
  * acknowledgements, and a connection that has ended stays so: make a new object in the application.
  *
- * The task has one client at a time. A second one waits, neither accepted nor refused, until one that comes after the
- * first has left; what it sent meanwhile is delivered then.
+ * The task has one client at a time. Other clients wait in a queue, neither accepted nor refused. When the client has
+ * left, the next one that connects gives the turn to the first in the queue; what that one sent meanwhile is delivered
+ * then. Clients that left while they waited delay nobody.
  *
  * Use a channel on the thread that made it, which needs a running event loop. Nothing here blocks.
  */

@@ -29,7 +29,9 @@ public:
 
 private:
     void setSocket(QLocalSocket *newSocket);
+    void acceptClients();
     void onNewConnection();
+    void noticeHangUp();
     void readMessages();
 };
 

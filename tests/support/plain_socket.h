@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QFile>
+#include <QtCore/QtEndian>
+
+#include <algorithm>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+inline sockaddr_un addressOf(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray name = QFile::encodeName(path);
+    Q_ASSERT(name.size() < int(sizeof address.sun_path));
+    std::copy(name.begin(), name.end(), static_cast<char *>(address.sun_path));
+    return address;
+}
+
+/// A descriptor of the test's own.
+class Descriptor
+{
+public:
+    explicit Descriptor(int number = -1) : m_number(number) { }
+    ~Descriptor() { reset(); }
+    Q_DISABLE_COPY(Descriptor)
+
+    int get() const { return m_number; }
+    int release() { return std::exchange(m_number, -1); }
+    void reset(int number = -1)
+    {
+        if (m_number >= 0)
+            ::close(m_number);
+        m_number = number;
+    }
+
+private:
+    int m_number;
+};
+
+/// A listening socket, as the service hands it to a task.
+inline int listeningSocket(const QString &path, int backlog = 10)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = addressOf(path);
+    if (::bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
+        || ::listen(descriptor, backlog) != 0)
+        qFatal("The test cannot listen");
+    return descriptor;
+}
+
+/// A plain socket at the other end.
+class PlainSocket
+{
+public:
+    /// Connects to a socket that listens.
+    explicit PlainSocket(const QString &path)
+        : m_descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        const sockaddr_un address = addressOf(path);
+        if (::connect(m_descriptor.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            qFatal("The test cannot connect");
+    }
+    /// Accepts who has connected.
+    explicit PlainSocket(int listener)
+        : m_descriptor(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK))
+    {
+        if (m_descriptor.get() < 0)
+            qFatal("The test cannot accept");
+    }
+
+    /// Has the kernel take so much at once, whatever net.core.wmem_default is.
+    void makeRoom(int size)
+    {
+        if (::setsockopt(m_descriptor.get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof size) != 0)
+            qFatal("The test cannot make room");
+    }
+    bool send(const QByteArray &bytes)
+    {
+        return ::send(m_descriptor.get(), bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
+    }
+    /// What has arrived so far, from the beginning.
+    QByteArray received()
+    {
+        char part[4096];
+        for (;;) {
+            const ssize_t size = ::recv(m_descriptor.get(), part, sizeof part, 0);
+            if (size <= 0) {
+                m_isClosed |= size == 0;
+                return m_received;
+            }
+            m_received.append(part, int(size));
+        }
+    }
+    bool isClosed()
+    {
+        received();
+        return m_isClosed;
+    }
+    void close() { m_descriptor.reset(); }
+
+private:
+    Descriptor m_descriptor;
+    QByteArray m_received;
+    bool m_isClosed = false;
+};
+
+/// The message as it travels on the socket of a task.
+inline QByteArray frame(const QByteArray &payload)
+{
+    QByteArray bytes(4, 0);
+    qToBigEndian(quint32(payload.size()), bytes.data());
+    return bytes + payload;
+}

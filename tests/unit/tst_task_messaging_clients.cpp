@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The task's end of a channel with many clients.
+#include <Corvane/task_messaging.h>
+
+#include <message_log.h>
+#include <patience.h>
+#include <plain_socket.h>
+
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+using namespace Corvane;
+
+class TestTaskMessagingClients : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void newcomerIsServedWhenAllOthersHaveLeft_data();
+    void newcomerIsServedWhenAllOthersHaveLeft();
+    void clientsLeaveWhileTheFirstStays_data();
+    void clientsLeaveWhileTheFirstStays();
+    void livingClientsKeepTheirOrder_data();
+    void livingClientsKeepTheirOrder();
+    void newcomerIsServedAfterManyRounds();
+    void clientThatLeavesWithTheNewcomerIsReplaced();
+    void messagesOfClientsThatHaveLeftAreDelivered();
+    void mayBeDeletedByTheMessageOfAClientThatHasLeft();
+    void unsentReplyIsNotLostToTheNextClient();
+
+private:
+    static constexpr int MostAccepted = 32; ///< clients that wait in the server; the others wait in the kernel
+
+    void addCounts();
+    std::unique_ptr<PlainSocket> connectClient() const { return std::make_unique<PlainSocket>(path); }
+    std::vector<std::unique_ptr<PlainSocket>> connectClients(int count);
+    bool isServed(PlainSocket &client);
+    void takeOnly(const QStringList &expected);
+
+    std::optional<QTemporaryDir> directory;
+    QString path;
+    std::optional<MessageLog> log;
+    std::unique_ptr<TaskMessaging> task;
+    QStringList messages;
+    int ends = 0; ///< of connections
+};
+
+namespace {
+
+const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
+const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
+
+} // namespace
+
+void TestTaskMessagingClients::init()
+{
+    directory.emplace();
+    path = directory->filePath(QStringLiteral("task.socket"));
+    log.emplace();
+    messages.clear();
+    ends = 0;
+    task = std::make_unique<TaskMessaging>(listeningSocket(path, 128));
+    connect(task.get(), &TaskMessaging::messageReceived, this,
+            [this](const QJsonObject &message) { messages << message.value(QStringLiteral("from")).toString(); });
+    connect(task.get(), &TaskMessaging::stateChanged, this, [this](TaskMessaging::State state) {
+        if (state == TaskMessaging::Unconnected)
+            ++ends;
+    });
+}
+
+void TestTaskMessagingClients::cleanup()
+{
+    task.reset();
+    log.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void TestTaskMessagingClients::addCounts()
+{
+    QTest::addColumn<int>("count");
+
+    for (const int count : {1, 2, 29, 30, 31, 32, 33, 100})
+        QTest::addRow("%d", count) << count;
+}
+
+/// Returns so many clients, after all that the server accepts have been refused.
+std::vector<std::unique_ptr<PlainSocket>> TestTaskMessagingClients::connectClients(int count)
+{
+    takeOnly({RemoteClosed});
+    std::vector<std::unique_ptr<PlainSocket>> clients;
+    while (int(clients.size()) < count)
+        clients.push_back(connectClient());
+    QStringList warnings;
+    const auto refused = [&] {
+        warnings += log->takeWarnings();
+        return warnings.size();
+    };
+    [&] {
+        QTRY_COMPARE(refused(), qMin(count, MostAccepted));
+        QCOMPARE(warnings.count(OneOnly), warnings.size());
+    }();
+    return clients;
+}
+
+/// Whether a message of the task arrives at this client.
+bool TestTaskMessagingClients::isServed(PlainSocket &client)
+{
+    return task->state() == TaskMessaging::Connected && task->sendMessage({})
+        && QTest::qWaitFor([&client] { return client.received() == frame("{}"); }, 60000);
+}
+
+void TestTaskMessagingClients::takeOnly(const QStringList &expected)
+{
+    const QStringList warnings = log->takeWarnings();
+    for (const QString &warning : warnings)
+        QVERIFY2(expected.contains(warning), qUtf8Printable(warning));
+}
+
+void TestTaskMessagingClients::newcomerIsServedWhenAllOthersHaveLeft_data()
+{
+    addCounts();
+}
+
+void TestTaskMessagingClients::newcomerIsServedWhenAllOthersHaveLeft()
+{
+    QFETCH(int, count);
+
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(count);
+    waiting.clear();
+    first.reset();
+    QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+    const auto newcomer = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(isServed(*newcomer));
+    takeOnly({RemoteClosed});
+}
+
+void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays_data()
+{
+    addCounts();
+}
+
+void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays()
+{
+    QFETCH(int, count);
+
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(count);
+    waiting.clear();
+    const auto newcomer = connectClient();
+    QVERIFY(isServed(*first));
+    first.reset();
+    QTRY_VERIFY(ends > 0);
+    const auto next = connectClient(); // gives the turn to the client that has waited
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(isServed(*newcomer));
+    QCOMPARE(next->received(), QByteArray());
+    takeOnly({RemoteClosed, OneOnly});
+}
+
+void TestTaskMessagingClients::livingClientsKeepTheirOrder_data()
+{
+    addCounts();
+}
+
+void TestTaskMessagingClients::livingClientsKeepTheirOrder()
+{
+    QFETCH(int, count);
+
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto clients = connectClients(count);
+    for (int i = 0; i < count; ++i) {
+        if (i % 3 != 0)
+            clients[size_t(i)].reset();
+    }
+    first.reset();
+    QTRY_VERIFY(ends > 0);
+    clients.push_back(connectClient()); // gives the first one its turn
+    for (size_t i = 0; i < size_t(count) + 10; ++i) {
+        const auto client = std::move(clients[i]);
+        if (!client)
+            continue;
+        QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+        QVERIFY2(isServed(*client), qPrintable(QString::number(i)));
+        const int endsBefore = ends;
+        client->close();
+        QTRY_VERIFY(ends > endsBefore);
+        clients.push_back(connectClient()); // gives the next one its turn
+    }
+    takeOnly({RemoteClosed, OneOnly});
+}
+
+void TestTaskMessagingClients::newcomerIsServedAfterManyRounds()
+{
+    for (int round = 0; round < 5; ++round) {
+        auto first = connectClient();
+        QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+        QVERIFY(isServed(*first));
+        auto waiting = connectClients(40);
+        const int endsBefore = ends;
+        waiting.clear();
+        first.reset();
+        QTRY_VERIFY(ends > endsBefore);
+        takeOnly({RemoteClosed, OneOnly});
+    }
+}
+
+void TestTaskMessagingClients::clientThatLeavesWithTheNewcomerIsReplaced()
+{
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    first.reset();
+    const auto newcomer = connectClient(); // before the event loop notices either
+    QTRY_COMPARE(ends, 1);
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    QVERIFY(isServed(*newcomer));
+    QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
+}
+
+void TestTaskMessagingClients::messagesOfClientsThatHaveLeftAreDelivered()
+{
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(40);
+    QStringList expected;
+    for (size_t i = 0; i < waiting.size(); ++i) {
+        const QByteArray number = QByteArray::number(int(i));
+        QVERIFY(waiting[i]->send(frame("{\"from\":\"" + number + "\"}") + frame("{\"from\":\"" + number + "\"}")));
+        expected << QString::fromLatin1(number) << QString::fromLatin1(number);
+    }
+    waiting.clear();
+    first.reset();
+    const auto newcomer = connectClient();
+    QVERIFY(newcomer->send(frame("{\"from\":\"newcomer\"}")));
+    expected << QStringLiteral("newcomer");
+    QTRY_COMPARE(messages.size(), expected.size());
+    QCOMPARE(messages, expected);
+    QVERIFY(isServed(*newcomer));
+    takeOnly({RemoteClosed, OneOnly});
+}
+
+void TestTaskMessagingClients::mayBeDeletedByTheMessageOfAClientThatHasLeft()
+{
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(3);
+    for (const auto &client : waiting)
+        QVERIFY(client->send(frame("{}") + frame("{}")));
+    waiting.clear();
+    first.reset();
+    int handled = 0;
+    connect(task.get(), &TaskMessaging::messageReceived, this, [this, &handled] {
+        ++handled;
+        task.reset();
+    });
+    const auto newcomer = connectClient();
+    QTRY_VERIFY(newcomer->isClosed());
+    QCOMPARE(handled, 1);
+    takeOnly({RemoteClosed});
+}
+
+void TestTaskMessagingClients::unsentReplyIsNotLostToTheNextClient()
+{
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(1);
+    QVERIFY(waiting.front()->send(frame("{}") + "torn"));
+    first.reset();
+    QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
+    connect(task.get(), &TaskMessaging::messageReceived, this, [this] { QVERIFY(task->sendMessage({})); });
+    const auto newcomer = connectClient();
+    QTRY_COMPARE(waiting.front()->received(), frame("{}"));
+    takeOnly({RemoteClosed, QStringLiteral("Insufficient data in the socket")});
+}
+
+QTEST_GUILESS_MAIN(TestTaskMessagingClients)
+#include "tst_task_messaging_clients.moc"
