@@ -4,6 +4,7 @@
 #include <Corvane/IntentsInvoker>
 #include <Corvane/RuntimeDispatcher>
 #include <Corvane/corvane_version.h>
+#include <Corvane/meta_types.h>
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -15,6 +16,7 @@ int main(int argc, char **argv)
     qputenv("HALVIR_APP_ID", "consumer");
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
     QCoreApplication application(argc, argv);
+    Corvane::registerMetaTypes();
 
     auto *dispatcher = Corvane::RuntimeDispatcher::instance();
     if (dispatcher->applicationId() != QStringLiteral("consumer"))

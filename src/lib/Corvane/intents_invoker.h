@@ -68,6 +68,7 @@ Q_SIGNALS:
      * An intent has been answered, or has failed. Emitted once for each invoke(), from the event loop.
      *
      * \a reply is what the handler answered; it is empty if \a error is set. The invoker may be deleted in here.
+     * A queued connection and QSignalSpy need registerMetaTypes().
      */
     void replyReceived(const QJsonObject &reply, const Corvane::Error &error);
 

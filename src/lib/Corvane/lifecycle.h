@@ -30,8 +30,7 @@ enum ApplicationState : quint32 {
  *         [](const QString &appInstanceId, Corvane::ApplicationState state) { qInfo() << appInstanceId << state; });
  * \endcode
  *
- * One for each process, to be used on the main thread. A connection to another thread works once an IntentsInvoker, a
- * RuntimeDispatcher or a MemoryPressure has been made: their constructors register ApplicationState with Qt.
+ * One for each process, to be used on the main thread.
  */
 class CORVANE_EXPORT Lifecycle : public QObject
 {
@@ -55,7 +54,10 @@ public:
     Error stopService();
 
 Q_SIGNALS:
-    /// The service announced the state of an instance: any instance of any application, this process's too.
+    /**
+     * The service announced the state of an instance: any instance of any application, this process's too. A queued
+     * connection and QSignalSpy need registerMetaTypes().
+     */
     void stateChanged(const QString &appInstanceId, const ApplicationState &state);
 
 private:

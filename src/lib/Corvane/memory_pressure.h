@@ -49,7 +49,10 @@ public:
     MemoryLevel level() const;
 
 Q_SIGNALS:
-    /// The service told another level than the last one, or its first that is not NormalLevel.
+    /**
+     * The service told another level than the last one, or its first that is not NormalLevel. The constructor registers
+     * the argument for queued connections; registerMetaTypes() does so as well.
+     */
     void levelChanged(MemoryLevel level);
 
 private:

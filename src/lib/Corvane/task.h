@@ -106,7 +106,10 @@ public:
     void stop(QFlags<Task::StopFlag> flags = {}, const std::function<void(const Corvane::Error &)> &callback = {});
 
 Q_SIGNALS:
-    /// The service announced another state than the last one. The task may be deleted in here.
+    /**
+     * The service announced another state than the last one. The task may be deleted in here. A queued connection and
+     * QSignalSpy need registerMetaTypes().
+     */
     void stateChanged(Task::State state);
 
 private:

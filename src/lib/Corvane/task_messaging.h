@@ -67,9 +67,15 @@ public:
     bool sendMessage(const QJsonObject &message);
 
 Q_SIGNALS:
-    /// The state has changed; not emitted when the task's end gets a client. The channel may be deleted in here.
+    /**
+     * The state has changed; not emitted when the task's end gets a client. The channel may be deleted in here. A
+     * queued connection and QSignalSpy need registerMetaTypes().
+     */
     void stateChanged(State state);
-    /// A message has arrived; an empty one if it was no JSON object. The channel may be deleted in here.
+    /**
+     * A message has arrived; an empty one if it was no JSON object. The channel may be deleted in here. Queued
+     * connections need no registerMetaTypes(), as Qt knows the argument.
+     */
     void messageReceived(const QJsonObject &message);
 
 private:
