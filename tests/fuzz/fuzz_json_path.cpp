@@ -1,13 +1,35 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A path and an object: {"path": "a.*[0]", "root": {...}}. The paths that the one expands to in the other, and what
-// they lead to, must be those of the model.
+// they lead to, must be those of the model; its elements, one by one, lead to the value as well.
 #include <Core/json_path.h>
 
 #include <expect.h>
 #include <json_input.h>
 #include <json_path_model.h>
 
+#include <QtCore/QJsonArray>
+
 using namespace Fuzz;
+
+namespace {
+
+/// The value at the path, with the path taken apart by the public function.
+QJsonValue valueByElements(const QJsonObject &root, QString path)
+{
+    QJsonValue current = root;
+    QString key;
+    int index = 0;
+    while (const Core::Element element = Core::nextPathElement(path, &key, &index)) {
+        const QJsonArray array = current.toArray();
+        if (element == Core::JsonPath::Key)
+            current = current.toObject().contains(key) ? current.toObject().value(key) : QJsonValue();
+        else if (element == Core::JsonPath::Index)
+            current = array.at(index < 0 ? index + array.size() : index);
+    }
+    return current;
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
@@ -17,6 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     takeWarnings();
 
     expectEqual("Value at the path", Core::JsonPath::value(root, path), valueAt(root, path));
+    expectEqual("Value at the elements", valueByElements(root, path), valueAt(root, path));
 
     const QStringList paths = Core::JsonPath::expand(root, path);
     const auto expected = matches(root, path);

@@ -8,6 +8,14 @@
 #include <QtCore/QJsonDocument>
 #include <QtTest/QtTest>
 
+#include <limits>
+#include <memory>
+#include <type_traits>
+
+static_assert(sizeof(Core::JsonPath::Element) == 4);
+static_assert(std::is_same_v<decltype(&Core::JsonPath::value), QJsonValue (*)(const QJsonObject &, const QString &)>);
+static_assert(std::is_same_v<decltype(&Core::JsonPath::expand), QStringList (*)(const QJsonObject &, const QString &)>);
+
 namespace {
 
 QJsonObject fromJson(const QByteArray &text)
@@ -29,8 +37,12 @@ private Q_SLOTS:
     void expands();
     void findsValues_data();
     void findsValues();
+    void takesElementsOffThePath_data();
+    void takesElementsOffThePath();
     void reportsSyntaxErrors_data();
     void reportsSyntaxErrors();
+    void messagesNameTheTokenizer_data();
+    void messagesNameTheTokenizer();
     void takesLongPaths();
 };
 
@@ -72,6 +84,29 @@ void TestJsonPath::expands_data()
     row(R"({"x.y": 1})", "*", list("x.y"));
     row(R"({"a": {"[0]": 1}})", "*.*", list("a[0]"));
     row(R"({"a": {"[0]": 1}})", "a.*", list("a.[0]"));
+
+    // Only an empty prefix goes without a dot before the key, and only an empty rest and an index without one before
+    // it.
+    row(R"({"": {"b": 1}})", "*.b", list(".b"));
+    row(R"({"": [1]})", "*[0]", list("[0]"));
+    row(R"({"": [1]})", "*[*]", list("[0]"));
+    row(R"({"": {"": 1}})", "*.*", list(""));
+    row(R"({"": {"": {"b": 1}}})", "*.*.b", list("..b"));
+    row(R"({"": {"": [1]}})", "*.*[*]", list("[0]"));
+    row(R"({"": {"[": 1}})", "*.*", list("["));
+    row(R"({"": {".": 1}})", "*.*", list(".."));
+    row(R"({"a": {"": {"b": 1}}})", "a.*.b", list("a..b"));
+    row(R"({"a": {"": 1}})", "a.*", list("a."));
+    row(R"({"a": {"": 1}})", "*.*", list("a"));
+    row(R"({"a": [{"": {"b": 1}}]})", "a[*].*.b", list("a[0]..b"));
+    row(R"({"a": [{"": {"b": 1}}]})", "a[0].*.b", list("a[0]..b"));
+    row(R"({"a": [{"": 1}]})", "a[*].*", list("a[0]"));
+    row(R"({"a": [{"": 1}]})", "a[0].*", list("a[0]."));
+    row(R"({"a": {"b": 1}})", "*.b", list("a.b"));
+    row(R"({"a": [{"b": 1}]})", "a[*].b", list("a[0].b"));
+    row(R"({"a": [{"b": 1}]})", "a[0].b", list("a[0].b"));
+    row(R"({"%1": ["x"]})", "%1[0]", list("%1[0]"));
+    row(R"({"%1": ["x"]})", "*[*]", list("%1[0]"));
 }
 
 void TestJsonPath::expands()
@@ -113,6 +148,76 @@ void TestJsonPath::findsValues()
     QCOMPARE(Core::JsonPath::value(root, path), expected);
 }
 
+void TestJsonPath::takesElementsOffThePath_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<int>("element");
+    QTest::addColumn<QString>("rest");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("message");
+
+    // "before" and 99 are what the variables hold already.
+    const auto row = [](const char *path, int element, const char *rest, const char *key, int index,
+                        const char *message = "") {
+        QTest::newRow(path) << QString::fromUtf8(path) << element << QString::fromUtf8(rest) << QString::fromUtf8(key)
+                            << index << QString::fromUtf8(message);
+    };
+    row("", 0, "", "before", 99);
+    row(".", 0, "", "before", 99);
+    row("...", 0, "", "before", 99);
+    row("a", 1, "", "a", 99);
+    row("a.b", 1, ".b", "a", 99);
+    row("a..b", 1, "..b", "a", 99);
+    row("..a.b", 1, ".b", "a", 99);
+    row("a[0]", 1, "[0]", "a", 99);
+    row("a]b[0]", 1, "[0]", "a]b", 99);
+    row("ž 🐎.b", 1, ".b", "ž 🐎", 99);
+    row("*", 3, "", "before", 99);
+    row("*.b", 3, ".b", "before", 99);
+    row("*[0]", 3, "[0]", "before", 99);
+    row("**.b", 1, ".b", "**", 99);
+    row("* .b", 1, ".b", "* ", 99);
+    row("[3]", 2, "", "before", 3);
+    row("[3]b", 2, "b", "before", 3);
+    row("[3].b", 2, ".b", "before", 3);
+    row(".[-1][0]", 2, "[0]", "before", -1);
+    row("[-2147483648]", 2, "", "before", std::numeric_limits<int>::min());
+    row("[010]", 2, "", "before", 10); // decimal
+    row("[*]", 4, "", "before", 99);
+    row("[*].b", 4, ".b", "before", 99);
+    row("[1", 0, "[1", "before", 99, "JSON path error: missing right bracket");
+    row("..[1.b", 0, "[1.b", "before", 99, "JSON path error: missing right bracket");
+    row("[x].b", 0, ".b", "before", 0, R"(JSON path error: could not parse index "x")");
+    row("[]b", 0, "b", "before", 0, R"(JSON path error: could not parse index "")");
+    row("[[0]]", 0, "]", "before", 0, R"(JSON path error: could not parse index "[0")");
+    row("[0x1]", 0, "", "before", 0, R"(JSON path error: could not parse index "0x1")");
+    row("[2147483648]", 0, "", "before", 0, R"(JSON path error: could not parse index "2147483648")");
+}
+
+void TestJsonPath::takesElementsOffThePath()
+{
+    QFETCH(QString, path);
+    QFETCH(int, element);
+    QFETCH(QString, rest);
+    QFETCH(QString, key);
+    QFETCH(int, index);
+    QFETCH(QString, message);
+
+    QString takenKey = QStringLiteral("before");
+    int takenIndex = 99;
+    const QString before(path.constData(), path.size());
+    QString shortened = path;
+    if (!message.isEmpty())
+        QTest::ignoreMessage(QtDebugMsg, qUtf8Printable(message));
+    const Core::JsonPath::Element taken = Core::JsonPath::nextPathElement(shortened, &takenKey, &takenIndex);
+    QCOMPARE(int(taken), element);
+    QCOMPARE(shortened, rest);
+    QCOMPARE(takenKey, key);
+    QCOMPARE(takenIndex, index);
+    QCOMPARE(path, before); // which shared its characters
+}
+
 void TestJsonPath::reportsSyntaxErrors_data()
 {
     QTest::addColumn<QString>("path");
@@ -141,6 +246,37 @@ void TestJsonPath::reportsSyntaxErrors()
     QCOMPARE(Core::JsonPath::value(root, path), root.value(QStringLiteral("a")));
     QTest::ignoreMessage(QtDebugMsg, qUtf8Printable(message));
     QCOMPARE(Core::JsonPath::expand(root, path), expanded);
+}
+
+void TestJsonPath::messagesNameTheTokenizer_data()
+{
+    QTest::addColumn<QString>("path");
+
+    QTest::newRow("missing bracket") << "a[1";
+    QTest::newRow("no number") << "a[x]";
+}
+
+void TestJsonPath::messagesNameTheTokenizer()
+{
+    QFETCH(QString, path);
+
+    static QStringList contexts; // of the messages
+    contexts.clear();
+    const auto previous =
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &) {
+            const bool isDebug = type == QtDebugMsg && qstrcmp(context.category, "default") == 0;
+            const bool isHere = QByteArray(context.file).endsWith("Core/json_path.cpp");
+            contexts << (isDebug && isHere ? QString::fromUtf8(context.function) : QStringLiteral("elsewhere"));
+        });
+    const QJsonObject root = fromJson(R"({"a": [1, 2]})");
+    Core::JsonPath::value(root, path);
+    Core::JsonPath::expand(root, path);
+    QString rest = path.mid(1);
+    Core::nextPathElement(rest, nullptr, std::make_unique<int>().get());
+    qInstallMessageHandler(previous);
+    QCOMPARE(contexts.size(), 3);
+    for (const QString &function : qAsConst(contexts))
+        QVERIFY2(function.contains(QStringLiteral("Core::JsonPath::nextPathElement(")), qUtf8Printable(function));
 }
 
 void TestJsonPath::takesLongPaths()

@@ -9,12 +9,8 @@
 
 namespace Core::JsonPath {
 
-namespace {
-
-enum Element : int { End = 0, Key = 1, Index = 2, AnyKey = 3, AnyIndex = 4 };
-
-/// Takes the first element off \a path. A syntax error is an end as well.
-Element nextPathElement(QStringView &path, QString *key, int *index)
+/// The same for a view, since taking the front off a long string moves the rest of it.
+static Element nextPathElement(QStringView &path, QString *key, int *index)
 {
     while (path.startsWith(QLatin1Char('.')))
         path = path.mid(1);
@@ -42,10 +38,23 @@ Element nextPathElement(QStringView &path, QString *key, int *index)
 
     const auto isSeparator = [](QChar c) { return c == QLatin1Char('.') || c == QLatin1Char('['); };
     const auto length = std::find_if(path.cbegin(), path.cend(), isSeparator) - path.cbegin();
-    *key = path.left(length).toString();
+    const QStringView text = path.left(length);
     path = path.mid(length);
-    return *key == QLatin1String("*") ? AnyKey : Key;
+    if (text == QLatin1String("*"))
+        return AnyKey;
+    *key = text.toString();
+    return Key;
 }
+
+Element nextPathElement(QString &path, QString *key, int *index)
+{
+    QStringView rest = path;
+    const Element element = nextPathElement(rest, key, index);
+    path.remove(0, path.size() - int(rest.size()));
+    return element;
+}
+
+namespace {
 
 QString joined(const QString &path, const QString &key)
 {
@@ -61,7 +70,8 @@ QString joined(const QString &path, int index)
 void appendJoined(const QString &path, const QStringList &rests, QStringList *paths)
 {
     for (const QString &rest : rests)
-        paths->append(rest.isEmpty() || rest.startsWith(QLatin1Char('[')) ? path + rest : joined(path, rest));
+        paths->append(rest.isEmpty() || rest.startsWith(QLatin1Char('[')) ? path + rest
+                                                                          : path + QLatin1Char('.') + rest);
 }
 
 QStringList expandFrom(QJsonValue current, QStringView rest)

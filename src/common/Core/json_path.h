@@ -14,6 +14,16 @@
  */
 namespace Core::JsonPath {
 
+enum Element : int { End = 0, Key = 1, Index = 2, AnyKey = 3, AnyIndex = 4 };
+
+/**
+ * Removes the first element, and the dots before it, from \a path and returns its kind.
+ *
+ * Stores the key in \a key or the number in \a index; the wildcards store nothing. Returns End when no element is left,
+ * and after a syntax error: an unclosed bracket stays in \a path, an index that is no number is removed.
+ */
+Element nextPathElement(QString &path, QString *key, int *index);
+
 /// What \a path leads to: null for a missing key, undefined for an index beyond the array. Wildcards are passed over.
 QJsonValue value(const QJsonObject &root, const QString &path);
 
@@ -21,3 +31,10 @@ QJsonValue value(const QJsonObject &root, const QString &path);
 QStringList expand(const QJsonObject &root, const QString &path);
 
 } // namespace Core::JsonPath
+
+namespace Core {
+
+using JsonPath::Element;
+using JsonPath::nextPathElement;
+
+} // namespace Core

@@ -101,9 +101,9 @@ QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QStri
 
     QVector<QPair<QString, QJsonValue>> result;
     for (const auto &[parts, value] : qAsConst(current)) {
-        QString joined;
-        for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
-            const bool needsDot = !part->isEmpty() && !joined.isEmpty() && !joined.startsWith(QLatin1Char('['));
+        QString joined = parts.last();
+        for (auto part = parts.rbegin() + 1; part != parts.rend(); ++part) {
+            const bool needsDot = !joined.isEmpty() && !joined.startsWith(QLatin1Char('['));
             joined.prepend(needsDot ? *part + QLatin1Char('.') : *part);
         }
         result.append({joined, value});
