@@ -61,7 +61,9 @@ private Q_SLOTS:
     void opensLocalFilesOnly();
     void namesAreTakenAsTheyAre();
     void duplicatesAreKept();
+    void listBecomesStringList_data();
     void listBecomesStringList();
+    void warningNamesTheFunction();
     void descriptorsHaveTheRightModes();
     void missingFileIsMadeForWritingOnly();
     void fileIsNotTruncated();
@@ -189,16 +191,66 @@ void TestFileExport::duplicatesAreKept()
     QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a}));
 }
 
+void TestFileExport::listBecomesStringList_data()
+{
+    QTest::addColumn<QVariant>("list");
+    QTest::addColumn<QVariant>("expected");
+    QTest::addColumn<int>("count"); // of descriptors
+
+    const QString a = QStringLiteral("a");
+    QTest::newRow("string list") << QVariant(QStringList{a, a}) << QVariant(QStringList{a, a}) << 2;
+    QTest::newRow("list") << QVariant(QVariantList{a, 5.0, true})
+                          << QVariant(QStringList{a, QStringLiteral("5"), QStringLiteral("true")}) << 1;
+    QTest::newRow("string") << QVariant(a) << QVariant(QStringList{a}) << 1;
+    QTest::newRow("empty string") << QVariant(QString()) << QVariant(QStringList{QString()}) << 0;
+
+    // An empty path leads to the root, which is no string.
+    QTest::newRow("invalid values") << QVariant(QVariantList{QVariant(), a, QVariant()})
+                                    << QVariant(QStringList{QString(), a, QString()}) << 1;
+    QTest::newRow("nulls") << QVariant(QVariantList{QVariant::fromValue(nullptr), a})
+                           << QVariant(QStringList{QString(), a}) << 1;
+    QTest::newRow("nulls alone") << QVariant(QVariantList{QVariant::fromValue(nullptr)})
+                                 << QVariant(QStringList{QString()}) << 0;
+    QTest::newRow("map within") << QVariant(QVariantList{QVariantMap{{a, a}}, a}) << QVariant(QStringList{QString(), a})
+                                << 1;
+
+    // What no string list can be made of stays.
+    QTest::newRow("number") << QVariant(5) << QVariant(5) << 0;
+    QTest::newRow("map") << QVariant(QVariantMap{{a, a}}) << QVariant(QVariantMap{{a, a}}) << 0;
+    QTest::newRow("invalid") << QVariant() << QVariant() << 0;
+}
+
 void TestFileExport::listBecomesStringList()
 {
+    QFETCH(QVariant, list);
+    QFETCH(QVariant, expected);
+    QFETCH(int, count);
+
     const QString a = file("a");
-    QVariantMap map{{ReadFiles, QVariantList{QStringLiteral("a"), 5.0}}, {WriteFiles, QStringLiteral("a")}};
+    QVariantMap map{{ReadFiles, list}, {WriteFiles, list}};
+    MessageLog log;
     FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
-    QCOMPARE(map.value(ReadFiles).userType(), int(QMetaType::QStringList));
-    QCOMPARE(map.value(ReadFiles).toStringList(), QStringList({QStringLiteral("a"), QStringLiteral("5")}));
-    QCOMPARE(map.value(WriteFiles).userType(), int(QMetaType::QStringList));
-    QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
-    QCOMPARE(filesBehind(map, WriteFds), QStringList(a));
+    for (const QString &key : {ReadFiles, WriteFiles}) {
+        QCOMPARE(map.value(key).userType(), expected.userType());
+        QCOMPARE(map.value(key), expected);
+    }
+    for (const QString &key : {ReadFds, WriteFds}) {
+        QCOMPARE(map.contains(key), count > 0);
+        QCOMPARE(filesBehind(map, key).size(), count);
+    }
+    QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::warningNamesTheFunction()
+{
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("a"), directory->filePath(QStringLiteral("missing"))}}, map);
+    QCOMPARE(log.takeWarnings().size(), 1);
+    QString function = log.lastFunction();
+    function.replace(QLatin1String(" &"), QLatin1String("&")); // as clang writes it
+    QCOMPARE(function,
+             QStringLiteral("static void Corvane::FileSharing::exportFiles(const QJsonObject&, QVariantMap&)"));
 }
 
 void TestFileExport::descriptorsHaveTheRightModes()

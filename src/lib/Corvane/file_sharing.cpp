@@ -13,7 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Corvane::FileSharing {
+static_assert(sizeof(off_t) == 8, "Files of 2 GiB and more can be opened only with 64-bit offsets");
+
+namespace Corvane {
 
 namespace {
 
@@ -73,13 +75,13 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 
 } // namespace
 
-void setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
+void FileSharing::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
 {
     map.insert(ReadFiles, readFiles);
     map.insert(WriteFiles, writeFiles);
 }
 
-void shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map)
+void FileSharing::shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map)
 {
     if (intentName != QLatin1String("OpenURI"))
         return;
@@ -87,7 +89,7 @@ void shareUri(const QString &intentName, const QJsonObject &params, QVariantMap 
     map.insert(ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));
 }
 
-void exportFiles(const QJsonObject &source, QVariantMap &map)
+void FileSharing::exportFiles(const QJsonObject &source, QVariantMap &map)
 {
     struct Row
     {
@@ -124,4 +126,4 @@ void exportFiles(const QJsonObject &source, QVariantMap &map)
     }
 }
 
-} // namespace Corvane::FileSharing
+} // namespace Corvane
