@@ -10,7 +10,9 @@
 #include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 
+#include <functional>
 #include <malloc.h>
+#include <memory>
 #include <optional>
 
 using namespace Corvane;
@@ -47,6 +49,12 @@ qint64 allocatedMemory()
     return qint64(memory.uordblks) + qint64(memory.hblkhd);
 }
 
+/// Calls a function when the last copy of what captured it goes.
+std::shared_ptr<void> whenDestroyed(const std::function<void()> &function)
+{
+    return {nullptr, [function](void *) { function(); }};
+}
+
 bool underValgrind()
 {
     return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
@@ -74,6 +82,9 @@ private Q_SLOTS:
     void handlerMayUnregisterItself();
     void replyWorksAfterUnregistering();
     void handlerMayDeleteTheDispatcher();
+    void handlerThatGoesMayUseTheDispatcher_data();
+    void handlerThatGoesMayUseTheDispatcher();
+    void handlerThatGoesMayDeleteTheDispatcher();
     void anybodyOnTheBusMayAsk();
     void showsOneMethodToTheBus();
     void interfaceMayBeLeftOut();
@@ -258,6 +269,73 @@ void TestIntentHandler::handlerMayDeleteTheDispatcher()
     dispatcher = RuntimeDispatcher::instance();
     QVERIFY(!dispatcher->startService());
     QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::handlerThatGoesMayUseTheDispatcher_data()
+{
+    QTest::addColumn<QString>("how");
+
+    QTest::newRow("replaced") << "replaced";
+    QTest::newRow("unregistered") << "unregistered";
+    QTest::newRow("deleted with the dispatcher") << "deleted";
+}
+
+void TestIntentHandler::handlerThatGoesMayUseTheDispatcher()
+{
+    QFETCH(QString, how);
+
+    bool replyIsEmpty = false;
+    const auto handler = [&replyIsEmpty](const QJsonObject &, const auto &reply) {
+        replyIsEmpty = true;
+        reply({});
+    };
+    // The old handler's captures go with it, and change the very entry, other entries, and the shape of the table.
+    auto destroyed = whenDestroyed([this, handler] {
+        for (int i = 0; i < 20; ++i)
+            dispatcher->registerIntent(QStringLiteral("New%1").arg(i), handler);
+        dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f")}, {});
+        dispatcher->unregisterIntent(Ask);
+        dispatcher->registerIntent(Ask, handler);
+        dispatcher->unregisterIntent(QStringLiteral("Other"));
+    });
+    dispatcher->registerIntent(QStringLiteral("Other"), handler);
+    dispatcher->registerIntent(Ask, [destroyed = std::move(destroyed)](const QJsonObject &, const auto &) {});
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("old file")}, {QStringLiteral("old file")});
+
+    const QStringList notRegistered(QStringLiteral("The intent \"Ask\" has not been registered"));
+    if (how == QLatin1String("deleted")) {
+        delete dispatcher;
+        QCOMPARE(log->takeWarnings(), notRegistered);
+        return;
+    }
+    if (how == QLatin1String("replaced")) {
+        dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
+            reply({{QStringLiteral("replacement"), true}});
+        });
+    } else {
+        dispatcher->unregisterIntent(Ask);
+        QCOMPARE(log->takeWarnings(), notRegistered);
+    }
+    // What the captures did came last.
+    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+    QVERIFY(replyIsEmpty);
+    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('New19', @a{sv} {})")).text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('Other', @a{sv} {})")).text, NotRegistered);
+}
+
+void TestIntentHandler::handlerThatGoesMayDeleteTheDispatcher()
+{
+    for (const bool isReplaced : {true, false}) {
+        dispatcher = RuntimeDispatcher::instance();
+        QPointer<RuntimeDispatcher> alive = dispatcher;
+        dispatcher->registerIntent(
+            Ask, [destroyed = whenDestroyed([this] { delete dispatcher; })](const QJsonObject &, const auto &) {});
+        if (isReplaced)
+            dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &) {});
+        else
+            dispatcher->unregisterIntent(Ask);
+        QVERIFY(!alive);
+    }
 }
 
 void TestIntentHandler::anybodyOnTheBusMayAsk()

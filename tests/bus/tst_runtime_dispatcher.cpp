@@ -34,6 +34,8 @@ private Q_SLOTS:
     void callbacksRunByKindOfProcess_data();
     void callbacksRunByKindOfProcess();
     void callbackRunsAtOnceAndOnce();
+    void callbacksMayDeleteTheDispatcher_data();
+    void callbacksMayDeleteTheDispatcher();
     void emptyCallbacksThrow();
     void localServerSocketIsTheNumberInTheEnvironment_data();
     void localServerSocketIsTheNumberInTheEnvironment();
@@ -153,6 +155,34 @@ void TestRuntimeDispatcher::callbackRunsAtOnceAndOnce()
     QVERIFY(!RuntimeDispatcher::instance()->startService());
     QVERIFY(peer.roundTrip());
     QCOMPARE(count, 1);
+}
+
+void TestRuntimeDispatcher::callbacksMayDeleteTheDispatcher_data()
+{
+    QTest::addColumn<QByteArray>("taskId");
+
+    QTest::newRow("application") << QByteArray();
+    QTest::newRow("task") << QByteArray("sync");
+}
+
+void TestRuntimeDispatcher::callbacksMayDeleteTheDispatcher()
+{
+    QFETCH(QByteArray, taskId);
+
+    if (!taskId.isEmpty())
+        qputenv("HALVIR_TASK_ID", taskId);
+    auto *dispatcher = RuntimeDispatcher::instance();
+    QPointer<RuntimeDispatcher> alive = dispatcher;
+    QString received;
+    dispatcher->onApplicationStarted([dispatcher] { delete dispatcher; });
+    if (alive) {
+        dispatcher->onTaskStarted({}, [dispatcher, &received](const QString &id) {
+            delete dispatcher;
+            received = id + QLatin1Char('!'); // reads the characters
+        });
+    }
+    QVERIFY(!alive);
+    QCOMPARE(received, taskId.isEmpty() ? QString() : QStringLiteral("sync!"));
 }
 
 void TestRuntimeDispatcher::emptyCallbacksThrow()

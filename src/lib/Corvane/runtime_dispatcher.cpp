@@ -14,6 +14,8 @@
 #include <QtDBus/QDBusError>
 #include <QtDBus/QDBusMessage>
 
+#include <utility>
+
 namespace Corvane {
 
 namespace {
@@ -107,6 +109,9 @@ RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPri
 RuntimeDispatcher::~RuntimeDispatcher()
 {
     currentDispatcher = nullptr;
+    // The destructors of what the handlers captured may still use this dispatcher.
+    decltype(d->intents) removed;
+    removed.swap(d->intents);
 }
 
 QString RuntimeDispatcher::applicationId() const
@@ -148,18 +153,21 @@ void RuntimeDispatcher::onApplicationStarted(const std::function<void()> &callba
 
 void RuntimeDispatcher::onTaskStarted(const QString &taskName, const std::function<void(const QString &)> &callback)
 {
-    if (!d->taskId.isEmpty() && (taskName.isEmpty() || taskName == d->taskId))
-        callback(d->taskId);
+    const QString taskId = d->taskId; // a copy, since the callback may delete this
+    if (!taskId.isEmpty() && (taskName.isEmpty() || taskName == taskId))
+        callback(taskId);
 }
 
 void RuntimeDispatcher::registerIntent(const QString &intentName, const IntentHandler &handler)
 {
-    d->intents.insert(intentName, {intentName, handler, {}, {}});
+    RuntimeDispatcherPrivate::Intent intent{intentName, handler, {}, {}};
+    std::swap(d->intents[intentName], intent);
+    // Now the old handler is destroyed, and what it captured may change the table.
 }
 
 void RuntimeDispatcher::unregisterIntent(const QString &intentName)
 {
-    d->intents.remove(intentName);
+    const auto removed = d->intents.take(intentName); // destroyed last, as in registerIntent()
 }
 
 void RuntimeDispatcher::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,

@@ -82,6 +82,7 @@ public:
     /// \throws std::bad_function_call if it would call an empty one.
     void onApplicationStarted(const std::function<void()> &callback);
     /// Calls \a callback with the task id, now, if this process runs the task \a taskName (any task if that is empty).
+    /// The callback may delete the dispatcher.
     /// \throws std::bad_function_call if it would call an empty one.
     void onTaskStarted(const QString &taskName, const std::function<void(const QString &taskId)> &callback);
 
@@ -89,9 +90,10 @@ public:
      * Has \a handler answer the intents named \a intentName, in place of any earlier handler and its output files.
      *
      * The handler runs from the event loop, once for each intent. It may delete the dispatcher, register and
-     * unregister. Calling its reply function sends the reply; each further call sends one more, which the bus drops.
-     * A caller whose handler never does so waits for its time-out. A result that the bus would not let pass (see
-     * IntentsInvoker::invoke() for the limits) is reported to the caller as an error, and logged.
+     * unregister; so may the destructors of its captures when it is replaced or removed. Calling its reply function
+     * sends the reply; each further call sends one more, which the bus drops. A caller whose handler never does so
+     * waits for its time-out. A result that the bus would not let pass (see IntentsInvoker::invoke() for the limits)
+     * is reported to the caller as an error, and logged.
      *
      * An empty handler throws std::bad_function_call into the event loop when an intent arrives. An intent with an
      * empty name is never delivered.
