@@ -7,6 +7,7 @@
 #include <expect.h>
 #include <json_input.h>
 #include <json_path_model.h>
+#include <ordinary_user.h>
 
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
@@ -17,8 +18,6 @@
 
 #include <array>
 #include <fcntl.h>
-#include <sys/fsuid.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,35 +26,9 @@ using namespace Fuzz;
 
 namespace {
 
-constexpr uid_t Nobody = 65534;
 constexpr int MaxFiles = 200; // each takes two descriptors
 constexpr off_t ContentSize = 7;
 constexpr mode_t Umask = 002; // leaves a bit that a mode of its own would not have
-
-/// While it lives, root has no more rights to files than nobody.
-class AsNobody
-{
-public:
-    AsNobody()
-    {
-        if (::geteuid() != 0)
-            return;
-        ::setfsgid(Nobody);
-        ::setfsuid(Nobody);
-        if (::setfsuid(Nobody) != int(Nobody))
-            fail(QStringLiteral("Cannot give up the rights of root"));
-    }
-    ~AsNobody()
-    {
-        if (::geteuid() != 0)
-            return;
-        ::setfsuid(0);
-        ::setfsgid(0);
-        ::prctl(PR_SET_DUMPABLE, 1); // the leak detector traces the process
-    }
-    AsNobody(const AsNobody &) = delete;
-    AsNobody &operator=(const AsNobody &) = delete;
-};
 
 void check(int result, const char *what)
 {
@@ -228,7 +201,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const QStringList names = namesIn(source, row.patterns);
         if (names.size() > MaxFiles)
             return 0;
-        const AsNobody nobody;
+        const OrdinaryUser user;
         for (const QString &file : names) {
             const QByteArray path = QFile::encodeName(file);
             if (!isInTree(path, tree))
@@ -245,7 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     const QStringList before = openDescriptors();
     {
-        const AsNobody nobody;
+        const OrdinaryUser user;
         FileSharing::shareUri(name, source, map);
         FileSharing::exportFiles(source, map);
     }

@@ -2,6 +2,7 @@
 #include <Corvane/file_sharing.h>
 
 #include <message_log.h>
+#include <ordinary_user.h>
 #include <patience.h>
 
 #include <QtCore/QJsonArray>
@@ -13,9 +14,12 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <type_traits>
 #include <unistd.h>
 
 using namespace Corvane;
+
+static_assert(std::is_same_v<decltype(&FileSharing::exportFiles), void (*)(const QJsonObject &, QVariantMap &)>);
 
 namespace {
 
@@ -64,6 +68,12 @@ private Q_SLOTS:
     void listBecomesStringList_data();
     void listBecomesStringList();
     void warningNamesTheFunction();
+    void namesWithAColonAreUrls();
+    void descriptorsAreAListThatQtKnows();
+    void descriptorsReplaceWhatWasThere();
+    void readingComesFirst();
+    void permissionsAreThoseOfAnOrdinaryUser_data();
+    void permissionsAreThoseOfAnOrdinaryUser();
     void descriptorsHaveTheRightModes();
     void missingFileIsMadeForWritingOnly();
     void fileIsNotTruncated();
@@ -251,6 +261,96 @@ void TestFileExport::warningNamesTheFunction()
     function.replace(QLatin1String(" &"), QLatin1String("&")); // as clang writes it
     QCOMPARE(function,
              QStringLiteral("static void Corvane::FileSharing::exportFiles(const QJsonObject&, QVariantMap&)"));
+}
+
+void TestFileExport::namesWithAColonAreUrls()
+{
+    const QString plain = file("x:y");
+    const QString encoded = file("x:y z%");
+    const QJsonArray files{plain, QStringLiteral("FILE://") + plain,
+                           QString::fromUtf8(QUrl::fromLocalFile(encoded).toEncoded()),
+                           QString(QLatin1String("file://") + plain).replace(QLatin1Char('y'), QLatin1String("%79"))};
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList({plain, encoded, plain}));
+    QCOMPARE(log.takeWarnings(), QStringList());
+}
+
+void TestFileExport::descriptorsAreAListThatQtKnows()
+{
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}};
+    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    const QVariant descriptors = map.value(ReadFds);
+    QCOMPARE(QByteArray(descriptors.typeName()), QByteArray("QList<QDBusUnixFileDescriptor>"));
+    QVERIFY(descriptors.canConvert<QVariantList>());
+    QCOMPARE(descriptors.value<QVariantList>().size(), 1);
+}
+
+void TestFileExport::descriptorsReplaceWhatWasThere()
+{
+    const QString a = file("a");
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))},
+                    {WriteFiles, QStringList(QStringLiteral("none"))},
+                    {ReadFds, 1},
+                    {WriteFds, 2}};
+    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
+    QCOMPARE(map.value(WriteFds), QVariant(2)); // an empty list writes nothing
+}
+
+void TestFileExport::readingComesFirst()
+{
+    const QString made = directory->filePath(QStringLiteral("made"));
+    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    MessageLog log;
+    FileSharing::exportFiles({{QStringLiteral("a"), made}}, map);
+    QVERIFY(!map.contains(ReadFds)); // not there yet
+    QCOMPARE(filesBehind(map, WriteFds), QStringList(made));
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor(made)));
+}
+
+void TestFileExport::permissionsAreThoseOfAnOrdinaryUser_data()
+{
+    QTest::addColumn<int>("fileMode"); // 0: there is no file
+    QTest::addColumn<int>("directoryMode");
+    QTest::addColumn<bool>("isReadable");
+    QTest::addColumn<bool>("isWritable");
+
+    QTest::newRow("all rights") << 0666 << 0777 << true << true;
+    QTest::newRow("read-only") << 0444 << 0777 << true << false;
+    QTest::newRow("write-only") << 0222 << 0777 << false << false; // which is less than reading and writing
+    QTest::newRow("none") << 0111 << 0777 << false << false;
+    QTest::newRow("in a read-only directory") << 0666 << 0555 << true << true;
+    QTest::newRow("in a closed directory") << 0666 << 0444 << false << false;
+    QTest::newRow("missing") << 0 << 0777 << false << true;
+    QTest::newRow("missing in a read-only directory") << 0 << 0555 << false << false;
+}
+
+void TestFileExport::permissionsAreThoseOfAnOrdinaryUser()
+{
+    QFETCH(int, fileMode);
+    QFETCH(int, directoryMode);
+    QFETCH(bool, isReadable);
+    QFETCH(bool, isWritable);
+
+    const QString name = fileMode ? file("a") : directory->filePath(QStringLiteral("a"));
+    const QString last = QStringLiteral("/dev/null"); // shared only if the list does not end before it
+    if (fileMode)
+        QCOMPARE(::chmod(QFile::encodeName(name).constData(), mode_t(fileMode)), 0);
+    QCOMPARE(::chmod(QFile::encodeName(directory->path()).constData(), mode_t(directoryMode)), 0);
+
+    const QStringList patterns(QStringLiteral("files[*]"));
+    QVariantMap map{{ReadFiles, patterns}, {WriteFiles, patterns}};
+    MessageLog log;
+    {
+        const OrdinaryUser user;
+        FileSharing::exportFiles({{QStringLiteral("files"), QJsonArray{name, last}}}, map);
+    }
+    QCOMPARE(::chmod(QFile::encodeName(directory->path()).constData(), 0700), 0);
+    QCOMPARE(filesBehind(map, ReadFds), isReadable ? QStringList({name, last}) : QStringList());
+    QCOMPARE(filesBehind(map, WriteFds), isWritable ? QStringList({name, last}) : QStringList());
+    QCOMPARE(log.takeWarnings(), QVector<QString>(int(!isReadable) + int(!isWritable), warningFor(name)).toList());
 }
 
 void TestFileExport::descriptorsHaveTheRightModes()
