@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <Corvane/runtime_dispatcher.h>
+#include <Corvane/runtime_dispatcher_p.h>
 
 #include <introspection.h>
 #include <message_log.h>
@@ -79,6 +80,7 @@ private Q_SLOTS:
     void laterHandlerReplacesTheEarlierOne();
     void outputFilesAreNamedInTheReply();
     void outputFilesOfUnknownIntentAreRefused();
+    void replyNamesTheFilesOfItsCall();
     void handlerMayUnregisterItself();
     void replyWorksAfterUnregistering();
     void handlerMayDeleteTheDispatcher();
@@ -87,6 +89,7 @@ private Q_SLOTS:
     void handlerThatGoesMayDeleteTheDispatcher();
     void anybodyOnTheBusMayAsk();
     void showsOneMethodToTheBus();
+    void metaObjectIsTheInterface();
     void interfaceMayBeLeftOut();
     void nothingElseCanBeCalled_data();
     void nothingElseCanBeCalled();
@@ -231,6 +234,19 @@ void TestIntentHandler::outputFilesOfUnknownIntentAreRefused()
     QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
 }
 
+void TestIntentHandler::replyNamesTheFilesOfItsCall()
+{
+    RuntimeDispatcher::ReplyFunction kept;
+    dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("then")}, {QStringLiteral("then too")});
+    const int call = peer.beginCall(HandleIntent, AskBody);
+    QTRY_VERIFY(kept);
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("now")}, {});
+    kept({});
+    QCOMPARE(peer.finishCall(call).text,
+             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
+}
+
 void TestIntentHandler::handlerMayUnregisterItself()
 {
     dispatcher->registerIntent(Ask, [this, captured = QStringLiteral("x")](const QJsonObject &, const auto &reply) {
@@ -361,6 +377,19 @@ void TestIntentHandler::showsOneMethodToTheBus()
     QCOMPARE(membersOf(interface, xml), expected);
     QCOMPARE(documentedMembersOf(interface), expected);
     QCOMPARE(xml.count(QStringLiteral("<interface ")), 4); // and Properties, Introspectable and Peer
+}
+
+void TestIntentHandler::metaObjectIsTheInterface()
+{
+    const QMetaObject &type = RuntimeDispatcherPrivate::staticMetaObject;
+    QCOMPARE(QByteArray(type.classInfo(type.indexOfClassInfo("D-Bus Interface")).value()),
+             QByteArray(CORVANE_SERVICE_ROOT ".IntentHandler1"));
+    QCOMPARE(type.methodCount() - type.methodOffset(), 1);
+    const QMetaMethod method = type.method(type.methodOffset());
+    QCOMPARE(method.methodType(), QMetaMethod::Slot);
+    QCOMPARE(method.access(), QMetaMethod::Public);
+    QCOMPARE(method.methodSignature(), QByteArray("HandleIntent(QString,QJsonObject)"));
+    QCOMPARE(method.returnType(), int(QMetaType::Void));
 }
 
 void TestIntentHandler::interfaceMayBeLeftOut()

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <Corvane/runtime_dispatcher.h>
+#include <Corvane/runtime_dispatcher_p.h>
 #include <DBus/names.h>
 
 #include <message_log.h>
@@ -31,6 +32,9 @@ private Q_SLOTS:
     void environmentIsReadAsUtf8();
     void instanceIsMadeOnceAndAgainAfterDeletion();
     void aNewDispatcherReplacesTheInstance();
+    void deletingAnyDispatcherForgetsTheInstance_data();
+    void deletingAnyDispatcherForgetsTheInstance();
+    void belongsToNobody();
     void callbacksRunByKindOfProcess_data();
     void callbacksRunByKindOfProcess();
     void callbackRunsAtOnceAndOnce();
@@ -46,7 +50,9 @@ private Q_SLOTS:
     void takenNameIsAnError();
     void takenPathIsAnError();
     void invalidNameIsWhatTheBusSays();
+    void objectIsOnTheBusOnlyOnceStarted();
     void canBeStartedByName();
+    void canBeStartedByIndex();
 
 private:
     ServicePeer peer;
@@ -90,9 +96,11 @@ void TestRuntimeDispatcher::identityIsReadOnce()
 void TestRuntimeDispatcher::environmentIsReadAsUtf8()
 {
     qputenv("HALVIR_APP_ID", "\xc5\xbelu\xc5\xa5");
-    qunsetenv("HALVIR_APP_INSTANCE_ID");
+    qputenv("HALVIR_APP_INSTANCE_ID", "\xc5\xa5");
+    qputenv("HALVIR_TASK_ID", "\xf0\x9f\x90\x8e");
     QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QString::fromUtf8("žluť"));
-    QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), QString());
+    QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), QString::fromUtf8("ť"));
+    QCOMPARE(RuntimeDispatcher::instance()->taskId(), QString::fromUtf8("🐎"));
 }
 
 void TestRuntimeDispatcher::instanceIsMadeOnceAndAgainAfterDeletion()
@@ -110,6 +118,36 @@ void TestRuntimeDispatcher::aNewDispatcherReplacesTheInstance()
     auto *second = new RuntimeDispatcher;
     QCOMPARE(RuntimeDispatcher::instance(), second);
     delete second;
+}
+
+void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance_data()
+{
+    QTest::addColumn<bool>("deletesOlder");
+
+    QTest::newRow("the older") << true;
+    QTest::newRow("the newer") << false;
+}
+
+void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance()
+{
+    QFETCH(bool, deletesOlder);
+
+    std::unique_ptr<RuntimeDispatcher> older(RuntimeDispatcher::instance());
+    auto newer = std::make_unique<RuntimeDispatcher>();
+    (deletesOlder ? older : newer).reset();
+
+    qputenv("HALVIR_APP_ID", "fresh");
+    auto *fresh = RuntimeDispatcher::instance();
+    QVERIFY(fresh != (deletesOlder ? newer : older).get());
+    QCOMPARE(fresh->applicationId(), QStringLiteral("fresh"));
+    QCOMPARE(RuntimeDispatcher::instance(), fresh);
+    delete fresh;
+}
+
+void TestRuntimeDispatcher::belongsToNobody()
+{
+    QVERIFY(!RuntimeDispatcher::instance()->parent());
+    QVERIFY(!RuntimeDispatcherPrivate().parent());
 }
 
 void TestRuntimeDispatcher::callbacksRunByKindOfProcess_data()
@@ -285,6 +323,19 @@ void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
     QCOMPARE(RuntimeDispatcher::instance()->stopService().code(), Error::InvalidArgs);
 }
 
+void TestRuntimeDispatcher::objectIsOnTheBusOnlyOnceStarted()
+{
+    const auto onTheBus = [] { return QDBusConnection::sessionBus().objectRegisteredAt(Names::IntentHandler.path()); };
+    auto *dispatcher = RuntimeDispatcher::instance();
+    QVERIFY(!onTheBus());
+    dispatcher->registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) { reply({}); });
+    QVERIFY(!onTheBus());
+    QVERIFY(!dispatcher->startService().isError());
+    QVERIFY(qobject_cast<RuntimeDispatcherPrivate *>(onTheBus()));
+    delete dispatcher;
+    QVERIFY(!onTheBus());
+}
+
 void TestRuntimeDispatcher::canBeStartedByName()
 {
     const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
@@ -297,6 +348,20 @@ void TestRuntimeDispatcher::canBeStartedByName()
         QVERIFY(QMetaObject::invokeMethod(RuntimeDispatcher::instance(), name,
                                           QReturnArgument<Corvane::Error>("Error", error)));
         QCOMPARE(error.code(), Error::NoError);
+    }
+}
+
+void TestRuntimeDispatcher::canBeStartedByIndex()
+{
+    const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
+    QCOMPARE(type.methodCount() - type.methodOffset(), 2); // and no more
+    for (int index = 0; index < 2; ++index) {
+        Error error(Error::Failed, QStringLiteral("untouched"));
+        const QMetaMethod method = type.method(type.methodOffset() + index);
+        QCOMPARE(method.parameterCount(), 0);
+        QVERIFY(method.invoke(RuntimeDispatcher::instance(), QReturnArgument<Corvane::Error>("Error", error)));
+        QCOMPARE(error.code(), Error::NoError);
+        QCOMPARE(peer.hasOwner(InstanceId), index == 0);
     }
 }
 
