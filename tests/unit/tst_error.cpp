@@ -9,11 +9,15 @@
 #include <QtTest/QtTest>
 
 #include <type_traits>
+#include <utility>
 
 using Corvane::Error;
 
 static_assert(std::is_same_v<std::underlying_type_t<Error::Code>, int>);
 static_assert(std::is_convertible_v<Error, bool>);
+static_assert(!std::is_polymorphic_v<Error>);
+static_assert(std::is_copy_constructible_v<Error> && std::is_copy_assignable_v<Error>);
+static_assert(std::is_same_v<decltype(std::declval<const Error &>().message()), QString>);
 
 class TestError : public QObject
 {
@@ -24,9 +28,11 @@ private Q_SLOTS:
     void converts();
     void comparesWithCodes();
     void comparesWithErrors();
+    void codesHaveTheirNumbers();
     void busErrorsBecomeCodes_data();
     void busErrorsBecomeCodes();
     void noBusErrorIsSuccess();
+    void busErrorThatIsNoneIsSuccess();
     void busErrorWithoutNameIsSuccess();
     void isMetaType();
 };
@@ -85,6 +91,23 @@ void TestError::comparesWithErrors()
     QVERIFY(!(error == Error(Error::Failed, QStringLiteral("m"))));
 }
 
+void TestError::codesHaveTheirNumbers()
+{
+    const QVector<Error::Code> codes{Error::NoError,
+                                     Error::Failed,
+                                     Error::HandlerNotFound,
+                                     Error::HandlerFailed,
+                                     Error::InvalidArgs,
+                                     Error::NotSupported,
+                                     Error::AccessDenied,
+                                     Error::ProcessNotHandled,
+                                     Error::ApplicationNotRunning,
+                                     Error::ApplicationAlreadyRunning,
+                                     Error::ApplicationAlreadyLaunching};
+    for (int number = 0; number < codes.size(); ++number)
+        QCOMPARE(int(codes[number]), number);
+}
+
 void TestError::busErrorsBecomeCodes_data()
 {
     QTest::addColumn<QString>("name");
@@ -125,7 +148,22 @@ void TestError::busErrorsBecomeCodes_data()
     QTest::newRow("standard prefix in another case") << "org.freedesktop.dbus.Error.AccessDenied" << 1;
     QTest::newRow("service prefix elsewhere")
         << QStringLiteral("x.") + service + QStringLiteral("HandlerNotFound") << 1;
-    QTest::newRow("prefix twice") << service + service + QStringLiteral("HandlerNotFound") << 2;
+    // A prefix is removed wherever it stands, if the name begins with it.
+    QTest::newRow("service prefix twice") << service + service + QStringLiteral("HandlerNotFound") << 2;
+    QTest::newRow("service prefix again within")
+        << service + QStringLiteral("Handler") + service + QStringLiteral("NotFound") << 2;
+    QTest::newRow("service prefix again at the end") << service + QStringLiteral("NoError") + service << 0;
+    QTest::newRow("standard prefix twice") << standard + standard + QStringLiteral("AccessDenied") << 6;
+    QTest::newRow("standard prefix again within")
+        << standard + QStringLiteral("Access") + standard + QStringLiteral("Denied") << 6;
+    QTest::newRow("standard prefix behind the service's") << service + standard + QStringLiteral("AccessDenied") << 1;
+    QTest::newRow("service prefix behind the standard one")
+        << standard + service + QStringLiteral("HandlerFailed") << 1;
+    QTest::newRow("service prefix again in another case")
+        << service + service.toUpper() + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("service prefix alone") << service << 1;
+    QTest::newRow("standard prefix alone") << standard << 1;
+    QTest::newRow("service prefix without its dot") << service.chopped(1) << 1;
 }
 
 void TestError::busErrorsBecomeCodes()
@@ -146,12 +184,25 @@ void TestError::noBusErrorIsSuccess()
     QCOMPARE(error.message(), QString());
 }
 
-void TestError::busErrorWithoutNameIsSuccess()
+void TestError::busErrorThatIsNoneIsSuccess()
 {
-    const QDBusError nameless(QDBusMessage::createError(QString(), QStringLiteral("m")));
-    const Error error = Corvane::errorFromDBusError(nameless);
+    const QDBusError none(QDBusError::NoError, QStringLiteral("m"));
+    QVERIFY(!none.isValid());
+    QVERIFY(!none.name().isEmpty());
+    const Error error = Corvane::errorFromDBusError(none);
     QCOMPARE(error.code(), Error::NoError);
     QCOMPARE(error.message(), QString());
+}
+
+void TestError::busErrorWithoutNameIsSuccess()
+{
+    QDBusError nameless(QDBusError::AccessDenied, QStringLiteral("m"));
+    const QDBusError taken = std::move(nameless); // the only way to such an error: Qt moves the name, copies the type
+    QVERIFY(nameless.isValid()); // NOLINT(bugprone-use-after-move)
+    QVERIFY(nameless.name().isEmpty());
+    QCOMPARE(Corvane::errorFromDBusError(nameless).code(), Error::NoError);
+    QCOMPARE(Corvane::errorFromDBusError(nameless).message(), QString());
+    QCOMPARE(Corvane::errorFromDBusError(taken).code(), Error::AccessDenied);
 }
 
 void TestError::isMetaType()
