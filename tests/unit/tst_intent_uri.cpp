@@ -9,7 +9,15 @@
 #include <QtCore/QUrlQuery>
 #include <QtTest/QtTest>
 
+#include <tuple>
+#include <type_traits>
+
 using namespace Core;
+
+static_assert(
+    std::is_same_v<decltype(&IntentUri::toUri), QUrl (*)(const QString &, const QJsonObject &, const QJsonObject &)>);
+static_assert(
+    std::is_same_v<decltype(&IntentUri::fromUri), std::tuple<QString, QJsonObject, QJsonObject> (*)(const QUrl &)>);
 
 class TestIntentUri : public QObject
 {
@@ -17,6 +25,9 @@ class TestIntentUri : public QObject
 private Q_SLOTS:
     void writes_data();
     void writes();
+    void namesAreWrittenAsTheyAre();
+    void firstProblemEndsTheWriting_data();
+    void firstProblemEndsTheWriting();
     void refusesToWrite_data();
     void refusesToWrite();
     void reads_data();
@@ -55,6 +66,12 @@ void TestIntentUri::writes_data()
     row("empty string", {}, {{a, QString()}}, "intent://#Intent;name=OpenURI;a=S.;end");
     row("params in the order of their keys", {}, {{b, 1}, {a, 2}}, "intent://#Intent;name=OpenURI;a=d.2;b=d.1;end");
     row("hint", {{QStringLiteral("h"), true}}, {}, "intent://?h=B.true#Intent;name=OpenURI;end");
+    row("hints in the order of their keys", {{b, 1}, {a, QString()}}, {},
+        "intent://?a=S.&b=d.1#Intent;name=OpenURI;end");
+    row("large and small numbers", {}, {{a, 1e21}, {b, -1.5e-7}},
+        "intent://#Intent;name=OpenURI;a=d.1e+21;b=d.-1.5e-07;end");
+    row("keys as they are", {}, {{QStringLiteral("c;d=e"), true}, {QString(), 1}},
+        "intent://#Intent;name=OpenURI;=d.1;c;d=e=B.true;end");
     row("all together", {{QStringLiteral("h"), true}, {QStringLiteral("i"), 1}},
         {{QStringLiteral("count"), 2}, {QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}},
         "intent://?h=B.true&i=d.1#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end");
@@ -70,6 +87,49 @@ void TestIntentUri::writes()
     QCOMPARE(written.toString(), uri);
     QCOMPARE(written.hasQuery(), !hints.isEmpty());
     QVERIFY(written.isValid());
+}
+
+void TestIntentUri::namesAreWrittenAsTheyAre()
+{
+    const QUrl uri = IntentUri::toUri(QStringLiteral("a;b=c"), {}, {});
+    QCOMPARE(uri.toString(), QStringLiteral("intent://#Intent;name=a;b=c;end"));
+    QCOMPARE(uri.scheme(), QStringLiteral("intent"));
+    QCOMPARE(uri.fragment(), QStringLiteral("Intent;name=a;b=c;end"));
+}
+
+void TestIntentUri::firstProblemEndsTheWriting_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QJsonObject>("hints");
+    QTest::addColumn<QJsonObject>("params");
+    QTest::addColumn<QStringList>("warnings");
+
+    const QString a = QStringLiteral("a");
+    const QString b = QStringLiteral("b");
+    const QString text = QStringLiteral("x;y");
+    const QString semicolons = QStringLiteral("Cannot encode strings with semicolons");
+    const QString containers = QStringLiteral("Intent URI conversion does not support arrays or maps");
+    QTest::newRow("name before all") << QString() << QJsonObject{{a, text}} << QJsonObject{{a, text}} << QStringList();
+    QTest::newRow("hints before params") << "X" << QJsonObject{{a, QJsonArray()}} << QJsonObject{{a, text}}
+                                         << QStringList{containers};
+    QTest::newRow("hints in order") << "X" << QJsonObject{{a, text}, {b, QJsonArray()}} << QJsonObject()
+                                    << QStringList{semicolons};
+    QTest::newRow("params in order") << "X" << QJsonObject() << QJsonObject{{b, text}, {a, QJsonObject()}}
+                                     << QStringList{containers};
+    QTest::newRow("null in silence") << "X" << QJsonObject{{a, QJsonValue()}, {b, text}} << QJsonObject{{a, text}}
+                                     << QStringList();
+}
+
+void TestIntentUri::firstProblemEndsTheWriting()
+{
+    QFETCH(QString, name);
+    QFETCH(QJsonObject, hints);
+    QFETCH(QJsonObject, params);
+    QFETCH(QStringList, warnings);
+
+    MessageLog log;
+    QVERIFY(IntentUri::toUri(name, hints, params).isEmpty());
+    QCOMPARE(log.takeWarnings(), warnings);
 }
 
 void TestIntentUri::refusesToWrite_data()
@@ -117,11 +177,20 @@ void TestIntentUri::reads_data()
     param("integer", "i.42", 42);
     param("negative integer", "i.-42", -42);
     param("integer that is none", "i.4x", 0);
+    param("integer without digits", "i.", 0);
+    param("integer with a fraction", "i.4.5", 0);
+    param("integer of 33 bits", "i.4294967296", 0);
+    param("decimal integer", "i.010", 10);
+    param("hexadecimal integer", "i.0x10", 0);
+    param("number with an exponent", "d.-1e3", -1000);
+    param("number with a comma", "d.1,5", 0);
+    param("number without digits", "d.", 0);
     param("number", "d.2.5", 2.5);
     param("number that is none", "d.x", 0);
     param("true", "B.true", true);
     param("false", "B.false", false);
     param("any other boolean", "B.TRUE", false);
+    param("no boolean", "B.", false);
     param("string", "S.x y", QStringLiteral("x y"));
     param("empty string", "S.", QString());
     param("string with '='", "S.b=c", QStringLiteral("b=c"));
@@ -140,6 +209,12 @@ void TestIntentUri::reads_data()
     row("hints", "intent://?a=S.b%26c&d=B.true#Intent;name=X;end", "X",
         {{a, QStringLiteral("b&c")}, {QStringLiteral("d"), true}}, {});
     row("without authority", "intent:#Intent;name=X;end", "X", {}, {});
+    row("with an authority and a path", "intent://host/path?a=d.1#Intent;name=X;end", "X", {{a, 1}}, {});
+    row("scheme in capitals", "INTENT://#Intent;name=X;end", "X", {}, {}); // QUrl makes it small
+    row("empty name and a param", "intent://#Intent;name=;a=d.1;end", "", {}, {{a, 1}});
+    row("another end within", "intent://#Intent;name=X;a=S.x;End=d.1;end", "X", {},
+        {{a, QStringLiteral("x")}, {QStringLiteral("End"), 1}});
+    row("param called end", "intent://#Intent;name=X;end=d.1;end", "X", {}, {{QStringLiteral("end"), 1}});
 }
 
 void TestIntentUri::reads()
@@ -179,6 +254,19 @@ void TestIntentUri::refusesToRead_data()
     row("no type", "intent://#Intent;name=X;a=;end", value, "Invalid intent URI:");
     row("no dot", "intent://#Intent;name=X;a=Sb;end", value, "Invalid intent URI:");
     row("unknown type", "intent://#Intent;name=X;a=x.1;end", type, "Invalid intent URI:");
+    row("type without a dot", "intent://#Intent;name=X;a=S;end", value, "Invalid intent URI:");
+    row("type of two letters", "intent://#Intent;name=X;a=SS.b;end", value, "Invalid intent URI:");
+    row("type in a capital", "intent://#Intent;name=X;a=D.1;end", {QStringLiteral("Unknown intent value type: 'D'")},
+        "Invalid intent URI:");
+    row("type in a small letter", "intent://#Intent;name=X;a=s.b;end",
+        {QStringLiteral("Unknown intent value type: 's'")}, "Invalid intent URI:");
+    row("type beyond ASCII", "intent://#Intent;name=X;a=ž.1;end",
+        {QStringLiteral("Unknown intent value type: '\\u017e'")}, "Invalid intent URI:");
+    row("good ones before", "intent://?h=d.1#Intent;name=X;a=d.1;b=x.1;end", type, "Invalid intent URI:");
+    row("bad ones after", "intent://#Intent;name=X;a;b=x.1;end", {}, "Invalid intent URI:");
+    row("bad hint and param", "intent://?h=#Intent;name=X;a=x.1;end", value + type, "Invalid intent URI:");
+    row("head before hints", "intent://?h=x.1#Intent;name=X", {}, "Not an intent URI:");
+    row("head in part", "intent://#Intent;name;end", {}, "Not an intent URI:");
     QTest::newRow("invalid URL") << "intent://host:port#Intent;name=X;end"
                                  << QStringList{QStringLiteral("Invalid intent URI \"%1\"")
                                                     .arg(QUrl(QStringLiteral("intent://host:port#Intent;name=X;end"))
