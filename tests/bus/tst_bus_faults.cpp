@@ -162,7 +162,7 @@ RuntimeDispatcher::ReplyFunction TestBusFaults::keepReply(int &call)
     RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Ask"),
                                                   [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
     call = peer.beginCall(HandleIntent, AskBody);
-    if (!QTest::qWaitFor([&kept] { return bool(kept); }, 60000))
+    if (!QTest::qWaitFor([&kept] { return bool(kept); }, Patience))
         qFatal("The intent does not arrive");
     RuntimeDispatcher::instance()->unregisterIntent(QStringLiteral("Ask"));
     init();
@@ -224,7 +224,7 @@ void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
     QCOMPARE(codes.size(), 2);
     QCOMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
 
-    hasty.interface->setTimeout(60000);
+    hasty.interface->setTimeout(Patience);
     hasty.invoke(QStringLiteral("D"), {}, {});
     QTRY_COMPARE(peer.calls().size(), 4);
     peer.release(3, QStringLiteral("(@a{sv} {},)"));
@@ -327,7 +327,7 @@ void TestBusFaults::handlerMayDieBeforeItsReply()
         QTRY_VERIFY(handler.canReadLine());
         QCOMPARE(handler.readLine(), QByteArray("kept\n"));
         handler.kill();
-        QVERIFY(handler.waitForFinished());
+        QVERIFY(handler.waitForFinished(Patience));
         const QString text = peer.finishCall(call).text;
         QVERIFY2(text.startsWith(QStringLiteral("org.freedesktop.DBus.Error.NoReply")), qUtf8Printable(text));
         QVERIFY(!peer.hasOwner(QStringLiteral("demo.instance2")));

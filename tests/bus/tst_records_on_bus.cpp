@@ -48,7 +48,7 @@ T TestRecordsOnBus::echoed(const T &value, const char *signature)
         root + QStringLiteral(".Test"), QStringLiteral("Echo"));
     call << QVariant::fromValue(QDBusVariant(QVariant::fromValue(value)));
     QDBusPendingReply<QDBusVariant> reply = QDBusConnection::sessionBus().asyncCall(call);
-    if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }, 60000) || reply.isError()) {
+    if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }, Patience) || reply.isError()) {
         QTest::qFail(qUtf8Printable(reply.error().message()), __FILE__, __LINE__);
         return {};
     }

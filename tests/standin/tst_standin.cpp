@@ -12,6 +12,7 @@ namespace {
 const QString Binaries = QStringLiteral(CORVANE_BINARIES);
 const QString StandIn = Binaries + QStringLiteral("/corvane-standin");
 const QString Applications = QStringLiteral(CORVANE_APPLICATIONS);
+const QString StartTimeout = QStringLiteral("--start-timeout=%1").arg(Patience);
 
 struct Result
 {
@@ -33,7 +34,7 @@ Result standIn(const QStringList &arguments, const QProcessEnvironment &values =
     QProcess process;
     process.setProcessEnvironment(values);
     process.start(StandIn, arguments);
-    if (!process.waitForFinished(60000))
+    if (!process.waitForFinished(Patience))
         qFatal("The stand-in does not end: %s", process.readAllStandardError().constData());
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
@@ -203,7 +204,7 @@ void TestStandIn::commandReadsStandardInput()
     process.start(StandIn, shell(QStringLiteral("cat")));
     process.write("typed");
     process.closeWriteChannel();
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.readAllStandardOutput(), QByteArray("typed"));
 }
 
@@ -274,7 +275,7 @@ void TestStandIn::nothingSurvivesTheCommand()
         ids << QString::fromUtf8(process.readLine()).trimmed();
     }
     process.write("go on\n");
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 5);
     for (const QString &id : qAsConst(ids))
         QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
@@ -300,7 +301,7 @@ void TestStandIn::nothingSurvivesASignal()
     const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(QLatin1Char(' '));
     QCOMPARE(ids.size(), 4); // the command twice, and the bus
     ::kill(pid_t(process.processId()), signal);
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 128 + signal);
     for (const QString &id : ids)
@@ -319,7 +320,7 @@ void TestStandIn::nothingSurvivesItsOwnDeath()
     const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(QLatin1Char(' '));
     QCOMPARE(ids.size(), 3);
     process.kill();
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     for (const QString &id : ids)
         QTRY_VERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
 }
@@ -360,7 +361,7 @@ void TestStandIn::ignoredSignalsStayIgnored()
     QTRY_VERIFY(process.canReadLine());
     ::kill(process.readLine().trimmed().toInt(), SIGHUP);
     process.write("go on\n");
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 3);
 }
 
@@ -381,9 +382,9 @@ void TestStandIn::traceShowsEachMessageInOneLine()
     QVERIFY(file.open());
     file.write("content");
     file.close();
-    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--verbose"), QStringLiteral("--manifests"),
-                                   QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--"),
-                                   QStringLiteral("corvane-example-launcher"), file.fileName()});
+    const Result result = standIn({QStringLiteral("run"), StartTimeout, QStringLiteral("--verbose"),
+                                   QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/viewer"),
+                                   QStringLiteral("--"), QStringLiteral("corvane-example-launcher"), file.fileName()});
     QString trace = result.errors;
     trace.replace(QRegularExpression(QStringLiteral("process \\d+")), QStringLiteral("process N"));
     trace.replace(QRegularExpression(QStringLiteral("from :[0-9.]+")), QStringLiteral("from :N"));
@@ -405,7 +406,7 @@ corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: 
 
 void TestStandIn::withoutVerboseItIsSilent()
 {
-    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--manifests"),
+    const Result result = standIn({QStringLiteral("run"), StartTimeout, QStringLiteral("--manifests"),
                                    QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--"),
                                    QStringLiteral("corvane-example-launcher"), StandIn});
     QCOMPARE(result.exitCode, 0);
@@ -418,10 +419,11 @@ void TestStandIn::examplesExchangeAnIntentWithAFile()
     QVERIFY(file.open());
     file.write("first line\nsecond line\n");
     file.close();
-    const Result result = standIn({QStringLiteral("run"), QStringLiteral("--as"), QStringLiteral("launcher"),
-                                   QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/viewer"),
-                                   QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/launcher"),
-                                   QStringLiteral("--"), QStringLiteral("corvane-example-launcher"), file.fileName()});
+    const Result result =
+        standIn({QStringLiteral("run"), StartTimeout, QStringLiteral("--as"), QStringLiteral("launcher"),
+                 QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/viewer"),
+                 QStringLiteral("--manifests"), QStringLiteral(CORVANE_SOURCES "/examples/launcher"),
+                 QStringLiteral("--"), QStringLiteral("corvane-example-launcher"), file.fileName()});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.errors, QString());
     QVERIFY2(result.output.contains(
@@ -452,7 +454,7 @@ void TestStandIn::controlNeedsAStandIn()
 void TestStandIn::controlTellsWhatFails()
 {
     const Result result =
-        standIn({QStringLiteral("run"), QStringLiteral("--manifests"), Applications, QStringLiteral("--"),
+        standIn({QStringLiteral("run"), StartTimeout, QStringLiteral("--manifests"), Applications, QStringLiteral("--"),
                  QStringLiteral("corvane-standin"), QStringLiteral("start"), QStringLiteral("exit")});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.errors, QStringLiteral("corvane-standin: exit.instance1 has ended with exit code 3\n"));
@@ -473,7 +475,7 @@ void TestStandIn::monitorShowsWhatHappens()
     QProcess process;
     process.setProcessEnvironment(environment());
     process.start(StandIn,
-                  {QStringLiteral("run"), QStringLiteral("--manifests"),
+                  {QStringLiteral("run"), StartTimeout, QStringLiteral("--manifests"),
                    QStringLiteral(CORVANE_SOURCES "/examples/viewer"), QStringLiteral("--manifests"),
                    QStringLiteral(CORVANE_SOURCES "/examples/monitor"), QStringLiteral("--"), QStringLiteral("sh")});
     QString output; // what the monitor says; the viewer speaks in between
@@ -498,7 +500,7 @@ void TestStandIn::monitorShowsWhatHappens()
     show("corvane-standin set memory normal", "monitor: memory pressure is 0 (NormalLevel)\n");
     show("corvane-standin stop viewer", "monitor: viewer.instance1 has stopped\n");
     process.write("corvane-standin stop viewer && corvane-standin set memory auto && exit 42\n"); // there is none
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 42);
     QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
 }
@@ -508,7 +510,7 @@ void TestStandIn::syncTalksWithItsTask()
     QProcess process;
     process.setProcessEnvironment(environment());
     process.start(StandIn,
-                  {QStringLiteral("run"), QStringLiteral("--manifests"),
+                  {QStringLiteral("run"), StartTimeout, QStringLiteral("--manifests"),
                    QStringLiteral(CORVANE_SOURCES "/examples/sync"), QStringLiteral("--"), QStringLiteral("sh")});
     QString output;
     const auto waitFor = [&process, &output](const char *line) {
@@ -529,7 +531,7 @@ void TestStandIn::syncTalksWithItsTask()
     output.clear();
     waitFor("sync: The task has stopped");
     process.write("exit 0\n");
-    QVERIFY(process.waitForFinished());
+    QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 0);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "bus_daemon.h"
 
+#include "patience.h"
+
 #include <cerrno>
 #include <csignal>
 #include <sys/prctl.h>
@@ -22,8 +24,10 @@ BusDaemon::BusDaemon()
     start(QStringLiteral("dbus-daemon"),
           {QStringLiteral("--config-file=" CORVANE_BUS_CONFIGURATION), QStringLiteral("--nofork"),
            QStringLiteral("--print-address")});
-    if (!waitForReadyRead())
-        qFatal("The bus does not start");
+    while (!canReadLine()) {
+        if (!waitForReadyRead(Patience))
+            qFatal("The bus does not start");
+    }
     qputenv("DBUS_SESSION_BUS_ADDRESS", readLine().trimmed());
 }
 
@@ -51,7 +55,7 @@ void BusDaemon::goOn()
 void BusDaemon::crash()
 {
     kill();
-    if (!waitForFinished())
+    if (!waitForFinished(Patience))
         qFatal("The bus does not end");
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "patience.h"
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QTimer>
@@ -11,7 +13,7 @@ bool runUntil(Condition condition)
 {
     QTimer tick;
     tick.start(100); // to look at the clock
-    const QDeadlineTimer patience(120000); // milliseconds; for slow machines under valgrind
+    const QDeadlineTimer patience(Patience);
     while (!patience.hasExpired()) {
         if (condition())
             return true; // though it may not hold for long

@@ -851,7 +851,7 @@ void TestTaskMessaging::burstsArriveWhole()
     QCOMPARE(channel->state(), TaskMessaging::Connected);
     channel.reset();
     other.write("\n");
-    QVERIFY(other.waitForFinished());
+    QVERIFY(other.waitForFinished(Patience));
     QCOMPARE(other.exitCode(), 0);
 }
 
