@@ -453,9 +453,7 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
     const auto answerThem = [this, count, &handled] {
         handled = 0;
         const auto reply = peer.call(HandleIntent, AskBody,
-                                     {{QStringLiteral("repeat"), count},
-                                      {QStringLiteral("enough"), count / 2},
-                                      {QStringLiteral("timeout"), 300000}}); // milliseconds; all of them wait at once
+                                     {{QStringLiteral("repeat"), count}, {QStringLiteral("enough"), count / 2}});
         QTRY_COMPARE(handled, count);
         QCOMPARE(reply.counts.value(answer(QStringLiteral("@a{sv} {}"))).toInt(), count / 2);
     };
@@ -463,7 +461,7 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
     const int descriptors = openDescriptors();
     const qint64 memory = allocatedMemory();
     answerThem();
-    QCOMPARE(openDescriptors(), descriptors);
+    QTRY_VERIFY(openDescriptors() <= descriptors);
     QTRY_VERIFY2(allocatedMemory() - memory < 50 * qint64(count), "an intent may not leave as much as its name behind");
 }
 
@@ -491,7 +489,7 @@ void TestIntentHandler::unwantedDescriptorsAreClosed()
     }
     QCOMPARE(log->takeWarnings(),
              QVector<QString>(batches * batch, QStringLiteral("Unknown JSON value type")).toList());
-    QTRY_COMPARE(openDescriptors(), before);
+    QTRY_VERIFY(openDescriptors() <= before);
 }
 
 QTEST_GUILESS_MAIN(TestIntentHandler)

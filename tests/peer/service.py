@@ -5,8 +5,8 @@
 Usage: service.py SERVICE-ROOT
 
 Obeys requests on standard input, one JSON object a line, each with a "request" and an "id", and answers each with a line
-that bears the id. Calls that arrive are reported in lines with a "call" as they come. D-Bus values are written as GLib
-prints them, with their types.
+that bears the id. Calls that arrive are reported in lines with a "call" as they come, each before its reply is sent. D-Bus
+values are written as GLib prints them, with their types. No call of a method times out, unless a request says so.
 """
 
 import errno
@@ -14,6 +14,7 @@ import fcntl
 import json
 import os
 import sys
+import traceback
 
 from gi.repository import Gio, GLib
 
@@ -46,6 +47,8 @@ PROPERTIES = Gio.DBusNodeInfo.new_for_xml("""
     <method name="GetAll"> <arg type="s" direction="in"/> <arg type="a{sv}" direction="out"/> </method>
   </interface>
 </node>""").interfaces[0]
+
+NO_TIMEOUT = GLib.MAXINT32
 
 
 def parse(text):
@@ -92,6 +95,11 @@ def connect():
     return connection
 
 
+def call_bus(connection, member, body=None):
+    return connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member, body, None,
+                                Gio.DBusCallFlags.NONE, NO_TIMEOUT, None).unpack()[0]
+
+
 def write(line):
     sys.stdout.write(json.dumps(line) + "\n")
     sys.stdout.flush()
@@ -101,6 +109,7 @@ class Service:
     def __init__(self):
         self.connection = connect()
         self.held = []
+        self.early_releases = {}
         self.holding = False
         self.answer = {"body": "(@a{sv} {},)"}
         self.member_answers = {"Start": {}, "Stop": {}, "Subscribe": {}}
@@ -111,12 +120,8 @@ class Service:
         self.connection.register_object(f"{PATH}/MemoryPressure1", PROPERTIES, self.on_call, None, None)
         self.own_name()
 
-    def bus_call(self, member, body):
-        return self.connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member,
-                                         body, None, Gio.DBusCallFlags.NONE, -1, None).unpack()[0]
-
     def own_name(self):
-        return self.bus_call("RequestName", GLib.Variant("(su)", (ROOT, 4)))
+        return call_bus(self.connection, "RequestName", GLib.Variant("(su)", (ROOT, 4)))
 
     # -- calls that arrive
 
@@ -130,6 +135,9 @@ class Service:
             write({"call": f"{member} {printed(body)}", "descriptors": take_descriptors(message)})
             if self.holding:
                 self.held.append(message)
+                early = self.early_releases.pop(len(self.held) - 1, None)
+                if early:
+                    write({"id": early["id"], "result": self.release(early)})
             else:
                 self.send_answer(message, self.member_answers.get(member, self.answer))
 
@@ -161,20 +169,23 @@ class Service:
         self.holding = request["on"]
 
     def release(self, request):
-        """Answers one of the calls that are held, given by its place."""
+        """Answers one of the calls that are held, given by its place, once it has come."""
+        if request["index"] >= len(self.held):
+            self.early_releases[request["index"]] = request
+            return NotImplemented
         self.send_answer(self.held[request["index"]], request["answer"])
 
     def own(self, request):
         """Takes the service's name, or drops it."""
-        return self.own_name() if request["on"] else self.bus_call("ReleaseName", GLib.Variant("(s)", (ROOT,)))
+        return self.own_name() if request["on"] else call_bus(self.connection, "ReleaseName", GLib.Variant("(s)", (ROOT,)))
 
     def claim(self, request):
         """Takes another name."""
-        return self.bus_call("RequestName", GLib.Variant("(su)", (request["name"], 4)))
+        return call_bus(self.connection, "RequestName", GLib.Variant("(su)", (request["name"], 4)))
 
     def owner(self, request):
         """Whether a name has an owner."""
-        return self.bus_call("NameHasOwner", GLib.Variant("(s)", (request["name"],)))
+        return call_bus(self.connection, "NameHasOwner", GLib.Variant("(s)", (request["name"],)))
 
     def invoke(self, request):
         """Calls a method, once or several times, and answers, once enough replies have come, with them."""
@@ -212,7 +223,7 @@ class Service:
                     os.close(fd)
                 message.set_unix_fd_list(fd_list)
             self.connection.send_message_with_reply(
-                message, Gio.DBusSendMessageFlags.NONE, request.get("timeout", -1), None, on_reply)
+                message, Gio.DBusSendMessageFlags.NONE, request.get("timeout", NO_TIMEOUT), None, on_reply)
         return NotImplemented
 
     def signal(self, request):
@@ -225,8 +236,7 @@ class Service:
             message.set_destination(request["destination"])
         message.set_body(parse(request["body"]))
         connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
-        connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", None,
-                             None, Gio.DBusCallFlags.NONE, -1, None)
+        call_bus(connection, "GetId")
 
     def watch(self, request):
         """Reports signals from now on: those of an interface, whoever sends them, or else the service's."""
@@ -236,7 +246,7 @@ class Service:
         interface = request.get("interface") or None
         self.connection.signal_subscribe(None if interface else ROOT, interface, None, None, None,
                                          Gio.DBusSignalFlags.NONE, on_signal)
-        self.bus_call("GetId", None)  # the bus knows of it when it has answered
+        call_bus(self.connection, "GetId")  # GLib passes no signal on before the bus has told it who owns the name
 
     def survives(self, request):
         """Sends a body on a connection of its own; whether the bus lets it live."""
@@ -245,14 +255,21 @@ class Service:
         message.set_body(parse(request["body"]))
         try:
             connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
-            connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", None,
-                                 None, Gio.DBusCallFlags.NONE, -1, None)
+            call_bus(connection, "GetId")
         except GLib.Error:
             return False
         return True
 
     def ping(self, request):
-        """Everything reported before the answer to this had arrived before it."""
+        """Answers after all that has arrived by now has been reported; "bus" for all that the bus has passed on by now."""
+        if request["bus"] and not self.connection.is_closed():
+            call_bus(self.connection, "GetId")
+
+        def answer():
+            write({"id": request["id"]})
+
+        GLib.idle_add(answer, priority=GLib.PRIORITY_DEFAULT)  # behind what GLib has queued, at the same priority
+        return NotImplemented
 
     def on_request(self, stream, condition):
         line = stream.readline()
@@ -260,7 +277,11 @@ class Service:
             loop.quit()
             return False
         request = json.loads(line)
-        result = getattr(self, request["request"])(request)
+        try:
+            result = getattr(self, request["request"])(request)
+        except Exception:
+            traceback.print_exc()
+            os._exit(1)
         if result is not NotImplemented:
             write({"id": request["id"], "result": result})
         return True

@@ -49,7 +49,7 @@ ServicePeer::ServicePeer()
 ServicePeer::~ServicePeer()
 {
     m_process.closeWriteChannel(); // it ends at the end of its input
-    if (!m_process.waitForFinished())
+    if (!m_process.waitForFinished(Patience))
         qFatal("The peer does not end");
 }
 
@@ -63,15 +63,28 @@ void ServicePeer::start()
 void ServicePeer::kill()
 {
     m_process.kill();
-    if (!m_process.waitForFinished())
+    if (!m_process.waitForFinished(Patience))
         qFatal("The peer does not end");
+}
+
+QStringList ServicePeer::calls()
+{
+    flush(true);
+    return m_calls;
 }
 
 QStringList ServicePeer::takeCalls()
 {
+    flush(true);
     QStringList calls;
     calls.swap(m_calls);
     return calls;
+}
+
+QStringList ServicePeer::descriptors()
+{
+    flush(true);
+    return m_descriptors;
 }
 
 void ServicePeer::answer(const QString &body, const QString &member)
@@ -126,6 +139,12 @@ int ServicePeer::beginCall(const QString &member, const QString &body, const QJs
     return send(QStringLiteral("invoke"), arguments);
 }
 
+bool ServicePeer::isFinished(int call)
+{
+    flush(false);
+    return m_results.contains(call);
+}
+
 ServicePeer::Reply ServicePeer::finishCall(int call)
 {
     const QJsonObject result = wait(call).toObject();
@@ -145,6 +164,7 @@ void ServicePeer::watchSignals(const QString &interface)
 
 QStringList ServicePeer::takeSignals()
 {
+    flush(true);
     QStringList taken;
     taken.swap(m_signals);
     return taken;
@@ -195,7 +215,7 @@ bool ServicePeer::roundTrip()
     if (!finishes(QDBusMessage::createMethodCall(Root, rootPath() + QStringLiteral("/Test"),
                                                  Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip"))))
         return false;
-    request(QStringLiteral("ping")); // what the peer had to report has been read by then
+    flush(false);
     QCoreApplication::processEvents();
     return true;
 }
@@ -210,14 +230,24 @@ int ServicePeer::send(const QString &request, QJsonObject arguments)
 
 QJsonValue ServicePeer::wait(int id)
 {
-    if (!runUntil([this, id] { return m_results.contains(id); }))
+    runUntil([this, id] { return m_results.contains(id) || m_process.state() == QProcess::NotRunning; });
+    if (!m_results.contains(id))
         qFatal("The peer does not answer");
     return m_results.value(id);
 }
 
 QJsonValue ServicePeer::request(const QString &name, const QJsonObject &arguments)
 {
-    return wait(send(name, arguments));
+    const int id = send(name, arguments);
+    wait(id);
+    return m_results.take(id);
+}
+
+/// Reads what the peer has received by now, or had when it was killed.
+void ServicePeer::flush(bool throughTheBus)
+{
+    if (m_process.state() != QProcess::NotRunning)
+        request(QStringLiteral("ping"), {{QStringLiteral("bus"), throughTheBus}});
 }
 
 void ServicePeer::read()

@@ -10,8 +10,12 @@
 /**
  * The service's side of the bus: tests/peer/service.py in a process of its own, which shares no code with the library.
  *
- * Values and bodies are in GLib's text form, "('OpenURI', {'count': <2.0>})". What takes a while runs the event loop
- * meanwhile, so that the library can work. A peer that does not answer fails the test program.
+ * Values and bodies are in GLib's text form, "('OpenURI', {'count': <2.0>})". Each function waits for the peer and runs
+ * the event loop meanwhile, so that the library can work. A peer that does not answer ends the test program.
+ *
+ * The bus and the peer's pipe have no order between them. Each function that returns what the peer has received asks
+ * the peer first, through the pipe, and the peer answers after it has reported everything before. The results are
+ * therefore complete: a call whose reply has arrived is always among calls().
  */
 class ServicePeer
 {
@@ -21,11 +25,12 @@ public:
     ~ServicePeer();
     Q_DISABLE_COPY(ServicePeer)
 
-    /// The calls that have arrived since the last takeCalls(): "InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, ...)".
-    QStringList calls() const { return m_calls; }
+    /// The calls since the last takeCalls(), all that the bus has passed on to the peer by now:
+    /// "InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, ...)". The bus must not hang.
+    QStringList calls();
     QStringList takeCalls();
-    /// What came with the last call that arrived: "read: content" for each descriptor.
-    QStringList descriptors() const { return m_descriptors; }
+    /// What came with the last of the calls: "read: content" for each descriptor.
+    QStringList descriptors();
 
     /// What to answer calls with from now on, of \a member only if one is given.
     void answer(const QString &body, const QString &member = {});
@@ -33,7 +38,7 @@ public:
                      const QString &member = {});
     /// To answer intents with their own params from now on.
     void echo();
-    /// Keeps calls unanswered, until release() answers the one that came in at \a index.
+    /// Keeps calls unanswered, until release() answers the one that came in at \a index. It waits for that call.
     void hold();
     void release(int index, const QString &body);
     void releaseError(int index, const QString &name);
@@ -44,9 +49,11 @@ public:
         QStringList descriptors;
         QJsonObject counts; ///< how often each text came, where a call was made several times
     };
-    /// Begins a call of a method of this process's handler object, and gives its number.
+    /// Begins a call of a method of this process's handler object, and gives its number. The call has no time-out,
+    /// unless \a more has a "timeout" in milliseconds.
     int beginCall(const QString &member, const QString &body, const QJsonObject &more = {});
-    bool isFinished(int call) const { return m_results.contains(call); }
+    /// Whether the peer has received the reply by now. Works while the bus hangs.
+    bool isFinished(int call);
     /// Waits for a call's reply.
     Reply finishCall(int call);
     /// Both: "HandleIntent" with the body, to the bus name of this process unless \a more says otherwise.
@@ -55,7 +62,8 @@ public:
     /// Notes signals from now on: those of the interface, whoever sends them, or else of another process that owns the
     /// service's name.
     void watchSignals(const QString &interface = {});
-    /// The signals since the last time: "StateChanged (su) ('demo.instance1', 2)".
+    /// The signals since the last time, all that the bus has passed on to the peer by now:
+    /// "StateChanged (su) ('demo.instance1', 2)".
     QStringList takeSignals();
 
     /// Sends a signal of the object "name", a part of the service's. \a more may say "stranger", to send it from a
@@ -82,6 +90,7 @@ private:
     int send(const QString &request, QJsonObject arguments = {});
     QJsonValue wait(int id);
     QJsonValue request(const QString &name, const QJsonObject &arguments = {});
+    void flush(bool throughTheBus);
     void read();
 
     QProcess m_process;

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The peer itself: its results are complete, whatever has arrived through its pipe by then.
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingCall>
+#include <QtDBus/QDBusUnixFileDescriptor>
+#include <QtTest/QtTest>
+
+namespace {
+
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Stop = QStringLiteral("Stop (sb) ('demo.task_sync', true)");
+
+QString pathOf(const QString &interface)
+{
+    return QLatin1Char('/') + QString(interface).replace(QLatin1Char('.'), QLatin1Char('/'));
+}
+
+QDBusMessage stopCall()
+{
+    const QString interface = Root + QStringLiteral(".Tasks1");
+    QDBusMessage call = QDBusMessage::createMethodCall(Root, pathOf(interface), interface, QStringLiteral("Stop"));
+    call << QStringLiteral("demo.task_sync") << true;
+    return call;
+}
+
+} // namespace
+
+class TestServicePeer : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void repliedCallsAreReported();
+    void callsMadeBeforeABusRoundTripAreReported();
+    void killedPeerHasReportedItsCalls();
+    void signalsSentBeforeABusRoundTripAreReported();
+    void releaseWaitsForTheCall();
+
+private:
+    ServicePeer peer;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+};
+
+void TestServicePeer::repliedCallsAreReported()
+{
+    // A blocking call: the reply arrives, and the pipe is not read meanwhile.
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(bus.call(stopCall()).type(), QDBusMessage::ReplyMessage);
+        QCOMPARE(peer.calls(), QStringList(Stop));
+        QCOMPARE(bus.call(stopCall()).type(), QDBusMessage::ReplyMessage);
+        QCOMPARE(peer.takeCalls(), QStringList({Stop, Stop}));
+    }
+
+    QFile file(QStringLiteral("/dev/null"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QString interface = Root + QStringLiteral(".Intents1");
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(Root, pathOf(interface), interface, QStringLiteral("InvokeIntent"));
+    call << QStringLiteral("X")
+         << QVariantMap{{QStringLiteral("fd"), QVariant::fromValue(QDBusUnixFileDescriptor(file.handle()))}}
+         << QVariantMap();
+    QCOMPARE(bus.call(call).type(), QDBusMessage::ReplyMessage);
+    QCOMPARE(peer.descriptors(), QStringList(QStringLiteral("read: ")));
+    peer.takeCalls();
+}
+
+void TestServicePeer::callsMadeBeforeABusRoundTripAreReported()
+{
+    for (int i = 0; i < 20; ++i) {
+        bus.send(stopCall());
+        QVERIFY(peer.busRoundTrip());
+        QCOMPARE(peer.takeCalls(), QStringList(Stop));
+    }
+}
+
+void TestServicePeer::killedPeerHasReportedItsCalls()
+{
+    QCOMPARE(bus.call(stopCall()).type(), QDBusMessage::ReplyMessage);
+    peer.kill();
+    QCOMPARE(peer.takeCalls(), QStringList(Stop));
+    peer.start();
+}
+
+void TestServicePeer::signalsSentBeforeABusRoundTripAreReported()
+{
+    peer.ownServiceName(false);
+    QVERIFY(bus.registerService(Root));
+    peer.watchSignals();
+    for (int i = 0; i < 20; ++i) {
+        bus.send(QDBusMessage::createSignal(QStringLiteral("/"), QStringLiteral("com.example.Some"),
+                                            QStringLiteral("Changed"))
+                 << i);
+        QVERIFY(peer.busRoundTrip());
+        QCOMPARE(peer.takeSignals(), QStringList(QStringLiteral("Changed (i) (%1,)").arg(i)));
+    }
+    QVERIFY(bus.unregisterService(Root));
+    peer.ownServiceName(true);
+}
+
+void TestServicePeer::releaseWaitsForTheCall()
+{
+    peer.hold();
+    QDBusPendingCall call = QDBusPendingCall::fromError({});
+    QTimer::singleShot(0, this, [this, &call] { call = bus.asyncCall(stopCall()); });
+    peer.release(0, {}); // has reached the peer before the call
+    QTRY_VERIFY(call.isFinished());
+    QVERIFY(!call.isError());
+    peer.kill(); // and holds nothing any more
+    peer.start();
+}
+
+QTEST_GUILESS_MAIN(TestServicePeer)
+#include "tst_service_peer.moc"
