@@ -250,7 +250,7 @@ void TestFileSharing::nothingStaysOpen()
         send(all, all, source, true);
     }
     QVERIFY(peer.roundTrip());
-    QTRY_COMPARE(openDescriptors(), before);
+    QTRY_VERIFY(openDescriptors() <= before);
 }
 
 void TestFileSharing::outOfDescriptorsTheIntentStillGoes()

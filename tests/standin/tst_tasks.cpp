@@ -130,17 +130,18 @@ private:
         }
         return states;
     }
-    /// Waits for the states; what has been announced so far stands in \a seen.
+    /// Waits for the states, a regular expression.
     bool goesThrough(const QString &id, const QString &expected)
     {
+        const QRegularExpression pattern(QRegularExpression::anchoredPattern(expected));
         QString seen;
         const bool done = QTest::qWaitFor(
             [&] {
                 const QString more = takeStates(id);
                 seen += !more.isEmpty() && seen.endsWith(more.at(0)) ? more.mid(1) : more;
-                return seen == expected;
+                return pattern.match(seen).hasMatch();
             },
-            60000);
+            Patience);
         if (!done)
             qWarning("expected the states %s, found %s", qUtf8Printable(expected), qUtf8Printable(seen));
         return done;
@@ -291,9 +292,9 @@ void TestTasks::delayedTaskWaits()
 {
     QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
     QCOMPARE(state(QStringLiteral("long")), Waiting);
-    moveClock(3500);
+    moveClock(1800);
     QCOMPARE(state(QStringLiteral("long")), Waiting);
-    moveClock(101);
+    moveClock(1801);
     QTRY_COMPARE(state(QStringLiteral("long")), Running);
     QVERIFY(goesThrough(QStringLiteral("long"), Waiting + Running));
 }
@@ -302,12 +303,12 @@ void TestTasks::startTimeIsWaitedFor()
 {
     const QDateTime now = moveClock(0);
     QCOMPARE(start(QStringLiteral("long"),
-                   QStringLiteral("{'StartTime': <'%1'>, 'StartDelay': <60>}")
+                   QStringLiteral("{'StartTime': <'%1'>, 'StartDelay': <1800>}")
                        .arg(now.addSecs(3600).toUTC().toString(Qt::ISODate))),
              Done);
     moveClock(3600);
     QCOMPARE(state(QStringLiteral("long")), Waiting);
-    moveClock(61);
+    moveClock(1801);
     QTRY_COMPARE(state(QStringLiteral("long")), Running);
     QCOMPARE(stop(QStringLiteral("long")), Done);
     QTRY_COMPARE(state(QStringLiteral("long")), Stopped);
@@ -351,11 +352,13 @@ void TestTasks::scheduleMayNameEveryMinute()
     QCOMPARE(start(QStringLiteral("quick"),
                    QStringLiteral("{'Schedule': <{'Minutes': <[%1]>}>}").arg(minutes.join(QLatin1Char(',')))),
              Done);
+    // The stand-in's clock goes on by itself, too: a further minute may begin at any time.
+    const QString runs = QStringLiteral("(%1)+").arg(Running + Waiting);
     moveClock(60);
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Waiting));
+    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + runs));
     for (int i = 0; i < 3; ++i) {
         moveClock(60);
-        QVERIFY(goesThrough(QStringLiteral("quick"), Running + Waiting));
+        QVERIFY(goesThrough(QStringLiteral("quick"), runs));
     }
 }
 
@@ -364,10 +367,10 @@ void TestTasks::scheduleThatIsOverStops()
     const QDateTime now = moveClock(0);
     QCOMPARE(start(QStringLiteral("quick"),
                    QStringLiteral("{'Schedule': <{'Minutes': <[%1]>, 'EndDate': <'%2'>}>}")
-                       .arg(now.addSecs(120).time().minute())
-                       .arg(now.addSecs(600).toString(Qt::ISODate))),
+                       .arg(now.addSecs(1200).time().minute())
+                       .arg(now.addSecs(2400).toString(Qt::ISODate))),
              Done);
-    moveClock(180);
+    moveClock(1260);
     QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
     QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Schedule': <{'Months': <[13]>}>}")), Done);
     QCOMPARE(state(QStringLiteral("quick")), Stopped);
