@@ -16,6 +16,7 @@
 #include <bus_peer.h>
 #include <bus_value.h>
 #include <expect.h>
+#include <target.h>
 
 #include <QtCore/QMap>
 #include <QtDBus/QDBusConnection>
@@ -405,20 +406,19 @@ private:
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     BusValueReader reader(data, size);
     std::vector<Event> events;
     while (!reader.atEnd())
         events.push_back(readEvent(reader));
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS || std::any_of(events.begin(), events.end(), isUndefined))
-        return 0;
+        return;
 
     reset();
     Run run;
     for (const Event &event : events)
         run.play(event);
-    return 0;
 }
 
 #include "fuzz_bus_shapes.moc"

@@ -8,6 +8,7 @@
 #include <bus_peer.h>
 #include <bus_value.h>
 #include <expect.h>
+#include <target.h>
 #include <wire_model.h>
 
 #include <QtCore/QSocketNotifier>
@@ -118,12 +119,12 @@ bool warmUp()
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     BusValueReader reader(data, size);
     const BusValue params = paramsOf(reader);
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS)
-        return 0; // the bus would not let it pass
+        return; // the bus would not let it pass
 
     static const bool isWarm = warmUp();
     Q_UNUSED(isWarm)
@@ -131,5 +132,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     checkEcho(params);
     makeRoundTrip(); // QtDBus closes what came with a message in a thread
     expectEqual("Open descriptors", openDescriptors(), before);
-    return 0;
 }

@@ -8,6 +8,7 @@
 #include <json_input.h>
 #include <json_path_model.h>
 #include <ordinary_user.h>
+#include <target.h>
 
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
@@ -168,7 +169,7 @@ void expectDescriptor(const QDBusUnixFileDescriptor &descriptor, const QString &
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     static const QByteArray tree = makeTree();
     static const QStringList content = contentOfTree();
@@ -200,12 +201,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             expected[row.files] = row.patterns;
         const QStringList names = namesIn(source, row.patterns);
         if (names.size() > MaxFiles)
-            return 0;
+            return;
         const OrdinaryUser user;
         for (const QString &file : names) {
             const QByteArray path = QFile::encodeName(file);
             if (!isInTree(path, tree))
-                return 0;
+                return;
             if (file.contains(QChar(QChar::Null)) || !canOpen(path, row.isForWriting)) {
                 warnings.append(QStringLiteral("Failed to open file ") + quoted(file));
                 break;
@@ -243,5 +244,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             ::unlink(real.data());
     }
     expectEqual("What is in the tree", contentOfTree(), content);
-    return 0;
 }

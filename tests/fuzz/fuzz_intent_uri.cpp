@@ -4,6 +4,7 @@
 
 #include <expect.h>
 #include <json_input.h>
+#include <target.h>
 
 #include <QtCore/QUrl>
 
@@ -268,11 +269,11 @@ void checkWriting(const Intent &intent)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
     if (hasNoncharacters(input))
-        return 0; // QUrl writes half of one that is beyond U+FFFF
+        return; // QUrl writes half of one that is beyond U+FFFF
     takeWarnings();
 
     // In its normal form: of a text QUrl keeps a second number sign as it is, which a URI has not.
@@ -282,5 +283,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     checkWriting(first);
     checkWriting({input.value(QLatin1String("name")).toString(), input.value(QLatin1String("hints")).toObject(),
                   input.value(QLatin1String("params")).toObject()});
-    return 0;
 }

@@ -6,6 +6,7 @@
 #include <expect.h>
 #include <json_input.h>
 #include <json_path_model.h>
+#include <target.h>
 
 #include <QtCore/QJsonArray>
 
@@ -31,7 +32,7 @@ QJsonValue valueByElements(const QJsonObject &root, QString path)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
     const QString path = input.value(QLatin1String("path")).toString();
@@ -53,5 +54,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             expectEqual("Value at what was matched", value, expected[i].second);
     }
     expectWarnings({});
-    return 0;
 }

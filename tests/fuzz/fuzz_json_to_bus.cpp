@@ -7,6 +7,7 @@
 #include <bus_peer.h>
 #include <expect.h>
 #include <json_input.h>
+#include <target.h>
 #include <wire_model.h>
 
 #include <QtCore/QVector>
@@ -74,14 +75,14 @@ Outcome onlyOutcome()
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
     const QString name = input.value(QLatin1String("name")).toString();
     QJsonObject hints = input.value(QLatin1String("hints")).toObject();
     const QJsonObject params = input.value(QLatin1String("params")).toObject();
     if (name == QLatin1String("OpenURI") || hasNoncharacters(input))
-        return 0; // files are another target's, and sd-bus does not read U+FFFF and its like
+        return; // files are another target's, and sd-bus does not read U+FFFF and its like
     hints.remove(QStringLiteral("readFiles"));
     hints.remove(QStringLiteral("writeFiles"));
     const QStringList refusals = Fuzz::refusals(name, Place::Params) + Fuzz::refusals(hints, Place::Hints)
@@ -104,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             fail(QStringLiteral("Refused for what is not so: ") + outcome.error.message());
         expectEqual("Reply", outcome.reply, QJsonObject());
         expectWarnings({});
-        return 0;
+        return;
     }
 
     expectEqual("What arrives", memberOf(arrived.get()), QStringLiteral("InvokeIntent"));
@@ -127,5 +128,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     expectEqual("Message", outcome.error.message(), QString());
     expectEqual("Reply", toText(outcome.reply), toText(paramsWire.json));
     expectWarnings({});
-    return 0;
 }

@@ -15,6 +15,7 @@
 #include <Corvane/task_messaging.h>
 
 #include <expect.h>
+#include <target.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
@@ -261,7 +262,7 @@ private:
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     static int argumentCount = 0;
     static const auto *const application = new QCoreApplication(argumentCount, nullptr);
@@ -305,7 +306,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     if (isDeleted) {
         expectWarnings({});
-        return 0;
+        return;
     }
     if (!isOpen) {
         expectEqual("Frames that have not arrived", connection.unreceived(), 0);
@@ -313,7 +314,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         expectEqual("A piece after the end is written", connection.write("x"), false);
         expectEqual("Messages", messages, expected);
         expectWarnings({QStringLiteral("Insufficient data in the socket")});
-        return 0;
+        return;
     }
 
     for (int round = 0; round < script.rounds; ++round) {
@@ -329,5 +330,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     expectEqual("Messages at the end", messages, expected);
     takeWarnings(); // that the other end has closed
-    return 0;
 }

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What each target has in common: the options of the sanitizers and of libFuzzer, and the search for leaks.
+#include "target.h"
+
+#include "expect.h"
+
+#include <sanitizer/lsan_interface.h>
+
+#include <vector>
+
+namespace {
+
+constexpr int InputsBetweenLeakChecks = 5000;
+
+} // namespace
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): AddressSanitizer calls it by this name
+extern "C" const char *__asan_default_options()
+{
+    // Debian's Qt has no frame pointers, so that longer stacks of an allocation are mostly guesses, and cost time.
+    // max_allocation_size_mb stands for libFuzzer's malloc_limit_mb, which needs its leak detection.
+    return "malloc_context_size=4:quarantine_size_mb=32:max_allocation_size_mb=4096";
+}
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    // libFuzzer's own leak detection counts all allocations, runs an input twice where the counts differ, and gives up
+    // after a thousand such inputs. Arguments of the command line follow, and override this one.
+    static char withoutLeakChecks[] = "-detect_leaks=0";
+    static std::vector<char *> arguments(*argv, *argv + *argc);
+    arguments.insert(arguments.begin() + 1, withoutLeakChecks);
+    arguments.push_back(nullptr);
+    *argc = int(arguments.size()) - 1;
+    *argv = arguments.data();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    Fuzz::runInput(data, size);
+    static int inputs = 0;
+    if (++inputs % InputsBetweenLeakChecks == 0 && __lsan_do_recoverable_leak_check() != 0)
+        Fuzz::fail(QStringLiteral("One of the last %1 inputs leaks").arg(InputsBetweenLeakChecks));
+    return 0;
+}
