@@ -9,6 +9,7 @@
 #include <QtCore/QUrl>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -58,44 +59,99 @@ bool isUnreserved(char c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c && std::strchr("-._~", c));
 }
 
+/// The value of a hexadecimal digit; -1 for another character.
+int digitValue(uint c)
+{
+    if (c >= '0' && c <= '9')
+        return int(c - '0');
+    const uint letter = c | 0x20;
+    return letter >= 'a' && letter <= 'f' ? int(letter - 'a') + 10 : -1;
+}
+
+/// The byte that two digits give; -1 if they are no digits.
+int byteOf(uint high, uint low)
+{
+    const int highValue = digitValue(high);
+    const int lowValue = digitValue(low);
+    return highValue < 0 || lowValue < 0 ? -1 : highValue * 16 + lowValue;
+}
+
+/// The byte that is escaped there; -1 if none is.
+int escapedByte(const QString &text, int at)
+{
+    const QChar *const characters = text.constData();
+    if (at + 2 >= text.size() || characters[at] != QLatin1Char('%'))
+        return -1;
+    return byteOf(characters[at + 1].unicode(), characters[at + 2].unicode());
+}
+
+/// The same for an escape in capitals, as in the normal form of a URI.
+int escapedByte(const QByteArray &text, int at)
+{
+    const char *const bytes = text.constData();
+    if (at + 2 >= text.size() || bytes[at] != '%' || bytes[at + 1] >= 'a' || bytes[at + 2] >= 'a')
+        return -1;
+    return byteOf(std::uint8_t(bytes[at + 1]), std::uint8_t(bytes[at + 2]));
+}
+
 /// Whether each percent sign begins an escape. If not, none is taken for one.
 bool hasOnlyEscapes(const QString &text)
 {
-    const QStringList parts = text.split(QLatin1Char('%'));
-    return std::all_of(parts.begin() + 1, parts.end(), [](const QString &part) {
-        const QByteArray digits = part.left(2).toLatin1().toLower();
-        return digits.size() == 2 && QByteArray::fromHex(digits).toHex() == digits;
-    });
+    for (int at = text.indexOf(QLatin1Char('%')); at >= 0; at = text.indexOf(QLatin1Char('%'), at + 3)) {
+        if (escapedByte(text, at) < 0)
+            return false;
+    }
+    return true;
 }
 
 /// How many bytes the character takes in UTF-8 that begins with this one; 1 for what begins none beyond ASCII.
-int utf8Size(std::uint8_t first)
+int utf8Size(int first)
 {
     return 1 + int(first >= 0xc2) + int(first >= 0xe0) + int(first >= 0xf0);
+}
+
+/// The character beyond ASCII whose UTF-8 is escaped there; 0 if it is no Unicode text.
+uint escapedCharacter(const QByteArray &text, int at)
+{
+    static const uint smallest[] = {UINT_MAX, 0x80, 0x800, 0x10000};
+    const int first = escapedByte(text, at);
+    const int size = utf8Size(first);
+    uint character = uint(first) & (0x7fU >> size);
+    for (int i = 1; i < size; ++i) {
+        const int byte = escapedByte(text, at + 3 * i);
+        if (byte < 0x80 || byte >= 0xc0)
+            return 0;
+        character = character << 6 | (uint(byte) & 0x3f);
+    }
+    const bool isText = first < 0xf8 && character >= smallest[size - 1] && character <= 0x10ffff
+        && !QChar::isSurrogate(character) && !QChar::isNonCharacter(character);
+    return isText ? character : 0;
 }
 
 /// The text without its escapes, but for those of control characters, of \a kept, and of what is no Unicode text.
 QString decoded(const QByteArray &text, const char *kept)
 {
     QString result;
+    result.reserve(text.size());
     for (int at = 0; at < text.size();) {
-        if (text[at] != '%') {
+        const int first = escapedByte(text, at);
+        if (first < 0) {
             result.append(QLatin1Char(text[at++]));
-            continue;
-        }
-        const auto first = std::uint8_t(text.mid(at + 1, 2).toUInt(nullptr, 16));
-        const QByteArray escape = text.mid(at, 3 * utf8Size(first));
-        const QByteArray bytes = QByteArray::fromHex(QByteArray(escape).replace('%', ""));
-        const QString character = QString::fromUtf8('.' + bytes).mid(1); // at the start U+FEFF would be left out
-        const bool isControl = first < 0x20 || first == 0x7f;
-        const bool isText = '%' + bytes.toHex('%').toUpper() == escape && bytes.size() == utf8Size(first)
-            && character.toUtf8() == bytes && !QChar::isNonCharacter(character.toUcs4().value(0));
-        if (isControl || !isText || (first < 0x80 && std::strchr(kept, char(first)))) {
+        } else if (first < 0x80) {
+            if (first < 0x20 || first == 0x7f || std::strchr(kept, first))
+                result.append(QString::fromLatin1(text.mid(at, 3)));
+            else
+                result.append(QLatin1Char(char(first)));
+            at += 3;
+        } else if (const uint character = escapedCharacter(text, at)) {
+            if (QChar::requiresSurrogates(character))
+                result.append(QChar(QChar::highSurrogate(character))).append(QChar(QChar::lowSurrogate(character)));
+            else
+                result.append(QChar(character));
+            at += 3 * utf8Size(first);
+        } else {
             result.append(QString::fromLatin1(text.mid(at, 3)));
             at += 3;
-        } else {
-            result.append(character);
-            at += escape.size();
         }
     }
     return result;
@@ -204,34 +260,36 @@ QString modelText(const QJsonValue &value)
     return QStringLiteral("d.") + numberText(value.toDouble());
 }
 
-/// The first character of the text, which may be half of one, in UTF-8.
-QByteArray firstCharacter(const QString &text)
-{
-    const ushort unit = text[0].unicode();
-    if (!QChar::isSurrogate(unit))
-        return QString(text[0]).toUtf8();
-    if (text.size() > 1 && QChar::isHighSurrogate(unit) && text[1].isLowSurrogate())
-        return text.left(2).toUtf8();
-    const char bytes[] = {char(0xe0 | unit >> 12), char(0x80 | (unit >> 6 & 0x3f)), char(0x80 | (unit & 0x3f))};
-    return {bytes, sizeof bytes};
-}
-
 /// The text in a URI. Escapes stay, but those of characters that need none.
 QByteArray encoded(const QString &text, const char *literal)
 {
     const bool hasEscapes = hasOnlyEscapes(text);
     QByteArray result;
-    for (int at = 0; at < text.size();) {
-        const bool isEscape = hasEscapes && text[at] == QLatin1Char('%');
-        const QByteArray bytes =
-            isEscape ? QByteArray::fromHex(text.mid(at + 1, 2).toLatin1()) : firstCharacter(text.mid(at, 2));
-        for (const char byte : bytes) {
-            if (isUnreserved(byte) || (!isEscape && byte && std::strchr(literal, byte)))
-                result.append(byte);
-            else
-                result.append('%' + QByteArray(1, byte).toHex().toUpper());
+    result.reserve(3 * text.size());
+    const auto addEscaped = [&result](uint byte) {
+        constexpr char Digits[] = "0123456789ABCDEF";
+        result.append('%').append(Digits[byte >> 4]).append(Digits[byte & 0xf]);
+    };
+    for (int at = 0; at < text.size(); ++at) {
+        uint c = text[at].unicode();
+        const bool isEscape = hasEscapes && c == '%';
+        if (isEscape) {
+            c = uint(escapedByte(text, at));
+            at += 2;
+        } else if (QChar::isHighSurrogate(c) && at + 1 < text.size() && text[at + 1].isLowSurrogate()) {
+            c = QChar::surrogateToUcs4(ushort(c), text[++at].unicode());
         }
-        at += isEscape ? 3 : 1 + int(bytes.size() == 4);
+
+        if (c < 0x80 && (isUnreserved(char(c)) || (!isEscape && c != 0 && std::strchr(literal, int(c))))) {
+            result.append(char(c));
+        } else if (c < 0x80 || isEscape) {
+            addEscaped(c);
+        } else { // in UTF-8, half of a character too
+            const int size = 2 + int(c >= 0x800) + int(c >= 0x10000);
+            addEscaped((0xf00U >> size & 0xff) | c >> 6 * (size - 1));
+            for (int i = size - 2; i >= 0; --i)
+                addEscaped(0x80 | (c >> 6 * i & 0x3f));
+        }
     }
     return result;
 }
@@ -262,9 +320,10 @@ void checkWriting(const Intent &intent)
     if (written.isEmpty())
         return;
     const QUrl uri = QUrl::fromEncoded(written);
-    expectEqual("What is read of what was written", read(uri), modelRead(uri));
+    const Intent back = read(uri);
+    expectEqual("What is read of what was written", back, modelRead(uri));
     if (comesBack(intent))
-        expectEqual("What comes back", read(uri), Intent{intent.name, rounded(intent.hints), rounded(intent.params)});
+        expectEqual("What comes back", back, Intent{intent.name, rounded(intent.hints), rounded(intent.params)});
 }
 
 } // namespace
