@@ -4,6 +4,7 @@
 #include <QtCore/QDebug>
 #include <QtCore/QJsonObject>
 #include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 /// What the fuzzing targets judge with.
 namespace Fuzz {
@@ -28,8 +29,21 @@ QStringList takeWarnings();
 /// Ends the process unless these warnings, in any order, were logged since the last time.
 void expectWarnings(QStringList expected);
 
-/// What the process has open: the targets of its descriptors.
-QStringList openDescriptors();
+struct OpenDescriptor
+{
+    int number;
+    quint64 device;
+    quint64 inode;
+};
+
+bool operator==(const OpenDescriptor &a, const OpenDescriptor &b);
+QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor);
+
+/// What the process has open.
+QVector<OpenDescriptor> openDescriptors();
+
+/// A directory of this process, gone at its end; in memory if the system has a place for that.
+QString temporaryDirectory();
 
 QString toText(const QJsonObject &object);
 
