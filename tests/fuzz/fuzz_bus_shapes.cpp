@@ -58,38 +58,14 @@ struct Model
     int level = 0;
 };
 
-} // namespace
-
-/// Hears a signal that was sent after what is to have arrived.
-class Marker : public QObject
-{
-    Q_OBJECT
-public:
-    int heard = 0;
-
-public Q_SLOTS:
-    void hear() { ++heard; }
-};
-
-namespace {
-
 /// The processes on the bus: the service, and one that is not.
 struct Peers
 {
     BusPeer service;
     BusPeer stranger;
-    Marker marker;
+    QObject listener;
     QStringList lifecycleStates; ///< that the library has told
     QStringList levels; ///< the same
-
-    /// Waits until this process has got all that \a peer has sent.
-    void settle(BusPeer &peer)
-    {
-        const Message message = peer.newSignal(QStringLiteral("/"), "a.b", "Marker");
-        peer.send(message.get());
-        const int expected = marker.heard + 1;
-        runUntil([this, expected] { return marker.heard == expected; });
-    }
 
     /// Answers the next call, whose method is to be \a member.
     void answer(const char *member, const Event &event)
@@ -114,14 +90,12 @@ Peers &peers()
         startApplication();
         auto *result = new Peers;
         result->service.own(CORVANE_SERVICE_ROOT);
-        QDBusConnection::sessionBus().connect(QString(), QStringLiteral("/"), QStringLiteral("a.b"),
-                                              QStringLiteral("Marker"), &result->marker, SLOT(hear()));
-        QObject::connect(Lifecycle::instance(), &Lifecycle::stateChanged, &result->marker,
+        QObject::connect(Lifecycle::instance(), &Lifecycle::stateChanged, &result->listener,
                          [result](const QString &id, const ApplicationState &state) {
                              result->lifecycleStates.append(id + QLatin1Char(' ') + QString::number(quint32(state)));
                          });
         QObject::connect(
-            MemoryPressure::instance(), &MemoryPressure::levelChanged, &result->marker,
+            MemoryPressure::instance(), &MemoryPressure::levelChanged, &result->listener,
             [result](MemoryPressure::MemoryLevel level) { result->levels.append(QString::number(int(level))); });
         BusValue nothing;
         nothing.signature = "a{sv}";
@@ -131,7 +105,7 @@ Peers &peers()
         result->answer("GetAll", empty);
         TasksInterface::instance();
         result->answer("GetAll", empty);
-        result->settle(result->service);
+        settle(result->service);
         return result;
     }();
     return *peers;
@@ -147,7 +121,7 @@ void reset()
     const Message level = service.newSignal(Names::MemoryPressure.path(), PropertiesInterface, "PropertiesChanged");
     check(sd_bus_message_append(level.get(), "sa{sv}as", "", 1, "Level", "i", 0, 0), "write a level");
     service.send(level.get());
-    peers().settle(service);
+    settle(service);
 }
 
 Event readEvent(BusValueReader &reader)
@@ -306,7 +280,7 @@ public:
         default:
             return;
         }
-        peers().settle(event.isStrange ? peers().stranger : peers().service);
+        settle(event.isStrange ? peers().stranger : peers().service);
 
         expectEqual("Lifecycle states", peers().lifecycleStates, std::exchange(expectedLifecycleStates, {}));
         expectEqual("Task states", taskStates, std::exchange(expectedTaskStates, {}));
@@ -357,7 +331,7 @@ private:
                          });
         invoker.invoke(QStringLiteral("X"), {}, {});
         peers().answer("InvokeIntent", event);
-        peers().settle(peers().service);
+        settle(peers().service);
         expectEqual("Outcomes", outcomes, 1);
         expectEqual("Code", error.code(), isAnswer(event) ? Error::NoError : Error::Failed);
         const QJsonValue expected = isAnswer(event) ? jsonOf(event.body.front(), warnings) : QJsonObject();
@@ -420,5 +394,3 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     for (const Event &event : events)
         run.play(event);
 }
-
-#include "fuzz_bus_shapes.moc"

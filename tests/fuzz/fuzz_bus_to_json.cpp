@@ -113,7 +113,7 @@ bool warmUp()
     const std::uint8_t oneDescriptor[] = {'a', ';', 'h'};
     BusValueReader reader(oneDescriptor, sizeof oneDescriptor);
     checkEcho(paramsOf(reader));
-    makeRoundTrip();
+    settle(peer());
     return true;
 }
 
@@ -131,6 +131,6 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     const QVector<OpenDescriptor> before = openDescriptors();
     checkEcho(params);
     if (openDescriptors() != before)
-        makeRoundTrip(); // QtDBus closes what came with a message in a thread
+        settle(peer()); // QtDBus closes what came with a message in a thread
     expectEqual("Open descriptors", openDescriptors(), before);
 }

@@ -68,7 +68,7 @@ QString memberOf(sd_bus_message *message)
 Outcome onlyOutcome()
 {
     runUntil([] { return !outcomes().isEmpty(); });
-    makeRoundTrip();
+    settle(service());
     expectEqual("Number of outcomes", outcomes().size(), 1);
     return outcomes().takeFirst();
 }

@@ -2,10 +2,9 @@
 #include "bus_peer.h"
 
 #include "expect.h"
+#include "wire_model.h"
 
 #include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusPendingCallWatcher>
 
 #include <cerrno>
 #include <cstring>
@@ -57,35 +56,70 @@ QString basicText(sd_bus_message *message, char type)
     }
 }
 
-QString partText(sd_bus_message *message, char type, const char *contents)
+void addValues(QString *text, sd_bus_message *message, bool isDictionary = false, const char *separator = ", ");
+
+void addValue(QString *text, sd_bus_message *message, char type, const char *contents)
 {
-    if (!contents)
-        return basicText(message, type);
-
-    const QString signature = QString::fromLatin1(contents);
-    check(sd_bus_message_enter_container(message, type, contents), "enter a container");
-    QStringList parts;
-    char partType = 0;
-    const char *partContents = nullptr;
-    while (check(sd_bus_message_peek_type(message, &partType, &partContents), "look at a value") > 0)
-        parts.append(partText(message, partType, partContents));
-    check(sd_bus_message_exit_container(message), "leave a container");
-
-    const QString all = parts.join(QLatin1String(", "));
-    switch (type) {
-    case 'v':
-        return QLatin1Char('<') + signature + QLatin1Char(' ') + all + QLatin1Char('>');
-    case 'e':
-        return parts.join(QLatin1String(": "));
-    case 'r':
-        return QLatin1Char('(') + all + QLatin1Char(')');
-    default:
-        break;
+    if (!contents) {
+        *text += basicText(message, type);
+        return;
     }
-    if (!signature.startsWith(QLatin1Char('{')))
-        return QLatin1Char('[') + all + QLatin1Char(']');
-    parts.sort();
-    return QLatin1Char('{') + parts.join(QLatin1String(", ")) + QLatin1Char('}');
+    const QString signature = QString::fromLatin1(contents); // entering moves on
+    check(sd_bus_message_enter_container(message, type, contents), "enter a container");
+    if (type == 'v') {
+        *text += QLatin1Char('<') + signature + QLatin1Char(' ');
+        addValues(text, message);
+        *text += QLatin1Char('>');
+    } else if (type == 'e') {
+        addValues(text, message, false, ": ");
+    } else if (type == 'r') {
+        *text += QLatin1Char('(');
+        addValues(text, message);
+        *text += QLatin1Char(')');
+    } else {
+        const bool isDictionary = signature.startsWith(QLatin1Char('{'));
+        *text += isDictionary ? QLatin1Char('{') : QLatin1Char('[');
+        addValues(text, message, isDictionary);
+        *text += isDictionary ? QLatin1Char('}') : QLatin1Char(']');
+    }
+    check(sd_bus_message_exit_container(message), "leave a container");
+}
+
+void addValues(QString *text, sd_bus_message *message, bool isDictionary, const char *separator)
+{
+    QVector<int> starts;
+    char type = 0;
+    const char *contents = nullptr;
+    while (check(sd_bus_message_peek_type(message, &type, &contents), "look at a value") > 0) {
+        if (!starts.isEmpty())
+            *text += QLatin1String(separator);
+        starts.append(text->size());
+        addValue(text, message, type, contents);
+    }
+    if (isDictionary)
+        sortEntries(text, starts);
+}
+
+/// Hears a signal that was sent after what is to have arrived.
+class Marker : public QObject
+{
+    Q_OBJECT
+public:
+    int heard = 0;
+
+public Q_SLOTS:
+    void hear() { ++heard; }
+};
+
+Marker &marker()
+{
+    static auto *const marker = [] {
+        auto *result = new Marker;
+        QDBusConnection::sessionBus().connect(QString(), QStringLiteral("/"), QStringLiteral("a.b"),
+                                              QStringLiteral("Marker"), result, SLOT(hear()));
+        return result;
+    }();
+    return *marker;
 }
 
 } // namespace
@@ -149,12 +183,9 @@ void BusPeer::send(sd_bus_message *message)
 
 QString textOf(sd_bus_message *message)
 {
-    QStringList parts;
-    char type = 0;
-    const char *contents = nullptr;
-    while (check(sd_bus_message_peek_type(message, &type, &contents), "look at a value") > 0)
-        parts.append(partText(message, type, contents));
-    return parts.join(QLatin1String(", "));
+    QString text;
+    addValues(&text, message);
+    return text;
 }
 
 void startApplication()
@@ -166,14 +197,14 @@ void startApplication()
         fail(QStringLiteral("There is no session bus, or the library has lost it"));
 }
 
-void makeRoundTrip()
+void settle(BusPeer &peer)
 {
-    const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-                                       QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId"))));
-    bool isFinished = false; // in the order of the events, as the function of that name is not
-    QObject::connect(&call, &QDBusPendingCallWatcher::finished, &call, [&isFinished] { isFinished = true; });
-    runUntil([&isFinished] { return isFinished; });
+    const int expected = marker().heard + 1;
+    const Message message = peer.newSignal(QStringLiteral("/"), "a.b", "Marker");
+    peer.send(message.get());
+    runUntil([expected] { return marker().heard == expected; });
 }
 
 } // namespace Fuzz
+
+#include "bus_peer.moc"

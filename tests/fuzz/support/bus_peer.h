@@ -54,7 +54,7 @@ void runUntil(Predicate isDone)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 
-/// What was sent to the library's connection before this has been dealt with when it returns.
-void makeRoundTrip();
+/// Waits until this process has got, and dealt with, all that \a peer has sent.
+void settle(BusPeer &peer);
 
 } // namespace Fuzz

@@ -2,7 +2,6 @@
 #include "wire_model.h"
 
 #include <QtCore/QJsonArray>
-#include <QtCore/QSet>
 
 #include <algorithm>
 
@@ -10,95 +9,122 @@ namespace Fuzz {
 
 namespace {
 
-struct Part
-{
-    QString signature; ///< empty if the bus has no form for the value
-    QString text;
-    QJsonValue json;
-};
-
 class Writer
 {
 public:
+    QString text;
     QStringList warnings;
 
-    Part object(const QJsonObject &object, Place place)
+    QJsonObject object(const QJsonObject &object, Place place)
     {
-        QStringList entries;
         QJsonObject json;
+        QVector<int> entries;
+        text += QLatin1Char('{');
         for (auto member = object.begin(); member != object.end(); ++member) {
-            const Part part = value(member.value(), place);
-            if (part.signature.isEmpty())
+            const QString signature = signatureOf(member.value(), place);
+            if (signature.isEmpty())
                 continue;
-            const QString key = text(member.key());
-            entries.append(QStringLiteral("\"%1\": ").arg(key) + variant(part));
-            json.insert(key, part.json);
+            if (!entries.isEmpty())
+                text += QLatin1String(", ");
+            entries.append(text.size());
+            const QString key = arriving(member.key());
+            text += QLatin1Char('"') + key + QLatin1String("\": ");
+            json.insert(key, variant(signature, member.value(), place));
         }
-        entries.sort();
-        return {QStringLiteral("a{sv}"), QLatin1Char('{') + entries.join(QLatin1String(", ")) + QLatin1Char('}'), json};
+        sortEntries(&text, entries);
+        text += QLatin1Char('}');
+        return json;
     }
 
 private:
-    Part value(const QJsonValue &value, Place place)
+    /// Empty, with a warning, if the bus has no form for the value.
+    QString signatureOf(const QJsonValue &value, Place place)
     {
         switch (value.type()) {
         case QJsonValue::Bool:
-            return {QStringLiteral("b"), value.toBool() ? QStringLiteral("true") : QStringLiteral("false"), value};
+            return QStringLiteral("b");
         case QJsonValue::Double:
-            return {QStringLiteral("d"), QString::number(value.toDouble(), 'g', 17), value};
-        case QJsonValue::String: {
-            const QString arriving = text(value.toString());
-            return {QStringLiteral("s"), QLatin1Char('"') + arriving + QLatin1Char('"'), arriving};
+            return QStringLiteral("d");
+        case QJsonValue::String:
+            return QStringLiteral("s");
+        case QJsonValue::Object:
+            return QStringLiteral("a{sv}");
+        case QJsonValue::Array:
+            break;
+        case QJsonValue::Null:
+        case QJsonValue::Undefined:
+            warnings.append(QStringLiteral("Unknown JSON value type"));
+            return {};
         }
+        const QJsonArray array = value.toArray();
+        if (!isTyped(array, place))
+            return QStringLiteral("av");
+        if (array.first().isArray()) {
+            warnings.append(QStringLiteral("JSON array of arrays are not supported"));
+            return {};
+        }
+        const QString element = signatureOf(array.first(), place);
+        return element.isEmpty() ? element : QLatin1Char('a') + element;
+    }
+
+    QJsonValue value(const QJsonValue &value, Place place)
+    {
+        switch (value.type()) {
+        case QJsonValue::Bool:
+            text += value.toBool() ? QLatin1String("true") : QLatin1String("false");
+            return value;
+        case QJsonValue::Double:
+            text += QString::number(value.toDouble(), 'g', 17);
+            return value;
         case QJsonValue::Array:
             return array(value.toArray(), place);
         case QJsonValue::Object:
             return object(value.toObject(), place);
-        case QJsonValue::Null:
-        case QJsonValue::Undefined:
+        default:
             break;
         }
-        warnings.append(QStringLiteral("Unknown JSON value type"));
-        return {};
+        const QString string = arriving(value.toString());
+        text += QLatin1Char('"') + string + QLatin1Char('"');
+        return string;
     }
 
-    Part array(const QJsonArray &array, Place place)
+    QJsonArray array(const QJsonArray &array, Place place)
     {
-        QSet<int> types;
-        for (const auto &element : array)
-            types.insert(int(element.type()));
-        const bool isTyped = types.size() == 1 && place != Place::Mixed;
-        if (isTyped && types.contains(QJsonValue::Array)) {
-            warnings.append(QStringLiteral("JSON array of arrays are not supported"));
-            return {};
-        }
-        if (isTyped && types.contains(QJsonValue::Null)) {
-            warnings.append(QStringLiteral("Unknown JSON value type"));
-            return {};
-        }
-        const bool isPlain = !isTyped || (types.contains(QJsonValue::Object) && place == Place::Hints);
-        QString signature = QStringLiteral("av");
-        QStringList texts;
+        const bool typed = isTyped(array, place);
+        const bool isPlain = !typed || (array.first().isObject() && place == Place::Hints);
+        const Place inside = isPlain ? Place::Mixed : place;
         QJsonArray json;
+        text += QLatin1Char('[');
         for (const auto &element : array) {
-            const Part part = value(element, isPlain ? Place::Mixed : place);
-            if (part.signature.isEmpty())
+            const QString signature = signatureOf(element, inside);
+            if (signature.isEmpty())
                 continue;
-            if (isTyped)
-                signature = QLatin1Char('a') + part.signature;
-            texts.append(isTyped ? part.text : variant(part));
-            json.append(part.json);
+            if (!json.isEmpty())
+                text += QLatin1String(", ");
+            json.append(typed ? value(element, inside) : variant(signature, element, inside));
         }
-        return {signature, QLatin1Char('[') + texts.join(QLatin1String(", ")) + QLatin1Char(']'), json};
+        text += QLatin1Char(']');
+        return json;
+    }
+
+    QJsonValue variant(const QString &signature, const QJsonValue &content, Place place)
+    {
+        text += QLatin1Char('<') + signature + QLatin1Char(' ');
+        const QJsonValue json = value(content, place);
+        text += QLatin1Char('>');
+        return json;
+    }
+
+    static bool isTyped(const QJsonArray &array, Place place)
+    {
+        const QJsonValue::Type type = array.first().type();
+        return place != Place::Mixed && !array.isEmpty()
+            && std::all_of(array.begin(), array.end(),
+                           [type](const QJsonValue &value) { return value.type() == type; });
     }
 
     /// What arrives of a text: UTF-8 has no lone surrogates.
-    static QString text(const QString &text) { return QString::fromUtf8(text.toUtf8()); }
-
-    static QString variant(const Part &part)
-    {
-        return QLatin1Char('<') + part.signature + QLatin1Char(' ') + part.text + QLatin1Char('>');
-    }
+    static QString arriving(const QString &string) { return QString::fromUtf8(string.toUtf8()); }
 };
 
 /// How deep the value nests, whatever is left out of it, and whether U+0000 is in it.
@@ -130,11 +156,31 @@ int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
 
 } // namespace
 
+void sortEntries(QString *text, const QVector<int> &starts)
+{
+    constexpr int SeparatorSize = 2;
+    const auto entry = [&](int i) {
+        const int end = i + 1 < starts.size() ? starts[i + 1] - SeparatorSize : text->size();
+        return text->midRef(starts[i], end - starts[i]);
+    };
+    bool isSorted = true;
+    for (int i = 1; i < starts.size() && isSorted; ++i)
+        isSorted = entry(i - 1) <= entry(i);
+    if (isSorted)
+        return;
+    QStringList entries;
+    for (int i = 0; i < starts.size(); ++i)
+        entries.append(entry(i).toString());
+    entries.sort();
+    text->truncate(starts.first());
+    text->append(entries.join(QLatin1String(", ")));
+}
+
 Wire wireOf(const QJsonObject &object, Place place)
 {
     Writer writer;
-    const Part part = writer.object(object, place);
-    return {part.text, part.json.toObject(), writer.warnings};
+    const QJsonObject json = writer.object(object, place);
+    return {writer.text, json, writer.warnings};
 }
 
 QStringList refusals(const QJsonValue &value, Place place)

@@ -3,6 +3,7 @@
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 namespace Fuzz {
 
@@ -20,6 +21,9 @@ struct Wire
     QJsonObject json; ///< what is read from it again
     QStringList warnings; ///< about what is left out
 };
+
+/// Sorts the entries of a dictionary, which begin at \a starts, are separated by ", ", and end with the text.
+void sortEntries(QString *text, const QVector<int> &starts);
 
 Wire wireOf(const QJsonObject &object, Place place);
 
