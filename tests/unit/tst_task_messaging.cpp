@@ -368,6 +368,8 @@ void TestTaskMessaging::sendingUnconnectedIsRefused()
     QCOMPARE(log->takeWarnings(),
              QStringList(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(const "
                                         "QJsonObject&) not connected")));
+    QVERIFY2(log->lastFunction().startsWith(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(")),
+             qUtf8Printable(log->lastFunction()));
 }
 
 void TestTaskMessaging::applicationLearnsThatTheTaskHasGone()

@@ -116,7 +116,8 @@ TaskMessaging::State TaskMessagingPrivate::state() const
 bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
 {
     if (state() != TaskMessaging::Connected) {
-        qWarning() << Q_FUNC_INFO << "not connected";
+        // Not Q_FUNC_INFO, which compilers spell in different ways.
+        qWarning() << "bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) not connected";
         return false;
     }
     // In one piece: the reader gives up on a frame whose length arrives without the rest.
