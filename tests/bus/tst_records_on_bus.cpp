@@ -23,11 +23,17 @@ private Q_SLOTS:
     void runningApplication();
     void runningService();
     void emptyVector();
+    void vectorIsClearedFirst();
     void nestedValuesStayArguments();
 
 private:
     template<typename T>
-    T echoed(const T &value, const char *signature);
+    QDBusArgument argument(const T &value, const char *signature);
+    template<typename T>
+    T echoed(const T &value, const char *signature)
+    {
+        return qdbus_cast<T>(argument(value, signature));
+    }
 
     ServicePeer peer;
     const QVariantMap properties{{QStringLiteral("p"), 7}};
@@ -40,7 +46,7 @@ void TestRecordsOnBus::initTestCase()
 
 /// What comes back of the value, whose D-Bus type has to be \a signature, when the peer sends it back.
 template<typename T>
-T TestRecordsOnBus::echoed(const T &value, const char *signature)
+QDBusArgument TestRecordsOnBus::argument(const T &value, const char *signature)
 {
     const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
     QDBusMessage call = QDBusMessage::createMethodCall(
@@ -52,10 +58,10 @@ T TestRecordsOnBus::echoed(const T &value, const char *signature)
         QTest::qFail(qUtf8Printable(reply.error().message()), __FILE__, __LINE__);
         return {};
     }
-    const auto argument = reply.value().variant().template value<QDBusArgument>();
-    if (argument.currentSignature() != QLatin1String(signature))
-        QTest::qFail(qUtf8Printable(argument.currentSignature()), __FILE__, __LINE__);
-    return qdbus_cast<T>(argument);
+    const auto result = reply.value().variant().template value<QDBusArgument>();
+    if (result.currentSignature() != QLatin1String(signature))
+        QTest::qFail(qUtf8Printable(result.currentSignature()), __FILE__, __LINE__);
+    return result;
 }
 
 void TestRecordsOnBus::taskState()
@@ -119,6 +125,23 @@ void TestRecordsOnBus::runningService()
 void TestRecordsOnBus::emptyVector()
 {
     QVERIFY(echoed(QVector<TaskState>(), "a(sua{sv})").isEmpty());
+}
+
+void TestRecordsOnBus::vectorIsClearedFirst()
+{
+    const QVector<TaskState> sent{{QStringLiteral("new"), 1, {}}};
+    QVector<TaskState> read{{QStringLiteral("old"), 2, properties}, {QStringLiteral("older"), 3, {}}};
+    const QDBusArgument source = argument(sent, "a(sua{sv})");
+    QCOMPARE(&(source >> read), &source);
+    QCOMPARE(read.size(), 1);
+    QCOMPARE(read[0].taskId, QStringLiteral("new"));
+
+    TaskState state{QStringLiteral("old"), 2, properties};
+    const QDBusArgument single = argument(sent[0], "(sua{sv})");
+    QCOMPARE(&(single >> state), &single);
+    QCOMPARE(state.taskId, QStringLiteral("new"));
+    QCOMPARE(state.state, 1U);
+    QCOMPARE(state.properties, QVariantMap());
 }
 
 void TestRecordsOnBus::nestedValuesStayArguments()

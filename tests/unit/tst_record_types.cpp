@@ -6,6 +6,11 @@
 #include <QtDBus/QDBusMetaType>
 #include <QtTest/QtTest>
 
+#include <functional>
+#include <type_traits>
+
+Q_DECLARE_METATYPE(std::function<void(QDBusArgument &)>)
+
 using namespace Corvane;
 
 class TestRecordTypes : public QObject
@@ -19,6 +24,9 @@ private Q_SLOTS:
     void applicationStateIsAnEnumerationOfFourBytes();
     void signatures_data();
     void signatures();
+    void recordsWriteIntoAnyArgument_data();
+    void recordsWriteIntoAnyArgument();
+    void applicationStateHasNoFormOnTheBus();
     void registeringAgainChangesNothing();
 };
 
@@ -98,6 +106,55 @@ void TestRecordTypes::signatures()
     QFETCH(QByteArray, signature);
 
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(type)), signature);
+}
+
+void TestRecordTypes::recordsWriteIntoAnyArgument_data()
+{
+    QTest::addColumn<std::function<void(QDBusArgument &)>>("write");
+    QTest::addColumn<QString>("signature");
+
+    const auto row = [](const auto &record, const char *signature) {
+        const auto vector = QVector<std::decay_t<decltype(record)>>{record, record};
+        const std::function<void(QDBusArgument &)> writeRecord = [record](QDBusArgument &argument) {
+            QCOMPARE(&(argument << record), &argument);
+        };
+        const std::function<void(QDBusArgument &)> writeVector = [vector](QDBusArgument &argument) {
+            QCOMPARE(&(argument << vector), &argument);
+        };
+        QTest::addRow("%s", signature) << writeRecord << QString::fromLatin1(signature);
+        QTest::addRow("vector of %s", signature) << writeVector << QLatin1Char('a') + QString::fromLatin1(signature);
+    };
+    const QString text = QStringLiteral("a");
+    const QVariantMap properties{{text, 1}, {QStringLiteral("b"), QVariantMap{{text, text}}}};
+    row(TaskState{text, 2, properties}, "(sua{sv})");
+    row(AvailableTask{text, properties}, "(sa{sv})");
+    row(ActiveTask{text, -1, properties}, "(sia{sv})");
+    row(RunningApplication{text, -1, ApplicationState(1), ApplicationState(2), properties}, "(siuua{sv})");
+    row(RunningService{text, text, -1, ApplicationState(1), properties}, "(ssiua{sv})");
+}
+
+void TestRecordTypes::recordsWriteIntoAnyArgument()
+{
+    using Write = std::function<void(QDBusArgument &)>;
+    QFETCH(Write, write);
+    QFETCH(QString, signature);
+
+    QDBusArgument alone;
+    write(alone);
+    QCOMPARE(alone.currentSignature(), signature);
+
+    QDBusArgument within;
+    within.beginStructure();
+    write(within);
+    within << QStringLiteral("after");
+    write(within);
+    within.endStructure();
+    QCOMPARE(within.currentSignature(), QStringLiteral("(%1s%1)").arg(signature));
+}
+
+void TestRecordTypes::applicationStateHasNoFormOnTheBus()
+{
+    QVERIFY(!QDBusMetaType::typeToSignature(QMetaType::type("ApplicationState")));
 }
 
 void TestRecordTypes::registeringAgainChangesNothing()

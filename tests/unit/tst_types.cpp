@@ -76,6 +76,10 @@ void TestTypes::convertsArrays_data()
     row(R"([1, [2, 3], {"a": [4]}])",
         "QVariantList{double 1,QVariantList{double 2,double 3},QVariantMap{a:QVariantList{double 4}}}");
     row("[1, null]", "QVariantList{double 1,std::nullptr_t}");
+    row("[null, 1]", "QVariantList{std::nullptr_t,double 1}");
+    row("[[1], 1]", "QVariantList{QVariantList{double 1},double 1}");
+    row("[1, 2, 3, [true]]", "QVariantList{double 1,double 2,double 3,QVariantList{bool true}}");
+    row("[[], []]", "", {ArrayOfArrays});
     row("[[1], [2]]", "", {ArrayOfArrays});
     row("[null]", "", {UnknownType});
     row("[null, null]", "", {UnknownType});
@@ -92,6 +96,8 @@ void TestTypes::convertsArrays()
     QCOMPARE(variant.isValid(), !expected.isEmpty());
     QCOMPARE(described(variant), expected);
     QCOMPARE(log.takeWarnings(), warnings);
+    QCOMPARE(variant.value<QVariantList>().size(), // Qt knows what kind of list it is
+             variant.isValid() ? QJsonDocument::fromJson(json).array().size() : 0);
 }
 
 void TestTypes::convertsObjects_data()
@@ -110,6 +116,8 @@ void TestTypes::convertsObjects_data()
     row(R"({"z": null})", "QVariantMap{z:std::nullptr_t}");
     row(R"({"a": [[1]], "b": 2})", "QVariantMap{a:,b:double 2}", {ArrayOfArrays});
     row(R"({"a": {"b": [null]}})", "QVariantMap{a:QVariantMap{b:}}", {UnknownType});
+    row(R"({"a": [null], "b": [[]]})", "QVariantMap{a:,b:}", {UnknownType, ArrayOfArrays});
+    row(R"({"o": {}, "p": []})", "QVariantMap{o:QVariantMap{},p:QVariantList{}}");
 }
 
 void TestTypes::convertsObjects()
