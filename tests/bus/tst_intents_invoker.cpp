@@ -34,6 +34,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void sendsNameHintsAndParams();
+    void callsGoToTheIntentsObject();
     void callsTimeOutAfter86Seconds();
     void deliversTheReply_data();
     void deliversTheReply();
@@ -46,6 +47,9 @@ private Q_SLOTS:
     void manyCallsInFlightAreAllAnswered();
     void absentServiceIsAnError();
     void serviceThatVanishesFailsItsCalls();
+    void invokerBelongsToItsParent();
+    void callsInFlightBelongToThePrivateObject();
+    void bothSignalsAreTheSame();
     void invokerMayBeDeletedInItsSlot();
     void invokerMayBeDeletedInItsSlotWhenRefused();
     void deletedInvokerDeliversNothing();
@@ -78,6 +82,20 @@ void TestIntentsInvoker::sendsNameHintsAndParams()
     QTRY_COMPARE(peer.calls(),
                  QStringList({invocation(QStringLiteral("'X', {'h': <1.0>}, {'p': <'q'>}")),
                               invocation(QStringLiteral("'', @a{sv} {}, @a{sv} {}"))}));
+}
+
+void TestIntentsInvoker::callsGoToTheIntentsObject()
+{
+    const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
+    const IntentsInterface interface;
+    QCOMPARE(interface.service(), root);
+    QCOMPARE(interface.path(),
+             QLatin1Char('/') + QString(root).replace(QLatin1Char('.'), QLatin1Char('/'))
+                 + QStringLiteral("/Intents1"));
+    QCOMPARE(interface.interface(), root + QStringLiteral(".Intents1"));
+    QCOMPARE(interface.connection().name(), QDBusConnection::sessionBus().name());
+    QVERIFY(!interface.parent());
+    QVERIFY(!IntentsInvokerPrivate().parent());
 }
 
 void TestIntentsInvoker::callsTimeOutAfter86Seconds()
@@ -275,6 +293,38 @@ void TestIntentsInvoker::serviceThatVanishesFailsItsCalls()
     invoker.invoke(QStringLiteral("X"), {}, {});
     QTRY_COMPARE(replies.all.size(), 4);
     QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+}
+
+void TestIntentsInvoker::invokerBelongsToItsParent()
+{
+    auto parent = std::make_unique<QObject>();
+    const QPointer<IntentsInvoker> invoker = new IntentsInvoker(parent.get());
+    QCOMPARE(invoker->parent(), parent.get());
+    parent.reset();
+    QVERIFY(!invoker);
+}
+
+void TestIntentsInvoker::callsInFlightBelongToThePrivateObject()
+{
+    IntentsInvokerPrivate invoker;
+    int delivered = 0;
+    connect(&invoker, &IntentsInvokerPrivate::replyReceived, this, [&delivered] { ++delivered; });
+    for (int i = 0; i < 3; ++i)
+        invoker.invoke(QStringLiteral("X"), {}, {});
+    QCOMPARE(invoker.findChildren<QDBusPendingCallWatcher *>(QString(), Qt::FindDirectChildrenOnly).size(), 3);
+    QTRY_COMPARE(delivered, 3);
+    QTRY_VERIFY(invoker.findChildren<QDBusPendingCallWatcher *>().isEmpty());
+}
+
+void TestIntentsInvoker::bothSignalsAreTheSame()
+{
+    for (const QMetaObject *type : {&IntentsInvoker::staticMetaObject, &IntentsInvokerPrivate::staticMetaObject}) {
+        QCOMPARE(type->methodCount() - type->methodOffset(), 1);
+        const QMetaMethod signal = type->method(type->methodOffset());
+        QCOMPARE(signal.methodType(), QMetaMethod::Signal);
+        QCOMPARE(signal.methodSignature(), QByteArray("replyReceived(QJsonObject,Corvane::Error)"));
+        QCOMPARE(signal.parameterNames(), QList<QByteArray>({"reply", "error"}));
+    }
 }
 
 void TestIntentsInvoker::invokerMayBeDeletedInItsSlot()
