@@ -8,6 +8,7 @@
 #include <service_peer.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QProcess>
 #include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 
@@ -73,6 +74,7 @@ private Q_SLOTS:
     void replyMayComeLater();
     void repliesMayComeInAnyOrder();
     void secondReplyIsDropped();
+    void secondReplyIsSentAllTheSame();
     void handlerThatDropsItsReplyLeavesTheCallerWaiting();
     void unknownIntentIsAnError();
     void unregisteredIntentIsAnError();
@@ -161,6 +163,34 @@ void TestIntentHandler::secondReplyIsDropped()
     QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
     QVERIFY(peer.roundTrip()); // the bus has seen the second one, and lets us live
     QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+}
+
+void TestIntentHandler::secondReplyIsSentAllTheSame()
+{
+    QProcess monitor;
+    monitor.start(
+        QStringLiteral("dbus-monitor"),
+        {QStringLiteral("type='method_return',sender='%1'").arg(QDBusConnection::sessionBus().baseService())});
+    QByteArray seen;
+    connect(&monitor, &QProcess::readyRead, this, [&monitor, &seen] { seen += monitor.readAll(); });
+    QTRY_VERIFY(seen.contains("member=NameLost")); // it has become a monitor
+
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
+        reply({{QStringLiteral("n"), 1}});
+        reply({{QStringLiteral("n"), 2}});
+    });
+    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+    QTRY_VERIFY(seen.contains("double 2"));
+    const QByteArrayList lines = seen.split('\n');
+    QByteArrayList answered; // the calls' numbers
+    for (const QByteArray &line : lines) {
+        if (line.startsWith("method return "))
+            answered << line.mid(line.indexOf(" reply_serial="));
+    }
+    QCOMPARE(answered.size(), 2);
+    QCOMPARE(answered[0], answered[1]);
+    monitor.kill();
+    QVERIFY(monitor.waitForFinished());
 }
 
 void TestIntentHandler::handlerThatDropsItsReplyLeavesTheCallerWaiting()
