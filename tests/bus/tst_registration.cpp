@@ -11,6 +11,8 @@
 #include <QtCore/QProcess>
 #include <QtTest/QtTest>
 
+#include <cstdlib>
+
 using namespace Corvane;
 
 namespace {
@@ -68,7 +70,8 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--make") == 0) {
         make(argv[2]);
-        return QMetaType::isRegistered(QMetaType::type("TaskState")) ? 1 : 0;
+        // At once: Qt leaks its connection when it ends while a proxy that is never deleted still uses it.
+        std::_Exit(QMetaType::isRegistered(QMetaType::type("TaskState")) ? 1 : 0);
     }
     TestRegistration test;
     return QTest::qExec(&test, argc, argv);
