@@ -13,6 +13,9 @@
 #include <QtTest/QtTest>
 
 #include <optional>
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace {
 
@@ -402,6 +405,9 @@ void TestJsonOperators::writesAVariant()
 
 void TestJsonOperators::messageWithAValueIsNotSent()
 {
+#ifdef __SANITIZE_ADDRESS__
+    const __lsan::ScopedDisabler disabler; // Qt leaks the containers around a variant that it does not marshal
+#endif
     for (const char *json : {"null", "true", "1", "\"x\"", "[1]", "[]", "{\"a\": 1}"}) {
         const QVariant value = QVariant::fromValue(fromJson(json));
         for (const QVariant &argument : {value, QVariant(QVariantMap{{QStringLiteral("k"), value}}),
@@ -467,6 +473,7 @@ void TestJsonOperators::readsInto()
     argument.beginStructure();
     QJsonValue value = QStringLiteral("old");
     QCOMPARE(&(argument >> value), &argument);
+    argument.endStructure();
     QCOMPARE(toJson(value), result);
     if (unsupported.isEmpty())
         return;

@@ -17,6 +17,7 @@ class TestMetaTypes : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
+    void cleanupTestCase();
     void argumentsOfAllSignalsAreRegistered();
     void registeringAgainChangesNothing();
     void queuedSignalsArriveByText();
@@ -32,6 +33,12 @@ void TestMetaTypes::initTestCase()
 {
     Corvane::registerMetaTypes();
     peer.answer(QStringLiteral("(@a{sv} {},)"), QStringLiteral("GetAll"));
+}
+
+/// The replies to what the singletons have asked arrive before the process ends.
+void TestMetaTypes::cleanupTestCase()
+{
+    QVERIFY(peer.roundTrip());
 }
 
 void TestMetaTypes::argumentsOfAllSignalsAreRegistered()

@@ -12,6 +12,7 @@ class TestSignals : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
+    void cleanupTestCase();
     void classesRegisterNoStates();
     void signalsConnectByText();
     void signalsConnectByPointer();
@@ -24,6 +25,12 @@ private:
 void TestSignals::initTestCase()
 {
     peer.answer(QStringLiteral("(@a{sv} {},)"), QStringLiteral("GetAll"));
+}
+
+/// The replies to what the singletons have asked arrive before the process ends.
+void TestSignals::cleanupTestCase()
+{
+    QVERIFY(peer.roundTrip());
 }
 
 void TestSignals::classesRegisterNoStates()
