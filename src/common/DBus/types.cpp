@@ -70,8 +70,8 @@ bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonV
     return false;
 }
 
-/// Writes the value in the types of the bus. Not by appendVariant(): into an argument that stands alone, Qt writes a
-/// registered type through a second reference, and so into a copy.
+/// Writes what MessageMeter has converted. appendVariant() would write a registered type through a second reference,
+/// and an argument that stands alone detaches from that.
 void write(QDBusArgument &arg, const QVariant &converted)
 {
     const int type = converted.userType();
@@ -187,14 +187,14 @@ void demarshall(const QDBusArgument &arg, void *value)
     arg >> *static_cast<Type *>(value);
 }
 
-/// Within a variant an array has the signature of an empty one, which Qt has asked for once.
+/// Writes each array as av: Qt takes the signature of the type, which a variant has to match, from an empty array.
 void marshallArray(QDBusArgument &arg, const void *value)
 {
     arg << MessageMeter::converted(*static_cast<const QJsonArray *>(value)).value<QVariantList>();
 }
 
-/// A value of any type has no signature to go by. Qt does not survive one that it cannot ask for, and does not send
-/// what holds an invalid variant.
+/// Has Qt refuse the message. A value can have any signature, and Qt crashes on a type without one: so the type is av,
+/// and the variant in it is invalid.
 void marshallValue(QDBusArgument &arg, const void *)
 {
     arg.beginArray(qMetaTypeId<QDBusVariant>());
@@ -373,8 +373,8 @@ bool isJson(int type)
     return type == QMetaType::QJsonValue || type == QMetaType::QJsonArray || type == QMetaType::QJsonObject;
 }
 
-/// A container of JSON as one of variants; invalid for anything else. Qt would give each element the signature of its
-/// type, and JSON has none of its own.
+/// Converts a container of JSON to one of variants; returns an invalid variant for anything else. Qt would write each
+/// element with the one signature of its type.
 QVariant jsonAsVariants(const QVariant &container)
 {
     if (container.canConvert<QVariantList>()) {
