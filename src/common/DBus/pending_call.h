@@ -13,8 +13,7 @@ template<typename Handler>
 void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
 {
     auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, owner);
-    if (call.isFinished()) { // without a bus its watcher would stay silent for ever, otherwise take two turns of the
-                             // loop
+    if (call.isFinished()) { // the watcher would emit a turn of the event loop late, or, without a bus, never
         QMetaObject::invokeMethod(
             owner, [call, handler] { handler(call); }, Qt::QueuedConnection);
         return;
