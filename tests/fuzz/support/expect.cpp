@@ -75,24 +75,26 @@ QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor)
     return debug << QStringLiteral("%1 (inode %2)").arg(QFileInfo(link).symLinkTarget()).arg(descriptor.inode);
 }
 
-QVector<OpenDescriptor> openDescriptors()
+QVector<OpenDescriptor> openDescriptors(int end)
 {
     // One call asks about all, for a fraction of what a directory of /proc takes. The lowest free number is given out
     // first, so that what stays open is among these.
     static std::vector<pollfd> asked = [] {
         rlimit limit = {};
         ::getrlimit(RLIMIT_NOFILE, &limit);
-        std::vector<pollfd> all(std::min<std::size_t>(limit.rlim_cur, 512));
+        std::vector<pollfd> all(std::min<std::size_t>(limit.rlim_cur, MaxDescriptorsAsked));
         for (std::size_t i = 0; i < all.size(); ++i)
             all[i].fd = int(i);
         return all;
     }();
-    while (::poll(asked.data(), asked.size(), 0) < 0) {
+    const std::size_t count = std::min(asked.size(), std::size_t(end));
+    while (::poll(asked.data(), count, 0) < 0) {
         if (errno != EINTR)
             fail(QStringLiteral("Cannot ask what is open: ") + qt_error_string(errno));
     }
     QVector<OpenDescriptor> open;
-    for (const pollfd &descriptor : asked) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const pollfd &descriptor = asked[i];
         struct stat status = {};
         if ((descriptor.revents & POLLNVAL) == 0 && ::fstat(descriptor.fd, &status) == 0)
             open.append({descriptor.fd, status.st_dev, status.st_ino});

@@ -39,8 +39,10 @@ struct OpenDescriptor
 bool operator==(const OpenDescriptor &a, const OpenDescriptor &b);
 QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor);
 
-/// What the process has open.
-QVector<OpenDescriptor> openDescriptors();
+constexpr int MaxDescriptorsAsked = 512;
+
+/// What the process has open, of the numbers below \a end.
+QVector<OpenDescriptor> openDescriptors(int end = MaxDescriptorsAsked);
 
 /// A directory of this process, gone at its end; in memory if the system has a place for that.
 QString temporaryDirectory();
