@@ -280,7 +280,8 @@ public:
         default:
             return;
         }
-        settle(event.isStrange ? peers().stranger : peers().service);
+        if (event.kind != 'I') // which has been waited for
+            settle(event.isStrange ? peers().stranger : peers().service);
 
         expectEqual("Lifecycle states", peers().lifecycleStates, std::exchange(expectedLifecycleStates, {}));
         expectEqual("Task states", taskStates, std::exchange(expectedTaskStates, {}));
@@ -302,6 +303,9 @@ public:
         for (int i = 0; i < warnings.size(); ++i)
             expectEqual("Warning", warnings[i].left(expectedWarnings[i].size()), expectedWarnings[i]);
     }
+
+    /// Whether the service has told no tasks and no pressure, or taken them back.
+    bool leavesNothing() const { return sharedModel.states.isEmpty() && sharedModel.level == 0; }
 
 private:
     static void send(const Event &event, const QString &path, const char *interface, const char *member)
@@ -389,8 +393,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS || std::any_of(events.begin(), events.end(), isUndefined))
         return;
 
-    reset();
+    static bool isReset = false;
+    if (!isReset)
+        reset();
     Run run;
     for (const Event &event : events)
         run.play(event);
+    isReset = run.leavesNothing();
 }
