@@ -18,11 +18,17 @@ using namespace Fuzz;
 
 namespace {
 
-/// What the handler got.
-QJsonObject &handled()
+/// What the handler got, and whether it was called.
+struct Handled
 {
-    static QJsonObject params;
-    return params;
+    QJsonObject params;
+    bool isCalled = false;
+};
+
+Handled &handled()
+{
+    static Handled handled;
+    return handled;
 }
 
 BusPeer &peer()
@@ -38,7 +44,7 @@ void startHandler()
         qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance1");
         auto *dispatcher = RuntimeDispatcher::instance();
         dispatcher->registerIntent(QStringLiteral("Echo"), [](const QJsonObject &params, const auto &reply) {
-            handled() = params;
+            handled() = {params, true};
             reply(params);
         });
         return !dispatcher->startService();
@@ -68,14 +74,17 @@ void checkEcho(const BusValue &params)
     check(sd_bus_flush(peer().bus), "flush");
 
     static const QSocketNotifier wakesEventLoop(sd_bus_get_fd(peer().bus), QSocketNotifier::Read);
-    runUntil([&answer] {
+    const auto readsAnswer = [&answer] {
         while (!answer && check(sd_bus_process(peer().bus, nullptr), "read from the bus") > 0) { }
         return answer != nullptr;
-    });
+    };
+    runUntil([&] { return handled().isCalled || readsAnswer(); });
+    while (!readsAnswer())
+        peer().wait();
 
     QStringList warnings;
     const QJsonObject expected = jsonOf(params, &warnings).toObject();
-    expectEqual("Params", toText(handled()), toText(expected));
+    expectEqual("Params", toText(handled().params), toText(expected));
 
     const Wire echo = wireOf(expected, Place::Params);
     const QStringList refusals = Fuzz::refusals(expected, Place::Params);
@@ -106,15 +115,15 @@ BusValue paramsOf(BusValueReader &reader)
     return params;
 }
 
-/// Has everything made that is made once.
-bool warmUp()
+/// Has everything made that is made once, and tells what is open then.
+QVector<OpenDescriptor> warmUp()
 {
     startHandler();
     const std::uint8_t oneDescriptor[] = {'a', ';', 'h'};
     BusValueReader reader(oneDescriptor, sizeof oneDescriptor);
     checkEcho(paramsOf(reader));
     settle(peer());
-    return true;
+    return openDescriptors();
 }
 
 } // namespace
@@ -126,11 +135,10 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS)
         return; // the bus would not let it pass
 
-    static const bool isWarm = warmUp();
-    Q_UNUSED(isWarm)
-    const QVector<OpenDescriptor> before = openDescriptors();
+    static const QVector<OpenDescriptor> before = warmUp();
     checkEcho(params);
-    if (openDescriptors() != before)
-        settle(peer()); // QtDBus closes what came with a message in a thread
+    if (openDescriptors() == before)
+        return;
+    settle(peer()); // QtDBus closes what came with a message in a thread
     expectEqual("Open descriptors", openDescriptors(), before);
 }

@@ -88,12 +88,15 @@ void addValue(QString *text, sd_bus_message *message, char type, const char *con
 void addValues(QString *text, sd_bus_message *message, bool isDictionary, const char *separator)
 {
     QVector<int> starts;
+    bool isFirst = true;
     char type = 0;
     const char *contents = nullptr;
     while (check(sd_bus_message_peek_type(message, &type, &contents), "look at a value") > 0) {
-        if (!starts.isEmpty())
+        if (!isFirst)
             *text += QLatin1String(separator);
-        starts.append(text->size());
+        isFirst = false;
+        if (isDictionary)
+            starts.append(text->size());
         addValue(text, message, type, contents);
     }
     if (isDictionary)
@@ -160,12 +163,17 @@ Message BusPeer::next()
         }
         if (processed > 0)
             continue;
-        const int waited = sd_bus_wait(bus, Patience);
-        if (waited == 0)
-            fail(QStringLiteral("Nothing arrived at the peer"));
-        if (waited != -EINTR) // libFuzzer looks at the time by a signal
-            check(waited, "wait for the bus");
+        wait();
     }
+}
+
+void BusPeer::wait()
+{
+    const int waited = sd_bus_wait(bus, Patience);
+    if (waited == 0)
+        fail(QStringLiteral("Nothing arrived at the peer"));
+    if (waited != -EINTR) // libFuzzer looks at the time by a signal
+        check(waited, "wait for the bus");
 }
 
 Message BusPeer::newSignal(const QString &path, const char *interface, const char *member)

@@ -33,6 +33,8 @@ public:
 
     /// Waits for the next message that does not come from the bus itself. None for ten seconds ends the process.
     Message next();
+    /// Waits for something to read, as long.
+    void wait();
     Message newSignal(const QString &path, const char *interface, const char *member);
     void send(sd_bus_message *message);
 
