@@ -58,6 +58,8 @@ QString textOf(const QByteArray &bytes)
 /// What sd-bus takes of the bytes as a text: no U+0000, U+FFFF and its like.
 QByteArray busText(const QByteArray &bytes)
 {
+    if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return c > 0 && c < 0x7f; }))
+        return bytes;
     QVector<uint> characters = QString::fromUtf8(bytes).toUcs4();
     const auto isRefused = [](uint c) { return c == 0 || QChar::isNonCharacter(c); };
     characters.erase(std::remove_if(characters.begin(), characters.end(), isRefused), characters.end());
@@ -145,6 +147,7 @@ BusValue BusValueReader::value(const QByteArray &signature, int level)
     case 'a': {
         const QByteArray element = signature.mid(1);
         const int count = std::uint8_t(next() - '0') % 10;
+        value.parts.reserve(std::size_t(count));
         for (int i = 0; i < count && !atEnd(); ++i)
             value.parts.push_back(this->value(element, level + 1));
         break;
@@ -152,6 +155,7 @@ BusValue BusValueReader::value(const QByteArray &signature, int level)
     case '(':
     case '{': {
         const auto types = completeTypes(signature.mid(1, signature.size() - 2));
+        value.parts.reserve(types.size());
         for (const QByteArray &type : types)
             value.parts.push_back(this->value(type, level + 1));
         break;

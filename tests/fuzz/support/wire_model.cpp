@@ -21,15 +21,18 @@ public:
         QVector<int> entries;
         text += QLatin1Char('{');
         for (auto member = object.begin(); member != object.end(); ++member) {
-            const QString signature = signatureOf(member.value(), place);
+            const QJsonValue value = member.value();
+            const QString signature = signatureOf(value, place);
             if (signature.isEmpty())
                 continue;
             if (!entries.isEmpty())
                 text += QLatin1String(", ");
             entries.append(text.size());
             const QString key = arriving(member.key());
-            text += QLatin1Char('"') + key + QLatin1String("\": ");
-            json.insert(key, variant(signature, member.value(), place));
+            text += QLatin1Char('"');
+            text += key;
+            text += QLatin1String("\": ");
+            json.insert(key, variant(signature, value, place));
         }
         sortEntries(&text, entries);
         text += QLatin1Char('}');
@@ -84,7 +87,9 @@ private:
             break;
         }
         const QString string = arriving(value.toString());
-        text += QLatin1Char('"') + string + QLatin1Char('"');
+        text += QLatin1Char('"');
+        text += string;
+        text += QLatin1Char('"');
         return string;
     }
 
@@ -109,7 +114,9 @@ private:
 
     QJsonValue variant(const QString &signature, const QJsonValue &content, Place place)
     {
-        text += QLatin1Char('<') + signature + QLatin1Char(' ');
+        text += QLatin1Char('<');
+        text += signature;
+        text += QLatin1Char(' ');
         const QJsonValue json = value(content, place);
         text += QLatin1Char('>');
         return json;
@@ -123,8 +130,12 @@ private:
                            [type](const QJsonValue &value) { return value.type() == type; });
     }
 
-    /// What arrives of a text: UTF-8 has no lone surrogates.
-    static QString arriving(const QString &string) { return QString::fromUtf8(string.toUtf8()); }
+    /// What arrives of a text: UTF-8 has no lone surrogates, and a byte order mark at the start is not read.
+    static QString arriving(const QString &string)
+    {
+        const bool isSame = string.isValidUtf16() && !string.startsWith(QChar(QChar::ByteOrderMark));
+        return isSame ? string : QString::fromUtf8(string.toUtf8());
+    }
 };
 
 /// How deep the value nests, whatever is left out of it, and whether U+0000 is in it.
