@@ -91,8 +91,6 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     hints.remove(QStringLiteral("writeFiles"));
     const QStringList refusals = Fuzz::refusals(name, Place::Params) + Fuzz::refusals(hints, Place::Hints)
         + Fuzz::refusals(params, Place::Params);
-    const Wire hintsWire = wireOf(hints, Place::Hints);
-    const Wire paramsWire = wireOf(params, Place::Params);
 
     IntentsInvoker &intents = invoker();
     takeWarnings();
@@ -112,6 +110,8 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         return;
     }
 
+    const Wire hintsWire = wireOf(hints, Place::Hints);
+    const Wire paramsWire = wireOf(params, Place::Params);
     expectEqual("What arrives", memberOf(arrived.get()), QStringLiteral("InvokeIntent"));
     expectEqual("Signature", QByteArray(sd_bus_message_get_signature(arrived.get(), 1)), QByteArray("sa{sv}a{sv}"));
     expectEqual("Content", textOf(arrived.get()),
