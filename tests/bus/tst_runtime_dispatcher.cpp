@@ -147,7 +147,10 @@ void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance()
 void TestRuntimeDispatcher::belongsToNobody()
 {
     QVERIFY(!RuntimeDispatcher::instance()->parent());
-    QVERIFY(!RuntimeDispatcherPrivate().parent());
+    const RuntimeDispatcherPrivate direct(RuntimeDispatcher::instance());
+    QVERIFY(!direct.parent());
+    QCOMPARE(direct.q, RuntimeDispatcher::instance());
+    QVERIFY(!static_cast<const QDBusContext &>(direct).calledFromDBus());
 }
 
 void TestRuntimeDispatcher::callbacksRunByKindOfProcess_data()

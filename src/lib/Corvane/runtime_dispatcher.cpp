@@ -46,10 +46,10 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
 
 } // namespace
 
-RuntimeDispatcherPrivate::RuntimeDispatcherPrivate()
+RuntimeDispatcherPrivate::RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher)
     : applicationId(Core::fromEnvironment("HALVIR_APP_ID")),
       applicationInstanceId(Core::fromEnvironment("HALVIR_APP_INSTANCE_ID")),
-      taskId(Core::fromEnvironment("HALVIR_TASK_ID"))
+      taskId(Core::fromEnvironment("HALVIR_TASK_ID")), q(dispatcher)
 {
     registerRecordTypes();
 }
@@ -101,7 +101,7 @@ RuntimeDispatcher *RuntimeDispatcher::instance()
     return currentDispatcher;
 }
 
-RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPrivate>())
+RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPrivate>(this))
 {
     currentDispatcher = this;
 }

@@ -11,7 +11,7 @@
 namespace Corvane {
 
 /// The object that the service calls with intents. Its public slots, and nothing else, are on the bus.
-class RuntimeDispatcherPrivate : public QObject, protected QDBusContext
+class RuntimeDispatcherPrivate : public QObject, public QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", CORVANE_SERVICE_ROOT ".IntentHandler1")
@@ -25,7 +25,7 @@ class RuntimeDispatcherPrivate : public QObject, protected QDBusContext
                 "    </method>\n"
                 "  </interface>\n")
 public:
-    RuntimeDispatcherPrivate();
+    explicit RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher);
 
     Error startService();
     void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
@@ -43,6 +43,7 @@ public:
     const QString applicationInstanceId;
     const QString taskId;
     bool registered = false; ///< This object is on the bus. It stays there.
+    RuntimeDispatcher *const q;
 
 public Q_SLOTS:
     void HandleIntent(const QString &intentName, const QJsonObject &params); // clazy:exclude=function-args-by-value
