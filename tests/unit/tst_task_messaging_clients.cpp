@@ -33,6 +33,7 @@ private Q_SLOTS:
     void messagesOfClientsThatHaveLeftAreDelivered();
     void mayBeDeletedByTheMessageOfAClientThatHasLeft();
     void unsentReplyIsNotLostToTheNextClient();
+    void frameTornInAnEventLoopOfTheReceiverIsLoggedOnce();
 
 private:
     static constexpr int MostAccepted = 32; ///< clients that wait in the server; the others wait in the kernel
@@ -281,6 +282,26 @@ void TestTaskMessagingClients::unsentReplyIsNotLostToTheNextClient()
     const auto newcomer = connectClient();
     QTRY_COMPARE(waiting.front()->received(), frame("{}"));
     takeOnly({RemoteClosed, QStringLiteral("Insufficient data in the socket")});
+}
+
+void TestTaskMessagingClients::frameTornInAnEventLoopOfTheReceiverIsLoggedOnce()
+{
+    auto first = connectClient();
+    QTRY_COMPARE(task->state(), TaskMessaging::Connected);
+    auto waiting = connectClients(1);
+    PlainSocket &client = *waiting.front();
+    QVERIFY(client.send(frame("{}"))); // delivered as soon as the client gets its turn
+    first.reset();
+    QTRY_COMPARE(ends, 1);
+    connect(task.get(), &TaskMessaging::messageReceived, this, [this, &client] {
+        QVERIFY(client.send("torn"));
+        QTRY_COMPARE(ends, 2);
+    });
+    const auto newcomer = connectClient();
+    QTRY_COMPARE(messages.size(), 1);
+    QTRY_COMPARE(ends, 2);
+    const QStringList warnings = log->takeWarnings();
+    QCOMPARE(warnings.count(QStringLiteral("Insufficient data in the socket")), 1);
 }
 
 QTEST_GUILESS_MAIN(TestTaskMessagingClients)

@@ -205,6 +205,8 @@ void TaskMessagingPrivate::readMessages()
             }
             if (position < unread.size()) {
                 qWarning() << "Insufficient data in the socket";
+                unread.clear(); // so that a loop around this one, whose receiver runs the event loop, is silent
+                position = 0;
                 source->close();
             }
             return;
