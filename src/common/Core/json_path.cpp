@@ -9,6 +9,14 @@
 
 namespace Core::JsonPath {
 
+/// A message in the name of the function for strings, whoever asks.
+static QDebug debug()
+{
+    return QMessageLogger(__FILE__, __LINE__,
+                          "Core::JsonPath::Element Core::JsonPath::nextPathElement(QString&, QString*, int*)")
+        .debug();
+}
+
 /// The same for a view, since taking the front off a long string moves the rest of it.
 static Element nextPathElement(QStringView &path, QString *key, int *index)
 {
@@ -20,7 +28,7 @@ static Element nextPathElement(QStringView &path, QString *key, int *index)
     if (path.startsWith(QLatin1Char('['))) {
         const auto bracket = path.indexOf(QLatin1Char(']'));
         if (bracket < 0) {
-            qDebug() << "JSON path error: missing right bracket";
+            debug() << "JSON path error: missing right bracket";
             return End;
         }
         const QString content = path.mid(1, bracket - 1).toString();
@@ -30,7 +38,7 @@ static Element nextPathElement(QStringView &path, QString *key, int *index)
         bool ok = false;
         *index = content.toInt(&ok);
         if (!ok) {
-            qDebug() << "JSON path error: could not parse index" << content;
+            debug() << "JSON path error: could not parse index" << content;
             return End;
         }
         return Index;
