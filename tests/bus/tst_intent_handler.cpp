@@ -84,6 +84,8 @@ private Q_SLOTS:
     void outputFilesOfUnknownIntentAreRefused();
     void replyNamesTheFilesOfItsCall();
     void handlerMayUnregisterItself();
+    void handlerMayReplaceItself();
+    void handlerMayRunAnEventLoop();
     void replyWorksAfterUnregistering();
     void handlerMayDeleteTheDispatcher();
     void handlerThatGoesMayUseTheDispatcher_data();
@@ -285,6 +287,38 @@ void TestIntentHandler::handlerMayUnregisterItself()
     });
     QCOMPARE(ask().text, answer(QStringLiteral("{'x': <1.0>}")));
     QCOMPARE(ask().text, NotRegistered);
+}
+
+void TestIntentHandler::handlerMayReplaceItself()
+{
+    dispatcher->registerIntent(Ask, [this, captured = QStringLiteral("first")](const QJsonObject &, const auto &reply) {
+        dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &replyOfSecond) { replyOfSecond({}); });
+        dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("now")}, {});
+        reply({{captured, 1}}); // the handler is still there, with its own files
+    });
+    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("then")}, {QStringLiteral("then too")});
+    QCOMPARE(
+        ask().text,
+        QStringLiteral("(a{sv}a{sv}) ({'first': <1.0>}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
+    QCOMPARE(ask().text, QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['now']>, 'writeFiles': <@as []>})"));
+}
+
+void TestIntentHandler::handlerMayRunAnEventLoop()
+{
+    QVector<RuntimeDispatcher::ReplyFunction> kept;
+    dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) {
+        kept << reply;
+        QTRY_COMPARE(kept.size(), 2);
+        if (kept.front()) { // the second intent, within the handler of the first one
+            kept.front()({{QStringLiteral("n"), 1}});
+            kept.front() = nullptr;
+            reply({{QStringLiteral("n"), 2}});
+        }
+    });
+    const int first = peer.beginCall(HandleIntent, AskBody);
+    const int second = peer.beginCall(HandleIntent, AskBody);
+    QCOMPARE(peer.finishCall(first).text, answer(QStringLiteral("{'n': <1.0>}")));
+    QCOMPARE(peer.finishCall(second).text, answer(QStringLiteral("{'n': <2.0>}")));
 }
 
 void TestIntentHandler::replyWorksAfterUnregistering()

@@ -49,6 +49,7 @@ private Q_SLOTS:
     void stoppingWithoutTheNameIsNoError();
     void takenNameIsAnError();
     void takenPathIsAnError();
+    void secondDispatcherWaitsForThePath();
     void invalidNameIsWhatTheBusSays();
     void objectIsOnTheBusOnlyOnceStarted();
     void canBeStartedByName();
@@ -315,6 +316,23 @@ void TestRuntimeDispatcher::takenPathIsAnError()
 
     QDBusConnection::sessionBus().unregisterObject(Names::IntentHandler.path());
     QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestRuntimeDispatcher::secondDispatcherWaitsForThePath()
+{
+    auto first = std::make_unique<RuntimeDispatcher>();
+    QVERIFY(!first->startService());
+    RuntimeDispatcher second;
+    second.registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) { reply({}); });
+    QCOMPARE(second.startService().message(), QStringLiteral("Registration failed"));
+    QVERIFY(peer.hasOwner(InstanceId)); // the name is the process's
+    QVERIFY(!second.stopService());
+    QVERIFY(!peer.hasOwner(InstanceId));
+
+    first.reset();
+    QVERIFY(!second.startService());
+    const QString answer = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Ask', @a{sv} {})")).text;
+    QVERIFY2(answer.startsWith(QStringLiteral("(a{sv}a{sv})")), qUtf8Printable(answer));
 }
 
 void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
