@@ -5,6 +5,8 @@
 #include <QtCore/QtEndian>
 
 #include <algorithm>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -81,6 +83,12 @@ public:
     bool send(const QByteArray &bytes)
     {
         return ::send(m_descriptor.get(), bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
+    }
+    /// Whether the other end has taken all that was sent.
+    bool isRead() const
+    {
+        int unread = 0;
+        return ::ioctl(m_descriptor.get(), SIOCOUTQ, &unread) == 0 && unread == 0;
     }
     /// What has arrived so far, from the beginning.
     QByteArray received()

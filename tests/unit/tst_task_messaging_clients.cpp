@@ -290,7 +290,8 @@ void TestTaskMessagingClients::frameTornInAnEventLoopOfTheReceiverIsLoggedOnce()
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     auto waiting = connectClients(1);
     PlainSocket &client = *waiting.front();
-    QVERIFY(client.send(frame("{}"))); // delivered as soon as the client gets its turn
+    QVERIFY(client.send(frame("{}")));
+    QTRY_VERIFY(client.isRead()); // and so delivered as soon as the client gets its turn
     first.reset();
     QTRY_COMPARE(ends, 1);
     connect(task.get(), &TaskMessaging::messageReceived, this, [this, &client] {
