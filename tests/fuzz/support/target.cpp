@@ -31,8 +31,10 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     static char withoutLeakChecks[] = "-detect_leaks=0";
     // What takes long is changed less often, in favour of what does not; it has its turn, too.
     static char quickOnesFirst[] = "-entropic_scale_per_exec_time=1";
+    // To name a new function it starts a program, to which it keeps pipes open, and descriptors are counted.
+    static char withoutFunctionNames[] = "-print_funcs=0";
     static std::vector<char *> arguments(*argv, *argv + *argc);
-    arguments.insert(arguments.begin() + 1, {withoutLeakChecks, quickOnesFirst});
+    arguments.insert(arguments.begin() + 1, {withoutLeakChecks, quickOnesFirst, withoutFunctionNames});
     arguments.push_back(nullptr);
     *argc = int(arguments.size()) - 1;
     *argv = arguments.data();
