@@ -78,6 +78,7 @@ private Q_SLOTS:
     void writesAVariant();
     void messageWithAValueIsNotSent();
     void readersAdd();
+    void registeredReadersRead();
     void readsInto_data();
     void readsInto();
 
@@ -440,6 +441,22 @@ void TestJsonOperators::readersAdd()
     const auto elements = received(QStringLiteral("([1, 2],)")).value<QDBusArgument>();
     QCOMPARE(&(elements >> array), &elements);
     QCOMPARE(toJson(array), QStringLiteral(R"(["x",1,2])"));
+}
+
+void TestJsonOperators::registeredReadersRead()
+{
+    QJsonArray array;
+    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([1, 2],)")).value<QDBusArgument>(),
+                                      QMetaType::QJsonArray, &array));
+    QCOMPARE(toJson(array), QStringLiteral("[1,2]"));
+    QJsonObject object;
+    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("({'a': <1>},)")).value<QDBusArgument>(),
+                                      QMetaType::QJsonObject, &object));
+    QCOMPARE(toJson(object), QStringLiteral(R"({"a":1})"));
+    QJsonValue value;
+    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([2],)")).value<QDBusArgument>(),
+                                      QMetaType::QJsonValue, &value));
+    QCOMPARE(toJson(value), QStringLiteral("[2]"));
 }
 
 void TestJsonOperators::readsInto_data()

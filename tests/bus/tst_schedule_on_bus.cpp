@@ -162,6 +162,7 @@ void TestScheduleOnBus::jsonArrives_data()
     row("in a list of maps", QList<QVariantMap>{{{k, numbers}}, {}}, "{'x': <[{'k': <[1.0, 2.0]>}, {}]>}");
     row("in a variant", QDBusVariant(QVariant(numbers)), "{'x': <<[1.0, 2.0]>>}");
     row("list of values", QList<QJsonValue>{7, null, numbers}, "{'x': <[<7.0>, <[1.0, 2.0]>]>}", {UnknownType});
+    row("empty list of arrays, which the application has registered", QList<QJsonArray>(), "{'x': <@aav []>}");
     row("list of arrays, which the application has registered", QList<QJsonArray>{numbers, texts},
         "{'x': <[<[1.0, 2.0]>, <['x']>]>}");
     row("vector of objects", QVector<QJsonObject>{object.value(QStringLiteral("o")).toObject(), {}},
@@ -213,15 +214,26 @@ void TestScheduleOnBus::receivedMapArrivesUnchanged_data()
 {
     QTest::addColumn<QString>("map");
 
-    for (const char *map :
-         {"{'x': <(1, 's', true)>}", "{'x': <(byte 0x01, int16 -2, uint16 3, -4, uint32 5)>}",
-          "{'x': <(int64 -6, uint64 7, 8.5)>}", "{'x': <(objectpath '/a', signature 'a{sv}', 'žluť')>}",
-          "{'x': <[(1, 'a'), (2, 'b')]>}", "{'x': <@a(is) []>}", "{'x': <(@as [], @a{sv} {}, @a{is} {})>}",
-          "{'x': <{1: 'a', 2: 'b'}>}", "{'x': <{'a': {'b': [1, 2]}}>}",
-          "{'x': <{'k': <[1, 2, 3]>, 'l': <{'m': <'n'>}>}>}", "{'x': <[[1, 2], [3]]>}", "{'x': <[['a'], []]>}",
-          "{'x': <[{'k': <1>}, {}]>}", "{'x': <(<<(1, <'x'>)>>,)>}",
-          "{'x': <([byte 0x01, 0x02], [true, false], [1.5])>}", "{'x': <((((((1,),),),),),)>}",
-          "{'Hours': <[8, 20]>, 'x': <[<(1,)>, <2>]>}"})
+    for (const char *map : {"{'x': <byte 0x07>}",
+                            "{'x': <int16 -7>}",
+                            "{'x': <uint64 7>}",
+                            "{'x': <(1, 's', true)>}",
+                            "{'x': <(byte 0x01, int16 -2, uint16 3, -4, uint32 5)>}",
+                            "{'x': <(int64 -6, uint64 7, 8.5)>}",
+                            "{'x': <(objectpath '/a', signature 'a{sv}', 'žluť')>}",
+                            "{'x': <[(1, 'a'), (2, 'b')]>}",
+                            "{'x': <@a(is) []>}",
+                            "{'x': <(@as [], @a{sv} {}, @a{is} {})>}",
+                            "{'x': <{1: 'a', 2: 'b'}>}",
+                            "{'x': <{'a': {'b': [1, 2]}}>}",
+                            "{'x': <{'k': <[1, 2, 3]>, 'l': <{'m': <'n'>}>}>}",
+                            "{'x': <[[1, 2], [3]]>}",
+                            "{'x': <[['a'], []]>}",
+                            "{'x': <[{'k': <1>}, {}]>}",
+                            "{'x': <(<<(1, <'x'>)>>,)>}",
+                            "{'x': <([byte 0x01, 0x02], [true, false], [1.5])>}",
+                            "{'x': <((((((1,),),),),),)>}",
+                            "{'Hours': <[8, 20]>, 'x': <[<(1,)>, <2>]>}"})
         QTest::newRow(map) << QString::fromUtf8(map);
 }
 
