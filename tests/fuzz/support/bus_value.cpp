@@ -117,13 +117,13 @@ QByteArray BusValueReader::type(int level)
     const char c = next();
     if (c == 'v')
         return "v";
-    if (level == MaxTypeLevel || (c != 'a' && c != '('))
+    if (level >= MaxTypeLevel || (c != 'a' && c != '('))
         return basicType(c);
     if (c == 'a') {
         if (!takes('{'))
             return 'a' + type(level + 1);
         const QByteArray key = basicType(next());
-        const QByteArray value = type(level + 1);
+        const QByteArray value = type(level + 2); // an array and an entry
         takes('}');
         return "a{" + key + value + '}';
     }
