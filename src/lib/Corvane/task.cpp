@@ -187,7 +187,7 @@ bool Task::hasIpcSocket() const
 
 Schedule Task::schedule() const
 {
-    return Schedule(d->properties.value(ScheduleKey).toMap());
+    return d->properties.value(ScheduleKey).toMap();
 }
 
 int Task::priority() const
