@@ -415,7 +415,8 @@ void TestJsonOperators::messageWithAValueIsNotSent()
                                          QVariant(QVariantList{1, value}), QVariant::fromValue(QDBusVariant(value))})
             QCOMPARE(sent({argument, true}), QString());
     }
-    for (const QString &warning : log->takeWarnings())
+    const QStringList warnings = log->takeWarnings();
+    for (const QString &warning : warnings)
         QVERIFY2(warning == QLatin1String("QDBusMarshaller: cannot add a null QDBusVariant")
                      || warning.startsWith(QLatin1String("QDBusConnection: error: could not send signal")),
                  qPrintable(warning));

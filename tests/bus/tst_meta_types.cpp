@@ -113,7 +113,8 @@ void TestMetaTypes::signalsCrossThreads()
     thread.quit();
     QVERIFY(thread.wait());
     QStringList twice;
-    for (const QString &text : Senders::emitted())
+    const QStringList emitted = Senders::emitted();
+    for (const QString &text : emitted)
         twice << text << text;
     QCOMPARE(receiver.received, twice);
 }
