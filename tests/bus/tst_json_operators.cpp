@@ -455,8 +455,8 @@ void TestJsonOperators::registeredReadersRead()
                                       QMetaType::QJsonObject, &object));
     QCOMPARE(toJson(object), QStringLiteral(R"({"a":1})"));
     QJsonValue value;
-    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([2],)")).value<QDBusArgument>(),
-                                      QMetaType::QJsonValue, &value));
+    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([2],)")).value<QDBusArgument>(), QMetaType::QJsonValue,
+                                      &value));
     QCOMPARE(toJson(value), QStringLiteral("[2]"));
 }
 

@@ -225,10 +225,10 @@ void TestTasksInterface::updateAppliesEveryEntryOfTheTask()
 void TestTasksInterface::updateMayDeleteTheTask()
 {
     auto *task = new Task(Sync);
-    auto direct = std::make_unique<TaskPrivate>(Sync, task);
-    connect(task, &Task::stateChanged, this, [this, task, &direct](Task::State state) {
+    auto *direct = new TaskPrivate(Sync, task);
+    connect(task, &Task::stateChanged, this, [this, task, direct](Task::State state) {
         states << int(state);
-        direct.reset();
+        delete direct;
         delete task;
     });
     direct->updateState({entry(Sync, 1), entry(Sync, 0), entry(Sync, 2)});

@@ -35,12 +35,16 @@ struct Message
     QString file;
 };
 
-QVector<Message> messages;
+QVector<Message> &messages()
+{
+    static QVector<Message> collected;
+    return collected;
+}
 
 void collect(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    messages.append({type, text, QString::fromUtf8(context.category), QString::fromUtf8(context.function),
-                     QString::fromUtf8(context.file)});
+    messages().append({type, text, QString::fromUtf8(context.category), QString::fromUtf8(context.function),
+                       QString::fromUtf8(context.file)});
 }
 
 using Trigger = std::function<void()>;
@@ -223,7 +227,7 @@ void TestWarnings::contexts_data()
             PlainSocket first(path);
             QTRY_COMPARE(messaging.state(), TaskMessaging::Connected);
             PlainSocket second(path);
-            QTRY_VERIFY(!messages.isEmpty());
+            QTRY_VERIFY(!messages().isEmpty());
         });
 }
 
@@ -234,16 +238,16 @@ void TestWarnings::contexts()
     QFETCH(QString, function);
     QFETCH(QString, file);
 
-    messages.clear();
+    messages().clear();
     const QtMessageHandler previous = qInstallMessageHandler(collect);
     trigger();
     // Replies are waited for; what is logged at once is there.
     const auto find = [&] {
-        return std::find_if(messages.cbegin(), messages.cend(), [&](const Message &m) { return m.text == text; });
+        return std::find_if(messages().cbegin(), messages().cend(), [&](const Message &m) { return m.text == text; });
     };
-    const bool isLogged = QTest::qWaitFor([&] { return find() != messages.cend(); }, Patience);
+    const bool isLogged = QTest::qWaitFor([&] { return find() != messages().cend(); }, Patience);
     qInstallMessageHandler(previous);
-    QVERIFY2(isLogged, messages.isEmpty() ? "nothing was logged" : qPrintable(messages.last().text));
+    QVERIFY2(isLogged, messages().isEmpty() ? "nothing was logged" : qPrintable(messages().last().text));
     const Message message = *find();
     QCOMPARE(message.type, text.startsWith(QLatin1String("JSON path")) ? QtDebugMsg : QtWarningMsg);
     QCOMPARE(message.category, QStringLiteral("default"));

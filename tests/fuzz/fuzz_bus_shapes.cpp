@@ -188,7 +188,8 @@ bool isUndefined(const Event &event)
     for (const BusValue &value : event.body) {
         if (value.signature != "a{sv}")
             continue;
-        for (const BusValue *level : find(value, "Level")) {
+        const auto levels = find(value, "Level");
+        for (const BusValue *level : levels) {
             if (level->signature == "d" && !(std::fabs(numberOf(*level)) < 0x7fffffff))
                 return true;
         }
@@ -258,7 +259,8 @@ public:
             model.states.clear();
             model.statesKnown = isAnswer(event);
             if (model.statesKnown) {
-                for (const BusValue *state : find(event.body.front(), "State"))
+                const auto states = find(event.body.front(), "State");
+                for (const BusValue *state : states)
                     model.states = state->signature == "a(sua{sv})" ? statesOf(*state) : QStringList();
             } else {
                 expectedWarnings.append(QStringLiteral("Failed to get the Tasks interface properties"));
@@ -362,7 +364,8 @@ private:
 
     void tellLevel(const BusValue &properties, Model *told)
     {
-        for (const BusValue *level : find(properties, "Level")) {
+        const auto levels = find(properties, "Level");
+        for (const BusValue *level : levels) {
             if (toInt(*level) == told->level)
                 continue;
             told->level = toInt(*level);
