@@ -55,6 +55,12 @@ void startHandler()
 
 void checkEcho(const BusValue &params)
 {
+    QStringList warnings;
+    const QJsonObject expected = jsonOf(params, &warnings).toObject();
+    const QString text = toText(expected);
+    const QVector<uint> characters = text.toUcs4();
+    if (std::any_of(characters.begin(), characters.end(), [](uint c) { return QChar::isNonCharacter(c); }))
+        return; // an array of bytes read as text; sd-bus does not read such a reply
     takeWarnings();
     handled() = {};
     sd_bus_message *made = nullptr;
@@ -82,9 +88,7 @@ void checkEcho(const BusValue &params)
     while (!readsAnswer())
         peer().wait();
 
-    QStringList warnings;
-    const QJsonObject expected = jsonOf(params, &warnings).toObject();
-    expectEqual("Params", toText(handled().params), toText(expected));
+    expectEqual("Params", toText(handled().params), text);
 
     const Wire echo = wireOf(expected, Place::Params);
     const QStringList refusals = Fuzz::refusals(expected, Place::Params);
@@ -97,10 +101,10 @@ void checkEcho(const BusValue &params)
         if (!error)
             fail(QStringLiteral("A reply that nests too deep was sent"));
         expectEqual("Error", QByteArray(error->name), QByteArray("org.freedesktop.DBus.Error.Failed"));
-        const QString text = QString::fromUtf8(error->message);
-        if (!refusals.contains(text))
-            fail(QStringLiteral("Refused for what is not so: ") + text);
-        warnings.append(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(text));
+        const QString reason = QString::fromUtf8(error->message);
+        if (!refusals.contains(reason))
+            fail(QStringLiteral("Refused for what is not so: ") + reason);
+        warnings.append(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(reason));
         expectWarnings(warnings);
     }
 }
