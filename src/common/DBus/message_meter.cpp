@@ -355,9 +355,10 @@ void MessageMeter::add(const BusObject &object)
 /// to be small.
 void MessageMeter::add(const QDBusArgument &arg)
 {
-    const char code = arg.currentSignature().leftRef(1).toLatin1().at(0);
+    const auto codeOfNext = [&arg] { return arg.currentSignature().leftRef(1).toLatin1().at(0); };
     switch (arg.currentType()) {
     case QDBusArgument::BasicType: {
+        const char code = codeOfNext();
         const QVariant value = arg.asVariant();
         if (code == 's')
             return add(value.toString());
@@ -375,7 +376,7 @@ void MessageMeter::add(const QDBusArgument &arg)
     }
     case QDBusArgument::ArrayType:
         arg.beginArray();
-        addBody(alignmentOf(arg.currentSignature().leftRef(1).toLatin1().at(0)), [&] {
+        addBody(alignmentOf(codeOfNext()), [&] {
             while (!arg.atEnd() && m_problem.isEmpty())
                 addNested(1, [&] { add(arg); });
         });
