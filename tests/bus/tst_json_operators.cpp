@@ -4,6 +4,7 @@
 
 #include <message_log.h>
 #include <patience.h>
+#include <received.h>
 #include <service_peer.h>
 
 #include <QtCore/QJsonDocument>
@@ -85,7 +86,6 @@ private Q_SLOTS:
 private:
     static void rowsOfValues();
     QString sent(const QVariantList &arguments);
-    QVariant received(const QString &body);
 
     ServicePeer peer;
     std::optional<MessageLog> log;
@@ -119,18 +119,6 @@ QString TestJsonOperators::sent(const QVariantList &arguments)
         return QStringLiteral("no connection");
     const QString text = peer.takeSignals().join(QLatin1Char(';')).remove(QStringLiteral("Sent "));
     return isSent == text.isEmpty() ? QStringLiteral("send() returned %1, but: %2").arg(isSent).arg(text) : text;
-}
-
-/// A reply's argument, unread.
-QVariant TestJsonOperators::received(const QString &body)
-{
-    peer.answer(body);
-    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Intents1");
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral(CORVANE_SERVICE_ROOT), path.replace(QLatin1Char('.'), QLatin1Char('/')),
-        QStringLiteral(CORVANE_SERVICE_ROOT ".Intents1"), QStringLiteral("InvokeIntent"));
-    call << QString() << QVariantMap() << QVariantMap();
-    return QDBusConnection::sessionBus().call(call).arguments().value(0);
 }
 
 void TestJsonOperators::signaturesOfEmptyValues()
@@ -425,21 +413,21 @@ void TestJsonOperators::messageWithAValueIsNotSent()
 void TestJsonOperators::readersAdd()
 {
     QJsonObject object{{QStringLiteral("a"), 1}, {QStringLiteral("k"), QStringLiteral("old")}};
-    const auto members = received(QStringLiteral("({'k': <'new'>, 'b': <2>},)")).value<QDBusArgument>();
+    const auto members = received(peer, QStringLiteral("({'k': <'new'>, 'b': <2>},)")).value<QDBusArgument>();
     QCOMPARE(&(members >> object), &members);
     QCOMPARE(toJson(object), QStringLiteral(R"({"a":1,"b":2,"k":"new"})"));
 
     QJsonObject large;
     for (int i = 0; i < 100; ++i)
         large.insert(QStringLiteral("m%1").arg(i, 3), i);
-    received(QStringLiteral("({'z': <1>, 'm 50': <'new'>, 'a': <2>},)")).value<QDBusArgument>() >> large;
+    received(peer, QStringLiteral("({'z': <1>, 'm 50': <'new'>, 'a': <2>},)")).value<QDBusArgument>() >> large;
     QCOMPARE(large.size(), 102);
     QCOMPARE(toJson(large.value(QStringLiteral("m 50"))), QStringLiteral(R"("new")"));
     QCOMPARE(toJson(large.value(QStringLiteral("m 51"))), QStringLiteral("51"));
     QCOMPARE(toJson(large.value(QStringLiteral("a"))), QStringLiteral("2"));
 
     QJsonArray array{QStringLiteral("x")};
-    const auto elements = received(QStringLiteral("([1, 2],)")).value<QDBusArgument>();
+    const auto elements = received(peer, QStringLiteral("([1, 2],)")).value<QDBusArgument>();
     QCOMPARE(&(elements >> array), &elements);
     QCOMPARE(toJson(array), QStringLiteral(R"(["x",1,2])"));
 }
@@ -447,16 +435,16 @@ void TestJsonOperators::readersAdd()
 void TestJsonOperators::registeredReadersRead()
 {
     QJsonArray array;
-    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([1, 2],)")).value<QDBusArgument>(),
+    QVERIFY(QDBusMetaType::demarshall(received(peer, QStringLiteral("([1, 2],)")).value<QDBusArgument>(),
                                       QMetaType::QJsonArray, &array));
     QCOMPARE(toJson(array), QStringLiteral("[1,2]"));
     QJsonObject object;
-    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("({'a': <1>},)")).value<QDBusArgument>(),
+    QVERIFY(QDBusMetaType::demarshall(received(peer, QStringLiteral("({'a': <1>},)")).value<QDBusArgument>(),
                                       QMetaType::QJsonObject, &object));
     QCOMPARE(toJson(object), QStringLiteral(R"({"a":1})"));
     QJsonValue value;
-    QVERIFY(QDBusMetaType::demarshall(received(QStringLiteral("([2],)")).value<QDBusArgument>(), QMetaType::QJsonValue,
-                                      &value));
+    QVERIFY(QDBusMetaType::demarshall(received(peer, QStringLiteral("([2],)")).value<QDBusArgument>(),
+                                      QMetaType::QJsonValue, &value));
     QCOMPARE(toJson(value), QStringLiteral("[2]"));
 }
 
@@ -487,7 +475,7 @@ void TestJsonOperators::readsInto()
     QFETCH(QString, result);
     QFETCH(QString, unsupported);
 
-    const auto argument = received(QStringLiteral("((%1,),)").arg(body)).value<QDBusArgument>();
+    const auto argument = received(peer, QStringLiteral("((%1,),)").arg(body)).value<QDBusArgument>();
     argument.beginStructure();
     QJsonValue value = QStringLiteral("old");
     QCOMPARE(&(argument >> value), &argument);

@@ -13,6 +13,7 @@
 
 #include <patience.h>
 #include <plain_socket.h>
+#include <received.h>
 #include <service_peer.h>
 
 #include <QtCore/QJsonDocument>
@@ -70,8 +71,6 @@ private Q_SLOTS:
     void contexts();
 
 private:
-    QDBusArgument received(const QString &body);
-
     ServicePeer peer;
     QTemporaryDir directory;
 };
@@ -82,20 +81,6 @@ void TestWarnings::initTestCase()
     QVERIFY(directory.isValid());
     for (const char *member : {"Subscribe", "GetAll"})
         peer.answerError(QStringLiteral("com.example.Error"), QStringLiteral("('the reason',)"), QLatin1String(member));
-}
-
-/// The first argument of a reply, unread.
-QDBusArgument TestWarnings::received(const QString &body)
-{
-    peer.answer(body);
-    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Intents1");
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral(CORVANE_SERVICE_ROOT), path.replace(QLatin1Char('.'), QLatin1Char('/')),
-        QStringLiteral(CORVANE_SERVICE_ROOT ".Intents1"), QStringLiteral("InvokeIntent"));
-    call << QString() << QVariantMap() << QVariantMap();
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-    peer.answer(QStringLiteral("(@a{sv} {},)"));
-    return reply.arguments().value(0).value<QDBusArgument>();
 }
 
 void TestWarnings::contexts_data()
@@ -170,17 +155,17 @@ void TestWarnings::contexts_data()
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonValue value;
-            received(QStringLiteral("((1, 2),)")) >> value;
+            received(peer, QStringLiteral("((1, 2),)")).value<QDBusArgument>() >> value;
         });
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonArray array;
-            received(QStringLiteral("([(1, 2)],)")) >> array;
+            received(peer, QStringLiteral("([(1, 2)],)")).value<QDBusArgument>() >> array;
         });
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonObject object;
-            received(QStringLiteral("({'a': <(1, 2)>},)")) >> object;
+            received(peer, QStringLiteral("({'a': <(1, 2)>},)")).value<QDBusArgument>() >> object;
         });
 
     row("Failed to open file \"/nonexistent\"",

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <service_peer.h>
+
+#include <QtCore/QVariant>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+
+/// The first argument of a reply of the peer with this body, unread.
+inline QVariant received(ServicePeer &peer, const QString &body)
+{
+    peer.answer(body);
+    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Intents1");
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral(CORVANE_SERVICE_ROOT), path.replace(QLatin1Char('.'), QLatin1Char('/')),
+        QStringLiteral(CORVANE_SERVICE_ROOT ".Intents1"), QStringLiteral("InvokeIntent"));
+    call << QString() << QVariantMap() << QVariantMap();
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+    peer.answer(QStringLiteral("(@a{sv} {},)"));
+    return reply.arguments().value(0);
+}
