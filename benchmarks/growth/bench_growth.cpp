@@ -93,8 +93,10 @@ QJsonObject readObject(QDBusArgument argument) // NOLINT(performance-unnecessary
 
 void write(const QJsonObject &object)
 {
+    Corvane::Omissions omissions;
+    const Corvane::BusObject body = Corvane::toBusObject(object, Corvane::Place::Params, &omissions);
     Corvane::MessageMeter meter;
-    const Corvane::BusObject body = meter.addConverted(object);
+    meter.add(body);
     if (!meter.problem().isEmpty())
         qFatal("%s", qPrintable(meter.problem()));
     QDBusArgument argument;

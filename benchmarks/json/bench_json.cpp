@@ -150,8 +150,10 @@ int main(int argc, char **argv)
     for (const Payload &payload : payloads) {
         const QJsonObject &object = payload.object;
         const auto library = [&object] {
+            Corvane::Omissions omissions;
+            const Corvane::BusObject body = Corvane::toBusObject(object, Corvane::Place::Params, &omissions);
             Corvane::MessageMeter meter;
-            const Corvane::BusObject body = meter.addConverted(object);
+            meter.add(body);
             QDBusArgument argument;
             argument << body;
         };

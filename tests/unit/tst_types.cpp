@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include <Core/object_builder.h>
 #include <Core/types.h>
 
 #include <message_log.h>
@@ -165,7 +166,7 @@ void TestTypes::makesObjects()
     QFETCH(QStringList, keys);
     QFETCH(QByteArray, expected);
 
-    Types::ObjectBuilder members;
+    ObjectBuilder members;
     for (int i = 0; i < keys.size(); ++i)
         members.insert(keys[i], i);
     QCOMPARE(members.take(), QJsonDocument::fromJson(expected).object());
@@ -173,7 +174,7 @@ void TestTypes::makesObjects()
 
 void TestTypes::objectsOfManyMembersAreMadeInOrder()
 {
-    Types::ObjectBuilder members;
+    ObjectBuilder members;
     for (int i = 0; i < 200000; ++i) {
         const int scattered = int(qint64(i) * 7919 % 200000);
         members.insert(QString::number(scattered), scattered);

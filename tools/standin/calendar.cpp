@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "calendar.h"
 
-#include <DBus/types.h>
+#include <DBus/variants.h>
 
 #include <algorithm>
 
@@ -9,15 +9,13 @@ namespace {
 
 QVariantMap toMap(const QVariant &value)
 {
-    return Corvane::isArgument(value, "a{sv}") ? qdbus_cast<QVariantMap>(value) : value.toMap();
+    return Corvane::fromBus<QVariantMap>(value);
 }
 
 QList<int> toNumbers(const QVariant &value)
 {
-    if (Corvane::isArgument(value, "ai"))
-        return qdbus_cast<QList<int>>(value);
-    if (value.userType() == qMetaTypeId<QList<int>>())
-        return value.value<QList<int>>();
+    if (value.userType() == qMetaTypeId<QDBusArgument>() || value.userType() == qMetaTypeId<QList<int>>())
+        return Corvane::fromBus<QList<int>>(value);
     QList<int> numbers;
     const QVariantList list = value.toList();
     for (const QVariant &element : list)

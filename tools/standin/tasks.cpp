@@ -4,6 +4,7 @@
 #include "descriptors.h"
 
 #include <DBus/names.h>
+#include <DBus/variants.h>
 
 #include <QtDBus/QDBusMessage>
 
@@ -52,10 +53,11 @@ void Tasks::Stop(const QString &name, bool force)
 
 void Tasks::startAutomatic()
 {
+    Corvane::Omissions leftOut; // as when an application starts the task
     for (BackgroundTask *task : qAsConst(m_list)) {
         const QVariantMap properties = task->manifest().properties;
         if (properties.value(QStringLiteral("Autostart")).toBool())
-            task->start({}, Corvane::withoutUnsendable(properties).toMap());
+            task->start({}, Corvane::sendable(properties, &leftOut));
     }
 }
 

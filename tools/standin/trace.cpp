@@ -2,6 +2,7 @@
 #include "trace.h"
 
 #include <DBus/types.h>
+#include <DBus/variants.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QJsonDocument>
@@ -50,8 +51,7 @@ QString described(const QDBusUnixFileDescriptor &file)
 /// The descriptors of an array of them. Anything else has none, and must not be read as if it had.
 QList<QDBusUnixFileDescriptor> descriptorsIn(const QVariant &value)
 {
-    return Corvane::isArgument(value, "ah") ? qdbus_cast<QList<QDBusUnixFileDescriptor>>(value)
-                                            : QList<QDBusUnixFileDescriptor>();
+    return Corvane::fromBus<QList<QDBusUnixFileDescriptor>>(value);
 }
 
 } // namespace

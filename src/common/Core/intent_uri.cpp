@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "intent_uri.h"
 
-#include "types.h"
+#include "object_builder.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QStringList>
@@ -110,12 +110,12 @@ std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri)
         return {};
     }
 
-    Types::ObjectBuilder hints;
+    ObjectBuilder hints;
     const auto items = QUrlQuery(uri).queryItems();
     for (const auto &[key, text] : items)
         hints.insert(key, valueFromString(text));
 
-    Types::ObjectBuilder params;
+    ObjectBuilder params;
     const QVector<QStringRef> parts = fragment.midRef(FragmentHead.size()).split(QLatin1Char(';'));
     for (int i = 1; i < parts.size() && parts[i] != FragmentTail; ++i) {
         const int equals = parts[i].indexOf(QLatin1Char('='));

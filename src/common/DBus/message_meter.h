@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include "types.h"
-
-#include <Core/types.h>
+#include "json.h"
 
 #include <QtCore/QStringList>
+#include <QtCore/QVariant>
 
 // File descriptors that a message may carry: a stock session bus cuts off who sends more.
 #ifndef CORVANE_MAX_DESCRIPTORS
@@ -14,80 +13,49 @@
 
 namespace Corvane {
 
-constexpr int MaxLevels = 64; // containers within each other in a message
-
-/// The writer in whose name a null that is left out is logged.
-constexpr const char *ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
-constexpr Omission NullLeftOut{Core::Types::UnknownType, ValueWriter};
-
 /**
- * Measures the body of a message before it is made.
+ * Measures the body of a message before it is marshalled.
  *
- * The bus takes a message that breaks its limits for an attack and cuts off the sender, for the rest of the process's
- * life; beyond some of them libdbus itself dies. So arguments are measured first, in any order: they are counted as
- * they will be marshalled. What is left out there, since the bus has no form for it, is passed over.
- *
- * JSON is measured and made ready to be marshalled in one walk, the longest part of which is to take it apart.
+ * A message over the bus's limits costs the sender its connection for the rest of the process's life, and some limits
+ * crash libdbus itself. The meter therefore counts the arguments, in any order, as QtDBus will marshal them.
  */
 class MessageMeter
 {
 public:
     void add(const QString &text);
     void add(const QStringList &texts);
-    /// The map that Core::Types makes of the object.
-    void add(const QJsonObject &object);
-    /// Makes of the object what is to be sent. Nulls, and arrays of arrays or of nulls, are left out.
-    /// Of use only if there is no problem.
-    BusObject addConverted(const QJsonObject &object);
-    QVariant addConverted(const QJsonValue &value);
-    /// A map of what Core::Types and addConverted() make of JSON, of what QtDBus marshals by itself, of descriptors,
-    /// and of values as they came from the bus. Values that somebody else marshals are taken to be small.
+    /// Adds a map of types that QtDBus marshals, of BusMember::value, or of unread values from the bus. A value of a
+    /// type that the application has registered with QtDBus counts as small.
     void add(const QVariantMap &map);
+    void add(const BusObject &object);
+    /// Adds a problem if the conversion left out a value that nests too deep.
+    void add(const Omissions &omissions);
 
-    /// Why the bus would not let the message pass, for people; empty if it would.
+    /// Returns why the bus would refuse the message, as a text for people, or an empty text if it would accept it.
     QString problem() const;
 
-    /// What was left out in converting, to be logged once the message is sent.
-    const Omissions &omissions() const { return m_omissions; }
-
-    /// The value as in a BusMember, whatever its size; invalid if the bus has nothing for it. Logs what is left out,
-    /// which is also what is nested deeper than a message can be.
-    static QVariant converted(const QJsonValue &value);
-
 private:
-    QVariant addConverted(const QJsonArray &array);
-
-    void addContent(const QJsonValue &value);
-    void addPlainContent(const QJsonValue &value);
-    void addPlainMembers(const QJsonObject &object);
-    void addContent(const QVariant &value);
-    void add(const BusObject &object);
-    void add(const QDBusArgument &arg);
-    template<typename... Elements>
-    bool addFixedLists(const QVariant &value);
-
-    template<typename Map, typename AddContent>
-    void addMap(const Map &map, AddContent addContent);
-    template<typename List, typename AddElement>
-    void addList(const List &list, int alignment, int levels, AddElement addElement);
-    void addFixedArray(int count, int elementSize);
+    void add(const QVariant &content);
+    void addNext(const QDBusArgument &arg);
+    void addValue(const QVariant &value, char code, char elementCode = 0);
+    void addContainer(const QVariant &container, char elementCode);
+    template<typename List>
+    void addElements(const List &list, int alignment, int levels = 0);
+    void addMember(const QString &key, const QVariant &content);
     void addDescriptors(int count);
-
-    void align(int alignment);
     void addFixed(int size);
     void addSignature(int length);
-    template<typename Add>
-    void addNested(int levels, Add add);
     template<typename AddElements>
-    void addBody(int alignment, AddElements addElements);
+    void addArray(int alignment, AddElements addElements);
+    template<typename Add>
+    void nest(int levels, Add add);
+    void align(int alignment);
     void refuse(const QString &problem);
 
-    bool m_hasLimits = true;
     qint64 m_size = 0;
     int m_level = 0;
     int m_descriptors = 0;
     QString m_problem;
-    Omissions m_omissions;
 };
 
 } // namespace Corvane

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "types.h"
 
-#include "message_meter.h"
+#include "json.h"
 
-#include <Core/types.h>
+#include <Core/object_builder.h>
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusMetaType>
@@ -70,8 +70,17 @@ bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonV
     return false;
 }
 
-/// Writes what MessageMeter has converted. appendVariant() would write a registered type through a second reference,
-/// and an argument that stands alone detaches from that.
+/// Converts the value, and logs all values that are left out.
+QVariant converted(const QJsonValue &value)
+{
+    Corvane::Omissions omissions;
+    const QVariant result = Corvane::toBus(value, Corvane::Place::Params, &omissions);
+    omissions.log();
+    return result;
+}
+
+/// Writes a converted value. QDBusArgument::appendVariant() would write a registered type through a second reference,
+/// from which a standalone argument detaches.
 void write(QDBusArgument &arg, const QVariant &converted)
 {
     const int type = converted.userType();
@@ -97,7 +106,7 @@ QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value)
     if (value.isNull())
         arg << QDBusVariant(QVariant());
     else
-        write(arg, Corvane::MessageMeter::converted(value));
+        write(arg, converted(value));
     return arg;
 }
 
@@ -136,7 +145,7 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
 
 const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonObject &object)
 {
-    Core::Types::ObjectBuilder members(object);
+    Core::ObjectBuilder members(object);
     QDBusArgument::ElementType type = QDBusArgument::UnknownType; // all values have the same
     arg.beginMap();
     while (!arg.atEnd()) {
@@ -190,7 +199,7 @@ void demarshall(const QDBusArgument &arg, void *value)
 /// Writes each array as av: Qt takes the signature of the type, which a variant has to match, from an empty array.
 void marshallArray(QDBusArgument &arg, const void *value)
 {
-    arg << MessageMeter::converted(*static_cast<const QJsonArray *>(value)).value<QVariantList>();
+    arg << converted(*static_cast<const QJsonArray *>(value)).value<QVariantList>();
 }
 
 /// Has Qt refuse the message. A value can have any signature, and Qt crashes on a type without one: so the type is av,
@@ -221,18 +230,6 @@ const QDBusArgument &readRecord(const QDBusArgument &arg, Members &...members)
 }
 
 } // namespace
-
-QDBusArgument &operator<<(QDBusArgument &arg, const BusObject &object)
-{
-    arg.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
-    for (const BusMember &member : object.members) {
-        arg.beginMapEntry();
-        arg << member.key << member.value;
-        arg.endMapEntry();
-    }
-    arg.endMap();
-    return arg;
-}
 
 QDBusArgument &operator<<(QDBusArgument &arg, const TaskState &record)
 {
@@ -320,135 +317,6 @@ void registerRecordTypes()
     qDBusRegisterMetaType<QList<QVariantMap>>(); // arrays of objects in hints
 
     registered = true;
-}
-
-namespace {
-
-/// The value with each leaf as \a convert makes it, and without those that become invalid. What is nested beyond any
-/// message stays as it is.
-template<typename Convert>
-QVariant filtered(const QVariant &value, Convert convert, int levels = MaxLevels)
-{
-    const auto inner = [convert, levels](const QVariant &part) { return filtered(part, convert, levels - 1); };
-    const int type = value.userType();
-    if (levels == 0)
-        return value;
-    if (type == QMetaType::QVariantList) {
-        QVariantList list;
-        const QVariantList elements = value.toList();
-        for (const QVariant &element : elements) {
-            const QVariant kept = inner(element);
-            if (kept.isValid())
-                list.append(kept);
-        }
-        return list;
-    }
-    if (type == QMetaType::QVariantMap || type == QMetaType::QVariantHash) {
-        QVariantMap map;
-        const QVariantMap members = value.toMap();
-        for (auto member = members.begin(); member != members.end(); ++member) {
-            const QVariant kept = inner(member.value());
-            if (kept.isValid())
-                map.insert(map.constEnd(), member.key(), kept);
-        }
-        return map;
-    }
-    if (type == qMetaTypeId<QList<QVariantMap>>()) {
-        QList<QVariantMap> maps;
-        const auto elements = value.value<QList<QVariantMap>>();
-        maps.reserve(elements.size());
-        for (const QVariantMap &element : elements)
-            maps.append(inner(element).toMap());
-        return QVariant::fromValue(maps);
-    }
-    if (type == qMetaTypeId<QDBusVariant>()) {
-        const QVariant kept = inner(value.value<QDBusVariant>().variant());
-        return kept.isValid() ? QVariant::fromValue(QDBusVariant(kept)) : QVariant();
-    }
-    return convert(value, inner);
-}
-
-bool isJson(int type)
-{
-    return type == QMetaType::QJsonValue || type == QMetaType::QJsonArray || type == QMetaType::QJsonObject;
-}
-
-/// Converts a container of JSON to one of variants; returns an invalid variant for anything else. Qt would write each
-/// element with the one signature of its type.
-QVariant jsonAsVariants(const QVariant &container)
-{
-    if (container.canConvert<QVariantList>()) {
-        const auto elements = container.value<QSequentialIterable>();
-        return elements.size() > 0 && isJson((*elements.begin()).userType()) ? container.value<QVariantList>()
-                                                                             : QVariant();
-    }
-    if (container.canConvert<QVariantMap>()) {
-        const auto members = container.value<QAssociativeIterable>();
-        return members.size() > 0 && isJson((*members.begin()).userType()) ? container.value<QVariantMap>()
-                                                                           : QVariant();
-    }
-    return {};
-}
-
-/// Whether the signature is that of one value, as a variant holds it.
-bool isSingle(const QString &signature)
-{
-    int depth = 0;
-    for (int i = 0; i < signature.size(); ++i) {
-        const char code = signature[i].toLatin1();
-        depth += (code == '(' || code == '{') - (code == ')' || code == '}');
-        if (depth == 0 && code != 'a')
-            return i == signature.size() - 1;
-    }
-    return false;
-}
-
-} // namespace
-
-bool isArgument(const QVariant &value, const char *signature)
-{
-    return value.userType() == qMetaTypeId<QDBusArgument>()
-        && value.value<QDBusArgument>().currentSignature() == QLatin1String(signature);
-}
-
-void logOmissions(const Omissions &omissions)
-{
-    for (const Omission &omission : omissions)
-        QMessageLogger(__FILE__, __LINE__, omission.function).warning() << omission.text;
-}
-
-QVariant withoutNulls(const QVariant &value, Omissions *omissions)
-{
-    return filtered(value, [omissions](const QVariant &leaf, const auto &) {
-        if (leaf.userType() != QMetaType::Nullptr)
-            return leaf;
-        omissions->append(NullLeftOut);
-        return QVariant();
-    });
-}
-
-QVariant withoutUnsendable(const QVariant &value)
-{
-    return filtered(value, [](const QVariant &leaf, const auto &inner) {
-        const int type = leaf.userType();
-        if (isJson(type)) {
-            MessageMeter meter;
-            const QVariant converted = meter.addConverted(QJsonValue::fromVariant(leaf));
-            if (!meter.problem().isEmpty())
-                return leaf;
-            logOmissions(meter.omissions());
-            return converted;
-        }
-        const QVariant variants = jsonAsVariants(leaf);
-        if (variants.isValid())
-            return inner(variants);
-        const bool isSendable = type == qMetaTypeId<QDBusArgument>()
-            ? isSingle(leaf.value<QDBusArgument>().currentSignature())
-            : leaf.isValid() && QDBusMetaType::typeToSignature(type);
-        if (!isSendable)
-            qWarning() << "Value without a form on D-Bus:" << leaf;
-        return isSendable ? leaf : QVariant();
-    });
 }
 
 } // namespace Corvane

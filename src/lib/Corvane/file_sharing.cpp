@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "file_sharing.h"
 
+#include <Core/json_array.h>
 #include <Core/json_path.h>
 
 #include <QtCore/QDebug>
@@ -79,6 +80,23 @@ void FileSharing::setOutputFiles(const QStringList &readFiles, const QStringList
 {
     map.insert(ReadFiles, readFiles);
     map.insert(WriteFiles, writeFiles);
+}
+
+QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
+{
+    QJsonObject result = hints;
+    for (const QString &key : {ReadFiles, WriteFiles}) {
+        const QJsonArray list = hints.value(key).toArray();
+        if (list.isEmpty() || Core::commonType(list))
+            continue;
+        QJsonArray paths;
+        for (const auto &element : list) {
+            const QJsonValue value = element;
+            paths.append(value.isArray() || value.isObject() ? QString() : value.toVariant().toString());
+        }
+        result.insert(key, paths);
+    }
+    return result;
 }
 
 void FileSharing::shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map)

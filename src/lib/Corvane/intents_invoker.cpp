@@ -6,7 +6,6 @@
 #include "file_sharing.h"
 
 #include <Core/intent_uri.h>
-#include <Core/types.h>
 #include <DBus/message_meter.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
@@ -39,23 +38,24 @@ void IntentsInvokerPrivate::invoke(const QString &intentName, const QJsonObject 
 QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJsonObject &hints,
                                              const QJsonObject &params)
 {
+    Omissions omissions;
+    QVariantMap map = toBusMap(FileSharing::withTextPaths(hints), Place::Hints, &omissions);
+    const BusObject body = toBusObject(params, Place::Params, &omissions);
     MessageMeter meter;
+    meter.add(omissions);
     meter.add(intentName);
-    const BusObject body = meter.addConverted(params);
-    MessageMeter given = meter; // before files are opened, and before what nests too deep is converted
-    given.add(hints);
-    if (!given.problem().isEmpty())
-        return refusedCall(given.problem());
+    meter.add(body);
+    MessageMeter withoutFiles = meter; // a message that is refused opens no files
+    withoutFiles.add(map);
+    if (!withoutFiles.problem().isEmpty())
+        return refusedCall(withoutFiles.problem());
 
-    QVariantMap map = Core::Types::jsonObjectToVariantMap(hints);
     FileSharing::shareUri(intentName, params, map);
     FileSharing::exportFiles(params, map);
-    Omissions omissions;
-    map = withoutNulls(map, &omissions).toMap();
     meter.add(map);
     if (!meter.problem().isEmpty())
         return refusedCall(meter.problem());
-    logOmissions(omissions + meter.omissions());
+    omissions.log();
     return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(body));
 }
 

@@ -26,15 +26,18 @@ RuntimeDispatcher *currentDispatcher = nullptr;
 void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
                QVariantMap files)
 {
+    Omissions omissions;
+    const BusObject body = toBusObject(result, Place::Params, &omissions);
     MessageMeter meter;
-    const BusObject body = meter.addConverted(result);
+    meter.add(omissions);
+    meter.add(body);
     if (meter.problem().isEmpty()) { // else no files are opened
         FileSharing::exportFiles(result, files);
         meter.add(files);
     }
     QString problem = meter.problem();
     if (problem.isEmpty()) {
-        logOmissions(meter.omissions());
+        omissions.log();
         // Without a bus, sending is no failure to Qt.
         if (connection.isConnected() && connection.send(call.createReply({QVariant::fromValue(body), files})))
             return;

@@ -9,6 +9,7 @@
 #include <Core/environment.h>
 #include <DBus/message_meter.h>
 #include <DBus/pending_call.h>
+#include <DBus/variants.h>
 
 #include <QtCore/QPointer>
 #include <QtCore/QStandardPaths>
@@ -73,15 +74,17 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
 
 void TaskPrivate::start(const std::function<void(const Error &)> &callback)
 {
-    const QVariantMap sent = withoutUnsendable(properties).toMap();
+    Omissions omissions;
+    const QVariantMap sent = sendable(properties, &omissions);
     MessageMeter meter;
+    meter.add(omissions);
     meter.add(qualifiedName);
     meter.add(arguments);
     meter.add(sent);
-    deliver(meter.problem().isEmpty()
-                ? TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent)
-                : refusedCall(meter.problem()),
-            callback);
+    if (!meter.problem().isEmpty())
+        return deliver(refusedCall(meter.problem()), callback);
+    omissions.log();
+    deliver(TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent), callback);
 }
 
 void TaskPrivate::stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback)

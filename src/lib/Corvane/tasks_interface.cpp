@@ -3,6 +3,7 @@
 
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/variants.h>
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusPendingReply>
@@ -13,15 +14,6 @@ static bool operator==(const TaskState &left, const TaskState &right)
 {
     return left.taskId == right.taskId && left.state == right.state && left.properties == right.properties;
 }
-
-namespace {
-
-QVector<TaskState> toTaskStates(const QVariant &value)
-{
-    return isArgument(value, "a(sua{sv})") ? qdbus_cast<QVector<TaskState>>(value) : value.value<QVector<TaskState>>();
-}
-
-} // namespace
 
 TasksInterface *TasksInterface::instance()
 {
@@ -64,7 +56,7 @@ void TasksInterface::applyProperties(const QVariantMap &properties)
 {
     const QString key = QStringLiteral("State");
     for (auto property = properties.find(key); property != properties.end() && property.key() == key; ++property)
-        onStateChanged(toTaskStates(*property));
+        onStateChanged(fromBus<QVector<TaskState>>(*property));
 }
 
 void TasksInterface::onStateChanged(const QVector<TaskState> &newStates)
