@@ -2,13 +2,13 @@
 #pragma once
 
 /// \file
-/// The version of the headers that a program is compiled against. The build reads it from here.
+/// The version of the headers. The build system reads it from this file.
 
 #define CORVANE_VERSION_MAJOR 1
 #define CORVANE_VERSION_MINOR 0
 #define CORVANE_VERSION_PATCH 0
 
-/// True if the headers are of the given version or a later one.
+/// Evaluates to true if the version of the headers is the given one or later.
 #define CORVANE_VERSION_AT_LEAST(major, minor, patch)                                                                  \
     (CORVANE_VERSION_MAJOR > (major)                                                                                   \
      || (CORVANE_VERSION_MAJOR == (major)                                                                              \

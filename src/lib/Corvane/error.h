@@ -7,22 +7,25 @@
 namespace Corvane {
 
 /**
- * The outcome of an operation: a code, and a text for people.
+ * The result of an operation: a code and a human-readable message.
  *
- * A plain value; copies may travel between threads. A default-made Error means success:
+ * Error is a value class; threads may pass copies to each other. A default-constructed Error means success. An Error
+ * converts to true if the operation failed:
  * \code
  * if (const Corvane::Error error = dispatcher->startService())
  *     qWarning() << "Cannot receive intents:" << error.message();
  * \endcode
+ *
+ * docs/compatibility.md lists the bus error names that have a code.
  */
-class [[nodiscard]] [[gnu::visibility("default")]] Error // GCC 12 takes no CORVANE_EXPORT beside [[nodiscard]]
+class [[nodiscard]] [[gnu::visibility("default")]] Error // GCC 12 rejects CORVANE_EXPORT beside [[nodiscard]]
 {
 public:
     enum Code : int {
         NoError = 0,
-        Failed = 1, ///< Any failure without a code of its own: no bus, no answer in time, an error unknown here.
+        Failed = 1, ///< Any failure without its own code: no bus, a time-out, an unknown error name.
         HandlerNotFound = 2, ///< No application handles the intent.
-        HandlerFailed = 3, ///< The application that handles the intent answered with an error, or vanished.
+        HandlerFailed = 3, ///< The application that handles the intent replied with an error, or ended.
         InvalidArgs = 4,
         NotSupported = 5,
         AccessDenied = 6,
@@ -35,15 +38,15 @@ public:
     Error(Code code = NoError, const QString &message = QString());
 
     Code code() const;
-    /// The text that came with the error, unchanged; usually empty on success. Not translated, not for parsing.
+    /// The message of the error, unchanged and not translated; usually empty on success. Do not parse it.
     QString message() const;
 
-    /// True if something went wrong: the code is not NoError.
+    /// Returns true if the operation failed, that is, if the code is not NoError.
     bool isError() const;
-    /// The same as isError().
+    /// Returns isError().
     operator bool() const;
 
-    /// Whether the error has this code, whatever its message.
+    /// Returns true if \a error has the code \a code. Ignores the message.
     friend bool operator==(const Error &error, Code code)
     {
         return error.m_code == code;
@@ -60,7 +63,7 @@ public:
     {
         return !(error == code);
     }
-    /// Whether both the codes and the messages are the same.
+    /// Returns true if the codes and the messages are equal.
     friend bool operator==(const Error &a, const Error &b)
     {
         return a == b.m_code && a.m_message == b.m_message;

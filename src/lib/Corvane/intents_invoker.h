@@ -15,7 +15,7 @@ namespace Corvane {
 class IntentsInvokerPrivate;
 
 /**
- * Asks the service to run intents: named requests that it routes to whichever application handles them.
+ * Invokes intents: named requests that the service routes to the application that handles them.
  *
  * \code
  * auto *invoker = new Corvane::IntentsInvoker(this);
@@ -23,52 +23,56 @@ class IntentsInvokerPrivate;
  * invoker->invoke(QStringLiteral("OpenURI"), {}, {{QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}});
  * \endcode
  *
- * Any number of calls may be in flight at once. Replies come in the order in which they complete, and a reply does not
- * say which call it belongs to: use an invoker for each call where that matters.
+ * Any number of calls may be in flight at once. replyReceived() is emitted in the order in which the calls finish, and
+ * does not identify the call. Use one invoker per call if that matters.
  *
- * Use an invoker on the thread that made it, which needs a running event loop. The constructor asks the bus once,
- * blocking, who owns the service's name; nothing else here blocks.
+ * Use an invoker on the thread that created it; the thread needs a running event loop. The constructor blocks until the
+ * bus has returned the owner of the service's name. No other function blocks.
+ *
+ * See also docs/compatibility.md.
  */
 class CORVANE_EXPORT IntentsInvoker : public QObject
 {
     Q_OBJECT
 public:
     explicit IntentsInvoker(QObject *parent = nullptr);
-    /// Drops the replies that have not come yet.
+    /// Drops the replies of all calls in flight.
     ~IntentsInvoker() override;
 
     /**
-     * Sends the intent \a intentName and returns at once; replyReceived() tells the outcome, later, exactly once.
+     * Sends the intent \a intentName and returns at once. replyReceived() is emitted exactly once, later.
      *
-     * \a params are the values of the intent, as its handler receives them. \a hints are for the service. Two of them
-     * name files: "readFiles" and "writeFiles" hold paths into \a params ("file", "list[0].name", "list[*]") of plain
-     * file names and file: URLs. These files are opened here, for reading or for reading and writing (a missing one is
-     * then created), and travel as descriptors. For the intent "OpenURI", "readFiles" is always what \a params hold
-     * under "uri". Keys that contain '.', '[' or are "*" cannot be named by a path. A file that cannot be opened is
-     * logged, ends its list, and does not keep the intent from being sent.
+     * \a params contains the values that the handler receives. \a hints is for the service. The hints "readFiles" and
+     * "writeFiles" are lists of paths into \a params, such as "file", "list[0].name" or "list[*]". The values at these
+     * paths are plain file names or file: URLs. invoke() opens the files and sends their file descriptors. Files in
+     * "readFiles" are opened for reading. Files in "writeFiles" are opened for reading and writing, and missing ones
+     * are created. For the intent "OpenURI", "readFiles" is always set to the value at "uri". A path cannot name a key
+     * that is empty, is "*", or contains '.' or '['. A file that cannot be opened is logged and ends its list; the
+     * intent is still sent.
      *
-     * Numbers travel as doubles. Values that D-Bus cannot carry (null, an array of arrays or of nulls) are left out,
-     * with a warning. An intent that the bus would not let pass fails with Error::Failed and is not sent: one that
-     * nests more than 64 containers (an object counts as three, an array of one type as one, a mixed one as two),
-     * holds an array or object of more than 64 MiB, is longer than 128 MiB in all, shares more than 16 files, or has
-     * U+0000 in a text. A call that is not answered fails after 86.4 seconds.
+     * Numbers are sent as doubles. Values that D-Bus cannot represent (a null, an array of arrays or of nulls) are
+     * omitted, with a warning. An intent over the limits of the bus is not sent and fails with Error::Failed. The
+     * limits are 64 nested containers (an object counts as three, an array of one type as one, a mixed array as two),
+     * 64 MiB in an array or object, 128 MiB in all, 16 files, and no U+0000 in a string. A call without an answer fails
+     * after 86.4 seconds.
      */
     void invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 
     /**
-     * Writes an intent as a URI such as "intent://?h=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///a.txt;end".
+     * Returns an intent as a URI such as "intent://?h=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///a.txt;end".
      *
-     * Only booleans, numbers (six significant digits) and strings without ';' can be written, and \a intentName must
-     * not be empty; for anything else the URL is empty, and a warning says why where the value is to blame.
+     * The values may be booleans, numbers (written with six significant digits) and strings without ';'. Keys are not
+     * escaped: those with ';' or '=' cannot be read back. The URL is empty if \a intentName is empty or if a value
+     * cannot be written; a warning names the reason, except for a null.
      */
     static QUrl intentToUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 
 Q_SIGNALS:
     /**
-     * An intent has been answered, or has failed. Emitted once for each invoke(), from the event loop.
+     * Emitted once for each invoke(), from the event loop, when the intent was answered or has failed.
      *
-     * \a reply is what the handler answered; it is empty if \a error is set. The invoker may be deleted in here.
-     * A queued connection and QSignalSpy need registerMetaTypes().
+     * \a reply is the reply of the handler, or empty if \a error is set. A slot may delete the invoker. Queued
+     * connections and QSignalSpy need registerMetaTypes().
      */
     void replyReceived(const QJsonObject &reply, const Corvane::Error &error);
 

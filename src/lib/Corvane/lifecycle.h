@@ -12,51 +12,54 @@ namespace Corvane {
 
 class LifecyclePrivate;
 
-/// Where an instance of an application is in its life. The service may send other numbers; they arrive unchanged.
+/// The state of an instance of an application. Other numbers from the service arrive unchanged.
 enum ApplicationState : quint32 {
     UnknownState = 0,
-    LaunchingState = 1, ///< Its process has been started; it does not own its bus name yet.
-    ForegroundState = 2, ///< It runs, and the user deals with it.
-    BackgroundState = 3, ///< It runs out of the user's sight.
-    SuspendedState = 4, ///< Its process is there, but is given no time.
-    StoppedState = 5, ///< Its process has ended, however it did.
+    LaunchingState = 1, ///< The process was started. It does not own its bus name yet.
+    ForegroundState = 2, ///< The application runs, and the user interacts with it.
+    BackgroundState = 3, ///< The application runs, but the user does not see it.
+    SuspendedState = 4, ///< The process exists, but gets no processor time.
+    StoppedState = 5, ///< The process has ended, for any reason.
 };
 
 /**
- * Follows the states of all application instances, as the service announces them.
+ * Follows the states of all application instances, as announced by the service.
  *
  * \code
  * connect(Corvane::Lifecycle::instance(), &Corvane::Lifecycle::stateChanged, this,
  *         [](const QString &appInstanceId, Corvane::ApplicationState state) { qInfo() << appInstanceId << state; });
  * \endcode
  *
- * One for each process, to be used on the main thread.
+ * There is one object per process. Use it on the main thread. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Lifecycle : public QObject
 {
     Q_OBJECT
 public:
     /**
-     * The object of this process, made on first use, which subscribes to the service's signal. The library never
-     * deletes it; an application that does must not call this again. Making it asks the bus once, blocking, who owns
-     * the service's name.
+     * Returns the object of this process. The first call creates it, subscribes to the service's signal, and blocks
+     * until the bus has returned the owner of the service's name. The library never deletes the object. Do not call
+     * instance() after deleting it: the returned pointer would dangle.
      */
     static Lifecycle *instance();
     ~Lifecycle() override;
 
     /**
-     * Claims the instance id that the service gave this process (HALVIR_APP_INSTANCE_ID, read at each call) as a bus
-     * name. Blocks until the bus has answered. Fails if another process holds the name, or with what the bus says; an
-     * id that is not set is none that the bus accepts.
+     * Claims the instance id of this process as a bus name, and blocks until the bus has replied. The service sets the
+     * id in HALVIR_APP_INSTANCE_ID, which is read at each call. Returns an error if the id is not set, if another
+     * process owns the name, or if the bus reports one.
+     *
+     * RuntimeDispatcher::startService() claims the same name. Use the functions of one class only.
      */
     Error startService();
-    /// Releases the name. One that was not held is no error. Blocks until the bus has answered.
+    /// Releases the name, and blocks until the bus has replied. Succeeds if this process does not own the name.
+    /// RuntimeDispatcher::stopService() releases the same name.
     Error stopService();
 
 Q_SIGNALS:
     /**
-     * The service announced the state of an instance: any instance of any application, this process's too. A queued
-     * connection and QSignalSpy need registerMetaTypes().
+     * Emitted when the service announces the state of an instance of any application, this process included. Queued
+     * connections and QSignalSpy need registerMetaTypes().
      */
     void stateChanged(const QString &appInstanceId, const ApplicationState &state);
 

@@ -12,7 +12,7 @@ namespace Corvane {
 class MemoryPressurePrivate;
 
 /**
- * The system's memory pressure, as the service measures it.
+ * The memory pressure of the system, as measured by the service.
  *
  * \code
  * connect(Corvane::MemoryPressure::instance(), &Corvane::MemoryPressure::levelChanged, this,
@@ -22,36 +22,37 @@ class MemoryPressurePrivate;
  *         });
  * \endcode
  *
- * One for each process, to be used on the main thread.
+ * There is one object per process. Use it on the main thread. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT MemoryPressure : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(MemoryLevel level READ level NOTIFY levelChanged)
 public:
-    /// The service may send other numbers; they arrive unchanged.
+    /// Other numbers from the service arrive unchanged.
     enum MemoryLevel : int {
         NormalLevel = 0,
-        LowLevel = 100, ///< Memory is getting scarce: give up what can be made again.
+        LowLevel = 100, ///< Memory is getting scarce: release data that can be created again.
         CriticalLevel = 200, ///< The system is about to end processes.
     };
     Q_ENUM(MemoryLevel)
 
     /**
-     * The object of this process, made on first use. It subscribes to the service and asks it for the level; if either
-     * fails, a warning says so, and nothing is tried again. The library never deletes it; an application that does must
-     * not call this again. Making it asks the bus once, blocking, who owns the service's name.
+     * Returns the object of this process. The first call creates it, and blocks until the bus has returned the owner of
+     * the service's name. The object subscribes to the service and requests the level, once. If one of these calls
+     * fails, it logs a warning and does not retry. The library never deletes the object. Do not call instance() after
+     * deleting it: the returned pointer would dangle.
      */
     static MemoryPressure *instance();
     ~MemoryPressure() override;
 
-    /// The level last heard of; NormalLevel until the service has told it. Asks nobody.
+    /// Returns the last received level, or NormalLevel if there is none. Does not call the service.
     MemoryLevel level() const;
 
 Q_SIGNALS:
     /**
-     * The service told another level than the last one, or its first that is not NormalLevel. The constructor registers
-     * the argument for queued connections; registerMetaTypes() does so as well.
+     * Emitted when the service sends a level that differs from level(). Queued connections work without
+     * registerMetaTypes(): the constructor registers the argument type.
      */
     void levelChanged(MemoryLevel level);
 

@@ -6,16 +6,14 @@
 namespace Corvane {
 
 /**
- * Registers the argument types of all signals of the library with Qt, once for the process.
+ * Registers the argument types of all signals of the library with Qt, once per process.
  *
- * Direct connections need no registration. A queued connection does: one to a receiver in another thread, or one with
- * Qt::QueuedConnection. So does QSignalSpy, to keep the arguments. The classes do not register the types themselves;
- * call this function before such a connection is made.
+ * Direct connections need no registration. Queued connections (to a receiver in another thread, or with
+ * Qt::QueuedConnection) and QSignalSpy do. Of the classes, only MemoryPressure registers its own type; therefore call
+ * this function before you make such a connection. Call it on the main thread.
  *
- * The types are registered under the names that the signals use: "Task::State", "State" for TaskMessaging::State,
+ * The types are registered under the names in the signals: "Task::State", "State" for TaskMessaging::State,
  * "ApplicationState", "MemoryLevel" and "Corvane::Error". QVariant::toInt() returns the number of an enumerator.
- *
- * Call it on the main thread.
  */
 CORVANE_EXPORT void registerMetaTypes();
 

@@ -16,7 +16,7 @@ namespace Corvane {
 class RuntimeDispatcherPrivate;
 
 /**
- * This process as the service sees it: who it is, why it was started, and the intents that it handles.
+ * Connects this process to the service: provides its identity, and receives the intents that it handles.
  *
  * \code
  * auto *dispatcher = Corvane::RuntimeDispatcher::instance();
@@ -27,85 +27,90 @@ class RuntimeDispatcherPrivate;
  *     qFatal("Cannot receive intents: %s", qUtf8Printable(error.message()));
  * \endcode
  *
- * One for each process, to be used on the main thread, whose event loop delivers the intents.
+ * There is one dispatcher per process. Use it on the main thread, whose event loop delivers the intents. See also
+ * docs/compatibility.md.
  */
 class CORVANE_EXPORT RuntimeDispatcher : public QObject
 {
     Q_OBJECT
 public:
-    /// Answers the intent with a JSON object. To be called once, now or later, on the dispatcher's thread.
+    /// Sends the reply to an intent. Call it once, inside the handler or later, on the dispatcher's thread.
     using ReplyFunction = std::function<void(const QJsonObject &result)>;
-    /// Handles an intent. The object is what the caller gave as its parameters.
+    /// Handles an intent. \a params contains the parameters of the caller.
     using IntentHandler = std::function<void(const QJsonObject &params, const ReplyFunction &reply)>;
 
     /**
-     * The dispatcher of this process, made on first use. The library never deletes it; the application may, and the
-     * next call then makes a new one, which reads the environment again and handles nothing yet.
+     * Returns the dispatcher of this process. The first call creates it. The library never deletes it. An application
+     * may delete it; the next call then creates another, which reads the environment again and has no handlers.
      */
     static RuntimeDispatcher *instance();
 
-    /// Makes a dispatcher and has instance() return it, until any dispatcher is deleted. Applications call instance()
+    /// Creates a dispatcher. instance() returns it until any dispatcher is deleted. Applications call instance()
     /// instead.
     RuntimeDispatcher();
     ~RuntimeDispatcher() override;
 
-    /// The id of the application, as the service gave it when it started the process; empty if it did not.
+    /// The id of the application (HALVIR_APP_ID); empty if the service did not start this process.
     QString applicationId() const;
-    /// The id of this instance of the application, which is also its bus name while startService() holds it.
+    /// The id of this instance of the application (HALVIR_APP_INSTANCE_ID). startService() claims it as a bus name.
     QString applicationInstanceId() const;
-    /// The id of the task that this process runs; empty if it runs the application itself.
+    /// The id of the task that this process runs (HALVIR_TASK_ID); empty if it runs the application itself.
     QString taskId() const;
 
     /**
-     * The descriptor of the listening socket that the service prepared for this task (HALVIR_TASK_FD, read at each
-     * call). It is 0 if there is none, or if the variable holds anything but a number.
+     * The file descriptor of the listening socket that the service created for this task. The function reads
+     * HALVIR_TASK_FD at each call. It returns 0 if the variable is not set or is not a number.
      */
     int localServerSocket() const;
 
     /**
      * Makes this process reachable for intents: exports the handler object and claims applicationInstanceId() as a bus
-     * name. Blocks until the bus has answered. Fails if the handler object's path is taken on this connection
-     * ("Registration failed"), if another process holds the name, or with what the bus says. May be called again.
+     * name. Blocks until the bus has replied. Returns an error if another object has the handler object's path on this
+     * connection ("Registration failed"), if another process owns the name, or if the bus reports one. It may be called
+     * again.
      *
-     * Call it by name with the return type spelled as the meta-object has it:
+     * To call it by name, spell the return type as in the meta-object:
      * \code
      * Corvane::Error error;
      * QMetaObject::invokeMethod(dispatcher, "startService", QReturnArgument<Corvane::Error>("Error", error));
      * \endcode
      */
     Q_INVOKABLE Error startService();
-    /// Releases the bus name; the service no longer reaches this process. Blocks until the bus has answered.
-    /// A name that was not held is no error.
+    /// Releases the bus name, and blocks until the bus has replied. Succeeds if this process does not own the name. The
+    /// handler object stays exported. Lifecycle::stopService() releases the same name.
     Q_INVOKABLE Error stopService();
 
-    /// Calls \a callback, now, if this process runs the application and not one of its tasks.
-    /// \throws std::bad_function_call if it would call an empty one.
+    /// Calls \a callback at once if this process runs the application and not one of its tasks.
+    /// \throws std::bad_function_call if the callback to call is empty
     void onApplicationStarted(const std::function<void()> &callback);
-    /// Calls \a callback with the task id, now, if this process runs the task \a taskName (any task if that is empty).
-    /// The callback may delete the dispatcher.
-    /// \throws std::bad_function_call if it would call an empty one.
+    /// Calls \a callback with the task id at once if this process runs the task \a taskName, or any task if \a taskName
+    /// is empty. The callback may delete the dispatcher.
+    /// \throws std::bad_function_call if the callback to call is empty
     void onTaskStarted(const QString &taskName, const std::function<void(const QString &taskId)> &callback);
 
     /**
-     * Has \a handler answer the intents named \a intentName, in place of any earlier handler and its output files.
+     * Registers \a handler for the intent \a intentName. It replaces an earlier handler and its output files.
      *
-     * The handler runs from the event loop, once for each intent. It may delete the dispatcher, register and
-     * unregister; so may the destructors of its captures when it is replaced or removed. Calling its reply function
-     * sends the reply; each further call sends one more, which the bus drops. A caller whose handler never does so
-     * waits for its time-out. A result that the bus would not let pass (see IntentsInvoker::invoke() for the limits)
-     * is reported to the caller as an error, and logged.
+     * The event loop calls the handler once for each intent. The handler may register and unregister intents, and may
+     * delete the dispatcher. The same is true of the destructors of its captures, when the handler is replaced or
+     * removed.
+     *
+     * Each call of the reply function sends a reply; the caller receives only the first one. If the handler never calls
+     * it, the caller waits until its time-out. If the result is over the limits of the bus (see
+     * IntentsInvoker::invoke()), the caller gets an error, and a warning is logged.
      *
      * An empty handler throws std::bad_function_call into the event loop when an intent arrives. An intent with an
      * empty name is never delivered.
      */
     void registerIntent(const QString &intentName, const IntentHandler &handler);
-    /// Forgets the handler. Reply functions that were handed out before stay valid.
+    /// Removes the handler. Its reply functions remain valid.
     void unregisterIntent(const QString &intentName);
 
     /**
-     * Says where results of the intent name files: paths into the result, as in IntentsInvoker::invoke(). When the
-     * handler replies, these files are opened, for reading or for reading and writing, and travel with the reply.
-     * Call it after registerIntent(), each time; without a handler of that name it only logs a warning.
+     * Sets the paths of the values in a result that name files; see IntentsInvoker::invoke() for their syntax. When the
+     * handler replies, the dispatcher opens these files, for reading or for reading and writing, and sends their file
+     * descriptors with the reply. Call this function after each registerIntent(). Without a handler for \a intentName,
+     * it only logs a warning.
      */
     void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
                                    const QStringList &writeFiles);

@@ -11,29 +11,29 @@ namespace Corvane {
 
 /**
  * The calendar rule of a background task: an optional range of dates, and the months, week days, hours and minutes at
- * which the service is to run it.
+ * which the service runs the task.
  *
  * \code
  * const auto workdays = Corvane::Schedule().onWeekDays({1, 2, 3, 4, 5}).onHours({8}).onMinutes({0, 30});
  * \endcode
  *
- * A value: cheap to copy. Builders change it in place, and a second call replaces what the first one set. Numbers are
- * kept as they are given, unchecked and unsorted; how months and week days are counted, and how the lists combine, is
- * the service's.
+ * Schedule is an implicitly shared value class. Builders modify the schedule in place; a second call replaces the value
+ * of the first one. Numbers are stored unchecked and unsorted. The service defines the numbering of months and week
+ * days, and the combination of the lists. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Schedule
 {
 public:
-    /// A schedule that says nothing.
+    /// Creates an empty schedule.
     Schedule();
-    /// A schedule of the properties in \a map, taken as they are. JSON and values from the bus may be among them; for
-    /// what D-Bus cannot carry see Task::start().
+    /// Creates a schedule with the properties in \a map, unchanged. They may include JSON and values received from the
+    /// bus. Task::start() describes the handling of values that D-Bus cannot represent.
     Schedule(const QVariantMap &map);
     Schedule(const Schedule &other);
     Schedule &operator=(const Schedule &other);
     ~Schedule();
 
-    /// The dates travel as ISO 8601 texts, to the second; of a time zone they keep the offset at most.
+    /// Dates are sent as ISO 8601 strings, without milliseconds. A time zone is reduced to its offset.
     Schedule &sinceDate(const QDateTime &date);
     Schedule &tillDate(const QDateTime &date);
     Schedule &onMonths(const QList<int> &months);
@@ -41,10 +41,10 @@ public:
     Schedule &onHours(const QList<int> &hours);
     Schedule &onMinutes(const QList<int> &minutes);
 
-    /// Invalid if it was not set, or is no date.
+    /// Returns an invalid date-time if the value is not set or is not a date.
     QDateTime startDate() const;
     QDateTime endDate() const;
-    /// Empty if it was not set, or is no list of numbers.
+    /// Returns an empty list if the value is not set or is not a list of numbers.
     QList<int> months() const;
     QList<int> weekDays() const;
     QList<int> hours() const;

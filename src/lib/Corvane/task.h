@@ -25,22 +25,25 @@ class TaskPrivate;
  * sync->start([](const Corvane::Error &error) { qInfo() << "started:" << error.message(); });
  * \endcode
  *
- * Builders change the description in place; start() sends it as it is at that moment, and only what was set. Numbers
- * travel unchanged and unchecked: units and ranges are the service's.
+ * Builders modify the description in place; start() sends the current description, and only properties that were set.
+ * Numbers are sent unchanged and unchecked: the service defines units and ranges.
  *
- * Use all tasks of a process on one thread, normally the main thread, which needs a running event loop. The first task
- * asks the bus once, blocking, who owns the service's name; nothing else here blocks.
+ * Use all tasks of a process on one thread, normally the main thread; the thread needs a running event loop. The
+ * constructor of the first task blocks until the bus has returned the owner of the service's name. No other function
+ * blocks.
+ *
+ * See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Task : public QObject
 {
     Q_OBJECT
 public:
-    /// What the service says of the task. The numbers are ours; the service counts differently.
+    /// The state of a task. The numbers differ from the service's codes.
     enum State : int {
-        Unknown = 0, ///< It has not said anything yet, or what has no name here.
+        Unknown = 0, ///< The service has not announced a state yet, or announced an unknown one.
         Running = 1,
         Stopped = 2,
-        Waiting = 3, ///< It will run, at its time.
+        Waiting = 3, ///< The task waits for its scheduled time.
     };
     enum StopFlag : int {
         Force = 0x1, ///< Do not wait until the task ends by itself.
@@ -48,38 +51,40 @@ public:
     Q_DECLARE_FLAGS(StopFlags, StopFlag)
 
     /**
-     * A task of this application (HALVIR_APP_ID, read now), which the service knows as "<application>.task_<taskId>".
-     * Its state is known at once if the service has told the states of all tasks before.
+     * Creates the handle of a task of this application. The service knows the task by its qualified name,
+     * "<application>.task_<taskId>"; the constructor reads the application id from HALVIR_APP_ID. The state is known at
+     * once if the service has already sent the states of all tasks.
      */
     explicit Task(const QString &taskId, QObject *parent = nullptr);
-    /// Drops the outcomes of start() and stop() that have not come yet. The task itself goes on.
+    /// Drops the callbacks of all calls in flight. Does not stop the task.
     ~Task() override;
 
     QString taskId() const;
-    /// What was last heard. The service's tasks are told apart by their ids alone, whatever application they belong to.
+    /// Returns the last announced state. States are matched by the task id alone: a task of another application with
+    /// the same id sets the state too.
     State state() const;
 
-    /// The command line of the task's process; empty if not set.
+    /// The arguments on the command line of the task's process; none if not set.
     Task &withArguments(const QStringList &arguments);
-    /// When to run first. Travels as an ISO 8601 text, to the second.
+    /// The time of the first run. It is sent as an ISO 8601 string, without milliseconds.
     Task &withStartTime(const QDateTime &startTime);
-    /// Whether the service is to make a socket for TaskMessaging, at socketPath().
+    /// Whether the service creates a socket for TaskMessaging at socketPath().
     Task &withIpcSocket(bool create);
     Task &withSchedule(const Schedule &schedule);
     Task &withPriority(int priority);
-    /// Whether the task is to start with the service.
+    /// Whether the task starts with the service.
     Task &withAutostart(bool autostart);
-    /// How long from one run to the next.
+    /// The time from one run to the next.
     Task &withInterval(int interval);
-    /// After how long a run is ended.
+    /// The time after which the service ends a run.
     Task &withMaximumRunningTime(int runningTime);
-    /// How long to wait before the first run.
+    /// The delay before the first run.
     Task &withStartDelay(int startDelay);
 
     QStringList arguments() const;
     QDateTime startTime() const; ///< invalid if not set
     bool hasIpcSocket() const; ///< false if not set
-    Schedule schedule() const; ///< one that says nothing if not set
+    Schedule schedule() const; ///< empty if not set
     int priority() const; ///< 0 if not set
     bool autostart() const; ///< false if not set
     int interval() const; ///< 0 if not set
@@ -87,28 +92,31 @@ public:
     int startDelay() const; ///< 0 if not set
 
     /**
-     * Where the service makes the socket of a task that wants one: "applications/<application>/<taskId>.socket" in the
-     * user's directory for runtime files, the application being RuntimeDispatcher::applicationId(). Nothing is looked
-     * up: neither need the socket be there, nor the task want one.
+     * Returns the path at which the service creates the socket of a task with withIpcSocket(true):
+     * "applications/<application>/<taskId>.socket" in the user's runtime directory. The application id is
+     * RuntimeDispatcher::applicationId(). Both ids are inserted unchanged. The function does not check that the socket
+     * exists.
      */
     QString socketPath() const;
 
     /**
-     * Asks the service to start the task as it is described now. Success means that it took the request; state()
-     * follows its announcements. Values that D-Bus cannot carry, which only a Schedule made of a map can hold, are left
-     * out with a warning; a description that the bus would not let pass fails with Error::Failed and is not sent.
+     * Asks the service to start the task with the current description. Success means that the service accepted the
+     * request; it does not change state(), which follows the announcements of the service.
      *
-     * \param callback runs once, later, from the event loop; may be empty; dropped if the task is deleted first. It may
-     * delete the task.
+     * Values that D-Bus cannot represent are omitted, with a warning; only a Schedule made of a map can contain them. A
+     * description over the limits of the bus (see IntentsInvoker::invoke()) is not sent and fails with Error::Failed.
+     *
+     * \param callback is called once, later, from the event loop. It may be empty, and may delete the task. It is not
+     * called if the task is deleted before.
      */
     void start(const std::function<void(const Corvane::Error &)> &callback = {});
-    /// Asks the service to stop the task. For success and \a callback see start().
+    /// Asks the service to stop the task. See start() for the meaning of success and for \a callback.
     void stop(QFlags<Task::StopFlag> flags = {}, const std::function<void(const Corvane::Error &)> &callback = {});
 
 Q_SIGNALS:
     /**
-     * The service announced another state than the last one. The task may be deleted in here. A queued connection and
-     * QSignalSpy need registerMetaTypes().
+     * Emitted when the service announces a state that differs from state(). A slot may delete the task. Queued
+     * connections and QSignalSpy need registerMetaTypes().
      */
     void stateChanged(Task::State state);
 

@@ -22,17 +22,18 @@ class TaskMessagingPrivate;
  * channel->sendMessage({{QStringLiteral("progress"), 40}});
  * \endcode
  *
- * Messages arrive in order. Those of up to 32 KiB, as compact JSON, arrive as long as the connection lasts, and those
- * that have come in before its end are still delivered, unless a receiver runs an event loop in which the task gets
- * another client; a larger one can reach the other end
- * in two pieces, which ends the connection there with the warning "Insufficient data in the socket". There are no
- * acknowledgements, and a connection that has ended stays so: make a new object in the application.
+ * Messages arrive in order. Messages of up to 32 KiB (as compact JSON) are reliable while connected. A larger one may
+ * be split; the receiver then closes the connection with the warning "Insufficient data in the socket". Messages that
+ * were received before the connection ended are still delivered, unless a slot runs an event loop in which another
+ * client replaces the connection. There are no acknowledgements. A closed channel does not reconnect: create another
+ * object in the application.
  *
- * The task has one client at a time. Other clients wait in a queue, neither accepted nor refused. When the client has
- * left, the next one that connects gives the turn to the first in the queue; what that one sent meanwhile is delivered
- * then. Clients that left while they waited delay nobody.
+ * The task has one client at a time. Other clients wait in a queue; they are neither accepted nor refused. After the
+ * client has disconnected, the next new connection makes the first client of the queue the current one. Messages that
+ * this client has already sent are delivered then. Clients that have left the queue are skipped.
  *
- * Use a channel on the thread that made it, which needs a running event loop. Nothing here blocks.
+ * Use a channel on the thread that created it; the thread needs a running event loop. No function blocks. See also
+ * docs/compatibility.md.
  */
 class CORVANE_EXPORT TaskMessaging : public QObject
 {
@@ -42,18 +43,19 @@ public:
         Unconnected = 0,
         Connecting = 1,
         Connected = 2,
-        Closing = 3, ///< What was sent is still on its way.
+        Closing = 3, ///< Sent data is still being written.
     };
 
     /**
-     * The application's end: connects to the socket of the task. That is mostly done, or has failed, when the
-     * constructor returns, so look at state() then; what went wrong has been logged ("Socket error").
+     * Creates the application's end and connects it to the socket of the task. Usually the connection is made or has
+     * failed when the constructor returns; read state() then. A failure is logged ("Socket error").
      */
     explicit TaskMessaging(const QString &socketPath, QObject *parent = nullptr);
     /**
-     * The task's end: waits for clients at a socket that listens already, and takes ownership of the descriptor. When
-     * it goes, the socket's file is removed. A descriptor that is not a listening local socket is left alone, with a
-     * warning, and the channel stays unconnected.
+     * Creates the task's end, which waits for clients on a listening socket (see
+     * RuntimeDispatcher::localServerSocket()). The channel becomes the owner of the descriptor, and its destructor
+     * removes the file of the socket. If the descriptor is not a listening local socket, the constructor logs a warning
+     * and does not change the descriptor; the channel stays unconnected.
      */
     explicit TaskMessaging(int socketDescriptor, QObject *parent = nullptr);
     ~TaskMessaging() override;
@@ -61,20 +63,21 @@ public:
     State state() const;
 
     /**
-     * Sends a message, and returns whether there is somebody to send it to; if not, a warning says so. It leaves
-     * through the event loop. Whether it arrives is not known. What the other end does not read stays in memory here.
+     * Queues a message and returns true if the channel is connected. Otherwise it logs a warning and returns false. The
+     * event loop writes the message; the channel does not know whether it arrives. Messages that the other end does not
+     * read stay in the memory of this process.
      */
     bool sendMessage(const QJsonObject &message);
 
 Q_SIGNALS:
     /**
-     * The state has changed; not emitted when the task's end gets a client. The channel may be deleted in here. A
-     * queued connection and QSignalSpy need registerMetaTypes().
+     * Emitted when the state changes, except when a client connects to the task's end. A slot may delete the channel.
+     * Queued connections and QSignalSpy need registerMetaTypes().
      */
     void stateChanged(State state);
     /**
-     * A message has arrived; an empty one if it was no JSON object. The channel may be deleted in here. Queued
-     * connections need no registerMetaTypes(), as Qt knows the argument.
+     * Emitted for each received message. \a message is empty if the payload is not a JSON object. A slot may delete the
+     * channel. Queued connections work without registerMetaTypes(), because Qt knows the argument type.
      */
     void messageReceived(const QJsonObject &message);
 
