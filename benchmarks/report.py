@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Makes tables of what the benchmarks have measured.
+"""Prints tables of benchmark results.
 
 Usage: report.py DIRECTORY
 
-Reads the rows of samples in DIRECTORY/*.json and the counts of callgrind in DIRECTORY/counts-*.*, and prints one
-table a topic, in Markdown: the median of the first variant with its unit, and for each of the others how many times
-as much it is.
+Reads the samples in DIRECTORY/*.json and the counts of callgrind in DIRECTORY/counts-*.*. Prints one Markdown table
+per topic: the median of the first variant with its unit, and the medians of the others divided by it.
 """
 
 import json
@@ -32,12 +31,12 @@ def readable(value, unit):
 
 
 def part(file):
-    """What the name of a file of callgrind counts in: counts-json.12."""
+    """Sort key of a callgrind file name such as counts-json.12."""
     return file.stem, int(file.suffix[1:])
 
 
 def read_rows(directory):
-    """The rows of all files: a dictionary of topic, case and variant to the unit and the median."""
+    """The rows of all files: a dictionary from topic, case and variant to unit and median."""
     rows = {}
     for file in sorted(directory.glob("*.json")):
         for row in json.loads(file.read_text()):

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What a frame costs over the task channel, from one process to another. Each variant has a process at the other end
-// that is written in the same way; it either counts frames, and answers every hundredth, or sends each back.
+// Measures the cost of a frame on the task channel between two processes. The other process uses the same variant. It
+// either counts frames and replies to every hundredth, or returns each frame.
 //   bench_channel quick|full FILE
 #include "ends.h"
 #include "payloads.h"
@@ -27,7 +27,7 @@ QJsonObject messageOf(int size)
     return Payloads::wide(members);
 }
 
-/// One end here and one in a process of its own.
+/// One end in this process and one in another process.
 class Pair
 {
 public:
@@ -35,7 +35,7 @@ public:
     {
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("end"), kind, mode, path});
-        if (!m_process.waitForReadyRead()) // it listens
+        if (!m_process.waitForReadyRead()) // until it listens
             qFatal("The other end of %s does not start", qPrintable(kind));
         m_end = connectedEnd(kind, path);
     }
@@ -47,7 +47,7 @@ public:
     Q_DISABLE_COPY_MOVE(Pair)
 
     End *end() const { return m_end.get(); }
-    /// Of both ends together, in nanoseconds.
+    /// The processor time of both ends, in nanoseconds.
     qint64 processorTime() const
     {
         clockid_t other = 0;

@@ -26,7 +26,7 @@ void tellThatItListens()
     std::fflush(stdout);
 }
 
-/// What the ends with an event loop share: messages wait in a queue until they are asked for.
+/// The base of the ends with an event loop: a queue of received messages.
 class QueueEnd : public End
 {
 public:
@@ -110,7 +110,7 @@ private:
     QDataStream m_stream;
 };
 
-/// Without Qt's event loop; with \a Json or only with the bytes.
+/// An end without Qt's event loop, with JSON or only with bytes.
 template<bool Json>
 class SocketEnd : public End
 {
@@ -164,7 +164,7 @@ private:
             done += int(size);
         }
     }
-    /// Reads as much as there is ahead, so that a frame seldom takes more than one call.
+    /// Reads all available data, so that a frame seldom needs more than one call.
     bool read(char *data, int size)
     {
         while (size > 0) {

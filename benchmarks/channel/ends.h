@@ -14,13 +14,13 @@ public:
     Q_DISABLE_COPY_MOVE(End)
 
     virtual void setMessage(const QJsonObject &message) = 0;
-    virtual void send() = 0; ///< The message that was set.
-    virtual void sendReceived() = 0; ///< The message that was received last.
-    virtual bool receive() = 0; ///< Waits for the next; false if the other end has gone.
+    virtual void send() = 0; ///< Sends the message that was set.
+    virtual void sendReceived() = 0; ///< Sends the last received message.
+    virtual bool receive() = 0; ///< Waits for a message; returns false if the other end has closed.
 };
 
-/// Both complain and end the process if there is no connection.
+/// Both functions print an error and end the process if there is no connection.
 /// \param kind corvane, QLocalSocket, raw socket or floor: no JSON
 std::unique_ptr<End> connectedEnd(const QString &kind, const QString &path);
-/// Writes a line to the standard output when it listens, and returns when it is connected.
+/// Prints a line to standard output when it listens, and returns when it is connected.
 std::unique_ptr<End> listeningEnd(const QString &kind, const QString &path);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How the cost of one grows with the number of all. The times are for one element, parameter, level, member, state or
-// call; nothing should take longer in a crowd.
+// Measures how the cost of one element, parameter, level, member, state or call grows with their number. It should not
+// grow.
 #include "payloads.h"
 
 #include <measure.h>
@@ -44,8 +44,8 @@ QVector<int> sizesUpTo(int most)
 
 using Work = std::function<void()>;
 
-/// Leaves out the largest sizes in the quick mode.
-/// \param prepare makes the work of a size, which is not measured
+/// Omits the largest sizes in quick mode.
+/// \param prepare returns the work for a size; the preparation itself is not measured
 void grow(Results &results, const QString &caseName, const QVector<int> &sizes,
           const std::function<Work(int size)> &prepare)
 {
@@ -57,7 +57,7 @@ void grow(Results &results, const QString &caseName, const QVector<int> &sizes,
     measure(results, Topic, caseName, variants);
 }
 
-/// \a count keys, scattered so that none follows the one before it.
+/// Returns \a count keys in an unsorted order.
 QStringList scatteredKeys(int count)
 {
     QStringList keys;
@@ -66,7 +66,7 @@ QStringList scatteredKeys(int count)
     return keys;
 }
 
-/// Members in this order, on the way to the bus.
+/// An object whose members are marshalled in this order.
 struct Ordered
 {
     QStringList keys;
@@ -103,7 +103,7 @@ void write(const QJsonObject &object)
     argument << body;
 }
 
-/// Answers every call with an empty object, in a thread of its own.
+/// Replies to every call with an empty object, in its own thread.
 class Service
 {
 public:
@@ -281,7 +281,7 @@ int main(int argc, char **argv)
     pathsAndUris(results);
     json(results, &mirror);
     states(results);
-    if (RUNNING_ON_VALGRIND == 0) // most of a call is the bus's
+    if (RUNNING_ON_VALGRIND == 0) // the bus is most of a call
         calls(results);
     results.write();
     return 0;

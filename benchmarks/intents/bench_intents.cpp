@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What an intent's whole way costs: from the caller through the bus to a router, on to the handler and back again,
-// with the library and with each of the others at both ends. The router, which is the same for all, and the bus are
-// part of it; "floor" is that way without content. JSON goes in and comes out at both ends.
+// Measures the round trip of an intent: from the caller over the bus to a router, to the handler, and back. Caller and
+// handler use the same variant, and convert from and to JSON. The bus and the router, which is the same for all
+// variants, are included; "floor" is the round trip without content.
 #include "process.h"
 
 #include <payloads.h>
@@ -31,7 +31,7 @@ struct Load
     int rounds;
 };
 
-/// A program that lies beside this one, and is ended with it.
+/// A program in the directory of this one. It ends with this one.
 class Program
 {
 public:
@@ -76,7 +76,7 @@ private:
     QProcess m_process;
 };
 
-/// Both ends of the way, made with one of the stacks.
+/// The caller and the handler of one variant.
 class Ends
 {
 public:
@@ -90,7 +90,7 @@ public:
 
     QString stack() const { return m_stack; }
 
-    /// \returns what the caller has found; the processor time is that of both ends
+    /// \returns the results of the caller; the processor time is that of both ends
     QJsonObject runBatch(const Load &load)
     {
         const qint64 processorTime = m_handler.processorTime();
@@ -110,7 +110,7 @@ private:
     const QString m_stack;
 };
 
-/// What the batches of one row have shown.
+/// The results of the batches of one row.
 struct Row
 {
     void add(const QJsonObject &batch)
@@ -156,7 +156,7 @@ void measure(Results &results, const Load &load, const std::vector<std::unique_p
     lanes.push_back({QStringLiteral("floor"), &floorEnds, withoutContent, {}});
 
     for (Lane &lane : lanes)
-        lane.ends->runBatch(lane.load); // what happens once only is not measured
+        lane.ends->runBatch(lane.load); // one-time work is not measured
     for (int round = 0; round < load.rounds; ++round) {
         for (size_t i = 0; i < lanes.size(); ++i) {
             Lane &lane = lanes[(i + size_t(round)) % lanes.size()];
@@ -219,7 +219,7 @@ int main(int argc, char **argv)
         {QStringLiteral("small, 64 in flight"), Payloads::small(), 64, 128, rounds},
         {QStringLiteral("medium, 64 in flight"), Payloads::medium(), 64, 128, rounds},
     };
-    if (!results.isQuick()) // takes seconds a round
+    if (!results.isQuick()) // a round needs seconds
         loads.append({QStringLiteral("1 MB text, 64 in flight"), Payloads::text(1000000), 64, 64, 7});
     for (const Load &load : loads)
         measure(results, load, stacks, floorEnds);

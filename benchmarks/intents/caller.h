@@ -7,11 +7,11 @@
 #include <QtCore/QQueue>
 
 /**
- * The calling end of an intent's way. What is derived from it makes the calls with one of the stacks.
+ * The base class of the callers. A derived class makes the calls with one of the D-Bus libraries.
  *
- * It reads batches from its input, a line of JSON each ("intent", "params", "calls", "inFlight"), and answers each of
- * them with a line that tells, in nanoseconds, how long each call took ("latencies") and all together ("elapsed"), and
- * how long this process was at work for them ("processorTime").
+ * It reads batches from its input, one line of JSON each ("intent", "params", "calls", "inFlight"). For each batch, it
+ * prints a line with times in nanoseconds: of each call ("latencies"), of the whole batch ("elapsed"), and the
+ * processor time of this process ("processorTime").
  */
 class Caller
 {
@@ -24,15 +24,15 @@ protected:
     struct Intent
     {
         QString name;
-        QJsonObject params; ///< The files named in its "files" are to be shared.
+        QJsonObject params; ///< The files at "files" are shared.
     };
 
-    /// What is derived calls this for each reply, in the order of the calls: there is one way, and no overtaking.
+    /// To be called for each reply. Replies arrive in the order of the calls.
     void onReply(const QJsonObject &reply);
 
 private:
     virtual void send(const Intent &intent) = 0;
-    /// Waits for what happens next, and has it handled.
+    /// Waits for the next events and handles them.
     virtual void processEvents() = 0;
 
     void runBatch(int calls, int inFlight);
@@ -50,7 +50,7 @@ private:
 class SharedFiles
 {
 public:
-    static constexpr char Path[] = "files[*]"; ///< where the parameters name them
+    static constexpr char Path[] = "files[*]"; ///< their path in the parameters
 
     explicit SharedFiles(const QJsonObject &params);
     ~SharedFiles();

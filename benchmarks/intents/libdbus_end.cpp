@@ -15,7 +15,7 @@ void appendText(DBusMessageIter *iter, const char *text)
     dbus_message_iter_append_basic(iter, DBUS_TYPE_STRING, &text);
 }
 
-/// An entry of a dictionary, the value of which is an array.
+/// A dictionary entry whose value is an array.
 template<typename AppendElements>
 void appendEntry(DBusMessageIter *dictionary, const char *key, const char *element, AppendElements appendElements)
 {

@@ -8,32 +8,32 @@
 #include <ctime>
 #include <sys/prctl.h>
 
-/// To be called first: the process does not outlive who has started it.
+/// Ends the process together with its parent. Call it first.
 inline void dieWithParent()
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
 
-/// Tells who has started the process that it can be reached now.
+/// Notifies the parent that the process is available.
 inline void tellReady()
 {
     std::puts("ready");
     std::fflush(stdout);
 }
 
-/// Whether the process is to be the calling end, and not the handling one.
+/// Whether the process is the caller, not the handler.
 inline bool isCaller(int argc, char **argv)
 {
     return argc > 1 && qstrcmp(argv[1], "caller") == 0;
 }
 
-/// The intent that a handling end handles, and its name on the bus.
+/// The intent of a handler, and its bus name.
 inline QByteArray handledIntent()
 {
     return qgetenv("HALVIR_APP_INSTANCE_ID");
 }
 
-/// The nanoseconds that a clock shows, such as that of a process.
+/// Returns the time of a clock in nanoseconds.
 inline qint64 nanoseconds(clockid_t clock)
 {
     timespec time = {};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The least that a service does for an intent: it passes the parameters on to the bus name that the intent is called,
-// and the reply back. Descriptors end here.
+// A minimal service: it forwards the parameters of an intent to the bus name that equals the name of the intent, and
+// forwards the reply. It does not forward file descriptors.
 #include "process.h"
 
 #include <DBus/names.h>
@@ -64,6 +64,6 @@ int main()
     for (;;) {
         const int processed = sd_bus_process(bus, nullptr);
         if (processed < 0 || (processed == 0 && sd_bus_wait(bus, UINT64_MAX) < 0))
-            return 0; // the bus is gone
+            return 0; // the bus has closed the connection
     }
 }

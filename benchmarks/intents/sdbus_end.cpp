@@ -10,7 +10,7 @@ using namespace Corvane;
 
 namespace {
 
-/// Waits for what comes next on the bus, and has it handled; false if the bus is gone.
+/// Waits for the next message and handles it. Returns false if the bus has closed the connection.
 bool processNext(sd_bus *bus)
 {
     const int processed = sd_bus_process(bus, nullptr);

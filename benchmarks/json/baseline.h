@@ -4,7 +4,7 @@
 #include <QtCore/QJsonObject>
 #include <QtDBus/QDBusArgument>
 
-/// JSON on the bus written plainly: each member into an argument of its own, which is then copied into its variant.
+/// The plain writer of JSON: each member has its own QDBusArgument, which is then copied into a variant.
 namespace Baseline {
 
 void write(QDBusArgument &argument, const QJsonObject &object);

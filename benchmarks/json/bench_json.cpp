@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What JSON costs on its way into a message of the bus and out of one, without the bus. The library's check that the
-// bus would take the message is part of it.
+// Measures the conversion of JSON to a bus message and back, without the bus. The library's check of the bus limits is
+// included.
 #include "baseline.h"
 #include "payloads.h"
 
@@ -64,7 +64,7 @@ SdBusMessage sdBusMessage(sd_bus *bus, const QJsonObject &object)
     return SdBusMessage(message);
 }
 
-/// The bytes of a message, as they go to the bus.
+/// Returns the bytes of a message on the bus.
 struct Blob
 {
     std::unique_ptr<void, Unref> data;
@@ -82,7 +82,7 @@ Blob gdbusMessage(const QJsonObject &object)
     return blob;
 }
 
-/// Reads a copy, since reading uses up the argument.
+/// Reads a copy, because reading consumes the argument.
 QJsonObject readLibrary(QDBusArgument argument) // NOLINT(performance-unnecessary-value-param)
 {
     QJsonObject object;
@@ -113,7 +113,7 @@ QJsonObject readGDBus(const Blob &blob)
     return object;
 }
 
-/// Nothing is worth measuring that does not give the same.
+/// Checks that all variants have the same result.
 void verify(const Payload &payload, const char *how, const QJsonObject &read)
 {
     if (read != payload.object)
@@ -134,7 +134,7 @@ int main(int argc, char **argv)
         qFatal("sd-bus has no session bus");
     const SdBus bus(connection);
 
-    // The large ones last: what they leave of the heap makes a difference to what comes after them.
+    // The large payloads are last: they fragment the heap for later ones.
     const QVector<Payload> payloads{
         {QStringLiteral("small: 5 members"), Payloads::small()},
         {QStringLiteral("depth 1"), Payloads::nested(1)},

@@ -5,10 +5,10 @@
 
 #include <gio/gio.h>
 
-/// JSON on the bus as one writes it by hand with GDBus.
+/// Hand-written conversion of JSON with GDBus.
 namespace GDBusPeer {
 
-/// A floating reference.
+/// Returns a floating reference.
 GVariant *toVariant(const QJsonObject &object);
 QJsonObject toObject(GVariant *dictionary);
 

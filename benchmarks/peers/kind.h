@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-/// The type that all elements have; Undefined if there is none, as in an empty array.
+/// Returns the common type of all elements, or Undefined if there is none, as in an empty array.
 inline QJsonValue::Type kindOf(const QJsonArray &array)
 {
     const QJsonValue::Type type = array.at(0).type();
@@ -14,7 +14,7 @@ inline QJsonValue::Type kindOf(const QJsonArray &array)
     return same ? type : QJsonValue::Undefined;
 }
 
-/// The signature of what an array of these is sent as.
+/// Returns the signature of the elements of an array with this common type.
 inline const char *elementSignature(QJsonValue::Type kind)
 {
     switch (kind) {
@@ -31,7 +31,7 @@ inline const char *elementSignature(QJsonValue::Type kind)
     }
 }
 
-/// The signature of what a value is sent as.
+/// Returns the signature of a value.
 inline QByteArray signatureOf(const QJsonValue &value)
 {
     if (value.isArray())
@@ -39,7 +39,7 @@ inline QByteArray signatureOf(const QJsonValue &value)
     return elementSignature(value.type());
 }
 
-/// The elements of an array of numbers.
+/// Returns the elements of an array of numbers.
 inline QVector<double> numbersOf(const QJsonArray &array)
 {
     QVector<double> numbers;

@@ -5,7 +5,7 @@
 
 #include <dbus/dbus.h>
 
-/// JSON on the bus as one writes it by hand with libdbus.
+/// Hand-written conversion of JSON with libdbus.
 namespace LibdbusPeer {
 
 void append(DBusMessageIter *iter, const QJsonObject &object);

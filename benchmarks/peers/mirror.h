@@ -9,7 +9,7 @@
 
 #include <utility>
 
-/// Shows what QtDBus makes of a value that has come over the bus, of one that this process sends to itself.
+/// Sends a value over the bus to this process, and returns the value that QtDBus receives.
 class Mirror : public QDBusVirtualObject
 {
 public:

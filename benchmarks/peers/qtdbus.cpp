@@ -41,7 +41,7 @@ QVariant toVariant(const QJsonValue &value)
 {
     switch (value.type()) {
     case QJsonValue::Double:
-        return value.toDouble(); // toVariant() makes an integer of some
+        return value.toDouble(); // toVariant() returns an integer for integral numbers
     case QJsonValue::Array:
         return toVariant(value.toArray());
     case QJsonValue::Object:
@@ -51,7 +51,7 @@ QVariant toVariant(const QJsonValue &value)
     }
 }
 
-/// The value without what is left to demarshall in it.
+/// Returns the value, completely demarshalled.
 QVariant read(const QVariant &value)
 {
     if (value.userType() != qMetaTypeId<QDBusArgument>())

@@ -5,10 +5,10 @@
 #include <QtCore/QVariantMap>
 #include <QtDBus/QDBusArgument>
 
-/// JSON on the bus as one writes it by hand with QtDBus: by way of variant maps.
+/// Hand-written conversion of JSON with QtDBus, through variant maps.
 namespace QtDBusPeer {
 
-/// Has to be called first, once.
+/// Must be called first, once.
 void registerTypes();
 QVariantMap toMap(const QJsonObject &object);
 QJsonObject readObject(const QDBusArgument &argument);

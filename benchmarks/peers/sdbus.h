@@ -5,7 +5,7 @@
 
 #include <systemd/sd-bus.h>
 
-/// JSON on the bus as one writes it by hand with sd-bus.
+/// Hand-written conversion of JSON with sd-bus.
 namespace SdBusPeer {
 
 void append(sd_bus_message *message, const QJsonObject &object);

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""Measures what the library costs a small program that starts, gets one reply and ends.
+"""Measures the cost of the library in a small program that starts, receives one reply and ends.
 
 Usage: bench_startup.py quick|full FILE PROGRAMS LIBRARY
 
-The program exists with the library and written by hand, the latter also with QtNetwork loaded, which the library needs
-for the task channel. All do the same on the bus, and run in turn. PROGRAMS is the directory of the benchmarks, LIBRARY the
-library itself, which is looked at too. The results go to FILE, in the form of support/results.h.
+The variants of the program use the library, hand-written QtDBus code, and the same code with QtNetwork loaded (the
+library needs it for the task channel). All variants have the same bus traffic, and run interleaved. PROGRAMS is the
+directory of the benchmarks. LIBRARY is the library, whose file is measured too. Writes the results to FILE, in the form of
+support/results.h.
 """
 
 import collections
@@ -34,7 +35,7 @@ def environment(instance_id):
 
 @contextlib.contextmanager
 def running(program, *arguments):
-    """A process that says in a line that it is ready."""
+    """A process that prints a line when it is ready."""
     with subprocess.Popen([program, *arguments], stdout=subprocess.PIPE, env=environment("bench.echo")) as process:
         try:
             if not process.stdout.readline():
@@ -49,7 +50,7 @@ def spawn(*command):
 
 
 def wait_for_end(pid):
-    """What the process has used, after its end."""
+    """The resources that an ended process has used."""
     _, status, usage = os.wait4(pid, 0)
     if status:
         sys.exit(f"A program has failed: {status}")
@@ -68,7 +69,7 @@ def processor_time(program):
 
 
 def private_memory(program, kinds="Clean|Dirty"):
-    """The bytes of memory that no other process has, at the first reply."""
+    """The private memory at the first reply, in bytes."""
     pid = spawn(program, "stop")
     os.waitpid(pid, os.WUNTRACED)
     memory = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
@@ -79,7 +80,7 @@ def private_memory(program, kinds="Clean|Dirty"):
 
 
 def written_memory(program):
-    """The part of it that does not depend on who else uses the libraries."""
+    """The part of it that does not depend on other users of the libraries."""
     return private_memory(program, "Dirty")
 
 
@@ -94,7 +95,7 @@ def output(*command):
 
 
 def file_figures(file):
-    """What the loader has to do with a program or library, as name, unit and figure."""
+    """The work of the loader for a program or library, as name, unit and number."""
     with tempfile.NamedTemporaryFile() as stripped:
         subprocess.run(["strip", "-o", stripped.name, file], check=True)
         yield "stripped file", "bytes", os.stat(stripped.name).st_size

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Handles an intent, invokes another, and ends with the first reply.
+// Handles an intent, invokes another, and ends at the first reply.
 #include "first_reply.h"
 
 #include <process.h>

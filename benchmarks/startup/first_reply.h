@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-/// Ends the program; before that, with the argument "stop", it stops for whoever wants to look at it.
+/// Ends the program. With the argument "stop", it first stops the process for inspection.
 inline void onFirstReply()
 {
     if (QCoreApplication::arguments().contains(QLatin1String("stop")))

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The same as corvane_start.cpp on the bus, without the library.
+// The same bus traffic as corvane_start.cpp, without the library.
 #include "first_reply.h"
 
 #include <process.h>

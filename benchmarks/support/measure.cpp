@@ -25,7 +25,7 @@ qint64 timed(const Variant &variant, qint64 times)
     return now(variant) - start;
 }
 
-/// How often to run it for one sample.
+/// Returns the number of runs for one sample.
 qint64 batchSize(const Variant &variant)
 {
     qint64 times = 1;
@@ -40,7 +40,7 @@ qint64 batchSize(const Variant &variant)
 void count(const QString &topic, const QString &caseName, const std::vector<Variant> &variants)
 {
     for (const Variant &variant : variants) {
-        variant.run(); // what happens once only is not counted
+        variant.run(); // one-time work is not counted
         CALLGRIND_START_INSTRUMENTATION;
         CALLGRIND_ZERO_STATS;
         variant.run();

@@ -3,13 +3,13 @@
 
 #include <QtCore/QJsonObject>
 
-/// The JSON that travels in the benchmarks.
+/// The JSON payloads of the benchmarks.
 namespace Payloads {
 
 QJsonObject small(); ///< Five members.
-QJsonObject medium(); ///< A hundred members, nested three deep.
-QJsonObject nested(int depth); ///< Eight scalars in each object, and a further object but in the last.
-QJsonObject wide(int members); ///< Scalars.
+QJsonObject medium(); ///< A hundred members, three levels.
+QJsonObject nested(int depth); ///< Eight scalars per level, and the object of the next level.
+QJsonObject wide(int members); ///< One object of scalars.
 QJsonObject numbers(int count); ///< An array of numbers.
 QJsonObject objects(int count); ///< An array of objects with four scalars each.
 QJsonObject text(int length);

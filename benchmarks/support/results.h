@@ -6,9 +6,10 @@
 #include <QtCore/QVector>
 
 /**
- * What a benchmark program has measured: rows of samples, which benchmarks/report.py makes tables of.
+ * The results of a benchmark program: rows of samples for benchmarks/report.py.
  *
- * Made from the program's arguments, "quick|full FILE"; complains and ends the program if they are others.
+ * The constructor parses the arguments of the program, "quick|full FILE". If they are invalid, it prints an error and
+ * ends the program.
  */
 class Results
 {
@@ -16,11 +17,11 @@ public:
     explicit Results(const QStringList &arguments);
 
     bool isQuick() const { return m_quick; }
-    /// Samples to take of everything, or less if that would take longer than longest().
+    /// The number of samples; fewer if they would need more time than longest().
     int rounds() const { return m_quick ? 15 : 101; }
     qint64 longest() const { return m_quick ? 500000000 : 10000000000; } ///< In nanoseconds.
 
-    /// \param unit of the samples: ns, bytes, calls/s or nothing for plain numbers
+    /// \param unit of the samples: ns, bytes, calls/s, or empty for plain numbers
     void add(const QString &topic, const QString &caseName, const QString &variant, const QString &unit,
              const QVector<double> &samples);
     /// Writes the file, as one JSON array.
