@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# How every target of the project is compiled.
+# Compiler settings of all targets.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -15,7 +15,7 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Woverloaded-virtual -Wsuggest-override -Wextra-semi)
 add_compile_definitions(QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_NO_URL_CAST_FROM_STRING
-    QT_MESSAGELOGCONTEXT) # the log context is behaviour; a Release build would drop it
+    QT_MESSAGELOGCONTEXT) # the log context is part of the behaviour; a Release build omits it by default
 
 if(CORVANE_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

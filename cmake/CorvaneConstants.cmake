@@ -17,7 +17,7 @@ set(CORVANE_VERSION ${CORVANE_VERSION_MAJOR}.${CORVANE_VERSION_MINOR}.${CORVANE_
 corvane_read_define(src/common/DBus/names.h CORVANE_SERVICE_ROOT default_service_root)
 set(CORVANE_SERVICE_ROOT ${default_service_root} CACHE STRING "Well-known bus name of the service")
 string(LENGTH "${CORVANE_SERVICE_ROOT}" service_root_length)
-# The longest name derived from it, ".MemoryPressure1" or ".Error.ApplicationAlreadyLaunching", must stay a bus name too.
+# Derived names such as ".MemoryPressure1" or ".Error.ApplicationAlreadyLaunching" must be valid bus names too.
 if(NOT CORVANE_SERVICE_ROOT MATCHES "^([A-Za-z_][A-Za-z0-9_]*\\.)+Corvane$" OR service_root_length GREATER 220)
     message(FATAL_ERROR "CORVANE_SERVICE_ROOT is \"${CORVANE_SERVICE_ROOT}\"; expected a D-Bus name of at most 220 "
         "characters whose labels are letters, digits and underscores and whose last label is Corvane, "

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# What other projects find the library by: the CMake package CorvaneQt5 and the pkg-config module corvane-qt5.
+# The CMake package CorvaneQt5 and the pkg-config module corvane-qt5, for other projects.
 include(CMakePackageConfigHelpers)
 
 set(CORVANE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneQt5)
@@ -10,7 +10,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/CorvaneQt5Config.cmake ${CMAKE_CURRENT
     DESTINATION ${CORVANE_CMAKE_DIR})
 install(EXPORT CorvaneQt5Targets NAMESPACE CorvaneQt5:: DESTINATION ${CORVANE_CMAKE_DIR})
 
-# The module finds its prefix from its own place, so that the installed tree can be moved.
+# The prefix is relative to the module, so that the installed tree can be moved.
 set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH CORVANE_PC_TO_PREFIX /prefix/${pc_dir} /prefix)
 string(REGEX REPLACE "/$" "" CORVANE_PC_TO_PREFIX ${CORVANE_PC_TO_PREFIX})

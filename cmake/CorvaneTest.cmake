@@ -4,10 +4,10 @@
 #                  [ENVIRONMENT NAME=value...])
 #
 # Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
-#   BUS       on a session bus of its own
-#   RUN       by this command, which gets the program as its last argument
-#   VALGRIND  a second time under valgrind in each run, as valgrind_tst_name (not in a sanitized build); the others only in
-#             ctest's configuration Valgrind
+#   BUS       runs it on its own session bus
+#   RUN       runs it with this command; the program is the last argument
+#   VALGRIND  also runs it under valgrind, as valgrind_tst_name (not in a sanitized build); without VALGRIND that test runs
+#             only in ctest's configuration Valgrind
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
@@ -18,7 +18,7 @@ function(corvane_add_test name)
     if(arg_BUS)
         set(bus dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
     endif()
-    # ctest limits the time of a whole program; QtTest's own five minutes for one function are too short under valgrind.
+    # ctest limits the time of a program; QtTest's limit of five minutes per function is too short under valgrind.
     set(environment QTEST_FUNCTION_TIMEOUT=2000000000 LC_ALL=C.UTF-8 TZ=UTC QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
 
     add_test(NAME ${name} COMMAND ${bus} ${arg_RUN} $<TARGET_FILE:${name}>)
@@ -29,7 +29,7 @@ function(corvane_add_test name)
         if(arg_VALGRIND)
             set(configurations)
         endif()
-        # With the processes that it starts, as far as they are ours. Valgrind takes what is compiled at run time for wrong.
+        # Includes our programs that it starts. Valgrind reports false errors in code that is compiled at run time.
         set(valgrind valgrind --quiet --error-exitcode=99 --vgdb=no
             --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite
             --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp --child-silent-after-fork=yes

@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # shellcheck shell=bash
-# What the scripts share; to be sourced. Defines `root`, the top of the checkout.
+# Functions of all scripts; source this file. Defines `root`, the top directory of the checkout.
 
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# say TEXT: tells what comes next.
+# say TEXT: prints a heading.
 say() {
     if [ -t 1 ]; then printf '\n\033[1m%s\033[0m\n' "$*"; else printf '\n%s\n' "$*"; fi
 }
 
-# Installs what debian/control lists, if something of it is missing. Needs root or sudo only then.
+# Installs the missing build dependencies of debian/control. Needs root or sudo only if one is missing.
 corvane_install_dependencies() {
     if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps) 2>/dev/null; then
         return
@@ -19,7 +19,7 @@ corvane_install_dependencies() {
     local as_root=()
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo >/dev/null; then
-            echo "Run this as root, or install sudo: the build dependencies have to be installed." >&2
+            echo "Run this script as root, or install sudo: build dependencies are missing." >&2
             return 1
         fi
         as_root=(sudo)

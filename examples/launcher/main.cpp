@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Has some other application open a file, and then write a note. It need not know which.
+// Invokes two intents: another application opens a file, and then writes a note.
 #include <Corvane/IntentsInvoker>
 
 #include <QtCore/QCoreApplication>
@@ -22,7 +22,7 @@ QString toText(const QJsonObject &object)
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
-// Shows a reply. If the intent has failed, the program ends.
+// Prints a reply. Ends the program if the intent has failed.
 bool showReply(const QJsonObject &reply, const Corvane::Error &error)
 {
     if (error) {
@@ -45,7 +45,7 @@ int main(int argc, char **argv)
         return 1;
     }
 
-    // One invoker for each question, so that it is clear what a reply belongs to.
+    // One invoker per call: replyReceived() does not identify the call.
     IntentsInvoker opener;
     IntentsInvoker writer;
 
@@ -75,7 +75,7 @@ int main(int argc, char **argv)
         QCoreApplication::quit();
     });
 
-    // The library opens the file behind the "uri", and sends its descriptor along.
+    // The library opens the file at "uri" and sends its file descriptor with the intent.
     const QString path = QFileInfo(arguments.at(1)).absoluteFilePath();
     const QJsonObject params{{QStringLiteral("uri"), QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)}};
     say(QStringLiteral("Please OpenURI %1").arg(toText(params)));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Prints what becomes of applications, and of the system's memory, as it happens.
+// Prints the states of applications and the memory pressure when they change.
 #include <Corvane/Lifecycle>
 #include <Corvane/MemoryPressure>
 
@@ -34,7 +34,7 @@ void showState(const QString &appInstanceId, Corvane::ApplicationState state)
         case Corvane::StoppedState:
             return QStringLiteral("has stopped");
         }
-        return QStringLiteral("is in state %1").arg(state); // the service may send numbers that have no name here
+        return QStringLiteral("is in state %1").arg(state); // an unknown number from the service
     };
     say(QStringLiteral("%1 %2").arg(appInstanceId, toText()));
 }
@@ -53,9 +53,9 @@ int main(int argc, char **argv)
     QObject::connect(Lifecycle::instance(), &Lifecycle::stateChanged, showState);
     QObject::connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, showLevel);
 
-    // An application owns its name on the bus while it runs; without one it may watch all the same.
+    // A running application owns its bus name. The signals arrive without one too.
     if (const Corvane::Error error = Lifecycle::instance()->startService())
-        say(QStringLiteral("I have no bus name: %1").arg(error.message()));
-    say(QStringLiteral("I watch"));
+        say(QStringLiteral("No bus name: %1").arg(error.message()));
+    say(QStringLiteral("Waiting for changes"));
     return QCoreApplication::exec();
 }

@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: BSD-3-Clause
-# Gives the monitor something to show. To be run by corvane-standin, with the manifests of monitor and viewer.
+# Changes states and levels for the monitor. corvane-standin runs it, with the manifests of monitor and viewer.
 set -e
 show() { echo "\$ $*"; "$@"; sleep 1; }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Has a task run every night at three, and talks with it while it runs. The task is in task.cpp.
+// Runs a task every night at three, and exchanges messages with it. The task is in task.cpp.
 #include <Corvane/RuntimeDispatcher>
 #include <Corvane/Task>
 #include <Corvane/TaskMessaging>
@@ -30,7 +30,7 @@ public:
         connect(&m_task, &Task::stateChanged, this, &Sync::onStateChanged);
         m_task.start([](const Corvane::Error &error) {
             say(error ? QStringLiteral("The task was refused: %1").arg(error.message())
-                      : QStringLiteral("The service has taken the task"));
+                      : QStringLiteral("The service has accepted the task"));
         });
     }
 
@@ -65,7 +65,7 @@ private:
         say(QStringLiteral("The task says %1")
                 .arg(QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact))));
         if (message.value(QLatin1String("done")).toBool())
-            m_task.stop(); // for tonight, and for good: the service forgets the schedule
+            m_task.stop(); // ends this run and cancels the schedule
     }
 
     Task m_task{QStringLiteral("fetch")};
@@ -79,7 +79,7 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     const Sync sync;
     if (const Corvane::Error error = Corvane::RuntimeDispatcher::instance()->startService())
-        say(QStringLiteral("I have no bus name: %1").arg(error.message()));
+        say(QStringLiteral("No bus name: %1").arg(error.message()));
     return QCoreApplication::exec();
 }
 

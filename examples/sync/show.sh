@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: BSD-3-Clause
-# Has the task's time come. To be run by corvane-standin, with the manifest of sync.
+# Advances the clock to the time of the task. corvane-standin runs it, with the manifest of sync.
 set -e
 show() { echo "\$ $*"; "$@"; sleep 1; }
 

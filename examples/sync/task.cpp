@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The task of the application in main.cpp: it is told what to fetch, and reports its progress.
+// The task of the application in main.cpp: it receives an item to fetch, and reports its progress.
 #include <Corvane/RuntimeDispatcher>
 #include <Corvane/TaskMessaging>
 
@@ -22,7 +22,7 @@ int main(int argc, char **argv)
 
     TaskMessaging channel(dispatcher->localServerSocket());
     int progress = 0;
-    QTimer work; // stands for the work that is done
+    QTimer work; // stands for real work
     QObject::connect(&work, &QTimer::timeout, &channel, [&channel, &work, &progress] {
         progress += 50;
         channel.sendMessage({{QStringLiteral("progress"), progress}});

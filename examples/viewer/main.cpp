@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Handles two intents: "OpenURI" shows a file, "WriteNote" makes one.
+// Handles two intents: "OpenURI" shows a file, "WriteNote" creates one.
 #include <Corvane/RuntimeDispatcher>
 
 #include <QtCore/QCoreApplication>
@@ -34,7 +34,7 @@ void openUri(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &
 void writeNote(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &reply)
 {
     QTemporaryFile note(QStringLiteral("/tmp/note-XXXXXX.txt"));
-    note.setAutoRemove(false); // it is the caller's from now on
+    note.setAutoRemove(false); // the caller becomes its owner
     if (!note.open()) {
         reply({{QStringLiteral("reason"), note.errorString()}});
         return;
@@ -54,7 +54,7 @@ int main(int argc, char **argv)
 
     dispatcher->registerIntent(QStringLiteral("OpenURI"), openUri);
     dispatcher->registerIntent(QStringLiteral("WriteNote"), writeNote);
-    // The library opens the file that the reply names, and sends its descriptor with the reply.
+    // The library opens the file at "file" in the reply, and sends its file descriptor with the reply.
     dispatcher->registerIntentOutputFiles(QStringLiteral("WriteNote"), {QStringLiteral("file")}, {});
 
     // Intents arrive from now on.
