@@ -24,7 +24,7 @@ void Application::adopt(ChildProcess *process)
     m_nameWatcher = std::make_unique<QDBusServiceWatcher>(m_instanceId, QDBusConnection::sessionBus());
     connect(m_nameWatcher.get(), &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &, const QString &newOwner) { onNameOwnerChanged(newOwner); });
-    // Where much is to be sent, the process may have its name before the bus is told to watch for that.
+    // Under load, the process may own its name before the bus receives the watcher's match rule.
     Corvane::onFinished(
         QDBusConnection::sessionBus().interface()->asyncCall(QStringLiteral("GetNameOwner"), m_instanceId),
         m_nameWatcher.get(), [this](const QDBusPendingReply<QString> &owner) {
@@ -41,16 +41,7 @@ void Application::adopt(ChildProcess *process)
         m_trace.write(QStringLiteral("%1 started (process %2)").arg(m_instanceId).arg(process->processId()));
         Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
     });
-    connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
-            [this](int code, QProcess::ExitStatus status) {
-                Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
-                onEnded(status == QProcess::NormalExit ? QStringLiteral("has ended with exit code %1").arg(code)
-                                                       : QStringLiteral("was ended by signal %1").arg(code));
-            });
-    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            onEnded(QStringLiteral("cannot be started: %1").arg(process->errorString()));
-    });
+    connect(process, &ChildProcess::ended, this, &Application::onEnded);
 }
 
 void Application::whenReady(const Ready &ready)
@@ -61,7 +52,7 @@ void Application::whenReady(const Ready &ready)
     }
     m_waiting.append(ready);
     if (!m_timer.isActive())
-        m_timer.start(); // for one that runs already
+        m_timer.start(); // for a running instance
     if (!m_process)
         start();
 }
@@ -101,7 +92,9 @@ void Application::onTimeout()
 
 void Application::onEnded(const QString &how)
 {
-    if (m_process->parent() == this) // and not adopted from elsewhere
+    if (!m_process->hasFailedToStart())
+        Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
+    if (m_process->parent() == this) // not an adopted process
         m_process->deleteLater();
     m_process = nullptr;
     m_nameWatcher.reset();
@@ -112,7 +105,7 @@ void Application::onEnded(const QString &how)
     for (const auto &stopped : stopping)
         stopped();
     if (m_hasBeenReady && !m_waiting.isEmpty())
-        start(); // they have come while it was ending
+        start(); // the requests arrived while the instance was ending
     else
         finishWaiting(text);
 }

@@ -13,35 +13,35 @@
 #include <memory>
 
 /**
- * An application, which runs or doesn't: its process, and the bus name that the process is to claim.
+ * An application of a manifest, running or not: its process, and the bus name that the process claims.
  *
- * Each process of an application has an instance id of its own, "viewer.instance2" for the second of the application
- * "viewer". The application counts as ended when the process that was started here ends.
+ * Each process of an application has its own instance id: "viewer.instance2" is the second process of the application
+ * "viewer". The application has ended when the process that was started here has ended.
  */
 class Application : public QObject
 {
     Q_OBJECT
 public:
-    /// \param startTimeout milliseconds that a process has to claim its name
+    /// \param startTimeout time in which a process must claim its name, in milliseconds
     Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent = nullptr);
 
     const Manifest &manifest() const { return m_manifest; }
-    /// The instance that runs; empty if none does.
+    /// The id of the running instance; empty if there is none.
     QString instanceId() const { return m_instanceId; }
     /// The connection that owns the instance id as its bus name; empty if there is none.
     QString connection() const { return m_connection; }
 
-    /// Ends the instance that runs, with SIGTERM and two seconds later with SIGKILL, and calls \a stopped then; at once
-    /// if none runs.
+    /// Ends the running instance with ChildProcess::end(), and calls \a stopped when it has ended; at once if there is
+    /// none.
     void stop(const std::function<void()> &stopped);
 
-    /// Makes a process that is about to be started the next instance.
+    /// Makes \a process the next instance. Call it before the process is started.
     void adopt(ChildProcess *process);
 
-    /// Why the application cannot be reached, for people; empty if it can.
+    /// \a problem is the reason why the application is not available, for people; empty if it is available.
     using Ready = std::function<void(const QString &problem)>;
-    /// Calls \a ready as soon as an instance owns its name, starting one if none runs or the one that runs is about
-    /// to end; at once if one does already. Several are called in their order.
+    /// Calls \a ready when an instance owns its name; at once if one already does. Starts an instance if none is
+    /// running or the running one is about to end. Callbacks are called in the order of the calls.
     void whenReady(const Ready &ready);
 
 Q_SIGNALS:

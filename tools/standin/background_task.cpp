@@ -11,7 +11,7 @@
 
 namespace {
 
-const qint64 LongestTimer = 3600000; // milliseconds; a timer cannot wait for ever
+const qint64 LongestTimer = 3600000; // milliseconds; QTimer has an upper limit
 
 } // namespace
 
@@ -69,7 +69,7 @@ void BackgroundTask::stop(bool force)
         m_process->terminate();
 }
 
-/// Decides when the next run is to begin.
+/// Computes the start of the next run.
 void BackgroundTask::plan(const QDateTime &earliest)
 {
     const Calendar calendar(m_properties.value(QStringLiteral("Schedule")));
@@ -78,7 +78,7 @@ void BackgroundTask::plan(const QDateTime &earliest)
                                   : QStringLiteral("%1 has no time left to run at").arg(name()));
 }
 
-/// Does what is due, and sets the timer for what is not.
+/// Handles expired times, and sets the timer for the next one.
 void BackgroundTask::check()
 {
     const QDateTime now = m_clock.now();
@@ -103,7 +103,7 @@ void BackgroundTask::run()
     const int interval = m_properties.value(QStringLiteral("Interval")).toInt();
     m_due = {};
     if (!Calendar(m_properties.value(QStringLiteral("Schedule"))).isEmpty())
-        plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute on
+        plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute
     else if (interval > 0)
         plan(now.addSecs(interval));
 
@@ -126,15 +126,7 @@ void BackgroundTask::run()
     process->setProcessEnvironment(environment);
     process->setNiceness(m_properties.value(QStringLiteral("Priority")).toInt());
 
-    connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
-            [this](int code, QProcess::ExitStatus status) {
-                onEnded(status == QProcess::NormalExit ? QStringLiteral("has ended with exit code %1").arg(code)
-                                                       : QStringLiteral("was ended by signal %1").arg(code));
-            });
-    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            onEnded(QStringLiteral("cannot be started: %1").arg(process->errorString()));
-    });
+    connect(process, &ChildProcess::ended, this, &BackgroundTask::onEnded);
     connect(process, &QProcess::started, this, [this, process] {
         m_trace.write(QStringLiteral("%1 runs (process %2)").arg(name()).arg(process->processId()));
         const int runningTime = m_properties.value(QStringLiteral("RunningTime")).toInt();
@@ -151,7 +143,7 @@ void BackgroundTask::onEnded(const QString &how)
     m_process->deleteLater();
     m_process = nullptr;
     m_deadline = {};
-    QFile::remove(socketPath()); // where the process has left it
+    QFile::remove(socketPath()); // in case that the process did not remove it
     setState(m_due.isValid() ? Waiting : Stopped);
     QTimer::singleShot(0, this, &BackgroundTask::check); // the next run may be overdue
 }

@@ -10,27 +10,27 @@
 #include <QtCore/QTimer>
 
 /**
- * A task of an application: what it was started with, when it is to run, and its process while it runs.
+ * A task of an application: its description, its next run, and its process while it runs.
  */
 class BackgroundTask : public QObject
 {
     Q_OBJECT
 public:
-    enum State : uint { Stopped = 0, Running = 1, Waiting = 2 }; ///< as the bus counts
+    enum State : uint { Stopped = 0, Running = 1, Waiting = 2 }; ///< the codes on the bus
 
     BackgroundTask(const QString &applicationId, const TaskManifest &manifest, const Clock &clock, const Trace &trace,
                    QObject *parent = nullptr);
 
     const TaskManifest &manifest() const { return m_manifest; }
-    /// The name by which it is started: "application.task_id".
+    /// The qualified name: "application.task_id".
     QString name() const;
     State state() const { return m_state; }
-    /// The numbers and truths that it was started with. Not everything, which could be more than a message can hold.
+    /// The integers and booleans of the description. The other properties might exceed the limits of a message.
     QVariantMap numbers() const;
 
-    /// Has the task run at the times that the properties say. Not while it runs.
+    /// Schedules the task with the times in \a properties. Do not call it while the task is running.
     void start(const QStringList &arguments, const QVariantMap &properties);
-    /// Ends the process that runs, and plans no other.
+    /// Ends the running process and cancels all further runs.
     void stop(bool force);
 
 Q_SIGNALS:
@@ -54,7 +54,7 @@ private:
     State m_state = Stopped;
     QPointer<ChildProcess> m_process;
     int m_runs = 0;
-    QDateTime m_due; ///< when to run next; invalid if never
-    QDateTime m_deadline; ///< when the process has to end; invalid if never
+    QDateTime m_due; ///< the next run; invalid if there is none
+    QDateTime m_deadline; ///< the time at which the process is ended; invalid if unlimited
     QTimer m_timer;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "child_process.h"
 
+#include "exit_code.h"
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
 
@@ -11,8 +13,6 @@
 #include <unistd.h>
 
 namespace {
-
-const int GracePeriod = 2000; // milliseconds to end in, when asked
 
 QSet<ChildProcess *> &allChildren()
 {
@@ -32,6 +32,12 @@ ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
         setInputChannelMode(ForwardedInputChannel);
     else
         setStandardInputFile(nullDevice());
+
+    connect(this, qOverload<int, ExitStatus>(&QProcess::finished), this, [this] { Q_EMIT ended(howEnded()); });
+    connect(this, &QProcess::errorOccurred, this, [this](ProcessError processError) {
+        if (processError == FailedToStart) // finished() is not emitted then
+            Q_EMIT ended(howEnded());
+    });
 }
 
 ChildProcess::~ChildProcess()
@@ -47,7 +53,7 @@ ChildProcess::~ChildProcess()
 void ChildProcess::start(const QStringList &command)
 {
     QProcess::start(command.first(), command.mid(1));
-    waitForStarted(); // or what it does might be noticed before
+    waitForStarted(); // else messages of the process could be handled before started() is emitted
 }
 
 void ChildProcess::end()
@@ -66,7 +72,18 @@ QSet<pid_t> ChildProcess::running()
 
 int ChildProcess::shellExitCode() const
 {
-    return exitStatus() == NormalExit ? exitCode() : 128 + exitCode();
+    if (hasFailedToStart())
+        return ExitCode::CannotStart;
+    return exitStatus() == NormalExit ? exitCode() : ExitCode::Signal + exitCode();
+}
+
+QString ChildProcess::howEnded() const
+{
+    if (hasFailedToStart())
+        return QStringLiteral("cannot be started: %1").arg(errorString());
+    return (exitStatus() == NormalExit ? QStringLiteral("has ended with exit code %1")
+                                       : QStringLiteral("was ended by signal %1"))
+        .arg(exitCode());
 }
 
 QProcessEnvironment ChildProcess::cleanEnvironment()
@@ -86,7 +103,7 @@ void ChildProcess::setupChildProcess()
     if (m_terminal == Terminal::Detached)
         ::setsid();
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (::getppid() != m_parentId) // it has been killed just before
+    if (::getppid() != m_parentId) // the stand-in was killed before prctl()
         ::_exit(1);
     if (m_inherited >= 0)
         ::fcntl(m_inherited, F_SETFD, 0);

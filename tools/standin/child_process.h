@@ -7,44 +7,56 @@
 #include <sys/types.h>
 
 /**
- * A process that the stand-in starts. It writes where the stand-in writes, and gets SIGTERM if the stand-in is killed.
+ * A process that the stand-in starts. It shares the stand-in's standard output and error, and gets SIGTERM if the
+ * stand-in is killed.
  */
 class ChildProcess : public QProcess
 {
     Q_OBJECT
 public:
     enum class Terminal {
-        Shared, ///< reads the stand-in's standard input, and gets the terminal's Ctrl-C
-        Detached, ///< reads nothing, and only the stand-in ends it
+        Shared, ///< inherits the stand-in's standard input and the terminal's Ctrl-C
+        Detached, ///< has no input and no terminal
     };
+
+    static constexpr int GracePeriod = 2000; ///< milliseconds from SIGTERM to SIGKILL
 
     explicit ChildProcess(Terminal terminal, QObject *parent = nullptr);
     ~ChildProcess() override;
 
-    /// Starts the program with its arguments, and waits until it has started; errorOccurred() tells if that fails.
+    /// Starts the program with its arguments, and blocks until it has started or ended() is emitted.
     void start(const QStringList &command);
 
-    /// Ends the process, with SIGTERM and two seconds later with SIGKILL. Does not wait for it.
+    /// Sends SIGTERM, and SIGKILL after the grace period. Does not block.
     void end();
 
-    /// A descriptor that the process is to have under the same number; none if negative.
+    /// Sets a descriptor that the process inherits under the same number; none if negative.
     void setInherited(int descriptor) { m_inherited = descriptor; }
-    /// The niceness of the process, as far as this one may give it.
+    /// Sets the niceness of the process, as far as the permissions of this process allow it.
     void setNiceness(int niceness) { m_niceness = niceness; }
 
-    /// How the process has ended, as a shell would tell it: its exit code, or 128 and the signal's number.
+    /// Whether the process could not be started.
+    bool hasFailedToStart() const { return error() == FailedToStart; }
+    /// The exit code that a shell would return: that of the process, 128 plus the number of the signal that ended it,
+    /// or ExitCode::CannotStart.
     int shellExitCode() const;
 
-    /// The processes that have been started here and not been noticed to end.
+    /// The processes that were started here and have not been waited for.
     static QSet<pid_t> running();
 
-    /// This process's environment without what says who a process is to the service.
+    /// The environment of this process, without the variables that identify a process to the service.
     static QProcessEnvironment cleanEnvironment();
+
+Q_SIGNALS:
+    /// The process has ended, or could not be started. \a how says so for people: "has ended with exit code 3".
+    void ended(const QString &how);
 
 protected:
     void setupChildProcess() override;
 
 private:
+    QString howEnded() const;
+
     const Terminal m_terminal;
     const qint64 m_parentId;
     int m_inherited = -1;

@@ -27,7 +27,6 @@ namespace Names = Corvane::Names;
 
 namespace {
 
-const int GracePeriod = 2000; // milliseconds that processes have to end when asked
 const int ReapingInterval = 500; // milliseconds
 
 } // namespace
@@ -82,13 +81,10 @@ int run(const RunOptions &options)
         application->adopt(&command);
     }
 
-    QObject::connect(&command, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), qApp,
-                     [&command] { QCoreApplication::exit(command.shellExitCode()); });
-    QObject::connect(&command, &QProcess::errorOccurred, qApp, [&command](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart) {
-            complain(QStringLiteral("%1 cannot be started: %2").arg(command.program(), command.errorString()));
-            QCoreApplication::exit(ExitCode::CannotStart);
-        }
+    QObject::connect(&command, &ChildProcess::ended, qApp, [&command](const QString &how) {
+        if (command.hasFailedToStart())
+            complain(QStringLiteral("%1 %2").arg(command.program(), how));
+        QCoreApplication::exit(command.shellExitCode());
     });
     QObject::connect(&signals, &TerminationSignals::received, qApp,
                      [](int number) { QCoreApplication::exit(ExitCode::Signal + number); });
@@ -96,7 +92,7 @@ int run(const RunOptions &options)
                        QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &bus,
                        SIGNAL(lost()));
     QObject::connect(&bus, &PrivateBus::lost, qApp, [&bus] {
-        bus.blockSignals(true); // it is told once
+        bus.blockSignals(true); // report it once
         complain(QStringLiteral("The private bus has ended"));
         QCoreApplication::exit(ExitCode::Bus);
     });
@@ -107,7 +103,7 @@ int run(const RunOptions &options)
     tasks.startAutomatic();
     QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
     const int exitCode = QCoreApplication::exec();
-    const QSet<pid_t> left = processes.endAll(bus.processId(), GracePeriod);
+    const QSet<pid_t> left = processes.endAll(bus.processId(), ChildProcess::GracePeriod);
     for (const pid_t id : left)
         complain(QStringLiteral("The process %1 cannot be ended").arg(id));
     return exitCode;
