@@ -107,9 +107,10 @@ void TestKernelPressure::kernelThatTellsNothingIsNoticed()
     ::close(standardError);
     QCOMPARE(pressure.level(), 0);
     errors.seek(0);
-    QCOMPARE(errors.readAll(),
-             QByteArray("corvane-standin: This kernel does not tell its memory pressure (/nonexistent/memory: No such "
-                        "file or directory). The level stays normal; try \"corvane-standin set memory critical\".\n"));
+    QCOMPARE(
+        errors.readAll(),
+        QByteArray("corvane-standin: This kernel does not report its memory pressure (/nonexistent/memory: No such "
+                   "file or directory). The level stays normal; try \"corvane-standin set memory critical\".\n"));
 }
 
 QTEST_GUILESS_MAIN(TestKernelPressure)

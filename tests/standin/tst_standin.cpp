@@ -118,12 +118,12 @@ void TestStandIn::wrongCommandLinesAreRefused_data()
     row("option of run elsewhere", "--verbose run true", "Unknown option 'verbose'.");
     row("set nothing", "set", "Expected \"memory\" or \"clock\"");
     row("set something else", "set volume 3", "Expected \"memory\" or \"clock\", found \"volume\"");
-    row("set clock", "set clock", "Expected how far to move on, such as \"+90m\"");
+    row("set clock", "set clock", "Expected a duration such as \"+90m\"");
     row("set clock back", "set clock -1h", "Unknown options: 1, h.");
-    row("set clock to a time", "set clock 12:00", "Expected how far to move on, such as \"+90m\", found \"12:00\"");
+    row("set clock to a time", "set clock 12:00", "Expected a duration such as \"+90m\", found \"12:00\"");
     row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
-    row("set clock", "set clock", "Expected how far to move on, such as \"+90m\"");
-    row("set clock to a time", "set clock 12:00", "Expected how far to move on, such as \"+90m\", found \"12:00\"");
+    row("set clock", "set clock", "Expected a duration such as \"+90m\"");
+    row("set clock to a time", "set clock 12:00", "Expected a duration such as \"+90m\", found \"12:00\"");
     row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
     row("set memory", "set memory", "Expected \"normal\", \"low\", \"critical\", a number or \"auto\"");
     row("set memory to text", "set memory high",

@@ -10,15 +10,15 @@ class Applications : public QObject
 public:
     Applications(const QVector<Manifest> &manifests, int startTimeout, const Trace &trace, QObject *parent = nullptr);
 
-    /// Null if there is none.
+    /// Returns null if there is none.
     Application *withId(const QString &id) const;
     Application *handlerOf(const QString &intentName) const;
 
-    /// The instance id of the application that has this connection to the bus, or else the connection itself.
+    /// Returns the instance id of the application with this bus connection, or \a connection if there is none.
     QString nameOf(const QString &connection) const;
 
 Q_SIGNALS:
-    /// What has become of an instance of one of them; see Application::stateChanged().
+    /// Emitted for all applications; see Application::stateChanged().
     void stateChanged(const QString &instanceId, uint state);
 
 private:

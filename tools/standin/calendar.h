@@ -6,21 +6,22 @@
 #include <QtCore/QVariant>
 
 /**
- * The times that the "Schedule" of a task names: each minute whose month, week day, hour and minute are listed.
+ * The times in the "Schedule" of a task: all minutes whose month, week day, hour and minute are listed.
  *
  * Months count from 1 to 12, week days from 1 (Monday) to 7, hours from 0 to 23, minutes from 0 to 59, in local time.
- * Months and week days that are not listed are all; hours are all if minutes are listed, and else 0; minutes are 0.
+ * The default for months and week days is all of them. The default for hours is all of them if minutes are listed, else
+ * 0. The default for minutes is 0.
  */
 class Calendar
 {
 public:
-    /// \param schedule as it came from the bus or from a manifest; what is of another type counts as not given
+    /// \param schedule the value from the bus or from a manifest; entries of another type are ignored
     explicit Calendar(const QVariant &schedule);
 
-    /// Whether there is a rule at all.
+    /// Whether the schedule has no entries.
     bool isEmpty() const { return m_isEmpty; }
 
-    /// The first of the times that is not before \a earliest; invalid if there is none within ten years.
+    /// Returns the first time that is not before \a earliest, or an invalid one if there is none within ten years.
     QDateTime next(const QDateTime &earliest) const;
 
 private:

@@ -4,7 +4,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QObject>
 
-/// The time by which tasks run: the system's, but that it can be moved on.
+/// The clock for tasks: the system time plus an offset that can be increased.
 class Clock : public QObject
 {
     Q_OBJECT

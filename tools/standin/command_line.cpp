@@ -24,35 +24,34 @@ const char Help[] = R"(Usage: corvane-standin run [OPTION]... [--] COMMAND [ARGU
        corvane-standin start ID
        corvane-standin stop ID
 
-Stands in for the application-runtime service while applications are developed.
+Replaces the application-runtime service during the development of applications.
 
-run starts a session bus of its own with the service on it, runs COMMAND there,
-and ends everything that it started when COMMAND ends, or on Ctrl-C. The normal
-session bus of the user is not touched.
+run starts a private session bus, offers the interfaces of the service on it, and
+runs COMMAND there. When COMMAND ends, or on Ctrl-C, it ends all processes that
+it has started. The normal session bus of the user is not used.
 
-  --manifests DIR     Applications that the service knows: each *.json file in
-                      DIR describes one. May be given several times.
+  --manifests DIR     Read the applications from DIR: each *.json file describes
+                      one. May be given several times.
   --as ID             Run COMMAND as the application ID of the manifests.
-  --start-timeout MS  How long an application may take to claim its bus name,
+  --start-timeout MS  The time in which an application must claim its bus name,
                       in milliseconds (default: 10000).
-  --verbose           Show each message that is routed, one a line, on standard
-                      error.
+  --verbose           Print each routed message to standard error, one per line.
 
-The other commands control the stand-in on whose bus they are run, as from
-COMMAND:
+The other commands control a running stand-in. Run them on its bus, for example
+from COMMAND:
 
-set memory gives the memory pressure that the service tells; auto has it follow
-the kernel's, as it does at first: critical if all processes had to wait for
-memory in at least a tenth of the last ten seconds, low if some had to.
-set clock moves on the time by which tasks run, by seconds, minutes, hours or
-days, and prints what it is then.
-start runs an application, waits until it has claimed its bus name, and prints
+set memory sets the memory pressure. With auto, the default, the level follows
+the kernel: critical if all processes waited for memory in at least a tenth of
+the last ten seconds, low if some did.
+set clock advances the clock for tasks by seconds, minutes, hours or days, and
+prints the new time.
+start starts an application, waits until it has claimed its bus name, and prints
 its instance id. stop ends an application, and waits until it has ended.
 
   --help              Show this text.
   --version           Show the version.
 
-An application is described by a manifest such as
+A manifest describes an application:
   {
       "id": "viewer",
       "name": "Viewer",
@@ -60,21 +59,21 @@ An application is described by a manifest such as
       "intents": ["OpenURI"],
       "tasks": [{"id": "index", "command": ["./indexer"]}]
   }
-"name", "intents" and "tasks" may be left out. A task may have "properties",
-such as {"Autostart": true, "Interval": 60}, to start with the stand-in. A
-program with a '/' in it is found from the manifest's directory, another on the
-PATH. It has to stay in the foreground.
+"name", "intents" and "tasks" are optional. "properties" of a task are optional
+too: with {"Autostart": true, "Interval": 60} the task starts with the stand-in.
+A program name with a '/' is relative to the directory of the manifest; another
+one is searched on the PATH. The program must stay in the foreground.
 
-Exit codes of run: COMMAND's own, or
-   64  wrong command line
-   65  wrong manifest
+Exit codes of run: that of COMMAND, or
+   64  invalid command line
+   65  invalid manifest
    69  no private bus
   127  COMMAND cannot be started
   128+N  COMMAND, or corvane-standin itself, was ended by signal N
 Exit codes of the others:
     0  done
-    1  not possible; standard error tells why
-   64  wrong command line
+    1  failed; the reason is on standard error
+   64  invalid command line
    69  no stand-in on the session bus
 )";
 
@@ -112,7 +111,7 @@ ControlRequest readSetClock(const QStringList &words)
                                               {QStringLiteral("d"), 24 * 3600 * 1000}};
     const auto match = pattern.match(words.value(2));
     if (!match.hasMatch())
-        failExpecting(QStringLiteral("how far to move on, such as \"+90m\""), words.value(2));
+        failExpecting(QStringLiteral("a duration such as \"+90m\""), words.value(2));
     if (words.size() > 3)
         failExpecting(QStringLiteral("nothing more"), words.at(3));
     return {QStringLiteral("MoveClock"), {match.captured(1).toLongLong() * units.value(match.captured(2))}};
@@ -160,7 +159,7 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
     const QCommandLineOption startTimeout(QStringLiteral("start-timeout"), {}, QStringLiteral("MS"));
     const QCommandLineOption verbose(QStringLiteral("verbose"));
 
-    // Options of run stand between the word "run" and the command.
+    // The options of run are between the word "run" and the command.
     const bool isRun = arguments.value(1) == QLatin1String("run");
     QCommandLineParser parser;
     parser.addOptions({help, version});

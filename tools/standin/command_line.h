@@ -6,7 +6,7 @@
 
 #include <variant>
 
-/// What "corvane-standin run" is to do.
+/// The options of "corvane-standin run".
 struct RunOptions
 {
     QStringList manifests;
@@ -16,12 +16,12 @@ struct RunOptions
     QStringList command;
 };
 
-/// What the other commands ask of a stand-in that runs: a call of its control object.
+/// The call that another command sends to the control object of a running stand-in.
 struct ControlRequest
 {
     QString member;
     QVariantList arguments;
 };
 
-/// Reads the command line. Where there is nothing to do, as with --help or after a mistake, it says why and exits.
+/// Parses the command line. After --help, --version or an error, it prints a text and exits.
 std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &arguments);

@@ -3,7 +3,7 @@
 
 #include <QtCore/QTextStream>
 
-/// Tells the user what goes wrong, on standard error.
+/// Prints an error message to standard error.
 inline void complain(const QString &text)
 {
     QTextStream(stderr) << "corvane-standin: " << text << Qt::endl;

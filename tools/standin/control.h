@@ -8,7 +8,7 @@
 #include <QtDBus/QDBusContext>
 #include <QtDBus/QDBusMessage>
 
-/// The object "StandIn1", which the stand-in's commands call. Its members are called by the adaptor.
+/// The object "StandIn1" for the commands of the stand-in. The adaptor calls its members.
 class Control : public QObject, protected QDBusContext
 {
     Q_OBJECT

@@ -3,6 +3,6 @@
 
 #include <QtCore/QVariant>
 
-/// Whether there is a descriptor anywhere in a value that came from the bus. Such a value cannot be passed on: QtDBus
-/// loses descriptors when it copies values between messages, and libdbus aborts where one is missing.
+/// Whether a value from the bus contains a file descriptor at any depth. Such a value cannot be forwarded: QtDBus loses
+/// descriptors when it copies values between messages, and libdbus aborts if one is missing.
 bool holdsDescriptors(const QVariant &value);

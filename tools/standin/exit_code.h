@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// The stand-in's own exit codes, after sysexits.h and the shell; else it has its command's.
+/// The exit codes of the stand-in, as in sysexits.h and in a shell. Otherwise it returns that of its command.
 namespace ExitCode {
 
 enum : int {
@@ -9,7 +9,7 @@ enum : int {
     Manifest = 65,
     Bus = 69,
     CannotStart = 127,
-    Signal = 128, ///< and the signal's number
+    Signal = 128, ///< plus the number of the signal
 };
 
 } // namespace ExitCode

@@ -28,7 +28,7 @@ Intents::Intents(const Applications &applications, const Trace &trace, QObject *
 
 QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &hints, const QVariantMap &params)
 {
-    Q_UNUSED(params) // it is passed on as it came
+    Q_UNUSED(params) // the original argument is forwarded
     setDelayedReply(true);
     Request request{++m_lastNumber, message(), {}};
     if (m_trace.isOn())

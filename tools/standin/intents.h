@@ -13,7 +13,7 @@ class Intents : public QObject, protected QDBusContext
 public:
     Intents(const Applications &applications, const Trace &trace, QObject *parent = nullptr);
 
-    /// Called by the adaptor, which is made from the interface's XML; the answer is sent later.
+    /// Called by the adaptor, which is generated from the XML of the interface. The reply is sent later.
     QVariantMap InvokeIntent(const QString &intentName, const QVariantMap &hints, const QVariantMap &params);
 
 private:

@@ -3,7 +3,7 @@
 
 #include "applications.h"
 
-/// The object "Lifecycle1": it announces what becomes of the applications that the stand-in starts.
+/// The object "Lifecycle1": it announces the states of the applications that the stand-in starts.
 class Lifecycle : public QObject
 {
     Q_OBJECT
@@ -11,5 +11,5 @@ public:
     explicit Lifecycle(const Applications &applications, QObject *parent = nullptr);
 
 Q_SIGNALS:
-    void StateChanged(const QString &appInstanceId, uint state); ///< The adaptor sends it.
+    void StateChanged(const QString &appInstanceId, uint state); ///< The adaptor sends it on the bus.
 };

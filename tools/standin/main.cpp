@@ -6,7 +6,7 @@
 
 int main(int argc, char **argv)
 {
-    QStringList arguments; // all of them: QCoreApplication takes some away, which are the command's
+    QStringList arguments; // all of them: QCoreApplication removes some that belong to the command
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
     const QCoreApplication application(argc, argv);

@@ -31,7 +31,7 @@ QString described(const QJsonValue &value)
     return {};
 }
 
-/// Reads one file, and notes what is wrong with it.
+/// Reads one file and collects its errors.
 class Reader
 {
 public:
@@ -40,7 +40,7 @@ public:
     Manifest read()
     {
         QFile file(m_file);
-        if (!QFileInfo(m_file).isFile() || !file.open(QIODevice::ReadOnly)) { // to open a pipe would wait for ever
+        if (!QFileInfo(m_file).isFile() || !file.open(QIODevice::ReadOnly)) { // opening a pipe could block
             error(QStringLiteral("expected a file that can be read"));
             return {};
         }
@@ -116,7 +116,7 @@ private:
         return tasks;
     }
 
-    /// \param prefix of the keys in messages
+    /// \param prefix the prefix of the keys in error messages
     void checkKeys(const QString &prefix, const QJsonObject &object, const QStringList &keys)
     {
         for (auto it = object.begin(); it != object.end(); ++it) {
@@ -144,7 +144,7 @@ private:
         static const QRegularExpression pattern(
             QStringLiteral("\\A[A-Za-z_-][A-Za-z0-9_-]*(\\.[A-Za-z_-][A-Za-z0-9_-]*)*\\z"));
         const QString id = value.toString();
-        const int longest = 200; // a bus name has room for 255 characters
+        const int longest = 200; // a bus name has at most 255 characters
         if (!pattern.match(id).hasMatch() || id.length() > longest) {
             mismatch(QStringLiteral("id"),
                      QStringLiteral("at most %1 of the characters A-Z a-z 0-9 _ - and dots between names that begin "
@@ -195,7 +195,7 @@ Manifests readManifests(const QStringList &directories)
     Manifests manifests;
     QHash<QString, QString> idFiles;
     QHash<QString, QString> intentFiles;
-    // Notes that something of the file's is taken by another, or takes it.
+    // Claims a value for the file, or adds an error if another file has claimed it.
     const auto take = [&manifests](QHash<QString, QString> &files, const QString &key, const QString &value,
                                    const QString &file) {
         if (files.contains(value))

@@ -8,13 +8,13 @@
 
 struct TaskManifest
 {
-    QString id; ///< the same characters as an application's, without dots
+    QString id; ///< the characters of an application id, without dots
     QStringList command;
-    QVariantMap properties; ///< what the task is started with if it starts with the stand-in, "Autostart"
+    QVariantMap properties; ///< the description of a task that starts with the stand-in ("Autostart")
 };
 
 /**
- * What the stand-in knows of an application, from a file such as
+ * The description of an application, from a file such as
  * \code
  * {
  *     "id": "viewer",
@@ -28,18 +28,18 @@ struct TaskManifest
 struct Manifest
 {
     QString file;
-    QString id; ///< made of the characters of a bus name, since instance ids are bus names that begin with it
-    QString name; ///< for people; the id if the file gives none
-    QStringList command; ///< a program that has a '/' in it and is relative is found from the file's directory
-    QStringList intents; ///< what it handles; may be empty
-    QVector<TaskManifest> tasks; ///< what it can have run in the background; may be empty
+    QString id; ///< characters of a bus name, because instance ids are bus names that begin with it
+    QString name; ///< for people; the id if the file has none
+    QStringList command; ///< a relative program name with a '/' is relative to the directory of the file
+    QStringList intents; ///< the names of the intents that it handles; may be empty
+    QVector<TaskManifest> tasks; ///< its background tasks; may be empty
 };
 
 struct Manifests
 {
     QVector<Manifest> list;
-    QStringList errors; ///< for people, one line each: file, line or key, what was expected, what was found
+    QStringList errors; ///< one line each, for people: file, line or key, expected value, found value
 };
 
-/// Reads every *.json file in the directories. An id, and an intent, belongs to one application only.
+/// Reads all *.json files in the directories. Ids and intents must be unique.
 Manifests readManifests(const QStringList &directories);

@@ -17,7 +17,7 @@ namespace {
 
 const double Threshold = 10; // percent of the last ten seconds
 
-/// The share of the last ten seconds in which processes waited, from the line that begins with \a kind.
+/// Returns the percentage of the last ten seconds in which processes waited, from the line of \a kind.
 double stalled(const QByteArray &pressure, const QByteArray &kind)
 {
     const QByteArray start = kind + " avg10=";
@@ -58,7 +58,7 @@ void MemoryPressure::Subscribe()
         return;
     QFile file(m_source);
     if (!file.open(QIODevice::ReadOnly))
-        complain(QStringLiteral("This kernel does not tell its memory pressure (%1: %2). The level stays normal; try "
+        complain(QStringLiteral("This kernel does not report its memory pressure (%1: %2). The level stays normal; try "
                                 "\"corvane-standin set memory critical\".")
                      .arg(m_source, file.errorString()));
     follow();

@@ -4,25 +4,25 @@
 #include <QtCore/QObject>
 #include <QtCore/QTimer>
 
-/// The object "MemoryPressure1": it tells the kernel's memory pressure, or what was set in its place.
+/// The object "MemoryPressure1": it reports the memory pressure of the kernel, or a level that was set instead.
 class MemoryPressure : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(int Level READ level NOTIFY levelChanged)
 public:
-    /// \param source the kernel's pressure stall information for memory
+    /// \param source the file with the kernel's pressure stall information for memory
     explicit MemoryPressure(const QString &source, QObject *parent = nullptr);
 
     int level() const { return m_level; }
-    /// Says \a level from now on, whatever the kernel says.
+    /// Reports \a level until follow() is called.
     void setLevel(int level);
-    /// Goes by the kernel again.
+    /// Reports the level of the kernel again.
     void follow();
 
-    /// Called by the adaptor. The kernel is asked once a second from then on.
+    /// Called by the adaptor. Starts to read the source once per second.
     void Subscribe();
 
-    /// The level that pressure stall information amounts to; "some avg10=0.00 avg60=0.00 ..." and "full ...".
+    /// Returns the level for pressure stall information: "some avg10=0.00 avg60=0.00 ..." and "full ...".
     static int levelOf(const QByteArray &pressure);
 
 Q_SIGNALS:

@@ -54,7 +54,7 @@ void PrivateBus::start()
             QStringLiteral("%1 cannot be written: %2").arg(configuration.fileName(), configuration.errorString());
         return;
     }
-    const QByteArray path = QUrl::toPercentEncoding(m_directory.path(), "/", "~"); // as addresses of D-Bus have it
+    const QByteArray path = QUrl::toPercentEncoding(m_directory.path(), "/", "~"); // as in D-Bus addresses
     configuration.write(QString::fromLatin1(Configuration).arg(QString::fromLatin1(path)).toUtf8());
     configuration.close();
 
@@ -70,7 +70,7 @@ void PrivateBus::start()
         }
     }
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_daemon.readLine().trimmed());
-    if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR")) // as where nobody has logged in
+    if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR")) // no login session
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_directory.path()));
     connect(&m_daemon, &QProcess::stateChanged, this, &PrivateBus::lost);
 }

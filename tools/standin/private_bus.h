@@ -6,22 +6,23 @@
 #include <QtCore/QTemporaryDir>
 
 /**
- * A session bus that only this process and those below it know: a dbus-daemon with the limits of a stock session bus,
- * and nothing to activate. It becomes the session bus of this process and of those that it starts from then on, and its
- * directory their one for runtime files if they have none.
+ * A private session bus: a dbus-daemon with the limits of a stock session bus and without activatable services. It
+ * becomes the session bus of this process and of the processes that it starts later. If they have no runtime directory,
+ * its directory becomes that too.
  */
 class PrivateBus : public QObject
 {
     Q_OBJECT
 public:
-    /// Starts the bus, and blocks until it is ready. problem() tells whether it is.
+    /// Starts the bus, and blocks until it is ready or has failed.
     explicit PrivateBus(QObject *parent = nullptr);
 
+    /// The reason of a failure, for people; empty if the bus is ready.
     QString problem() const { return m_problem; }
     pid_t processId() const { return pid_t(m_daemon.processId()); }
 
 Q_SIGNALS:
-    /// The daemon has ended by itself, or has cut off this process.
+    /// The daemon has ended, or has disconnected this process.
     void lost();
 
 private:

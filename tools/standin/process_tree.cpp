@@ -17,7 +17,7 @@ struct Process
 {
     pid_t id;
     pid_t parent;
-    bool hasEnded; ///< and waits for its parent to notice
+    bool hasEnded; ///< and is a zombie
 };
 
 QStringList numbersIn(const QString &directory)
@@ -25,7 +25,7 @@ QStringList numbersIn(const QString &directory)
     return QDir(directory).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs);
 }
 
-/// Every process of the system.
+/// Returns all processes of the system.
 QVector<Process> processes()
 {
     QVector<Process> list;
@@ -33,13 +33,13 @@ QVector<Process> processes()
     const QStringList names = numbersIn(proc);
     for (const QString &name : names) {
         QFile file(QStringLiteral("/proc/%1/stat").arg(name));
-        if (!file.open(QIODevice::ReadOnly)) // it is gone already
+        if (!file.open(QIODevice::ReadOnly)) // it has ended
             continue;
         const QByteArray line = file.readAll(); // 12 (any (name)) S 1 ...
         const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
         if (fields.size() < 2)
             continue;
-        // One whose first thread has ended looks the same, but has others.
+        // A process whose first thread has ended has the state Z too, but it has other threads.
         const bool hasEnded = (fields.at(0) == "Z" && numbersIn(QStringLiteral("/proc/%1/task").arg(name)).size() <= 1)
             || fields.at(0) == "X";
         list.append({name.toInt(), fields.at(1).toInt(), hasEnded});

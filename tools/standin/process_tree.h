@@ -6,21 +6,21 @@
 #include <sys/types.h>
 
 /**
- * The processes below this one, however deep, and those that they left behind: this process becomes the parent of each
- * that loses its own. Those that were there before, children of a shell that became this program, do not count.
+ * All descendants of this process, orphans included: this process becomes the parent of orphaned descendants. Processes
+ * that are older than this object (children of a shell that has executed this program) are not included.
  */
 class ProcessTree
 {
 public:
-    /// Make it before the first process is started.
+    /// Create the object before the first process is started.
     ProcessTree();
 
-    /// Releases the orphans that have ended, which would be there as "defunct" for ever. Not those in \a others, which
-    /// somebody else waits for.
+    /// Waits for orphans that have ended, so that they do not remain as zombies. Ignores the processes in \a others,
+    /// for which other code waits.
     void reapOrphans(const QSet<pid_t> &others) const;
 
-    /// Ends all but \a spared, with SIGTERM and, after \a grace milliseconds, SIGKILL. Blocks until they are gone, or
-    /// for as long again. Returns those that are left, since they cannot be ended.
+    /// Ends all processes but \a spared, with SIGTERM and, after \a grace milliseconds, with SIGKILL. Blocks until they
+    /// have ended, at most twice that time. Returns the processes that have not ended.
     QSet<pid_t> endAll(pid_t spared, int grace) const;
 
 private:

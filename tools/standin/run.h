@@ -3,6 +3,6 @@
 
 #include "command_line.h"
 
-/// Runs the private bus, the service on it, and the command, until the command ends. Returns the exit code, when
-/// nothing of what was started is left.
+/// Runs the private bus, the service on it, and the command. When the command ends, it ends all started processes and
+/// returns the exit code.
 int run(const RunOptions &options);

@@ -29,9 +29,9 @@ int sendRequest(const ControlRequest &request)
     }
 
     static const QStringList absent{
-        QStringLiteral("org.freedesktop.DBus.Error.Disconnected"), // there is no bus at all
+        QStringLiteral("org.freedesktop.DBus.Error.Disconnected"), // no bus
         QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown"),
-        QStringLiteral("org.freedesktop.DBus.Error.UnknownObject"), // it is the service of a device
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownObject"), // the service of a device
     };
     if (absent.contains(reply.errorName())) {
         complain(QStringLiteral("There is no stand-in on this session bus; see \"corvane-standin --help\""));

@@ -25,7 +25,7 @@ TaskSocket::TaskSocket(const QString &path)
     QDir().mkpath(QFileInfo(path).path());
     QFile::remove(path);
     m_descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const mode_t mask = ::umask(0077); // it is this user's alone
+    const mode_t mask = ::umask(0077); // only this user may connect
     const bool listens = ::bind(m_descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0
         && ::listen(m_descriptor, SOMAXCONN) == 0;
     const int error = errno;

@@ -3,17 +3,17 @@
 
 #include <QtCore/QString>
 
-/// A socket at which a task is to listen: made and bound, with its directories. The descriptor is closed at the end;
-/// the file stays, for whoever listens to remove.
+/// A listening socket for a task. The constructor creates it together with its directories. The destructor closes the
+/// descriptor, but keeps the file; the task removes it.
 class TaskSocket
 {
 public:
-    /// \param path is replaced if there is something
+    /// \param path of the socket; an existing file is replaced
     explicit TaskSocket(const QString &path);
     ~TaskSocket();
     Q_DISABLE_COPY(TaskSocket)
 
-    /// Negative if there is none; problem() tells why then.
+    /// The descriptor; negative if the socket could not be created, for the reason in problem().
     int descriptor() const { return m_descriptor; }
     QString problem() const { return m_problem; }
 

@@ -7,7 +7,7 @@
 
 #include <QtDBus/QDBusContext>
 
-/// The object "Tasks1": it runs the tasks of the applications. Its members are called by the adaptor.
+/// The object "Tasks1": it runs the tasks of the applications. The adaptor calls its members.
 class Tasks : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -18,11 +18,11 @@ public:
     void Start(const QString &name, const QStringList &arguments, const QVariantMap &properties);
     void Stop(const QString &name, bool force);
 
-    /// Starts the tasks whose manifest says so.
+    /// Starts the tasks with the property "Autostart" in their manifest.
     void startAutomatic();
 
 Q_SIGNALS:
-    void StateChanged(const QVector<Corvane::TaskState> &tasksState); ///< The adaptor sends it.
+    void StateChanged(const QVector<Corvane::TaskState> &tasksState); ///< The adaptor sends it on the bus.
 
 private:
     QVector<Corvane::TaskState> states() const;

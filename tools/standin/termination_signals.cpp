@@ -14,7 +14,7 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
     for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
         struct sigaction action = {};
         ::sigaction(number, nullptr, &action);
-        if (action.sa_handler != SIG_IGN) // NOLINT: a macro of the system with an old cast
+        if (action.sa_handler != SIG_IGN) // NOLINT: a system macro with a C-style cast
             ::sigaddset(&signals, number);
     }
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);

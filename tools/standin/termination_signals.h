@@ -3,8 +3,8 @@
 
 #include <QtCore/QObject>
 
-/// Turns SIGINT, SIGQUIT, SIGTERM and SIGHUP into a Qt signal, but for those that are ignored, as by nohup. Make it
-/// before any thread starts, which then leaves them alone.
+/// Converts SIGINT, SIGQUIT, SIGTERM and SIGHUP to a Qt signal, except those that are ignored (as with nohup). Create
+/// the object before any thread starts: threads inherit the signal mask.
 class TerminationSignals : public QObject
 {
     Q_OBJECT

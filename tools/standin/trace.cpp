@@ -48,7 +48,7 @@ QString described(const QDBusUnixFileDescriptor &file)
         .arg(Trace::quoted(QFile::decodeName(target.data())), mode, QString::number(status.st_size));
 }
 
-/// The descriptors of an array of them. Anything else has none, and must not be read as if it had.
+/// Returns the descriptors of an array of descriptors. Demarshalling a value of another signature would crash.
 QList<QDBusUnixFileDescriptor> descriptorsIn(const QVariant &value)
 {
     return Corvane::fromBus<QList<QDBusUnixFileDescriptor>>(value);

@@ -4,25 +4,24 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
-/// What --verbose shows: a line for each message, on standard error, with the number of the request it belongs to.
+/// The output of --verbose: one line per message on standard error, with the number of its request.
 class Trace
 {
 public:
     explicit Trace(bool on) : m_on(on) { }
 
-    /// Whether anything is shown; what is costly to describe need not be, otherwise.
+    /// Whether lines are written. Test it before you build a costly text.
     bool isOn() const { return m_on; }
 
-    /// Writes a line, which belongs to a request or to none.
+    /// Writes a line, with or without the number of a request.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }
     void write(const QString &text) const;
 
-    /// A text in quotes, with what would break the line escaped, and cut if it is long.
+    /// Returns the text in quotes, with control characters escaped, and truncated if it is long.
     static QString quoted(const QString &text);
-    /// A value as it came from the bus, an a{sv}, as JSON.
+    /// Returns a value from the bus (a{sv}) as JSON.
     static QString json(const QVariant &value);
-    /// The descriptors under "readFds" and "writeFds" in a map: `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
-    /// They are looked at, and closed when the last copy of the map goes.
+    /// Describes the file descriptors at "readFds" and "writeFds": `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
     static QString descriptors(const QVariantMap &map);
 
 private:
