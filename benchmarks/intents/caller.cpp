@@ -32,7 +32,7 @@ void Caller::run()
             {QStringLiteral("processorTime"), nanoseconds(CLOCK_PROCESS_CPUTIME_ID) - processorTime},
             {QStringLiteral("latencies"), m_latencies}};
         if (m_lastReply != m_intent.params)
-            qFatal("The reply is not what has been sent");
+            qFatal("The reply differs from the request");
         output.write(QJsonDocument(result).toJson(QJsonDocument::Compact) + '\n');
         output.flush();
     }

@@ -3,7 +3,7 @@
 
 #include <QtCore/qglobal.h>
 
-/// Marks what the shared library offers to applications; all else is hidden.
+/// Exports a symbol from the shared library. All other symbols are hidden.
 #if defined(CORVANE_BUILD)
 #define CORVANE_EXPORT Q_DECL_EXPORT
 #else
