@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-3-Clause
-# Constants that the sources spell and the build needs to know: read from the sources, so that they are spelled once.
+# Reads constants from the sources, so that each is written once.
 
 function(corvane_read_define file name result)
     file(STRINGS ${CMAKE_CURRENT_SOURCE_DIR}/${file} line REGEX "^#define ${name} ")
