@@ -46,9 +46,9 @@ public:
      * "writeFiles" are lists of paths into \a params, such as "file", "list[0].name" or "list[*]". The values at these
      * paths are plain file names or file: URLs. invoke() opens the files and sends their file descriptors. Files in
      * "readFiles" are opened for reading. Files in "writeFiles" are opened for reading and writing, and missing ones
-     * are created. For the intent "OpenURI", "readFiles" is always set to the value at "uri". A path cannot name a key
-     * that is empty, is "*", or contains '.' or '['. A file that cannot be opened is logged and ends its list; the
-     * intent is still sent.
+     * are created. For the intent "OpenURI", "readFiles" always selects the value at "uri", or its elements. A path
+     * cannot name a key that is empty, is "*", or contains '.' or '['. A file that cannot be opened is logged and ends
+     * its list; the intent is still sent.
      *
      * Numbers are sent as doubles. Values that D-Bus cannot represent (a null, an array of arrays or of nulls) are
      * omitted, with a warning. An intent over the limits of the bus is not sent and fails with Error::Failed. The
