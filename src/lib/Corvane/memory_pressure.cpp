@@ -4,6 +4,7 @@
 
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/subscription.h>
 #include <DBus/types.h>
 
 #include <QtCore/QDebug>
@@ -24,10 +25,8 @@ MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
       q(memoryPressure)
 {
     registerRecordTypes();
-    // With the signature given, a signal of another shape is not delivered, and so never demarshalled.
-    connection().connect(service(), path(), PropertiesInterface, QStringLiteral("PropertiesChanged"),
-                         QStringLiteral("sa{sv}as"), this,
-                         SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
+    Corvane::subscribe(path(), PropertiesInterface, QStringLiteral("PropertiesChanged"), QStringLiteral("sa{sv}as"),
+                       this, SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
     subscribe();
     readLevel();
 }

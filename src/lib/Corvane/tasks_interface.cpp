@@ -3,6 +3,7 @@
 
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/subscription.h>
 #include <DBus/variants.h>
 
 #include <QtCore/QDebug>
@@ -28,9 +29,8 @@ TasksInterface::TasksInterface()
     registerRecordTypes();
     // Before any task can connect, so that each task finds its part of the announced list.
     connect(this, &TasksInterface::stateChanged, this, &TasksInterface::indexStates);
-    // With the signature given, a signal of another shape is not delivered, and so never demarshalled.
-    connection().connect(service(), path(), interface(), QStringLiteral("StateChanged"), QStringLiteral("a(sua{sv})"),
-                         this, SLOT(onStateChanged(QVector<TaskState>)));
+    subscribe(path(), interface(), QStringLiteral("StateChanged"), QStringLiteral("a(sua{sv})"), this,
+              SLOT(onStateChanged(QVector<TaskState>)));
     readStates();
 }
 

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QtCore/QString>
+
+class QObject;
+
+namespace Corvane {
+
+/**
+ * Connects a signal of the service to a slot, until the receiver is deleted. A failure is neither returned nor logged.
+ *
+ * \param path and \param interface name the endpoint; an object also has interfaces that are not named after it.
+ * \param signature is the signature of the delivered signals. Qt drops a signal with another signature before it
+ *        demarshals the arguments; it would demarshal them as the slot's types otherwise.
+ * \param slot is the result of SLOT().
+ */
+void subscribe(const QString &path, const QString &interface, const QString &member, const QString &signature,
+               QObject *receiver, const char *slot);
+
+} // namespace Corvane
