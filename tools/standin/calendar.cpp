@@ -7,17 +7,10 @@
 
 namespace {
 
-QVariantMap toMap(const QVariant &value)
-{
-    return Corvane::fromBus<QVariantMap>(value);
-}
-
 QList<int> toNumbers(const QVariant &value)
 {
-    if (value.userType() == qMetaTypeId<QDBusArgument>() || value.userType() == qMetaTypeId<QList<int>>())
-        return Corvane::fromBus<QList<int>>(value);
-    QList<int> numbers;
-    const QVariantList list = value.toList();
+    auto numbers = Corvane::fromBus<QList<int>>(value);
+    const QVariantList list = value.toList(); // of a manifest
     for (const QVariant &element : list)
         numbers.append(element.toInt());
     return numbers;
@@ -37,7 +30,7 @@ bool matches(const QList<int> &list, int number)
 
 Calendar::Calendar(const QVariant &schedule)
 {
-    const QVariantMap map = toMap(schedule);
+    const QVariantMap map = Corvane::fromBus<QVariantMap>(schedule);
     m_isEmpty = map.isEmpty();
     m_start = toDate(map.value(QStringLiteral("StartDate")));
     m_end = toDate(map.value(QStringLiteral("EndDate")));

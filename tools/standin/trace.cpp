@@ -48,12 +48,6 @@ QString described(const QDBusUnixFileDescriptor &file)
         .arg(Trace::quoted(QFile::decodeName(target.data())), mode, QString::number(status.st_size));
 }
 
-/// Returns the descriptors of an array of descriptors. Demarshalling a value of another signature would crash.
-QList<QDBusUnixFileDescriptor> descriptorsIn(const QVariant &value)
-{
-    return Corvane::fromBus<QList<QDBusUnixFileDescriptor>>(value);
-}
-
 } // namespace
 
 void Trace::write(const QString &text) const
@@ -78,7 +72,7 @@ QString Trace::descriptors(const QVariantMap &map)
 {
     const auto list = [&map](const QString &key, const QString &label) {
         QStringList texts;
-        const auto files = descriptorsIn(map.value(key));
+        const auto files = Corvane::fromBus<QList<QDBusUnixFileDescriptor>>(map.value(key));
         for (const QDBusUnixFileDescriptor &file : files)
             texts.append(described(file));
         return texts.isEmpty() ? QString() : label + texts.join(QLatin1String(", "));

@@ -9,16 +9,21 @@
 
 namespace Corvane {
 
-/// Returns a value that came from the bus as a \a Type. QtDBus leaves containers unread, and crashes where an argument
-/// is read as anything else than it contains.
-template<typename Type>
-Type fromBus(const QVariant &value)
+/**
+ * Returns a value of the bus as a \a T. Returns T() if it is of another type.
+ *
+ * QtDBus leaves an array of structures or a map inside a variant as an unread QDBusArgument. QtDBus crashes if that
+ * argument is demarshalled as a type with another signature. The signature is therefore compared first. A \a T of this
+ * library is known to QtDBus after registerRecordTypes().
+ */
+template<typename T>
+T fromBus(const QVariant &value)
 {
     if (value.userType() != qMetaTypeId<QDBusArgument>())
-        return value.value<Type>();
-    const auto arg = value.value<QDBusArgument>();
-    const char *const signature = QDBusMetaType::typeToSignature(qMetaTypeId<Type>());
-    return arg.currentSignature() == QLatin1String(signature) ? qdbus_cast<Type>(arg) : Type();
+        return value.value<T>();
+    const auto argument = value.value<QDBusArgument>();
+    const QLatin1String signature(QDBusMetaType::typeToSignature(qMetaTypeId<T>()));
+    return argument.currentSignature() == signature ? qdbus_cast<T>(argument) : T();
 }
 
 /**
