@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "application.h"
 
+#include <Core/environment.h>
 #include <Corvane/lifecycle.h>
 #include <DBus/pending_call.h>
 
@@ -33,8 +34,8 @@ void Application::adopt(ChildProcess *process)
         });
 
     QProcessEnvironment environment = ChildProcess::cleanEnvironment();
-    environment.insert(QStringLiteral("HALVIR_APP_ID"), m_manifest.id);
-    environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"), m_instanceId);
+    environment.insert(QLatin1String(Core::Environment::ApplicationId), m_manifest.id);
+    environment.insert(QLatin1String(Core::Environment::ApplicationInstanceId), m_instanceId);
     process->setProcessEnvironment(environment);
 
     connect(process, &QProcess::started, this, [this, process] {

@@ -4,10 +4,16 @@
 #include "calendar.h"
 #include "task_socket.h"
 
+#include <Core/environment.h>
+#include <Core/task_names.h>
+#include <DBus/keys.h>
+
 #include <QtCore/QFile>
-#include <QtCore/QStandardPaths>
 
 #include <algorithm>
+
+namespace Environment = Core::Environment;
+namespace Keys = Corvane::Keys;
 
 namespace {
 
@@ -27,14 +33,15 @@ BackgroundTask::BackgroundTask(const QString &applicationId, const TaskManifest 
 
 QString BackgroundTask::name() const
 {
-    return m_applicationId + QLatin1String(".task_") + m_manifest.id;
+    return Core::qualifiedTaskName(m_applicationId, m_manifest.id);
 }
 
 QVariantMap BackgroundTask::numbers() const
 {
     QVariantMap map;
-    for (const char *key : {"Autostart", "CreateIPCSocket", "Interval", "Priority", "RunningTime", "StartDelay"}) {
-        const auto value = m_properties.find(QLatin1String(key));
+    for (const QString &key : {Keys::Autostart, Keys::CreateIpcSocket, Keys::Interval, Keys::Priority,
+                               Keys::RunningTime, Keys::StartDelay}) {
+        const auto value = m_properties.find(key);
         if (value != m_properties.end()
             && (value->userType() == QMetaType::Int || value->userType() == QMetaType::Bool))
             map.insert(value.key(), *value);
@@ -46,11 +53,10 @@ void BackgroundTask::start(const QStringList &arguments, const QVariantMap &prop
 {
     m_arguments = arguments;
     m_properties = properties;
-    const QDateTime startTime =
-        QDateTime::fromString(properties.value(QStringLiteral("StartTime")).toString(), Qt::ISODate);
+    const QDateTime startTime = QDateTime::fromString(properties.value(Keys::StartTime).toString(), Qt::ISODate);
     const QDateTime now = m_clock.now();
     plan((startTime.isValid() ? std::max(now, startTime) : now)
-             .addSecs(std::max(0, properties.value(QStringLiteral("StartDelay")).toInt())));
+             .addSecs(std::max(0, properties.value(Keys::StartDelay).toInt())));
     setState(Waiting);
     if (!m_due.isValid())
         setState(Stopped);
@@ -72,7 +78,7 @@ void BackgroundTask::stop(bool force)
 /// Computes the start of the next run.
 void BackgroundTask::plan(const QDateTime &earliest)
 {
-    const Calendar calendar(m_properties.value(QStringLiteral("Schedule")));
+    const Calendar calendar(m_properties.value(Keys::Schedule));
     m_due = calendar.isEmpty() ? earliest : calendar.next(earliest);
     m_trace.write(m_due.isValid() ? QStringLiteral("%1 is to run at %2").arg(name(), m_due.toString(Qt::ISODate))
                                   : QStringLiteral("%1 has no time left to run at").arg(name()));
@@ -100,36 +106,36 @@ void BackgroundTask::check()
 void BackgroundTask::run()
 {
     const QDateTime now = m_clock.now();
-    const int interval = m_properties.value(QStringLiteral("Interval")).toInt();
+    const int interval = m_properties.value(Keys::Interval).toInt();
     m_due = {};
-    if (!Calendar(m_properties.value(QStringLiteral("Schedule"))).isEmpty())
+    if (!Calendar(m_properties.value(Keys::Schedule)).isEmpty())
         plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute
     else if (interval > 0)
         plan(now.addSecs(interval));
 
     QProcessEnvironment environment = ChildProcess::cleanEnvironment();
-    environment.insert(QStringLiteral("HALVIR_APP_ID"), m_applicationId);
-    environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"),
+    environment.insert(QLatin1String(Environment::ApplicationId), m_applicationId);
+    environment.insert(QLatin1String(Environment::ApplicationInstanceId),
                        QStringLiteral("%1.instance%2").arg(name()).arg(++m_runs));
-    environment.insert(QStringLiteral("HALVIR_TASK_ID"), m_manifest.id);
+    environment.insert(QLatin1String(Environment::TaskId), m_manifest.id);
 
     auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
     std::unique_ptr<TaskSocket> socket;
-    if (m_properties.value(QStringLiteral("CreateIPCSocket")).toBool()) {
+    if (m_properties.value(Keys::CreateIpcSocket).toBool()) {
         socket = std::make_unique<TaskSocket>(socketPath());
         if (socket->descriptor() >= 0)
-            environment.insert(QStringLiteral("HALVIR_TASK_FD"), QString::number(socket->descriptor()));
+            environment.insert(QLatin1String(Environment::TaskSocket), QString::number(socket->descriptor()));
         else
             m_trace.write(QStringLiteral("%1 gets no socket: %2").arg(name(), socket->problem()));
         process->setInherited(socket->descriptor());
     }
     process->setProcessEnvironment(environment);
-    process->setNiceness(m_properties.value(QStringLiteral("Priority")).toInt());
+    process->setNiceness(m_properties.value(Keys::Priority).toInt());
 
     connect(process, &ChildProcess::ended, this, &BackgroundTask::onEnded);
     connect(process, &QProcess::started, this, [this, process] {
         m_trace.write(QStringLiteral("%1 runs (process %2)").arg(name()).arg(process->processId()));
-        const int runningTime = m_properties.value(QStringLiteral("RunningTime")).toInt();
+        const int runningTime = m_properties.value(Keys::RunningTime).toInt();
         m_deadline = runningTime > 0 ? m_clock.now().addSecs(runningTime) : QDateTime();
         setState(Running);
     });
@@ -156,6 +162,5 @@ void BackgroundTask::setState(State state)
 
 QString BackgroundTask::socketPath() const
 {
-    return QStringLiteral("%1/applications/%2/%3.socket")
-        .arg(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation), m_applicationId, m_manifest.id);
+    return Core::taskSocketPath(m_applicationId, m_manifest.id);
 }

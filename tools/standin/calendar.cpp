@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "calendar.h"
 
+#include <DBus/keys.h>
 #include <DBus/variants.h>
 
 #include <algorithm>
+
+namespace Keys = Corvane::Keys;
 
 namespace {
 
@@ -32,12 +35,12 @@ Calendar::Calendar(const QVariant &schedule)
 {
     const QVariantMap map = Corvane::fromBus<QVariantMap>(schedule);
     m_isEmpty = map.isEmpty();
-    m_start = toDate(map.value(QStringLiteral("StartDate")));
-    m_end = toDate(map.value(QStringLiteral("EndDate")));
-    m_months = toNumbers(map.value(QStringLiteral("Months")));
-    m_weekDays = toNumbers(map.value(QStringLiteral("WeekDays")));
-    m_hours = toNumbers(map.value(QStringLiteral("Hours")));
-    m_minutes = toNumbers(map.value(QStringLiteral("Minutes")));
+    m_start = toDate(map.value(Keys::StartDate));
+    m_end = toDate(map.value(Keys::EndDate));
+    m_months = toNumbers(map.value(Keys::Months));
+    m_weekDays = toNumbers(map.value(Keys::WeekDays));
+    m_hours = toNumbers(map.value(Keys::Hours));
+    m_minutes = toNumbers(map.value(Keys::Minutes));
     if (m_hours.isEmpty() && m_minutes.isEmpty())
         m_hours = {0};
     if (m_minutes.isEmpty())

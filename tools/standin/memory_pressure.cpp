@@ -4,6 +4,7 @@
 #include "complain.h"
 
 #include <Corvane/memory_pressure.h>
+#include <DBus/keys.h>
 #include <DBus/names.h>
 
 #include <QtCore/QFile>
@@ -83,10 +84,9 @@ void MemoryPressure::update(int level)
         return;
     m_level = level;
     Q_EMIT levelChanged();
-    QDBusMessage signal =
-        QDBusMessage::createSignal(Names::MemoryPressure.path(), QStringLiteral("org.freedesktop.DBus.Properties"),
-                                   QStringLiteral("PropertiesChanged"));
-    signal << QString::fromLatin1(Names::MemoryPressure.interface) << QVariantMap{{QStringLiteral("Level"), level}}
+    QDBusMessage signal = QDBusMessage::createSignal(Names::MemoryPressure.path(), Names::Properties,
+                                                     QStringLiteral("PropertiesChanged"));
+    signal << QString::fromLatin1(Names::MemoryPressure.interface) << QVariantMap{{Corvane::Keys::Level, level}}
            << QStringList();
     QDBusConnection::sessionBus().send(signal);
 }

@@ -3,11 +3,13 @@
 
 #include "descriptors.h"
 
+#include <DBus/keys.h>
 #include <DBus/names.h>
 #include <DBus/variants.h>
 
 #include <QtDBus/QDBusMessage>
 
+namespace Keys = Corvane::Keys;
 namespace Names = Corvane::Names;
 
 Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent)
@@ -25,7 +27,7 @@ Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace
 
 QVariantMap Tasks::GetAll() const
 {
-    return {{QStringLiteral("State"), QVariant::fromValue(states())}};
+    return {{Keys::State, QVariant::fromValue(states())}};
 }
 
 void Tasks::Start(const QString &name, const QStringList &arguments, const QVariantMap &properties)
@@ -56,7 +58,7 @@ void Tasks::startAutomatic()
     Corvane::Omissions leftOut; // as when an application starts the task
     for (BackgroundTask *task : qAsConst(m_list)) {
         const QVariantMap properties = task->manifest().properties;
-        if (properties.value(QStringLiteral("Autostart")).toBool())
+        if (properties.value(Keys::Autostart).toBool())
             task->start({}, Corvane::sendable(properties, &leftOut));
     }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "trace.h"
 
+#include <DBus/keys.h>
 #include <DBus/types.h>
 #include <DBus/variants.h>
 
@@ -77,6 +78,6 @@ QString Trace::descriptors(const QVariantMap &map)
             texts.append(described(file));
         return texts.isEmpty() ? QString() : label + texts.join(QLatin1String(", "));
     };
-    return list(QStringLiteral("readFds"), QStringLiteral(", to read: "))
-        + list(QStringLiteral("writeFds"), QStringLiteral(", to read and write: "));
+    return list(Corvane::Keys::ReadFds, QStringLiteral(", to read: "))
+        + list(Corvane::Keys::WriteFds, QStringLiteral(", to read and write: "));
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-#include <QtCore/QLatin1String>
+#include <QtCore/QString>
 
 #include <cstddef>
 
@@ -42,5 +42,6 @@ inline constexpr Endpoint Lifecycle(CORVANE_SERVICE_ROOT ".Lifecycle1");
 inline constexpr Endpoint MemoryPressure(CORVANE_SERVICE_ROOT ".MemoryPressure1");
 inline constexpr Endpoint Tasks(CORVANE_SERVICE_ROOT ".Tasks1");
 inline constexpr Endpoint StandIn(CORVANE_SERVICE_ROOT ".StandIn1"); // of the development stand-in alone
+inline const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties"); // of every object
 
 } // namespace Corvane::Names

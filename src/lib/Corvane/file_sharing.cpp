@@ -3,6 +3,7 @@
 
 #include <Core/json_array.h>
 #include <Core/json_path.h>
+#include <DBus/keys.h>
 
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
@@ -21,11 +22,6 @@ namespace Corvane {
 namespace {
 
 using Descriptors = QList<QDBusUnixFileDescriptor>;
-
-const QString ReadFiles = QStringLiteral("readFiles");
-const QString WriteFiles = QStringLiteral("writeFiles");
-const QString ReadDescriptors = QStringLiteral("readFds");
-const QString WriteDescriptors = QStringLiteral("writeFds");
 
 /// The file that a value names; empty if it names none.
 QString fileName(const QJsonValue &value)
@@ -78,8 +74,8 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 
 void FileSharing::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
 {
-    map.insert(ReadFiles, readFiles);
-    map.insert(WriteFiles, writeFiles);
+    map.insert(Keys::ReadFiles, readFiles);
+    map.insert(Keys::WriteFiles, writeFiles);
 }
 
 QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
@@ -104,7 +100,7 @@ void FileSharing::shareUri(const QString &intentName, const QJsonObject &params,
     if (intentName != QLatin1String("OpenURI"))
         return;
     const bool several = params.value(QLatin1String("uri")).isArray();
-    map.insert(ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));
+    map.insert(Keys::ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));
 }
 
 void FileSharing::exportFiles(const QJsonObject &source, QVariantMap &map)
@@ -116,8 +112,8 @@ void FileSharing::exportFiles(const QJsonObject &source, QVariantMap &map)
         QIODevice::OpenMode mode;
     };
     static const Row rows[] = {
-        {ReadFiles, ReadDescriptors, QIODevice::ReadOnly},
-        {WriteFiles, WriteDescriptors, QIODevice::ReadWrite},
+        {Keys::ReadFiles, Keys::ReadFds, QIODevice::ReadOnly},
+        {Keys::WriteFiles, Keys::WriteFds, QIODevice::ReadWrite},
     };
 
     Descriptors reserve; // holds room for the duplicates that sending makes

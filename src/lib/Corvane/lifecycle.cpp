@@ -14,7 +14,7 @@ namespace {
 
 QString instanceId()
 {
-    return Core::fromEnvironment("HALVIR_APP_INSTANCE_ID");
+    return Core::fromEnvironment(Core::Environment::ApplicationInstanceId);
 }
 
 } // namespace

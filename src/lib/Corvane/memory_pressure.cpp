@@ -2,6 +2,7 @@
 #include "memory_pressure.h"
 #include "memory_pressure_p.h"
 
+#include <DBus/keys.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
 #include <DBus/subscription.h>
@@ -13,20 +14,14 @@
 
 namespace Corvane {
 
-namespace {
-
-const QString PropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
-
-} // namespace
-
 MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
     : QDBusAbstractInterface(Names::ServiceRoot, Names::MemoryPressure.path(), Names::MemoryPressure.interface,
                              QDBusConnection::sessionBus(), nullptr),
       q(memoryPressure)
 {
     registerRecordTypes();
-    Corvane::subscribe(path(), PropertiesInterface, QStringLiteral("PropertiesChanged"), QStringLiteral("sa{sv}as"),
-                       this, SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
+    Corvane::subscribe(path(), Names::Properties, QStringLiteral("PropertiesChanged"), QStringLiteral("sa{sv}as"), this,
+                       SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
     subscribe();
     readLevel();
 }
@@ -41,8 +36,7 @@ void MemoryPressurePrivate::subscribe()
 
 void MemoryPressurePrivate::readLevel()
 {
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(service(), path(), PropertiesInterface, QStringLiteral("GetAll"));
+    QDBusMessage call = QDBusMessage::createMethodCall(service(), path(), Names::Properties, QStringLiteral("GetAll"));
     call << interface();
     onFinished(connection().asyncCall(call), this, [this](const QDBusPendingReply<QVariantMap> &reply) {
         if (reply.isError())
@@ -59,9 +53,9 @@ void MemoryPressurePrivate::onPropertiesChanged(const QString &, const QVariantM
 
 void MemoryPressurePrivate::updateLevel(const QVariantMap &properties)
 {
-    const QString key = QStringLiteral("Level");
     const QPointer<MemoryPressurePrivate> self(this);
-    for (auto property = properties.find(key); property != properties.end() && property.key() == key; ++property) {
+    for (auto property = properties.find(Keys::Level); property != properties.end() && property.key() == Keys::Level;
+         ++property) {
         const int newLevel = property->toInt();
         if (newLevel == level)
             continue;

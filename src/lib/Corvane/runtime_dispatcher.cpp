@@ -50,9 +50,9 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
 } // namespace
 
 RuntimeDispatcherPrivate::RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher)
-    : applicationId(Core::fromEnvironment("HALVIR_APP_ID")),
-      applicationInstanceId(Core::fromEnvironment("HALVIR_APP_INSTANCE_ID")),
-      taskId(Core::fromEnvironment("HALVIR_TASK_ID")), q(dispatcher)
+    : applicationId(Core::fromEnvironment(Core::Environment::ApplicationId)),
+      applicationInstanceId(Core::fromEnvironment(Core::Environment::ApplicationInstanceId)),
+      taskId(Core::fromEnvironment(Core::Environment::TaskId)), q(dispatcher)
 {
     registerRecordTypes();
 }
@@ -135,7 +135,7 @@ QString RuntimeDispatcher::taskId() const
 int RuntimeDispatcher::localServerSocket() const
 {
     // Decimal only; qEnvironmentVariableIntValue() would read 010 and 0x10 as well.
-    return qgetenv("HALVIR_TASK_FD").toInt(); // clazy:exclude=qgetenv
+    return qgetenv(Core::Environment::TaskSocket).toInt(); // clazy:exclude=qgetenv
 }
 
 Error RuntimeDispatcher::startService()

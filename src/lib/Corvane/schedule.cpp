@@ -1,18 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "schedule.h"
 
+#include <DBus/keys.h>
+
 namespace Corvane {
-
-namespace {
-
-const QString StartDate = QStringLiteral("StartDate");
-const QString EndDate = QStringLiteral("EndDate");
-const QString Months = QStringLiteral("Months");
-const QString WeekDays = QStringLiteral("WeekDays");
-const QString Hours = QStringLiteral("Hours");
-const QString Minutes = QStringLiteral("Minutes");
-
-} // namespace
 
 Schedule::Schedule() = default;
 
@@ -26,68 +17,68 @@ Schedule::~Schedule() = default;
 
 Schedule &Schedule::sinceDate(const QDateTime &date)
 {
-    m_map.insert(StartDate, date.toString(Qt::ISODate));
+    m_map.insert(Keys::StartDate, date.toString(Qt::ISODate));
     return *this;
 }
 
 Schedule &Schedule::tillDate(const QDateTime &date)
 {
-    m_map.insert(EndDate, date.toString(Qt::ISODate));
+    m_map.insert(Keys::EndDate, date.toString(Qt::ISODate));
     return *this;
 }
 
 Schedule &Schedule::onMonths(const QList<int> &months)
 {
-    m_map.insert(Months, QVariant::fromValue(months));
+    m_map.insert(Keys::Months, QVariant::fromValue(months));
     return *this;
 }
 
 Schedule &Schedule::onWeekDays(const QList<int> &weekDays)
 {
-    m_map.insert(WeekDays, QVariant::fromValue(weekDays));
+    m_map.insert(Keys::WeekDays, QVariant::fromValue(weekDays));
     return *this;
 }
 
 Schedule &Schedule::onHours(const QList<int> &hours)
 {
-    m_map.insert(Hours, QVariant::fromValue(hours));
+    m_map.insert(Keys::Hours, QVariant::fromValue(hours));
     return *this;
 }
 
 Schedule &Schedule::onMinutes(const QList<int> &minutes)
 {
-    m_map.insert(Minutes, QVariant::fromValue(minutes));
+    m_map.insert(Keys::Minutes, QVariant::fromValue(minutes));
     return *this;
 }
 
 QDateTime Schedule::startDate() const
 {
-    return m_map.value(StartDate).toDateTime();
+    return m_map.value(Keys::StartDate).toDateTime();
 }
 
 QDateTime Schedule::endDate() const
 {
-    return m_map.value(EndDate).toDateTime();
+    return m_map.value(Keys::EndDate).toDateTime();
 }
 
 QList<int> Schedule::months() const
 {
-    return m_map.value(Months).value<QList<int>>();
+    return m_map.value(Keys::Months).value<QList<int>>();
 }
 
 QList<int> Schedule::weekDays() const
 {
-    return m_map.value(WeekDays).value<QList<int>>();
+    return m_map.value(Keys::WeekDays).value<QList<int>>();
 }
 
 QList<int> Schedule::hours() const
 {
-    return m_map.value(Hours).value<QList<int>>();
+    return m_map.value(Keys::Hours).value<QList<int>>();
 }
 
 QList<int> Schedule::minutes() const
 {
-    return m_map.value(Minutes).value<QList<int>>();
+    return m_map.value(Keys::Minutes).value<QList<int>>();
 }
 
 } // namespace Corvane

@@ -7,25 +7,17 @@
 #include "tasks_interface_p.h"
 
 #include <Core/environment.h>
+#include <Core/task_names.h>
+#include <DBus/keys.h>
 #include <DBus/message_meter.h>
 #include <DBus/pending_call.h>
 #include <DBus/variants.h>
 
 #include <QtCore/QPointer>
-#include <QtCore/QStandardPaths>
 
 namespace Corvane {
 
 namespace {
-
-const QString StartTime = QStringLiteral("StartTime");
-const QString CreateIpcSocket = QStringLiteral("CreateIPCSocket");
-const QString ScheduleKey = QStringLiteral("Schedule");
-const QString Priority = QStringLiteral("Priority");
-const QString Autostart = QStringLiteral("Autostart");
-const QString Interval = QStringLiteral("Interval");
-const QString RunningTime = QStringLiteral("RunningTime");
-const QString StartDelay = QStringLiteral("StartDelay");
 
 /// The service's code for a state as ours.
 Task::State toState(quint32 code)
@@ -45,7 +37,8 @@ Task::State toState(quint32 code)
 } // namespace
 
 TaskPrivate::TaskPrivate(const QString &id, Task *task)
-    : taskId(id), qualifiedName(Core::fromEnvironment("HALVIR_APP_ID") + QLatin1String(".task_") + id), q(task)
+    : taskId(id), qualifiedName(Core::qualifiedTaskName(Core::fromEnvironment(Core::Environment::ApplicationId), id)),
+      q(task)
 {
     TasksInterface *interface = TasksInterface::instance();
     // While a receiver runs an event loop, a newer list can replace the emitted one.
@@ -127,49 +120,49 @@ Task &Task::withArguments(const QStringList &arguments)
 
 Task &Task::withStartTime(const QDateTime &startTime)
 {
-    d->properties.insert(StartTime, startTime.toString(Qt::ISODate));
+    d->properties.insert(Keys::StartTime, startTime.toString(Qt::ISODate));
     return *this;
 }
 
 Task &Task::withIpcSocket(bool create)
 {
-    d->properties.insert(CreateIpcSocket, create);
+    d->properties.insert(Keys::CreateIpcSocket, create);
     return *this;
 }
 
 Task &Task::withSchedule(const Schedule &schedule)
 {
-    d->properties.insert(ScheduleKey, schedule.m_map);
+    d->properties.insert(Keys::Schedule, schedule.m_map);
     return *this;
 }
 
 Task &Task::withPriority(int priority)
 {
-    d->properties.insert(Priority, priority);
+    d->properties.insert(Keys::Priority, priority);
     return *this;
 }
 
 Task &Task::withAutostart(bool autostart)
 {
-    d->properties.insert(Autostart, autostart);
+    d->properties.insert(Keys::Autostart, autostart);
     return *this;
 }
 
 Task &Task::withInterval(int interval)
 {
-    d->properties.insert(Interval, interval);
+    d->properties.insert(Keys::Interval, interval);
     return *this;
 }
 
 Task &Task::withMaximumRunningTime(int runningTime)
 {
-    d->properties.insert(RunningTime, runningTime);
+    d->properties.insert(Keys::RunningTime, runningTime);
     return *this;
 }
 
 Task &Task::withStartDelay(int startDelay)
 {
-    d->properties.insert(StartDelay, startDelay);
+    d->properties.insert(Keys::StartDelay, startDelay);
     return *this;
 }
 
@@ -180,50 +173,47 @@ QStringList Task::arguments() const
 
 QDateTime Task::startTime() const
 {
-    return QDateTime::fromString(d->properties.value(StartTime).toString(), Qt::ISODate);
+    return QDateTime::fromString(d->properties.value(Keys::StartTime).toString(), Qt::ISODate);
 }
 
 bool Task::hasIpcSocket() const
 {
-    return d->properties.value(CreateIpcSocket).toBool();
+    return d->properties.value(Keys::CreateIpcSocket).toBool();
 }
 
 Schedule Task::schedule() const
 {
-    return d->properties.value(ScheduleKey).toMap();
+    return d->properties.value(Keys::Schedule).toMap();
 }
 
 int Task::priority() const
 {
-    return d->properties.value(Priority).toInt();
+    return d->properties.value(Keys::Priority).toInt();
 }
 
 bool Task::autostart() const
 {
-    return d->properties.value(Autostart).toBool();
+    return d->properties.value(Keys::Autostart).toBool();
 }
 
 int Task::interval() const
 {
-    return d->properties.value(Interval).toInt();
+    return d->properties.value(Keys::Interval).toInt();
 }
 
 int Task::maximumRunningTime() const
 {
-    return d->properties.value(RunningTime).toInt();
+    return d->properties.value(Keys::RunningTime).toInt();
 }
 
 int Task::startDelay() const
 {
-    return d->properties.value(StartDelay).toInt();
+    return d->properties.value(Keys::StartDelay).toInt();
 }
 
 QString Task::socketPath() const
 {
-    return QStringLiteral("%1/applications/%2/%3.socket")
-        .arg(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation))
-        .arg(RuntimeDispatcher::instance()->applicationId()) // clazy:exclude=qstring-arg
-        .arg(d->taskId); // one after the other, as the service does
+    return Core::taskSocketPath(RuntimeDispatcher::instance()->applicationId(), d->taskId);
 }
 
 void Task::start(const std::function<void(const Corvane::Error &)> &callback)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tasks_interface_p.h"
 
+#include <DBus/keys.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
 #include <DBus/subscription.h>
@@ -54,8 +55,8 @@ void TasksInterface::readStates()
 
 void TasksInterface::applyProperties(const QVariantMap &properties)
 {
-    const QString key = QStringLiteral("State");
-    for (auto property = properties.find(key); property != properties.end() && property.key() == key; ++property)
+    for (auto property = properties.find(Keys::State); property != properties.end() && property.key() == Keys::State;
+         ++property)
         onStateChanged(fromBus<QVector<TaskState>>(*property));
 }
 
