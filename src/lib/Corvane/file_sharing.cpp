@@ -81,7 +81,7 @@ void FileSharing::setOutputFiles(const QStringList &readFiles, const QStringList
 QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
 {
     QJsonObject result = hints;
-    for (const QString &key : {ReadFiles, WriteFiles}) {
+    for (const QString &key : {Keys::ReadFiles, Keys::WriteFiles}) {
         const QJsonArray list = hints.value(key).toArray();
         if (list.isEmpty() || Core::commonType(list))
             continue;
