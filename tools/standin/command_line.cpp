@@ -26,9 +26,9 @@ const char Help[] = R"(Usage: corvane-standin run [OPTION]... [--] COMMAND [ARGU
 
 Replaces the application-runtime service during the development of applications.
 
-run starts a private session bus, offers the interfaces of the service on it, and
-runs COMMAND there. When COMMAND ends, or on Ctrl-C, it ends all processes that
-it has started. The normal session bus of the user is not used.
+run starts a private session bus, offers the interfaces of the service there,
+and runs COMMAND on it. When COMMAND ends, or on Ctrl-C, it ends all processes
+that it has started. The normal session bus of the user is not used.
 
   --manifests DIR     Read the applications from DIR: each *.json file describes
                       one. May be given several times.
