@@ -31,16 +31,16 @@ public:
 public Q_SLOTS:
     void onReply(const QJsonObject &reply, const Corvane::Error &error)
     {
-        received << QStringLiteral("reply %1 %2 %3").arg(reply.size()).arg(int(error.code())).arg(error.message());
+        received << QString("reply %1 %2 %3").arg(reply.size()).arg(int(error.code())).arg(error.message());
     }
     void onApplicationState(const QString &appInstanceId, const ApplicationState &state)
     {
-        received << QStringLiteral("application %1 %2").arg(appInstanceId).arg(quint32(state));
+        received << QString("application %1 %2").arg(appInstanceId).arg(quint32(state));
     }
-    void onLevel(MemoryLevel level) { received << QStringLiteral("level %1").arg(int(level)); }
-    void onTaskState(Task::State state) { received << QStringLiteral("task %1").arg(int(state)); }
-    void onChannelState(State state) { received << QStringLiteral("channel %1").arg(int(state)); }
-    void onMessage(const QJsonObject &message) { received << QStringLiteral("message %1").arg(message.size()); }
+    void onLevel(MemoryLevel level) { received << QString("level %1").arg(int(level)); }
+    void onTaskState(Task::State state) { received << QString("task %1").arg(int(state)); }
+    void onChannelState(State state) { received << QString("channel %1").arg(int(state)); }
+    void onMessage(const QJsonObject &message) { received << QString("message %1").arg(message.size()); }
 };
 
 /// One object of each class that has signals.
@@ -50,19 +50,18 @@ struct Senders
 
     void emitAll()
     {
-        Q_EMIT invoker.replyReceived({{QStringLiteral("a"), 1}}, {Corvane::Error::Failed, QStringLiteral("text")});
-        Q_EMIT lifecycle->stateChanged(QStringLiteral("demo.instance1"), Corvane::ApplicationState(4294967295));
+        Q_EMIT invoker.replyReceived({{"a", 1}}, {Corvane::Error::Failed, "text"});
+        Q_EMIT lifecycle->stateChanged("demo.instance1", Corvane::ApplicationState(4294967295));
         Q_EMIT memoryPressure->levelChanged(Corvane::MemoryPressure::CriticalLevel);
         Q_EMIT task.stateChanged(Corvane::Task::Waiting);
         Q_EMIT channel.stateChanged(Corvane::TaskMessaging::Closing);
-        Q_EMIT channel.messageReceived({{QStringLiteral("a"), 1}});
+        Q_EMIT channel.messageReceived({{"a", 1}});
     }
     /// What a receiver of them all records then.
     static QStringList emitted()
     {
-        return {QStringLiteral("reply 1 1 text"), QStringLiteral("application demo.instance1 4294967295"),
-                QStringLiteral("level 200"),      QStringLiteral("task 3"),
-                QStringLiteral("channel 3"),      QStringLiteral("message 1")};
+        return {"reply 1 1 text", "application demo.instance1 4294967295", "level 200", "task 3", "channel 3",
+                "message 1"};
     }
     /// Connects them all by the texts of the signals; the number of connections that worked.
     int connectByText(const QObject *receiver, Qt::ConnectionType type) const
@@ -110,6 +109,6 @@ struct Senders
     Corvane::Lifecycle *const lifecycle = Corvane::Lifecycle::instance();
     Corvane::IntentsInvoker invoker;
     Corvane::MemoryPressure *const memoryPressure = Corvane::MemoryPressure::instance();
-    Corvane::Task task{QStringLiteral("sync")};
-    Corvane::TaskMessaging channel{QStringLiteral("/nonexistent/task.socket")};
+    Corvane::Task task{"sync"};
+    Corvane::TaskMessaging channel{"/nonexistent/task.socket"};
 };

@@ -20,11 +20,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString HandleIntent = QStringLiteral("HandleIntent");
-const QString NoFiles = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
-const QString Unknown = QStringLiteral("Unknown JSON value type");
-const QString OfArrays = QStringLiteral("JSON array of arrays are not supported");
-const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
+const QString HandleIntent = "HandleIntent";
+const QString NoFiles = "{'readFiles': <@as []>, 'writeFiles': <@as []>}";
+const QString Unknown = "Unknown JSON value type";
+const QString OfArrays = "JSON array of arrays are not supported";
+const QString HasNul = "A message cannot hold a text with U+0000";
 
 enum Place : int { Params, Hints, Result };
 
@@ -71,7 +71,7 @@ constexpr BusType BusTypes[] = {
 
 QString unsupported(const QString &signature)
 {
-    return QStringLiteral("Unsupported type:  \"%1\"").arg(signature);
+    return QString("Unsupported type:  \"%1\"").arg(signature);
 }
 
 } // namespace
@@ -108,12 +108,11 @@ private:
 void TestBadInput::initTestCase()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Take"), [this](const QJsonObject &params, const auto &reply) {
+    dispatcher->registerIntent("Take", [this](const QJsonObject &params, const auto &reply) {
         handled = params;
         reply({});
     });
-    dispatcher->registerIntent(QStringLiteral("Give"),
-                               [this](const QJsonObject &, const auto &reply) { reply(given); });
+    dispatcher->registerIntent("Give", [this](const QJsonObject &, const auto &reply) { reply(given); });
     QVERIFY(!dispatcher->startService());
 }
 
@@ -125,14 +124,14 @@ void TestBadInput::init()
 void TestBadInput::cleanup()
 {
     log.reset();
-    peer.answer(QStringLiteral("({'next': <true>},)"));
+    peer.answer("({'next': <true>},)");
     IntentsInvoker invoker; // the connection is the same as ever
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("Next"), {}, {});
+    invoker.invoke("Next", {}, {});
     QVERIFY(runUntil([&replies] { return !replies.all.isEmpty(); }));
-    QCOMPARE(replies.all, QStringList(QStringLiteral(R"({"next":true} 0 )")));
-    take(QStringLiteral("{'next': <true>}"));
-    QCOMPARE(toJson(handled), QStringLiteral(R"({"next":true})"));
+    QCOMPARE(replies.all, QStringList(R"({"next":true} 0 )"));
+    take("{'next': <true>}");
+    QCOMPARE(toJson(handled), QString(R"({"next":true})"));
     peer.takeCalls();
 }
 
@@ -140,8 +139,8 @@ ServicePeer::Reply TestBadInput::take(const QString &params, int files)
 {
     QJsonArray names;
     for (int i = 0; i < files; ++i)
-        names.append(QStringLiteral("/dev/null"));
-    return peer.call(HandleIntent, QStringLiteral("('Take', %1)").arg(params), {{QStringLiteral("files"), names}});
+        names.append("/dev/null");
+    return peer.call(HandleIntent, QString("('Take', %1)").arg(params), {{"files", names}});
 }
 
 /// What arrives of an object, or why it does not.
@@ -149,21 +148,20 @@ QString TestBadInput::give(Place place, const QJsonObject &object)
 {
     if (place == Result) {
         given = object;
-        QString text = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).text;
-        text.replace(QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(HasNul), HasNul);
-        return text.remove(QStringLiteral("(a{sv}a{sv}) (")).remove(QStringLiteral(", %1)").arg(NoFiles));
+        QString text = peer.call(HandleIntent, "('Give', @a{sv} {})").text;
+        text.replace(QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(HasNul), HasNul);
+        return text.remove("(a{sv}a{sv}) (").remove(QString(", %1)").arg(NoFiles));
     }
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), place == Hints ? object : QJsonObject(),
-                   place == Params ? object : QJsonObject());
+    invoker.invoke("X", place == Hints ? object : QJsonObject(), place == Params ? object : QJsonObject());
     if (!runUntil([&replies] { return !replies.all.isEmpty(); }) || !peer.roundTrip())
-        return QStringLiteral("nothing");
-    if (!replies.all.first().endsWith(QLatin1String(" 0 ")))
-        return replies.all.join(QLatin1Char(';')).remove(QStringLiteral("{} 1 "));
-    const QString call = QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', ");
-    const QString none = QStringLiteral("@a{sv} {}");
-    QString text = peer.takeCalls().join(QLatin1Char(';')).remove(call);
+        return "nothing";
+    if (!replies.all.first().endsWith(" 0 "))
+        return replies.all.join(';').remove("{} 1 ");
+    const QString call = "InvokeIntent (sa{sv}a{sv}) ('X', ";
+    const QString none = "@a{sv} {}";
+    QString text = peer.takeCalls().join(';').remove(call);
     text.chop(1);
     return place == Hints ? text.chopped(none.size() + 2) : text.mid(none.size() + 2);
 }
@@ -191,7 +189,7 @@ void TestBadInput::jsonThatHasNoForm_data()
     const auto refused = [addRow](const char *json) {
         for (const Place place : {Params, Hints, Result})
             addRow(place, json, fromJson(json), HasNul,
-                   place == Result ? QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(HasNul))
+                   place == Result ? QStringList(QString("Failed to reply to an intent: \"%1\"").arg(HasNul))
                                    : QStringList());
     };
     // In an array of objects hints are told as they are in a mixed one, with arrays in arrays.
@@ -270,7 +268,7 @@ void TestBadInput::jsonThatHasNoForm_data()
     row(R"({"k": 18446744073709551615})", "{'k': <1.8446744073709552e+19>}");
     const auto number = [addRow](const char *tag, double value, const char *arrives) {
         for (const Place place : {Params, Hints, Result})
-            addRow(place, tag, {{QStringLiteral("k"), value}}, QString::fromLatin1(arrives), {});
+            addRow(place, tag, {{"k", value}}, QString::fromLatin1(arrives), {});
     };
     number("NaN", std::numeric_limits<double>::quiet_NaN(), "{'k': <nan>}");
     number("infinity", std::numeric_limits<double>::infinity(), "{'k': <inf>}");
@@ -298,53 +296,47 @@ void TestBadInput::busTypesInParams_data()
         QTest::newRow(qUtf8Printable(value)) << value << json << warnings;
     };
     for (const BusType &type : BusTypes) {
-        const auto text = [&type](const char *pattern) {
-            return QString::fromLatin1(pattern).arg(QLatin1String(type.value));
-        };
+        const auto text = [&type](const char *pattern) { return QString::fromLatin1(pattern).arg(type.value); };
         const auto signature = [&type](const char *pattern) {
-            return QString::fromLatin1(pattern).arg(QLatin1String(type.signature));
+            return QString::fromLatin1(pattern).arg(type.signature);
         };
         const QString json = QString::fromLatin1(type.json);
         const QString arrayJson = QString::fromLatin1(type.arrayJson);
         row(text("%1"), json);
         row(text("<%1>"), json);
         row(text("[%1]"), arrayJson);
-        row(signature("@a%1 []"), QLatin1String(arrayJson.startsWith(QLatin1Char('[')) ? "[]" : "null"));
-        row(text("[[%1]]"), QLatin1Char('[') + arrayJson + QLatin1Char(']'));
-        row(text("[<%1>]"), QLatin1Char('[') + json + QLatin1Char(']'));
-        row(text("{'k': %1}"), QStringLiteral("{\"k\":%1}").arg(json));
-        row(text("{'k': [%1]}"), QStringLiteral("{\"k\":%1}").arg(arrayJson));
+        row(signature("@a%1 []"), arrayJson.startsWith('[') ? "[]" : "null");
+        row(text("[[%1]]"), '[' + arrayJson + ']');
+        row(text("[<%1>]"), '[' + json + ']');
+        row(text("{'k': %1}"), QString("{\"k\":%1}").arg(json));
+        row(text("{'k': [%1]}"), QString("{\"k\":%1}").arg(arrayJson));
         row(text("{%1: 's'}"), QString::fromLatin1(type.keyJson));
-        row(text("(%1,)"), QStringLiteral("null"), {unsupported(signature("(%1)"))});
-        row(text("[(%1, 1)]"), QStringLiteral("[]"), {unsupported(signature("(%1i)"))});
-        row(text("{'k': (%1,)}"), QStringLiteral("{\"k\":null}"), {unsupported(signature("(%1)"))});
+        row(text("(%1,)"), "null", {unsupported(signature("(%1)"))});
+        row(text("[(%1, 1)]"), "[]", {unsupported(signature("(%1i)"))});
+        row(text("{'k': (%1,)}"), "{\"k\":null}", {unsupported(signature("(%1)"))});
     }
 
     // and what can be made of them
-    row(QStringLiteral("<(1, <2>)>"), QStringLiteral("null"), {unsupported(QStringLiteral("(iv)"))});
-    row(QStringLiteral("((1, 2), ['x'])"), QStringLiteral("null"), {unsupported(QStringLiteral("((ii)as)"))});
-    row(QStringLiteral("[<(1,)>, <2>, <(3,)>]"), QStringLiteral("[null,2,null]"),
-        {unsupported(QStringLiteral("(i)")), unsupported(QStringLiteral("(i)"))});
-    row(QStringLiteral("[[[(1, 2)]], [[(3, 4)]]]"), QStringLiteral("[[[]],[[]]]"),
-        {unsupported(QStringLiteral("(ii)")), unsupported(QStringLiteral("(ii)"))});
-    row(QStringLiteral("{'a': [(1, 2)], 'b': []}"), QStringLiteral(R"({"a":[],"b":[]})"),
-        {unsupported(QStringLiteral("(ii)"))});
-    row(QStringLiteral("[{'k': (1, 2)}, {'k': (3, 4)}]"), QStringLiteral(R"([{"k":null},{"k":null}])"),
-        {unsupported(QStringLiteral("(ii)")), unsupported(QStringLiteral("(ii)"))});
-    row(QStringLiteral("[{1: 2}, {3: 4}]"), QStringLiteral(R"([{"":1},{"":3}])"));
-    row(QStringLiteral("{1: {2: 3}}"), QStringLiteral(R"({"":1})"));
-    row(QStringLiteral("{'a': {'b': {'c': 1}}}"), QStringLiteral(R"({"a":{"b":{"c":1}}})"));
-    row(QStringLiteral("{'a': <<<<1>>>>}"), QStringLiteral(R"({"a":1})"));
-    row(QStringLiteral("[[b'x'], [b'y', b'z']]"), QStringLiteral(R"([["x"],["y","z"]])"));
-    row(QStringLiteral("[byte 0x41, 0x00, 0x42]"), QStringLiteral(R"("A")")); // Qt takes it for a C string
-    row(QStringLiteral("[byte 0xff]"), QStringLiteral("\"\uFFFD\""));
-    row(QStringLiteral("handle 7"), QStringLiteral("null")); // which is not there
-    row(QStringLiteral("[handle 0, 0, 5, 0]"), QStringLiteral("[null,null,null,null]"));
-    row(QStringLiteral("-0.0"), QStringLiteral("0"));
-    row(QStringLiteral("nan"), QStringLiteral("null"));
-    row(QStringLiteral("[inf, -inf]"), QStringLiteral("[null,null]"));
-    row(QStringLiteral("uint64 18446744073709551615"), QStringLiteral("18446744073709552000"));
-    row(QStringLiteral("int64 -9223372036854775808"), QStringLiteral("-9223372036854776000"));
+    row("<(1, <2>)>", "null", {unsupported("(iv)")});
+    row("((1, 2), ['x'])", "null", {unsupported("((ii)as)")});
+    row("[<(1,)>, <2>, <(3,)>]", "[null,2,null]", {unsupported("(i)"), unsupported("(i)")});
+    row("[[[(1, 2)]], [[(3, 4)]]]", "[[[]],[[]]]", {unsupported("(ii)"), unsupported("(ii)")});
+    row("{'a': [(1, 2)], 'b': []}", R"({"a":[],"b":[]})", {unsupported("(ii)")});
+    row("[{'k': (1, 2)}, {'k': (3, 4)}]", R"([{"k":null},{"k":null}])", {unsupported("(ii)"), unsupported("(ii)")});
+    row("[{1: 2}, {3: 4}]", R"([{"":1},{"":3}])");
+    row("{1: {2: 3}}", R"({"":1})");
+    row("{'a': {'b': {'c': 1}}}", R"({"a":{"b":{"c":1}}})");
+    row("{'a': <<<<1>>>>}", R"({"a":1})");
+    row("[[b'x'], [b'y', b'z']]", R"([["x"],["y","z"]])");
+    row("[byte 0x41, 0x00, 0x42]", R"("A")"); // Qt takes it for a C string
+    row("[byte 0xff]", "\"\uFFFD\"");
+    row("handle 7", "null"); // which is not there
+    row("[handle 0, 0, 5, 0]", "[null,null,null,null]");
+    row("-0.0", "0");
+    row("nan", "null");
+    row("[inf, -inf]", "[null,null]");
+    row("uint64 18446744073709551615", "18446744073709552000");
+    row("int64 -9223372036854775808", "-9223372036854776000");
 }
 
 void TestBadInput::busTypesInParams()
@@ -353,9 +345,9 @@ void TestBadInput::busTypesInParams()
     QFETCH(QString, json);
     QFETCH(QStringList, warnings);
 
-    QCOMPARE(take(QStringLiteral("{'v': <%1>, 'z': <true>}").arg(value), value.contains(QLatin1String("handle"))).text,
-             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, %1)").arg(NoFiles));
-    QCOMPARE(toJson(handled), QStringLiteral("{\"v\":%1,\"z\":true}").arg(json));
+    QCOMPARE(take(QString("{'v': <%1>, 'z': <true>}").arg(value), value.contains("handle")).text,
+             QString("(a{sv}a{sv}) (@a{sv} {}, %1)").arg(NoFiles));
+    QCOMPARE(toJson(handled), QString("{\"v\":%1,\"z\":true}").arg(json));
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -370,12 +362,12 @@ void TestBadInput::busTypesInReplies()
     QFETCH(QString, json);
     QFETCH(QStringList, warnings);
 
-    peer.answer(QStringLiteral("({'v': <%1>, 'z': <true>},)").arg(value));
+    peer.answer(QString("({'v': <%1>, 'z': <true>},)").arg(value));
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QVERIFY(runUntil([&replies] { return !replies.all.isEmpty(); }));
-    QCOMPARE(replies.all, QStringList(QStringLiteral("{\"v\":%1,\"z\":true} 0 ").arg(json)));
+    QCOMPARE(replies.all, QStringList(QString("{\"v\":%1,\"z\":true} 0 ").arg(json)));
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -390,21 +382,21 @@ void TestBadInput::argumentsOfAnotherType_data()
     for (const BusType &type : BusTypes) {
         const QLatin1String value(type.value);
         const QLatin1String signature(type.signature);
-        row(QStringLiteral("('Take', %1)").arg(value), QStringLiteral("s%1").arg(signature));
-        row(QStringLiteral("('Take', {'k': %1})").arg(value), QStringLiteral("sa{s%1}").arg(signature));
-        if (signature != QLatin1String("s"))
-            row(QStringLiteral("(%1, @a{sv} {})").arg(value), QStringLiteral("%1a{sv}").arg(signature));
+        row(QString("('Take', %1)").arg(value), QString("s%1").arg(signature));
+        row(QString("('Take', {'k': %1})").arg(value), QString("sa{s%1}").arg(signature));
+        if (signature != "s")
+            row(QString("(%1, @a{sv} {})").arg(value), QString("%1a{sv}").arg(signature));
     }
-    row(QStringLiteral("()"), QString());
-    row(QStringLiteral("(@a{sv} {},)"), QStringLiteral("a{sv}"));
-    row(QStringLiteral("(@a{sv} {}, 'Take')"), QStringLiteral("a{sv}s"));
-    row(QStringLiteral("(('Take', @a{sv} {}),)"), QStringLiteral("(sa{sv})"));
-    row(QStringLiteral("('Take', <@a{sv} {}>)"), QStringLiteral("sv"));
-    row(QStringLiteral("('Take', [@a{sv} {}])"), QStringLiteral("saa{sv}"));
-    row(QStringLiteral("('Take', @a{sv} {}, @a{sv} {})"), QStringLiteral("sa{sv}a{sv}"));
-    row(QStringLiteral("('Take', {objectpath '/a': <1>})"), QStringLiteral("sa{ov}"));
-    row(QStringLiteral("(<'Take'>, @a{sv} {})"), QStringLiteral("va{sv}"));
-    row(QStringLiteral("(['Take'], @a{sv} {})"), QStringLiteral("asa{sv}"));
+    row("()", QString());
+    row("(@a{sv} {},)", "a{sv}");
+    row("(@a{sv} {}, 'Take')", "a{sv}s");
+    row("(('Take', @a{sv} {}),)", "(sa{sv})");
+    row("('Take', <@a{sv} {}>)", "sv");
+    row("('Take', [@a{sv} {}])", "saa{sv}");
+    row("('Take', @a{sv} {}, @a{sv} {})", "sa{sv}a{sv}");
+    row("('Take', {objectpath '/a': <1>})", "sa{ov}");
+    row("(<'Take'>, @a{sv} {})", "va{sv}");
+    row("(['Take'], @a{sv} {})", "asa{sv}");
 }
 
 void TestBadInput::argumentsOfAnotherType()
@@ -413,17 +405,14 @@ void TestBadInput::argumentsOfAnotherType()
     QFETCH(QString, signature);
 
     handled = {};
-    const QJsonArray files =
-        body.contains(QLatin1String("handle")) ? QJsonArray{QStringLiteral("/dev/null")} : QJsonArray();
-    const QString text = peer.call(HandleIntent, body, {{QStringLiteral("files"), files}}).text;
-    const QString path =
-        QLatin1Char('/') + QStringLiteral(CORVANE_SERVICE_ROOT).replace(QLatin1Char('.'), QLatin1Char('/'));
-    QCOMPARE(
-        text,
-        QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod (s) (\"No such method 'HandleIntent' in interface "
-                       "'" CORVANE_SERVICE_ROOT ".IntentHandler1' at object path '%1/IntentHandler1' (signature "
-                       "'%2')\",)")
-            .arg(path, signature));
+    const QJsonArray files = body.contains("handle") ? QJsonArray{"/dev/null"} : QJsonArray();
+    const QString text = peer.call(HandleIntent, body, {{"files", files}}).text;
+    const QString path = '/' + QString(CORVANE_SERVICE_ROOT).replace('.', '/');
+    QCOMPARE(text,
+             QString("org.freedesktop.DBus.Error.UnknownMethod (s) (\"No such method 'HandleIntent' in interface "
+                     "'" CORVANE_SERVICE_ROOT
+                     ".IntentHandler1' at object path '%1/IntentHandler1' (signature '%2')\",)")
+                 .arg(path, signature));
     QCOMPARE(handled, QJsonObject());
 }
 
@@ -438,17 +427,17 @@ void TestBadInput::repliesOfAnotherType_data()
     for (const BusType &type : BusTypes) {
         const QLatin1String value(type.value);
         const QLatin1String signature(type.signature);
-        row(QStringLiteral("(%1,)").arg(value), signature);
-        row(QStringLiteral("([%1], @a{sv} {})").arg(value), QStringLiteral("a%1a{sv}").arg(signature));
-        row(QStringLiteral("({'k': %1},)").arg(value), QStringLiteral("a{s%1}").arg(signature));
+        row(QString("(%1,)").arg(value), signature);
+        row(QString("([%1], @a{sv} {})").arg(value), QString("a%1a{sv}").arg(signature));
+        row(QString("({'k': %1},)").arg(value), QString("a{s%1}").arg(signature));
     }
-    row(QStringLiteral("()"), QString());
-    row(QStringLiteral("(<@a{sv} {}>,)"), QStringLiteral("v"));
-    row(QStringLiteral("((@a{sv} {},),)"), QStringLiteral("(a{sv})"));
-    row(QStringLiteral("([@a{sv} {}],)"), QStringLiteral("aa{sv}"));
-    row(QStringLiteral("({1: <1>},)"), QStringLiteral("a{iv}"));
-    row(QStringLiteral("([(1, 2)],)"), QStringLiteral("a(ii)"));
-    row(QStringLiteral("(1, @a{sv} {})"), QStringLiteral("ia{sv}"));
+    row("()", QString());
+    row("(<@a{sv} {}>,)", "v");
+    row("((@a{sv} {},),)", "(a{sv})");
+    row("([@a{sv} {}],)", "aa{sv}");
+    row("({1: <1>},)", "a{iv}");
+    row("([(1, 2)],)", "a(ii)");
+    row("(1, @a{sv} {})", "ia{sv}");
 }
 
 void TestBadInput::repliesOfAnotherType()
@@ -459,10 +448,10 @@ void TestBadInput::repliesOfAnotherType()
     peer.answer(body);
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(
         replies.all,
-        QStringList(QStringLiteral("{} 1 Unexpected reply signature: got \"%1\", expected \"a{sv}\"").arg(signature)));
+        QStringList(QString("{} 1 Unexpected reply signature: got \"%1\", expected \"a{sv}\"").arg(signature)));
 }
 
 QTEST_GUILESS_MAIN(TestBadInput)

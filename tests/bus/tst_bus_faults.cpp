@@ -25,10 +25,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString HandleIntent = QStringLiteral("HandleIntent");
-const QString AskBody = QStringLiteral("('Ask', @a{sv} {})");
-const QString Answer = QStringLiteral("(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})");
-const QString Number = QStringLiteral("n");
+const QString HandleIntent = "HandleIntent";
+const QString AskBody = "('Ask', @a{sv} {})";
+const QString Answer = "(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})";
+const QString Number = "n";
 
 bool underValgrind()
 {
@@ -79,8 +79,8 @@ void TestBusFaults::initTestCase()
 void TestBusFaults::init()
 {
     log.emplace();
-    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("a"), 1}});
+    RuntimeDispatcher::instance()->registerIntent("Ask", [](const QJsonObject &, const auto &reply) {
+        reply({{"a", 1}});
     });
 }
 
@@ -90,7 +90,7 @@ void TestBusFaults::cleanup()
     peer.kill(); // forgets what it holds
     peer.start();
     peer.takeCalls();
-    QVERIFY(peer.call(HandleIntent, AskBody).text.startsWith(QStringLiteral("(a{sv}a{sv})"))); // all is well again
+    QVERIFY(peer.call(HandleIntent, AskBody).text.startsWith("(a{sv}a{sv})")); // all is well again
     log.reset();
 }
 
@@ -98,12 +98,10 @@ void TestBusFaults::hungBusBlocksNothing()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
-    Task task(QStringLiteral("sync"));
+    Task task("sync");
     QStringList outcomes;
     const auto note = [&outcomes](const char *what) {
-        return [&outcomes, what](const Error &error) {
-            outcomes << QStringLiteral("%1 %2").arg(QLatin1String(what)).arg(int(error.code()));
-        };
+        return [&outcomes, what](const Error &error) { outcomes << QString("%1 %2").arg(what).arg(int(error.code())); };
     };
     QVERIFY(peer.roundTrip());
     peer.takeCalls();
@@ -121,8 +119,8 @@ void TestBusFaults::hungBusBlocksNothing()
     QCOMPARE(outcomes, QStringList());
 
     bus.goOn();
-    QTRY_COMPARE(replies.all, QStringList({QStringLiteral("{} 0 "), QStringLiteral("{} 0 "), QStringLiteral("{} 0 ")}));
-    QTRY_COMPARE(outcomes, QStringList({QStringLiteral("started 0"), QStringLiteral("stopped 0")}));
+    QTRY_COMPARE(replies.all, QStringList({"{} 0 ", "{} 0 ", "{} 0 "}));
+    QTRY_COMPARE(outcomes, QStringList({"started 0", "stopped 0"}));
     QVERIFY(peer.roundTrip());
     QCOMPARE(replies.all.size(), 3);
     QCOMPARE(outcomes.size(), 2);
@@ -132,7 +130,7 @@ void TestBusFaults::hungBusBlocksNothing()
 void TestBusFaults::hungBusTakesWhatItIsGivenLater()
 {
     const int count = underValgrind() ? 4 : 32; // more than its socket holds
-    const QJsonObject params{{QStringLiteral("text"), QString(1024 * 1024, QLatin1Char('x'))}};
+    const QJsonObject params{{"text", QString(1024 * 1024, 'x')}};
     IntentsInvoker invoker;
     Replies replies(invoker);
     QVERIFY(peer.roundTrip());
@@ -142,7 +140,7 @@ void TestBusFaults::hungBusTakesWhatItIsGivenLater()
     QElapsedTimer clock;
     clock.start();
     for (int i = 0; i < count; ++i)
-        invoker.invoke(QStringLiteral("X"), {}, params);
+        invoker.invoke("X", {}, params);
     QVERIFY2(clock.elapsed() < 20000, "a call that waits gives up after 25 s");
     QCoreApplication::processEvents();
     QCOMPARE(replies.all, QStringList());
@@ -150,7 +148,7 @@ void TestBusFaults::hungBusTakesWhatItIsGivenLater()
     bus.goOn();
     QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
-    QCOMPARE(replies.all.count(QStringLiteral("{} 0 ")), count);
+    QCOMPARE(replies.all.count("{} 0 "), count);
     QCOMPARE(replies.all.size(), count);
     QCOMPARE(peer.calls().size(), count);
 }
@@ -159,12 +157,12 @@ void TestBusFaults::hungBusTakesWhatItIsGivenLater()
 RuntimeDispatcher::ReplyFunction TestBusFaults::keepReply(int &call)
 {
     RuntimeDispatcher::ReplyFunction kept;
-    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Ask"),
+    RuntimeDispatcher::instance()->registerIntent("Ask",
                                                   [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
     call = peer.beginCall(HandleIntent, AskBody);
     if (!QTest::qWaitFor([&kept] { return bool(kept); }, Patience))
         qFatal("The intent does not arrive");
-    RuntimeDispatcher::instance()->unregisterIntent(QStringLiteral("Ask"));
+    RuntimeDispatcher::instance()->unregisterIntent("Ask");
     init();
     return kept;
 }
@@ -174,7 +172,7 @@ void TestBusFaults::replyWaitsForAHungBus()
     int call = 0;
     const auto reply = keepReply(call);
     bus.hang();
-    reply({{QStringLiteral("a"), 1}});
+    reply({{"a", 1}});
     QCoreApplication::processEvents();
     QVERIFY(!peer.isFinished(call));
     bus.goOn();
@@ -189,10 +187,10 @@ void TestBusFaults::answerAfterTheTimeOutIsDropped()
     QVector<int> codes;
     connect(&invoker, &IntentsInvokerPrivate::replyReceived, this,
             [&codes](const QJsonObject &, const Error &error) { codes << int(error.code()); });
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(codes, QVector<int>{Error::Failed});
     QTRY_COMPARE(peer.calls().size(), 1);
-    peer.release(0, QStringLiteral("({'late': <1>},)"));
+    peer.release(0, "({'late': <1>},)");
     QVERIFY(peer.roundTrip());
     QCOMPARE(codes.size(), 1);
 }
@@ -207,27 +205,27 @@ void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
     QVector<int> codes;
     connect(&hasty, &IntentsInvokerPrivate::replyReceived, this,
             [&codes](const QJsonObject &, const Error &error) { codes << int(error.code()); });
-    patient.invoke(QStringLiteral("A"), {}, {});
+    patient.invoke("A", {}, {});
     QTRY_COMPARE(peer.calls().size(), 1);
-    hasty.invoke(QStringLiteral("B"), {}, {});
+    hasty.invoke("B", {}, {});
 
     bus.hang();
-    hasty.invoke(QStringLiteral("C"), {}, {});
+    hasty.invoke("C", {}, {});
     QTRY_COMPARE(codes, QVector<int>({Error::Failed, Error::Failed}));
     QCOMPARE(replies.all, QStringList());
 
     bus.goOn();
     QTRY_COMPARE(peer.calls().size(), 3);
     for (const int late : {0, 1, 2})
-        peer.release(late, QStringLiteral("(@a{sv} {},)"));
+        peer.release(late, "(@a{sv} {},)");
     QVERIFY(peer.roundTrip());
     QCOMPARE(codes.size(), 2);
-    QCOMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    QCOMPARE(replies.all, QStringList("{} 0 "));
 
     hasty.interface->setTimeout(Patience);
-    hasty.invoke(QStringLiteral("D"), {}, {});
+    hasty.invoke("D", {}, {});
     QTRY_COMPARE(peer.calls().size(), 4);
-    peer.release(3, QStringLiteral("(@a{sv} {},)"));
+    peer.release(3, "(@a{sv} {},)");
     QTRY_COMPARE(codes, QVector<int>({Error::Failed, Error::Failed, Error::NoError}));
 }
 
@@ -239,8 +237,8 @@ void TestBusFaults::hungBusDelaysNoFurtherObject()
     QElapsedTimer clock;
     clock.start();
     const IntentsInvoker invoker;
-    const Task first(QStringLiteral("sync"));
-    const Task second(QStringLiteral("other"));
+    const Task first("sync");
+    const Task second("other");
     Lifecycle::instance();
     MemoryPressure::instance();
     const qint64 elapsed = clock.elapsed();
@@ -257,8 +255,8 @@ void TestBusFaults::queuedIntentsAreReportedOnceAndInOrder()
     Replies replies(invoker);
     QStringList expected;
     for (int i = 0; i < count; ++i) {
-        invoker.invoke(QStringLiteral("X"), {}, {{Number, i}});
-        expected << QStringLiteral("{\"n\":%1} 0 ").arg(i);
+        invoker.invoke("X", {}, {{Number, i}});
+        expected << QString("{\"n\":%1} 0 ").arg(i);
     }
     QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
@@ -269,29 +267,29 @@ void TestBusFaults::serviceMayDieAndComeBack()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
-    Task task(QStringLiteral("sync"));
+    Task task("sync");
     QStringList outcomes;
     const auto note = [&outcomes](const Error &error) { outcomes << QString::number(error.code()); };
     for (int i = 1; i <= 3; ++i) {
         QVERIFY(peer.roundTrip());
         peer.takeCalls();
         peer.hold();
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
         task.start(note);
         QTRY_COMPARE(peer.calls().size(), 2);
         peer.kill();
         QTRY_COMPARE(replies.all.size(), 2 * i - 1);
-        QVERIFY2(replies.all.last().startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(replies.all.last()));
+        QVERIFY2(replies.all.last().startsWith("{} 1 "), qUtf8Printable(replies.all.last()));
         QTRY_COMPARE(outcomes.size(), 2 * i - 1);
-        QCOMPARE(outcomes.last(), QStringLiteral("1"));
+        QCOMPARE(outcomes.last(), QString("1"));
 
         peer.start();
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
         task.start(note);
         QTRY_COMPARE(replies.all.size(), 2 * i);
-        QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+        QCOMPARE(replies.all.last(), QString("{} 0 "));
         QTRY_COMPARE(outcomes.size(), 2 * i);
-        QCOMPARE(outcomes.last(), QStringLiteral("0"));
+        QCOMPARE(outcomes.last(), QString("0"));
     }
 }
 
@@ -300,10 +298,10 @@ void TestBusFaults::callerMayDieBeforeItsReply()
     int call = 0;
     const auto reply = keepReply(call);
     peer.kill();
-    reply({{QStringLiteral("a"), 1}});
-    reply({{QStringLiteral("a"), QString(QChar(0))}}); // an error then goes to nobody
+    reply({{"a", 1}});
+    reply({{"a", QString(QChar(0))}}); // an error then goes to nobody
     QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to reply to an intent: \"A message cannot hold a text with U+0000\"")));
+             QStringList("Failed to reply to an intent: \"A message cannot hold a text with U+0000\""));
     QVERIFY(peer.busRoundTrip()); // the bus has seen both, and lets us live
     peer.start();
     QCOMPARE(peer.call(HandleIntent, AskBody).text, Answer);
@@ -311,26 +309,26 @@ void TestBusFaults::callerMayDieBeforeItsReply()
 
 void TestBusFaults::handlerMayDieBeforeItsReply()
 {
-    const QJsonObject destination{{QStringLiteral("destination"), QStringLiteral("demo.instance2")}};
+    const QJsonObject destination{{"destination", "demo.instance2"}};
     for (int i = 0; i < 2; ++i) { // the name is free for the next one
         QProcess handler;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HALVIR_APP_INSTANCE_ID"), QStringLiteral("demo.instance2"));
+        environment.insert("HALVIR_APP_INSTANCE_ID", "demo.instance2");
         handler.setProcessEnvironment(environment);
         handler.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        handler.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--handle")});
+        handler.start(QCoreApplication::applicationFilePath(), {"--handle"});
         QTRY_VERIFY(handler.canReadLine());
         QCOMPARE(handler.readLine(), QByteArray("ready\n"));
-        QCOMPARE(peer.call(HandleIntent, QStringLiteral("('Answer', @a{sv} {})"), destination).text, Answer);
+        QCOMPARE(peer.call(HandleIntent, "('Answer', @a{sv} {})", destination).text, Answer);
 
-        const int call = peer.beginCall(HandleIntent, QStringLiteral("('Keep', @a{sv} {})"), destination);
+        const int call = peer.beginCall(HandleIntent, "('Keep', @a{sv} {})", destination);
         QTRY_VERIFY(handler.canReadLine());
         QCOMPARE(handler.readLine(), QByteArray("kept\n"));
         handler.kill();
         QVERIFY(handler.waitForFinished(Patience));
         const QString text = peer.finishCall(call).text;
-        QVERIFY2(text.startsWith(QStringLiteral("org.freedesktop.DBus.Error.NoReply")), qUtf8Printable(text));
-        QVERIFY(!peer.hasOwner(QStringLiteral("demo.instance2")));
+        QVERIFY2(text.startsWith("org.freedesktop.DBus.Error.NoReply"), qUtf8Printable(text));
+        QVERIFY(!peer.hasOwner("demo.instance2"));
     }
 }
 
@@ -340,46 +338,43 @@ void TestBusFaults::invokesWithoutAFreeDescriptor()
     Replies replies(invoker);
     {
         const NoFreeDescriptor none;
-        invoker.invoke(QStringLiteral("X"),
-                       {{QStringLiteral("readFiles"), QStringLiteral("file")},
-                        {QStringLiteral("writeFiles"), QStringLiteral("file")}},
-                       {{QStringLiteral("file"), file.fileName()}});
-        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+        invoker.invoke("X", {{"readFiles", "file"}, {"writeFiles", "file"}}, {{"file", file.fileName()}});
+        QTRY_COMPARE(replies.all, QStringList("{} 0 "));
     }
     QCOMPARE(log->takeWarnings(),
-             QVector<QString>(2, QStringLiteral("Failed to open file \"%1\"").arg(file.fileName())).toList());
+             QVector<QString>(2, QString("Failed to open file \"%1\"").arg(file.fileName())).toList());
     QTRY_COMPARE(peer.calls(),
-                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', {'readFiles': <['file']>, 'writeFiles': "
-                                            "<['file']>}, {'file': <'%1'>})")
+                 QStringList(QString("InvokeIntent (sa{sv}a{sv}) ('X', {'readFiles': <['file']>, 'writeFiles': "
+                                     "<['file']>}, {'file': <'%1'>})")
                                  .arg(file.fileName())));
 }
 
 void TestBusFaults::handlesWithoutAFreeDescriptor()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Give"), [this](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("file"), file.fileName()}});
+    dispatcher->registerIntent("Give", [this](const QJsonObject &, const auto &reply) {
+        reply({{"file", file.fileName()}});
     });
-    dispatcher->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("file")}, {});
+    dispatcher->registerIntentOutputFiles("Give", {"file"}, {});
     ServicePeer::Reply reply;
     {
         const NoFreeDescriptor none;
-        reply = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})"));
+        reply = peer.call(HandleIntent, "('Give', @a{sv} {})");
     }
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to open file \"%1\"").arg(file.fileName())));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to open file \"%1\"").arg(file.fileName())));
     QCOMPARE(reply.text,
-             QStringLiteral("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFiles': <['file']>, 'writeFiles': <@as []>})")
+             QString("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFiles': <['file']>, 'writeFiles': <@as []>})")
                  .arg(file.fileName()));
-    QVERIFY(peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).descriptors.size() == 1);
+    QVERIFY(peer.call(HandleIntent, "('Give', @a{sv} {})").descriptors.size() == 1);
 }
 
 void TestBusFaults::repliesWithoutADescriptorToSendWith()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Give"), [this](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("file"), file.fileName()}, {QStringLiteral("leftOut"), QJsonValue()}});
+    dispatcher->registerIntent("Give", [this](const QJsonObject &, const auto &reply) {
+        reply({{"file", file.fileName()}, {"leftOut", QJsonValue()}});
     });
-    dispatcher->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("file")}, {});
+    dispatcher->registerIntentOutputFiles("Give", {"file"}, {});
     // What is left out is logged when the file is open, and before its descriptor is duplicated into the message.
     static std::optional<NoFreeDescriptor> none;
     static QtMessageHandler handler = nullptr;
@@ -388,15 +383,16 @@ void TestBusFaults::repliesWithoutADescriptorToSendWith()
             none.emplace();
         handler(type, context, text);
     });
-    const QString reply = peer.call(HandleIntent, QStringLiteral("('Give', @a{sv} {})")).text;
+    const QString reply = peer.call(HandleIntent, "('Give', @a{sv} {})").text;
     qInstallMessageHandler(handler);
     QVERIFY(none);
     none.reset();
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Unknown JSON value type")));
-    QCOMPARE(reply, // libdbus passes over the file
-             QStringLiteral("(a{sv}a{sv}) ({'file': <'%1'>}, {'readFds': <@ah []>, 'readFiles': <['file']>, "
-                            "'writeFiles': <@as []>})")
-                 .arg(file.fileName()));
+    QCOMPARE(log->takeWarnings(), QStringList("Unknown JSON value type"));
+    QCOMPARE(
+        reply, // libdbus passes over the file
+        QString(
+            "(a{sv}a{sv}) ({'file': <'%1'>}, {'readFds': <@ah []>, 'readFiles': <['file']>, 'writeFiles': <@as []>})")
+            .arg(file.fileName()));
 }
 
 namespace {
@@ -410,11 +406,9 @@ int handleIntents(int argc, char **argv)
         std::fflush(stdout);
     };
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Answer"), [](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("a"), 1}});
-    });
+    dispatcher->registerIntent("Answer", [](const QJsonObject &, const auto &reply) { reply({{"a", 1}}); });
     RuntimeDispatcher::ReplyFunction kept;
-    dispatcher->registerIntent(QStringLiteral("Keep"), [&kept, tell](const QJsonObject &, const auto &reply) {
+    dispatcher->registerIntent("Keep", [&kept, tell](const QJsonObject &, const auto &reply) {
         kept = reply;
         tell("kept");
     });

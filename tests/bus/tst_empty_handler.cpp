@@ -47,20 +47,20 @@ private Q_SLOTS:
 
 void TestEmptyHandler::throwsWhenItsIntentArrives()
 {
-    const QString ask = QStringLiteral("Ask");
-    const QString handleIntent = QStringLiteral("HandleIntent");
-    const QString body = QStringLiteral("('Ask', {'q': <1>})");
+    const QString ask = "Ask";
+    const QString handleIntent = "HandleIntent";
+    const QString body = "('Ask', {'q': <1>})";
     ServicePeer peer;
     RuntimeDispatcher *dispatcher = RuntimeDispatcher::instance();
     QVERIFY(!dispatcher->startService());
 
     dispatcher->registerIntent(ask, {});
-    const int call = peer.beginCall(handleIntent, body, {{QStringLiteral("timeout"), 1000}});
+    const int call = peer.beginCall(handleIntent, body, {{"timeout", 1000}});
     QTRY_COMPARE(Application::thrown, 1);
     peer.finishCall(call);
 
     dispatcher->registerIntent(ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    QVERIFY(peer.call(handleIntent, body).text.startsWith(QStringLiteral("(a{sv}a{sv})")));
+    QVERIFY(peer.call(handleIntent, body).text.startsWith("(a{sv}a{sv})"));
     delete dispatcher;
 }
 

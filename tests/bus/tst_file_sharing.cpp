@@ -25,7 +25,7 @@ namespace {
 
 int openDescriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+    return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System).size();
 }
 
 } // namespace
@@ -69,8 +69,8 @@ void TestFileSharing::init()
         made.write(QByteArray("content of ") + name);
     }
     QCOMPARE(::mkfifo(QFile::encodeName(file("fifo")).constData(), 0600), 0);
-    QVERIFY(QFile::link(QStringLiteral("/dev/full"), file("full")));
-    QVERIFY(QFile::link(QStringLiteral("/proc/missing"), file("unmakeable"))); // whoever runs this
+    QVERIFY(QFile::link("/dev/full", file("full")));
+    QVERIFY(QFile::link("/proc/missing", file("unmakeable"))); // whoever runs this
     log.emplace();
 }
 
@@ -86,23 +86,21 @@ void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeF
 {
     if (asReply) {
         auto *dispatcher = RuntimeDispatcher::instance();
-        dispatcher->registerIntent(QStringLiteral("Give"),
-                                   [&source](const QJsonObject &, const auto &reply) { reply(source); });
-        dispatcher->registerIntentOutputFiles(QStringLiteral("Give"),
-                                              QVariant(readFiles.toVariantList()).toStringList(),
+        dispatcher->registerIntent("Give", [&source](const QJsonObject &, const auto &reply) { reply(source); });
+        dispatcher->registerIntentOutputFiles("Give", QVariant(readFiles.toVariantList()).toStringList(),
                                               QVariant(writeFiles.toVariantList()).toStringList());
-        arrived = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).descriptors;
+        arrived = peer.call("HandleIntent", "('Give', @a{sv} {})").descriptors;
         return;
     }
     QJsonObject hints;
     if (!readFiles.isEmpty())
-        hints.insert(QStringLiteral("readFiles"), readFiles);
+        hints.insert("readFiles", readFiles);
     if (!writeFiles.isEmpty())
-        hints.insert(QStringLiteral("writeFiles"), writeFiles);
+        hints.insert("writeFiles", writeFiles);
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), hints, source);
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    invoker.invoke("X", hints, source);
+    QTRY_COMPARE(replies.all, QStringList("{} 0 "));
     arrived = peer.descriptors();
 }
 
@@ -113,8 +111,8 @@ void TestFileSharing::nullsAmongTheHintsAreEmptyPaths_data()
     QTest::addColumn<bool>("isShared");
     QTest::addColumn<QStringList>("warnings");
 
-    const QStringList unknown(QStringLiteral("Unknown JSON value type"));
-    const QString path = QStringLiteral("file");
+    const QStringList unknown("Unknown JSON value type");
+    const QString path = "file";
     const QJsonValue null;
     QTest::newRow("null before a path") << QJsonValue(QJsonArray{null, path}) << "'%1': <['', 'file']>" << true
                                         << QStringList();
@@ -134,19 +132,19 @@ void TestFileSharing::nullsAmongTheHintsAreEmptyPaths()
     QFETCH(QStringList, warnings);
 
     for (const bool forReading : {true, false}) {
-        const QString key = forReading ? QStringLiteral("readFiles") : QStringLiteral("writeFiles");
-        const QString descriptors = forReading ? QStringLiteral("readFds") : QStringLiteral("writeFds");
+        const QString key = forReading ? "readFiles" : "writeFiles";
+        const QString descriptors = forReading ? "readFds" : "writeFds";
         IntentsInvoker invoker;
         Replies replies(invoker);
-        invoker.invoke(QStringLiteral("X"), {{key, paths}}, {{QStringLiteral("file"), file("a")}});
-        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+        invoker.invoke("X", {{key, paths}}, {{"file", file("a")}});
+        QTRY_COMPARE(replies.all, QStringList("{} 0 "));
         const QStringList calls = peer.takeCalls();
         QCOMPARE(calls.size(), 1);
         QString hints = sent.isEmpty() ? QString() : sent.arg(key);
         if (isShared)
-            hints.prepend(QStringLiteral("'%1': <[handle 0]>, ").arg(descriptors));
-        hints = hints.isEmpty() ? QStringLiteral("@a{sv} {}") : QStringLiteral("{%1}").arg(hints);
-        QVERIFY2(calls.first().startsWith(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', %1, ").arg(hints)),
+            hints.prepend(QString("'%1': <[handle 0]>, ").arg(descriptors));
+        hints = hints.isEmpty() ? "@a{sv} {}" : QString("{%1}").arg(hints);
+        QVERIFY2(calls.first().startsWith(QString("InvokeIntent (sa{sv}a{sv}) ('X', %1, ").arg(hints)),
                  qPrintable(calls.first()));
         QCOMPARE(log->takeWarnings(), warnings);
     }
@@ -161,8 +159,8 @@ void TestFileSharing::filesArriveWithTheirContentAndMode_data()
     QTest::addColumn<QStringList>("failed");
 
     const auto strings = [](auto... text) { return QStringList{QString::fromUtf8(text)...}; };
-    const QJsonArray all{QStringLiteral("files[*]")};
-    const QJsonArray last{QStringLiteral("files[-1]")};
+    const QJsonArray all{"files[*]"};
+    const QJsonArray last{"files[-1]"};
     QTest::newRow("none") << QJsonArray() << QJsonArray() << strings("a") << QStringList() << QStringList();
     QTest::newRow("for reading") << all << QJsonArray() << strings("a", "b")
                                  << strings("read: content of a", "read: content of b") << QStringList();
@@ -202,45 +200,39 @@ void TestFileSharing::filesArriveWithTheirContentAndMode()
 
     QJsonArray files;
     for (const QString &name : names)
-        files.append(name.contains(QLatin1Char(':')) ? QString(name).replace(QLatin1String("%1"), directory->path())
-                                                     : directory->filePath(name));
+        files.append(name.contains(':') ? QString(name).replace("%1", directory->path()) : directory->filePath(name));
     QStringList warnings;
     for (const QString &name : failed)
-        warnings << QStringLiteral("Failed to open file \"%1\"").arg(directory->filePath(name));
+        warnings << QString("Failed to open file \"%1\"").arg(directory->filePath(name));
 
     for (const bool asReply : {false, true}) {
         arrived.clear();
-        send(readFiles, writeFiles, {{QStringLiteral("files"), files}}, asReply);
+        send(readFiles, writeFiles, {{"files", files}}, asReply);
         QCOMPARE(arrived, expected);
         QCOMPARE(log->takeWarnings(), warnings);
         QFile::remove(file("missing"));
     }
     if (!failed.isEmpty())
-        QVERIFY(log->lastFunction().contains(QStringLiteral("exportFiles(")));
+        QVERIFY(log->lastFunction().contains("exportFiles("));
 }
 
 void TestFileSharing::listsGoAsListsOfStrings()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"),
-                   {{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("f"), 5}},
-                    {QStringLiteral("writeFiles"), QStringLiteral("f")}},
-                   {{QStringLiteral("f"), file("a")}});
+    invoker.invoke("X", {{"readFiles", QJsonArray{"f", 5}}, {"writeFiles", "f"}}, {{"f", file("a")}});
     QTRY_COMPARE(peer.calls(),
-                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', {'readFds': <[handle 0]>, "
-                                            "'readFiles': <['f', '5']>, 'writeFds': <[handle 1]>, "
-                                            "'writeFiles': <['f']>}, {'f': <'%1'>})")
+                 QStringList(QString("InvokeIntent (sa{sv}a{sv}) ('X', {'readFds': <[handle 0]>, 'readFiles': <['f', "
+                                     "'5']>, 'writeFds': <[handle 1]>, 'writeFiles': <['f']>}, {'f': <'%1'>})")
                                  .arg(file("a"))));
-    QCOMPARE(peer.descriptors(),
-             QStringList({QStringLiteral("read: content of a"), QStringLiteral("read-write: content of a")}));
+    QCOMPARE(peer.descriptors(), QStringList({"read: content of a", "read-write: content of a"}));
     QTRY_COMPARE(replies.all.size(), 1);
 }
 
 void TestFileSharing::nothingStaysOpen()
 {
-    const QJsonArray all{QStringLiteral("files[*]")};
-    const QJsonObject source{{QStringLiteral("files"), QJsonArray{file("a"), file("b")}}};
+    const QJsonArray all{"files[*]"};
+    const QJsonObject source{{"files", QJsonArray{file("a"), file("b")}}};
     send(all, all, source, false);
     send(all, all, source, true);
     QVERIFY(peer.roundTrip());
@@ -268,17 +260,15 @@ void TestFileSharing::outOfDescriptorsTheIntentStillGoes()
         ::close(taken.back());
         taken.pop_back();
     }
-    invoker.invoke(QStringLiteral("X"), {{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}},
-                   {{QStringLiteral("files"), QJsonArray{file("a"), file("b"), file("a"), file("b"), file("a")}}});
+    invoker.invoke("X", {{"readFiles", QJsonArray{"files[*]"}}},
+                   {{"files", QJsonArray{file("a"), file("b"), file("a"), file("b"), file("a")}}});
     for (const int fd : taken)
         ::close(fd);
     QCOMPARE(::setrlimit(RLIMIT_NOFILE, &original), 0);
 
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
-    QCOMPARE(peer.descriptors(),
-             QStringList({QStringLiteral("read: content of a"), QStringLiteral("read: content of b"),
-                          QStringLiteral("read: content of a")}));
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to open file \"%1\"").arg(file("b"))));
+    QTRY_COMPARE(replies.all, QStringList("{} 0 "));
+    QCOMPARE(peer.descriptors(), QStringList({"read: content of a", "read: content of b", "read: content of a"}));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to open file \"%1\"").arg(file("b"))));
 }
 
 QTEST_GUILESS_MAIN(TestFileSharing)

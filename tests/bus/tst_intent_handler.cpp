@@ -21,27 +21,27 @@ using namespace Corvane;
 
 namespace {
 
-const QString Files = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
+const QString Files = "{'readFiles': <@as []>, 'writeFiles': <@as []>}";
 const QString NotRegistered =
-    QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)");
-const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod");
-const QString HandleIntent = QStringLiteral("HandleIntent");
-const QString Ask = QStringLiteral("Ask");
-const QString AskBody = QStringLiteral("('Ask', {'q': <1>})");
+    "org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)";
+const QString UnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+const QString HandleIntent = "HandleIntent";
+const QString Ask = "Ask";
+const QString AskBody = "('Ask', {'q': <1>})";
 
 QJsonObject withoutInterface()
 {
-    return {{QStringLiteral("interface"), QJsonValue()}};
+    return {{"interface", QJsonValue()}};
 }
 
 QString answer(const QString &result)
 {
-    return QStringLiteral("(a{sv}a{sv}) (%1, %2)").arg(result, Files);
+    return QString("(a{sv}a{sv}) (%1, %2)").arg(result, Files);
 }
 
 int openDescriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System).size();
+    return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System).size();
 }
 
 /// In bytes; 0 under the sanitizers and under valgrind.
@@ -124,9 +124,9 @@ void TestIntentHandler::cleanup()
 void TestIntentHandler::replyInsideTheHandlerIsTheOnlyOne()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &params, const auto &reply) {
-        reply({{QStringLiteral("asked"), params.value(QStringLiteral("q"))}});
+        reply({{"asked", params.value("q")}});
     });
-    QCOMPARE(ask().text, answer(QStringLiteral("{'asked': <1.0>}")));
+    QCOMPARE(ask().text, answer("{'asked': <1.0>}"));
     QVERIFY(peer.roundTrip());
 }
 
@@ -138,8 +138,8 @@ void TestIntentHandler::replyMayComeLater()
     QTRY_VERIFY(kept);
     QVERIFY(peer.roundTrip());
     QVERIFY(!peer.isFinished(call));
-    kept({{QStringLiteral("late"), true}});
-    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("{'late': <true>}")));
+    kept({{"late", true}});
+    QCOMPARE(peer.finishCall(call).text, answer("{'late': <true>}"));
 }
 
 void TestIntentHandler::repliesMayComeInAnyOrder()
@@ -151,37 +151,36 @@ void TestIntentHandler::repliesMayComeInAnyOrder()
         calls << peer.beginCall(HandleIntent, AskBody);
     QTRY_COMPARE(kept.size(), 3);
     for (const int i : {1, 2, 0}) {
-        kept[i]({{QStringLiteral("n"), i}});
-        QCOMPARE(peer.finishCall(calls[i]).text, answer(QStringLiteral("{'n': <%1.0>}").arg(i)));
+        kept[i]({{"n", i}});
+        QCOMPARE(peer.finishCall(calls[i]).text, answer(QString("{'n': <%1.0>}").arg(i)));
     }
 }
 
 void TestIntentHandler::secondReplyIsDropped()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("n"), 1}});
-        reply({{QStringLiteral("n"), 2}});
+        reply({{"n", 1}});
+        reply({{"n", 2}});
     });
-    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+    QCOMPARE(ask().text, answer("{'n': <1.0>}"));
     QVERIFY(peer.roundTrip()); // the bus has seen the second one, and lets us live
-    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+    QCOMPARE(ask().text, answer("{'n': <1.0>}"));
 }
 
 void TestIntentHandler::secondReplyIsSentAllTheSame()
 {
     QProcess monitor;
-    monitor.start(
-        QStringLiteral("dbus-monitor"),
-        {QStringLiteral("type='method_return',sender='%1'").arg(QDBusConnection::sessionBus().baseService())});
+    monitor.start("dbus-monitor",
+                  {QString("type='method_return',sender='%1'").arg(QDBusConnection::sessionBus().baseService())});
     QByteArray seen;
     connect(&monitor, &QProcess::readyRead, this, [&monitor, &seen] { seen += monitor.readAll(); });
     QTRY_VERIFY(seen.contains("member=NameLost")); // it has become a monitor
 
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("n"), 1}});
-        reply({{QStringLiteral("n"), 2}});
+        reply({{"n", 1}});
+        reply({{"n", 2}});
     });
-    QCOMPARE(ask().text, answer(QStringLiteral("{'n': <1.0>}")));
+    QCOMPARE(ask().text, answer("{'n': <1.0>}"));
     QTRY_VERIFY(seen.contains("double 2"));
     const QByteArrayList lines = seen.split('\n');
     QByteArrayList answered; // the calls' numbers
@@ -222,18 +221,16 @@ void TestIntentHandler::intentWithEmptyNameIsNeverDelivered()
 {
     bool called = false;
     dispatcher->registerIntent(QString(), [&called](const QJsonObject &, const auto &) { called = true; });
-    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('', @a{sv} {})")).text, NotRegistered);
+    QCOMPARE(peer.call(HandleIntent, "('', @a{sv} {})").text, NotRegistered);
     QVERIFY(!called);
 }
 
 void TestIntentHandler::laterHandlerReplacesTheEarlierOne()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("file")}, {});
-    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("second"), true}});
-    });
-    QCOMPARE(ask().text, answer(QStringLiteral("{'second': <true>}"))); // and the files are gone
+    dispatcher->registerIntentOutputFiles(Ask, {"file"}, {});
+    dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({{"second", true}}); });
+    QCOMPARE(ask().text, answer("{'second': <true>}")); // and the files are gone
 }
 
 void TestIntentHandler::outputFilesAreNamedInTheReply()
@@ -243,64 +240,62 @@ void TestIntentHandler::outputFilesAreNamedInTheReply()
     file.write("content");
     file.close();
     dispatcher->registerIntent(Ask, [&file](const QJsonObject &, const auto &reply) {
-        reply({{QStringLiteral("f"), file.fileName()}});
+        reply({{"f", file.fileName()}});
     });
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("x")}, {QStringLiteral("y")});
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f"), QStringLiteral("none")}, {QStringLiteral("f")});
+    dispatcher->registerIntentOutputFiles(Ask, {"x"}, {"y"});
+    dispatcher->registerIntentOutputFiles(Ask, {"f", "none"}, {"f"});
     const auto reply = ask();
     QCOMPARE(reply.text,
-             QStringLiteral("(a{sv}a{sv}) ({'f': <'%1'>}, {'readFds': <[handle 0]>, 'readFiles': <['f', 'none']>, "
-                            "'writeFds': <[handle 1]>, 'writeFiles': <['f']>})")
+             QString("(a{sv}a{sv}) ({'f': <'%1'>}, {'readFds': <[handle 0]>, 'readFiles': <['f', 'none']>, 'writeFds': "
+                     "<[handle 1]>, 'writeFiles': <['f']>})")
                  .arg(file.fileName()));
-    QCOMPARE(reply.descriptors, QStringList({QStringLiteral("read: content"), QStringLiteral("read-write: content")}));
+    QCOMPARE(reply.descriptors, QStringList({"read: content", "read-write: content"}));
 }
 
 void TestIntentHandler::outputFilesOfUnknownIntentAreRefused()
 {
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f")}, {});
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("The intent \"Ask\" has not been registered")));
-    QVERIFY2(
-        log->lastFunction().contains(QStringLiteral("Corvane::RuntimeDispatcherPrivate::registerIntentOutputFiles(")),
-        qUtf8Printable(log->lastFunction()));
+    dispatcher->registerIntentOutputFiles(Ask, {"f"}, {});
+    QCOMPARE(log->takeWarnings(), QStringList("The intent \"Ask\" has not been registered"));
+    QVERIFY2(log->lastFunction().contains("Corvane::RuntimeDispatcherPrivate::registerIntentOutputFiles("),
+             qUtf8Printable(log->lastFunction()));
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(ask().text, answer("@a{sv} {}"));
 }
 
 void TestIntentHandler::replyNamesTheFilesOfItsCall()
 {
     RuntimeDispatcher::ReplyFunction kept;
     dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("then")}, {QStringLiteral("then too")});
+    dispatcher->registerIntentOutputFiles(Ask, {"then"}, {"then too"});
     const int call = peer.beginCall(HandleIntent, AskBody);
     QTRY_VERIFY(kept);
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("now")}, {});
+    dispatcher->registerIntentOutputFiles(Ask, {"now"}, {});
     kept({});
     QCOMPARE(peer.finishCall(call).text,
-             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
+             QString("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
 }
 
 void TestIntentHandler::handlerMayUnregisterItself()
 {
-    dispatcher->registerIntent(Ask, [this, captured = QStringLiteral("x")](const QJsonObject &, const auto &reply) {
+    dispatcher->registerIntent(Ask, [this, captured = "x"](const QJsonObject &, const auto &reply) {
         dispatcher->unregisterIntent(Ask);
         reply({{captured, 1}}); // the handler is still there
     });
-    QCOMPARE(ask().text, answer(QStringLiteral("{'x': <1.0>}")));
+    QCOMPARE(ask().text, answer("{'x': <1.0>}"));
     QCOMPARE(ask().text, NotRegistered);
 }
 
 void TestIntentHandler::handlerMayReplaceItself()
 {
-    dispatcher->registerIntent(Ask, [this, captured = QStringLiteral("first")](const QJsonObject &, const auto &reply) {
+    dispatcher->registerIntent(Ask, [this, captured = "first"](const QJsonObject &, const auto &reply) {
         dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &replyOfSecond) { replyOfSecond({}); });
-        dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("now")}, {});
+        dispatcher->registerIntentOutputFiles(Ask, {"now"}, {});
         reply({{captured, 1}}); // the handler is still there, with its own files
     });
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("then")}, {QStringLiteral("then too")});
-    QCOMPARE(
-        ask().text,
-        QStringLiteral("(a{sv}a{sv}) ({'first': <1.0>}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
-    QCOMPARE(ask().text, QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['now']>, 'writeFiles': <@as []>})"));
+    dispatcher->registerIntentOutputFiles(Ask, {"then"}, {"then too"});
+    QCOMPARE(ask().text,
+             QString("(a{sv}a{sv}) ({'first': <1.0>}, {'readFiles': <['then']>, 'writeFiles': <['then too']>})"));
+    QCOMPARE(ask().text, QString("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <['now']>, 'writeFiles': <@as []>})"));
 }
 
 void TestIntentHandler::handlerMayRunAnEventLoop()
@@ -310,15 +305,15 @@ void TestIntentHandler::handlerMayRunAnEventLoop()
         kept << reply;
         QTRY_COMPARE(kept.size(), 2);
         if (kept.front()) { // the second intent, within the handler of the first one
-            kept.front()({{QStringLiteral("n"), 1}});
+            kept.front()({{"n", 1}});
             kept.front() = nullptr;
-            reply({{QStringLiteral("n"), 2}});
+            reply({{"n", 2}});
         }
     });
     const int first = peer.beginCall(HandleIntent, AskBody);
     const int second = peer.beginCall(HandleIntent, AskBody);
-    QCOMPARE(peer.finishCall(first).text, answer(QStringLiteral("{'n': <1.0>}")));
-    QCOMPARE(peer.finishCall(second).text, answer(QStringLiteral("{'n': <2.0>}")));
+    QCOMPARE(peer.finishCall(first).text, answer("{'n': <1.0>}"));
+    QCOMPARE(peer.finishCall(second).text, answer("{'n': <2.0>}"));
 }
 
 void TestIntentHandler::replyWorksAfterUnregistering()
@@ -329,7 +324,7 @@ void TestIntentHandler::replyWorksAfterUnregistering()
     QTRY_VERIFY(kept);
     dispatcher->unregisterIntent(Ask);
     kept({});
-    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(peer.finishCall(call).text, answer("@a{sv} {}"));
 }
 
 void TestIntentHandler::handlerMayDeleteTheDispatcher()
@@ -342,8 +337,8 @@ void TestIntentHandler::handlerMayDeleteTheDispatcher()
     const int call = peer.beginCall(HandleIntent, AskBody);
     QTRY_VERIFY(kept);
     QVERIFY(peer.roundTrip());
-    kept({{QStringLiteral("after"), true}});
-    QCOMPARE(peer.finishCall(call).text, answer(QStringLiteral("{'after': <true>}")));
+    kept({{"after", true}});
+    QCOMPARE(peer.finishCall(call).text, answer("{'after': <true>}"));
 
     // The path is free again, and the next dispatcher takes it.
     dispatcher = RuntimeDispatcher::instance();
@@ -372,35 +367,33 @@ void TestIntentHandler::handlerThatGoesMayUseTheDispatcher()
     // The old handler's captures go with it, and change the very entry, other entries, and the shape of the table.
     auto destroyed = whenDestroyed([this, handler] {
         for (int i = 0; i < 20; ++i)
-            dispatcher->registerIntent(QStringLiteral("New%1").arg(i), handler);
-        dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("f")}, {});
+            dispatcher->registerIntent(QString("New%1").arg(i), handler);
+        dispatcher->registerIntentOutputFiles(Ask, {"f"}, {});
         dispatcher->unregisterIntent(Ask);
         dispatcher->registerIntent(Ask, handler);
-        dispatcher->unregisterIntent(QStringLiteral("Other"));
+        dispatcher->unregisterIntent("Other");
     });
-    dispatcher->registerIntent(QStringLiteral("Other"), handler);
+    dispatcher->registerIntent("Other", handler);
     dispatcher->registerIntent(Ask, [destroyed = std::move(destroyed)](const QJsonObject &, const auto &) {});
-    dispatcher->registerIntentOutputFiles(Ask, {QStringLiteral("old file")}, {QStringLiteral("old file")});
+    dispatcher->registerIntentOutputFiles(Ask, {"old file"}, {"old file"});
 
-    const QStringList notRegistered(QStringLiteral("The intent \"Ask\" has not been registered"));
-    if (how == QLatin1String("deleted")) {
+    const QStringList notRegistered("The intent \"Ask\" has not been registered");
+    if (how == "deleted") {
         delete dispatcher;
         QCOMPARE(log->takeWarnings(), notRegistered);
         return;
     }
-    if (how == QLatin1String("replaced")) {
-        dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
-            reply({{QStringLiteral("replacement"), true}});
-        });
+    if (how == "replaced") {
+        dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({{"replacement", true}}); });
     } else {
         dispatcher->unregisterIntent(Ask);
         QCOMPARE(log->takeWarnings(), notRegistered);
     }
     // What the captures did came last.
-    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(ask().text, answer("@a{sv} {}"));
     QVERIFY(replyIsEmpty);
-    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('New19', @a{sv} {})")).text, answer(QStringLiteral("@a{sv} {}")));
-    QCOMPARE(peer.call(HandleIntent, QStringLiteral("('Other', @a{sv} {})")).text, NotRegistered);
+    QCOMPARE(peer.call(HandleIntent, "('New19', @a{sv} {})").text, answer("@a{sv} {}"));
+    QCOMPARE(peer.call(HandleIntent, "('Other', @a{sv} {})").text, NotRegistered);
 }
 
 void TestIntentHandler::handlerThatGoesMayDeleteTheDispatcher()
@@ -422,25 +415,23 @@ void TestIntentHandler::anybodyOnTheBusMayAsk()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
     peer.ownServiceName(false);
-    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(ask().text, answer("@a{sv} {}"));
     QVERIFY(!dispatcher->stopService());
-    const QJsonObject uniqueName{{QStringLiteral("destination"), QDBusConnection::sessionBus().baseService()}};
-    QCOMPARE(peer.call(HandleIntent, AskBody, uniqueName).text, answer(QStringLiteral("@a{sv} {}")));
+    const QJsonObject uniqueName{{"destination", QDBusConnection::sessionBus().baseService()}};
+    QCOMPARE(peer.call(HandleIntent, AskBody, uniqueName).text, answer("@a{sv} {}"));
     peer.ownServiceName(true);
 }
 
 void TestIntentHandler::showsOneMethodToTheBus()
 {
-    const QString interface = QStringLiteral(CORVANE_SERVICE_ROOT ".IntentHandler1");
-    const QString xml = introspectionIn(
-        peer.call(QStringLiteral("Introspect"), {},
-                  {{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Introspectable")}})
-            .text);
+    const QString interface = CORVANE_SERVICE_ROOT ".IntentHandler1";
+    const QString xml =
+        introspectionIn(peer.call("Introspect", {}, {{"interface", "org.freedesktop.DBus.Introspectable"}}).text);
     const QStringList expected{
-        QStringLiteral("method HandleIntent(in s intentName, in a{sv} params, out a{sv} reply, out a{sv} files)")};
+        "method HandleIntent(in s intentName, in a{sv} params, out a{sv} reply, out a{sv} files)"};
     QCOMPARE(membersOf(interface, xml), expected);
     QCOMPARE(documentedMembersOf(interface), expected);
-    QCOMPARE(xml.count(QStringLiteral("<interface ")), 4); // and Properties, Introspectable and Peer
+    QCOMPARE(xml.count("<interface "), 4); // and Properties, Introspectable and Peer
 }
 
 void TestIntentHandler::metaObjectIsTheInterface()
@@ -459,7 +450,7 @@ void TestIntentHandler::metaObjectIsTheInterface()
 void TestIntentHandler::interfaceMayBeLeftOut()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
-    QCOMPARE(peer.call(HandleIntent, AskBody, withoutInterface()).text, answer(QStringLiteral("@a{sv} {}")));
+    QCOMPARE(peer.call(HandleIntent, AskBody, withoutInterface()).text, answer("@a{sv} {}"));
 }
 
 void TestIntentHandler::nothingElseCanBeCalled_data()
@@ -496,13 +487,11 @@ void TestIntentHandler::nothingElseCanBeCalled()
         const QString text = peer.call(member, body, more).text;
         QVERIFY2(text.startsWith(error), qUtf8Printable(text));
     }
-    QCOMPARE(ask().text, answer(QStringLiteral("@a{sv} {}"))); // it has survived
+    QCOMPARE(ask().text, answer("@a{sv} {}")); // it has survived
 
-    const QJsonObject properties{{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Properties")}};
-    const QString all =
-        peer.call(QStringLiteral("GetAll"), QStringLiteral("('" CORVANE_SERVICE_ROOT ".IntentHandler1',)"), properties)
-            .text;
-    QVERIFY2(all.startsWith(QStringLiteral("org.freedesktop.DBus.Error.UnknownInterface")), qUtf8Printable(all));
+    const QJsonObject properties{{"interface", "org.freedesktop.DBus.Properties"}};
+    const QString all = peer.call("GetAll", "('" CORVANE_SERVICE_ROOT ".IntentHandler1',)", properties).text;
+    QVERIFY2(all.startsWith("org.freedesktop.DBus.Error.UnknownInterface"), qUtf8Printable(all));
 }
 
 void TestIntentHandler::thousandsOfIntentsAreAnswered()
@@ -516,10 +505,9 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
     });
     const auto answerThem = [this, count, &handled] {
         handled = 0;
-        const auto reply = peer.call(HandleIntent, AskBody,
-                                     {{QStringLiteral("repeat"), count}, {QStringLiteral("enough"), count / 2}});
+        const auto reply = peer.call(HandleIntent, AskBody, {{"repeat", count}, {"enough", count / 2}});
         QTRY_COMPARE(handled, count);
-        QCOMPARE(reply.counts.value(answer(QStringLiteral("@a{sv} {}"))).toInt(), count / 2);
+        QCOMPARE(reply.counts.value(answer("@a{sv} {}")).toInt(), count / 2);
     };
     answerThem(); // what is kept for reuse is there
     const int descriptors = openDescriptors();
@@ -538,21 +526,19 @@ void TestIntentHandler::unwantedDescriptorsAreClosed()
     QStringList handles;
     QJsonArray files;
     for (int i = 0; i < 16; ++i) {
-        handles << QStringLiteral("handle %1").arg(i);
-        files.append(QStringLiteral("/dev/null"));
+        handles << QString("handle %1").arg(i);
+        files.append("/dev/null");
     }
-    const QString body = QStringLiteral("('Ask', {'fds': <[%1]>, 'n': <1>})").arg(handles.join(QLatin1Char(',')));
+    const QString body = QString("('Ask', {'fds': <[%1]>, 'n': <1>})").arg(handles.join(','));
     // In batches, for libdbus stops reading while 4096 descriptors wait to be handled.
     const int batches = underValgrind() ? 3 : 100;
     const int batch = 20;
     for (int i = 0; i < batches; ++i) {
-        const auto reply =
-            peer.call(HandleIntent, body, {{QStringLiteral("repeat"), batch}, {QStringLiteral("files"), files}});
+        const auto reply = peer.call(HandleIntent, body, {{"repeat", batch}, {"files", files}});
         // Descriptors read as nulls, which have no form on the bus.
-        QCOMPARE(reply.counts.value(answer(QStringLiteral("{'n': <1.0>}"))).toInt(), batch);
+        QCOMPARE(reply.counts.value(answer("{'n': <1.0>}")).toInt(), batch);
     }
-    QCOMPARE(log->takeWarnings(),
-             QVector<QString>(batches * batch, QStringLiteral("Unknown JSON value type")).toList());
+    QCOMPARE(log->takeWarnings(), QVector<QString>(batches * batch, "Unknown JSON value type").toList());
     QTRY_VERIFY(openDescriptors() <= before);
 }
 

@@ -18,11 +18,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString ServiceError = QStringLiteral(CORVANE_SERVICE_ROOT ".Error.");
+const QString ServiceError = CORVANE_SERVICE_ROOT ".Error.";
 
 QString invocation(const QString &arguments)
 {
-    return QStringLiteral("InvokeIntent (sa{sv}a{sv}) (%1)").arg(arguments);
+    return QString("InvokeIntent (sa{sv}a{sv}) (%1)").arg(arguments);
 }
 
 } // namespace
@@ -69,7 +69,7 @@ void TestIntentsInvoker::init()
 
 void TestIntentsInvoker::cleanup()
 {
-    peer.answer(QStringLiteral("(@a{sv} {},)"));
+    peer.answer("(@a{sv} {},)");
     peer.takeCalls();
     log.reset();
 }
@@ -77,22 +77,19 @@ void TestIntentsInvoker::cleanup()
 void TestIntentsInvoker::sendsNameHintsAndParams()
 {
     IntentsInvoker invoker;
-    invoker.invoke(QStringLiteral("X"), {{QStringLiteral("h"), 1}}, {{QStringLiteral("p"), QStringLiteral("q")}});
+    invoker.invoke("X", {{"h", 1}}, {{"p", "q"}});
     invoker.invoke(QString(), {}, {});
     QTRY_COMPARE(peer.calls(),
-                 QStringList({invocation(QStringLiteral("'X', {'h': <1.0>}, {'p': <'q'>}")),
-                              invocation(QStringLiteral("'', @a{sv} {}, @a{sv} {}"))}));
+                 QStringList({invocation("'X', {'h': <1.0>}, {'p': <'q'>}"), invocation("'', @a{sv} {}, @a{sv} {}")}));
 }
 
 void TestIntentsInvoker::callsGoToTheIntentsObject()
 {
-    const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
+    const QString root = CORVANE_SERVICE_ROOT;
     const IntentsInterface interface;
     QCOMPARE(interface.service(), root);
-    QCOMPARE(interface.path(),
-             QLatin1Char('/') + QString(root).replace(QLatin1Char('.'), QLatin1Char('/'))
-                 + QStringLiteral("/Intents1"));
-    QCOMPARE(interface.interface(), root + QStringLiteral(".Intents1"));
+    QCOMPARE(interface.path(), '/' + QString(root).replace('.', '/') + "/Intents1");
+    QCOMPARE(interface.interface(), root + ".Intents1");
     QCOMPARE(interface.connection().name(), QDBusConnection::sessionBus().name());
     QVERIFY(!interface.parent());
     QVERIFY(!IntentsInvokerPrivate().parent());
@@ -115,8 +112,7 @@ void TestIntentsInvoker::deliversTheReply_data()
     QTest::newRow("further arguments") << "({'a': <1>}, 'more', 2)"
                                        << R"({"a":1} 0 )";
     QTest::newRow("an object of strings") << "({'a': 'x'},)"
-                                          << "{} 1 Unexpected reply signature: got \"a{ss}\", "
-                                             "expected \"a{sv}\"";
+                                          << "{} 1 Unexpected reply signature: got \"a{ss}\", expected \"a{sv}\"";
     QTest::newRow("another type") << "('text',)"
                                   << R"({} 1 Unexpected reply signature: got "s", expected "a{sv}")";
 }
@@ -129,7 +125,7 @@ void TestIntentsInvoker::deliversTheReply()
     peer.answer(body);
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QCOMPARE(replies.all, QStringList());
     QTRY_COMPARE(replies.all, QStringList(delivered));
     QVERIFY(peer.roundTrip());
@@ -142,7 +138,8 @@ void TestIntentsInvoker::deliversErrors_data()
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("delivered");
 
-    QTest::newRow("service error") << ServiceError + QStringLiteral("HandlerNotFound") << "('why',)"
+    QTest::newRow("service error") << ServiceError + "HandlerNotFound"
+                                   << "('why',)"
                                    << "{} 2 why";
     QTest::newRow("standard error") << "org.freedesktop.DBus.Error.AccessDenied"
                                     << "('why',)"
@@ -150,11 +147,14 @@ void TestIntentsInvoker::deliversErrors_data()
     QTest::newRow("unknown error") << "com.example.Oops"
                                    << "('why',)"
                                    << "{} 1 why";
-    QTest::newRow("error that is none") << ServiceError + QStringLiteral("NoError") << "('why',)"
+    QTest::newRow("error that is none") << ServiceError + "NoError"
+                                        << "('why',)"
                                         << "{} 0 why";
-    QTest::newRow("error with an object") << ServiceError + QStringLiteral("HandlerFailed") << "({'a': <1>},)"
+    QTest::newRow("error with an object") << ServiceError + "HandlerFailed"
+                                          << "({'a': <1>},)"
                                           << "{} 3 ";
-    QTest::newRow("error without arguments") << ServiceError + QStringLiteral("HandlerFailed") << "()"
+    QTest::newRow("error without arguments") << ServiceError + "HandlerFailed"
+                                             << "()"
                                              << "{} 3 ";
 }
 
@@ -167,7 +167,7 @@ void TestIntentsInvoker::deliversErrors()
     peer.answerError(name, body);
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all, QStringList(delivered));
 }
 
@@ -179,7 +179,7 @@ void TestIntentsInvoker::openUriSharesItsUri_data()
     QTest::addColumn<QString>("sentHints");
 
     const QJsonObject none;
-    const QJsonObject other{{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("other")}}};
+    const QJsonObject other{{"readFiles", QJsonArray{"other"}}};
     QTest::newRow("string") << "OpenURI" << none << false << "{'readFds': <[handle 0]>, 'readFiles': <['uri']>}";
     QTest::newRow("array") << "OpenURI" << none << true << "{'readFds': <[handle 0]>, 'readFiles': <['uri[*]']>}";
     QTest::newRow("replaces a list") << "OpenURI" << other << false
@@ -201,15 +201,13 @@ void TestIntentsInvoker::openUriSharesItsUri()
     const QString uri = QUrl::fromLocalFile(file.fileName()).toString();
     IntentsInvoker invoker;
     invoker.invoke(name, hints,
-                   {{QStringLiteral("uri"), asArray ? QJsonValue(QJsonArray{uri}) : QJsonValue(uri)},
-                    {QStringLiteral("other"), file.fileName()}});
+                   {{"uri", asArray ? QJsonValue(QJsonArray{uri}) : QJsonValue(uri)}, {"other", file.fileName()}});
     QTRY_COMPARE(peer.calls().size(), 1);
     QCOMPARE(peer.calls().value(0),
-             invocation(QStringLiteral("'%1', %2, {'other': <'%3'>, 'uri': <%4>}")
+             invocation(QString("'%1', %2, {'other': <'%3'>, 'uri': <%4>}")
                             .arg(name, sentHints, file.fileName(),
                                  QString::fromLatin1(asArray ? "['%1']" : "'%1'").arg(uri))));
-    QCOMPARE(peer.descriptors(),
-             sentHints.startsWith(QLatin1Char('@')) ? QStringList() : QStringList(QStringLiteral("read: content")));
+    QCOMPARE(peer.descriptors(), sentHints.startsWith('@') ? QStringList() : QStringList("read: content"));
 }
 
 void TestIntentsInvoker::repliesComeInTheOrderOfCompletion()
@@ -221,11 +219,9 @@ void TestIntentsInvoker::repliesComeInTheOrderOfCompletion()
         invoker.invoke(QString::number(i), {}, {});
     QTRY_COMPARE(peer.calls().size(), 4);
     for (const int i : {2, 0, 3})
-        peer.release(i, QStringLiteral("({'n': <%1>},)").arg(i));
-    peer.releaseError(1, ServiceError + QStringLiteral("HandlerFailed"));
-    QTRY_COMPARE(replies.all,
-                 QStringList({QStringLiteral(R"({"n":2} 0 )"), QStringLiteral(R"({"n":0} 0 )"),
-                              QStringLiteral(R"({"n":3} 0 )"), QStringLiteral("{} 3 the reason")}));
+        peer.release(i, QString("({'n': <%1>},)").arg(i));
+    peer.releaseError(1, ServiceError + "HandlerFailed");
+    QTRY_COMPARE(replies.all, QStringList({R"({"n":2} 0 )", R"({"n":0} 0 )", R"({"n":3} 0 )", "{} 3 the reason"}));
     peer.kill(); // forgets what it holds
     peer.start();
 }
@@ -237,13 +233,13 @@ void TestIntentsInvoker::twoInvokersGetTheirOwnReplies()
     IntentsInvoker second;
     Replies firstReplies(first);
     Replies secondReplies(second);
-    first.invoke(QStringLiteral("1"), {}, {});
-    second.invoke(QStringLiteral("2"), {}, {});
+    first.invoke("1", {}, {});
+    second.invoke("2", {}, {});
     QTRY_COMPARE(peer.calls().size(), 2);
-    peer.release(1, QStringLiteral("({'n': <2>},)"));
-    peer.release(0, QStringLiteral("({'n': <1>},)"));
-    QTRY_COMPARE(firstReplies.all, QStringList(QStringLiteral(R"({"n":1} 0 )")));
-    QTRY_COMPARE(secondReplies.all, QStringList(QStringLiteral(R"({"n":2} 0 )")));
+    peer.release(1, "({'n': <2>},)");
+    peer.release(0, "({'n': <1>},)");
+    QTRY_COMPARE(firstReplies.all, QStringList(R"({"n":1} 0 )"));
+    QTRY_COMPARE(secondReplies.all, QStringList(R"({"n":2} 0 )"));
     peer.kill();
     peer.start();
 }
@@ -254,11 +250,11 @@ void TestIntentsInvoker::manyCallsInFlightAreAllAnswered()
     IntentsInvoker invoker;
     Replies replies(invoker);
     for (int i = 0; i < count; ++i)
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), count);
     QVERIFY(peer.roundTrip());
     QCOMPARE(replies.all.size(), count);
-    QCOMPARE(replies.all.count(QStringLiteral("{} 0 ")), count);
+    QCOMPARE(replies.all.count("{} 0 "), count);
 }
 
 void TestIntentsInvoker::absentServiceIsAnError()
@@ -266,14 +262,14 @@ void TestIntentsInvoker::absentServiceIsAnError()
     peer.ownServiceName(false);
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), 1);
-    QVERIFY2(replies.all.first().startsWith(QStringLiteral("{} 1 The name ")), qUtf8Printable(replies.all.first()));
+    QVERIFY2(replies.all.first().startsWith("{} 1 The name "), qUtf8Printable(replies.all.first()));
 
     peer.ownServiceName(true); // and the same invoker works
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), 2);
-    QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+    QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
 void TestIntentsInvoker::serviceThatVanishesFailsItsCalls()
@@ -282,17 +278,17 @@ void TestIntentsInvoker::serviceThatVanishesFailsItsCalls()
     IntentsInvoker invoker;
     Replies replies(invoker);
     for (int i = 0; i < 3; ++i)
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
     QTRY_COMPARE(peer.calls().size(), 3);
     peer.kill();
     QTRY_COMPARE(replies.all.size(), 3);
     for (const QString &reply : qAsConst(replies.all))
-        QVERIFY2(reply.startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(reply));
+        QVERIFY2(reply.startsWith("{} 1 "), qUtf8Printable(reply));
 
     peer.start();
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), 4);
-    QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+    QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
 void TestIntentsInvoker::invokerBelongsToItsParent()
@@ -310,7 +306,7 @@ void TestIntentsInvoker::callsInFlightBelongToThePrivateObject()
     int delivered = 0;
     connect(&invoker, &IntentsInvokerPrivate::replyReceived, this, [&delivered] { ++delivered; });
     for (int i = 0; i < 3; ++i)
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
     QCOMPARE(invoker.findChildren<QDBusPendingCallWatcher *>(QString(), Qt::FindDirectChildrenOnly).size(), 3);
     QTRY_COMPARE(delivered, 3);
     QTRY_VERIFY(invoker.findChildren<QDBusPendingCallWatcher *>().isEmpty());
@@ -336,7 +332,7 @@ void TestIntentsInvoker::invokerMayBeDeletedInItsSlot()
         delete invoker;
     });
     for (int i = 0; i < 5; ++i)
-        invoker->invoke(QStringLiteral("X"), {}, {});
+        invoker->invoke("X", {}, {});
     QTRY_COMPARE(deliveries, 1);
     QVERIFY(peer.roundTrip());
     QCOMPARE(deliveries, 1);
@@ -364,7 +360,7 @@ void TestIntentsInvoker::deletedInvokerDeliversNothing()
         IntentsInvoker invoker;
         connect(&invoker, &IntentsInvoker::replyReceived, this, [&received] { ++received; });
         for (int i = 0; i < 5; ++i)
-            invoker.invoke(QStringLiteral("X"), {}, {});
+            invoker.invoke("X", {}, {});
         invoker.invoke(QString(QChar(0)), {}, {});
     }
     QVERIFY(peer.roundTrip());
@@ -380,7 +376,7 @@ void TestIntentsInvoker::invokingInTheSlotWorks()
         if (++received < 3)
             invoker.invoke(QString::number(received), {}, {});
     });
-    invoker.invoke(QStringLiteral("0"), {}, {});
+    invoker.invoke("0", {}, {});
     QTRY_COMPARE(received, 3);
     QCOMPARE(peer.calls().size(), 3);
 }
@@ -392,16 +388,16 @@ void TestIntentsInvoker::replyCrossesThreads()
     receiver.moveToThread(&thread);
     thread.start();
 
-    peer.answerError(ServiceError + QStringLiteral("HandlerFailed"));
+    peer.answerError(ServiceError + "HandlerFailed");
     IntentsInvoker invoker;
     QSignalSpy spy(&invoker, &IntentsInvoker::replyReceived);
     QAtomicInt code = -1;
     connect(&invoker, &IntentsInvoker::replyReceived, &receiver,
             [&code](const QJsonObject &, const Error &error) { code = error.code(); });
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     QTRY_COMPARE(code.loadAcquire(), int(Error::HandlerFailed));
     QCOMPARE(spy.size(), 1);
-    QCOMPARE(spy.first().at(1).value<Error>().message(), QStringLiteral("the reason"));
+    QCOMPARE(spy.first().at(1).value<Error>().message(), QString("the reason"));
     thread.quit();
     QVERIFY(thread.wait());
 }

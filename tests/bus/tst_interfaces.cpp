@@ -41,7 +41,7 @@ private:
 
 void TestInterfaces::initTestCase()
 {
-    peer.answer(QStringLiteral("(@a{sv} {},)"), QStringLiteral("GetAll"));
+    peer.answer("(@a{sv} {},)", "GetAll");
 }
 
 void TestInterfaces::objectsAreNotCopied()
@@ -65,17 +65,14 @@ void TestInterfaces::metaObjectsHaveTheseMembers_data()
     const auto row = [](const QMetaObject &meta, const QStringList &methods, const QStringList &properties = {}) {
         QTest::newRow(meta.className()) << &meta << methods << properties;
     };
-    row(Lifecycle::staticMetaObject,
-        {QStringLiteral("signal stateChanged(QString,ApplicationState) appInstanceId state")});
-    row(LifecyclePrivate::staticMetaObject, {QStringLiteral("slot onStateChanged(QString,uint) appInstanceId state")});
-    row(MemoryPressure::staticMetaObject, {QStringLiteral("signal levelChanged(MemoryLevel) level")},
-        {QStringLiteral("level")});
+    row(Lifecycle::staticMetaObject, {"signal stateChanged(QString,ApplicationState) appInstanceId state"});
+    row(LifecyclePrivate::staticMetaObject, {"slot onStateChanged(QString,uint) appInstanceId state"});
+    row(MemoryPressure::staticMetaObject, {"signal levelChanged(MemoryLevel) level"}, {"level"});
     row(MemoryPressurePrivate::staticMetaObject,
-        {QStringLiteral("slot onPropertiesChanged(QString,QVariantMap,QStringList) interface changed invalidated")});
-    row(Task::staticMetaObject, {QStringLiteral("signal stateChanged(Task::State) state")});
+        {"slot onPropertiesChanged(QString,QVariantMap,QStringList) interface changed invalidated"});
+    row(Task::staticMetaObject, {"signal stateChanged(Task::State) state"});
     row(TaskMessaging::staticMetaObject,
-        {QStringLiteral("signal stateChanged(State) state"),
-         QStringLiteral("signal messageReceived(QJsonObject) message")});
+        {"signal stateChanged(State) state", "signal messageReceived(QJsonObject) message"});
 }
 
 void TestInterfaces::metaObjectsHaveTheseMembers()
@@ -118,11 +115,11 @@ void TestInterfaces::levelIsAnEnumerationProperty()
 void TestInterfaces::taskStartsWithoutADescription()
 {
     qputenv("HALVIR_APP_ID", "myapp");
-    Task task(QStringLiteral("sync"));
-    const TaskPrivate direct(QStringLiteral("sync"), &task);
+    Task task("sync");
+    const TaskPrivate direct("sync", &task);
     QCOMPARE(int(direct.state), int(Task::Unknown));
-    QCOMPARE(direct.taskId, QStringLiteral("sync"));
-    QCOMPARE(direct.qualifiedName, QStringLiteral("myapp.task_sync"));
+    QCOMPARE(direct.taskId, QString("sync"));
+    QCOMPARE(direct.qualifiedName, QString("myapp.task_sync"));
     QVERIFY(direct.arguments.isEmpty());
     QVERIFY(direct.properties.isEmpty());
     QCOMPARE(direct.q, &task);
@@ -137,11 +134,11 @@ void TestInterfaces::lifecycleSlotPassesAnyCodeOn()
     QObject context;
     connect(Lifecycle::instance(), &Lifecycle::stateChanged, &context,
             [&received](const QString &appInstanceId, const ApplicationState &state) {
-                received << QStringLiteral("%1 %2").arg(appInstanceId).arg(quint32(state));
+                received << QString("%1 %2").arg(appInstanceId).arg(quint32(state));
             });
-    direct.onStateChanged(QStringLiteral("other.instance7"), 4294967295U);
+    direct.onStateChanged("other.instance7", 4294967295U);
     QVERIFY(QMetaObject::invokeMethod(&direct, "onStateChanged", Q_ARG(QString, QString()), Q_ARG(quint32, 3)));
-    QCOMPARE(received, QStringList({QStringLiteral("other.instance7 4294967295"), QStringLiteral(" 3")}));
+    QCOMPARE(received, QStringList({"other.instance7 4294967295", " 3"}));
 }
 
 void TestInterfaces::memoryPressureSlotLooksAtTheMapAlone()
@@ -156,12 +153,12 @@ void TestInterfaces::memoryPressureSlotLooksAtTheMapAlone()
                 QCOMPARE(direct.level, int(level)); // it is stored first
                 received << int(level);
             });
-    const QString level = QStringLiteral("Level");
+    const QString level = "Level";
     direct.onPropertiesChanged({}, {{level, 150}}, {level});
-    direct.onPropertiesChanged(QStringLiteral("com.example.Other"), {{level, 150}}, {});
+    direct.onPropertiesChanged("com.example.Other", {{level, 150}}, {});
     direct.onPropertiesChanged({}, {}, {level});
-    direct.onPropertiesChanged({}, {{QStringLiteral("level"), 7}}, {});
-    direct.onPropertiesChanged({}, {{level, QStringLiteral("high")}}, {});
+    direct.onPropertiesChanged({}, {{"level", 7}}, {});
+    direct.onPropertiesChanged({}, {{level, "high"}}, {});
     QCOMPARE(received, QVector<int>({150, 0}));
     QVERIFY(peer.roundTrip());
 }
@@ -172,8 +169,8 @@ void TestInterfaces::deletedLifecycleIsReturnedAgain()
     const Lifecycle *lifecycle = Lifecycle::instance();
     delete lifecycle;
     QCOMPARE(static_cast<const void *>(Lifecycle::instance()), static_cast<const void *>(lifecycle));
-    peer.emitSignal(QStringLiteral("Lifecycle1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Lifecycle1"),
-                    QStringLiteral("StateChanged"), QStringLiteral("('a', uint32 2)")); // reaches nobody
+    peer.emitSignal("Lifecycle1", CORVANE_SERVICE_ROOT ".Lifecycle1", "StateChanged",
+                    "('a', uint32 2)"); // reaches nobody
 }
 
 QTEST_GUILESS_MAIN(TestInterfaces)

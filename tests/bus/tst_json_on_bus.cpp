@@ -18,8 +18,8 @@ using namespace Corvane;
 
 namespace {
 
-const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
-const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = "JSON array of arrays are not supported";
+const QString UnknownType = "Unknown JSON value type";
 
 QJsonObject fromJson(const QByteArray &text)
 {
@@ -66,12 +66,11 @@ private:
 void TestJsonOnBus::initTestCase()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Take"), [this](const QJsonObject &params, const auto &reply) {
+    dispatcher->registerIntent("Take", [this](const QJsonObject &params, const auto &reply) {
         handled = params;
         reply({});
     });
-    dispatcher->registerIntent(QStringLiteral("Echo"),
-                               [](const QJsonObject &params, const auto &reply) { reply(params); });
+    dispatcher->registerIntent("Echo", [](const QJsonObject &params, const auto &reply) { reply(params); });
     QVERIFY(!dispatcher->startService());
 }
 
@@ -141,10 +140,9 @@ void TestJsonOnBus::writesParams()
 
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, fromJson(json));
-    QTRY_COMPARE(peer.calls(),
-                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, %1)").arg(arrives)));
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    invoker.invoke("X", {}, fromJson(json));
+    QTRY_COMPARE(peer.calls(), QStringList(QString("InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, %1)").arg(arrives)));
+    QTRY_COMPARE(replies.all, QStringList("{} 0 "));
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -160,9 +158,9 @@ void TestJsonOnBus::writesReplies()
     QFETCH(QStringList, warnings);
 
     RuntimeDispatcher::instance()->registerIntent(
-        QStringLiteral("Give"), [&json](const QJsonObject &, const auto &reply) { reply(fromJson(json)); });
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
-             QStringLiteral("(a{sv}a{sv}) (%1, {'readFiles': <@as []>, 'writeFiles': <@as []>})").arg(arrives));
+        "Give", [&json](const QJsonObject &, const auto &reply) { reply(fromJson(json)); });
+    QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
+             QString("(a{sv}a{sv}) (%1, {'readFiles': <@as []>, 'writeFiles': <@as []>})").arg(arrives));
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -182,10 +180,9 @@ void TestJsonOnBus::writesHints()
 
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), fromJson(json), {});
-    QTRY_COMPARE(peer.calls(),
-                 QStringList(QStringLiteral("InvokeIntent (sa{sv}a{sv}) ('X', %1, @a{sv} {})").arg(arrives)));
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    invoker.invoke("X", fromJson(json), {});
+    QTRY_COMPARE(peer.calls(), QStringList(QString("InvokeIntent (sa{sv}a{sv}) ('X', %1, @a{sv} {})").arg(arrives)));
+    QTRY_COMPARE(replies.all, QStringList("{} 0 "));
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -198,9 +195,7 @@ void TestJsonOnBus::reads_data()
     const auto row = [](const char *body, const char *json, const QStringList &warnings = {}) {
         QTest::newRow(body) << QString::fromUtf8(body) << QString::fromUtf8(json) << warnings;
     };
-    const auto unsupported = [](const char *signature) {
-        return QStringLiteral("Unsupported type:  \"%1\"").arg(QLatin1String(signature));
-    };
+    const auto unsupported = [](const char *signature) { return QString("Unsupported type:  \"%1\"").arg(signature); };
     row("@a{sv} {}", "{}");
     row("{'a': <true>, 'b': <false>}", R"({"a":true,"b":false})");
     row("{'y': <byte 0x07>, 'n': <int16 -7>, 'q': <uint16 65535>}", R"({"n":-7,"q":65535,"y":7})");
@@ -237,8 +232,8 @@ void TestJsonOnBus::reads()
     QFETCH(QString, json);
     QFETCH(QStringList, warnings);
 
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', %1)").arg(body)).text,
-             QStringLiteral("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <@as []>, 'writeFiles': <@as []>})"));
+    QCOMPARE(peer.call("HandleIntent", QString("('Take', %1)").arg(body)).text,
+             QString("(a{sv}a{sv}) (@a{sv} {}, {'readFiles': <@as []>, 'writeFiles': <@as []>})"));
     QCOMPARE(toJson(handled), json);
     QCOMPARE(log->takeWarnings(), warnings);
 }
@@ -254,24 +249,23 @@ void TestJsonOnBus::readsRepliesTheSame()
     QFETCH(QString, json);
     QFETCH(QStringList, warnings);
 
-    peer.answer(QStringLiteral("(%1,)").arg(body));
+    peer.answer(QString("(%1,)").arg(body));
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
-    QTRY_COMPARE(replies.all, QStringList(json + QStringLiteral(" 0 ")));
+    invoker.invoke("X", {}, {});
+    QTRY_COMPARE(replies.all, QStringList(json + " 0 "));
     QCOMPARE(log->takeWarnings(), warnings);
-    peer.answer(QStringLiteral("(@a{sv} {},)"));
+    peer.answer("(@a{sv} {},)");
 }
 
 void TestJsonOnBus::readsNumbersThatJsonHasNot()
 {
-    peer.call(
-        QStringLiteral("HandleIntent"),
-        QStringLiteral("('Take', {'nan': <nan>, 'inf': <inf>, 'minf': <-inf>, 'big': <uint64 18446744073709551615>})"));
-    QVERIFY(handled.value(QStringLiteral("nan")).isNull());
-    QVERIFY(handled.value(QStringLiteral("inf")).isNull());
-    QVERIFY(handled.value(QStringLiteral("minf")).isNull());
-    QCOMPARE(handled.value(QStringLiteral("big")).toDouble(), std::pow(2., 64.));
+    peer.call("HandleIntent",
+              "('Take', {'nan': <nan>, 'inf': <inf>, 'minf': <-inf>, 'big': <uint64 18446744073709551615>})");
+    QVERIFY(handled.value("nan").isNull());
+    QVERIFY(handled.value("inf").isNull());
+    QVERIFY(handled.value("minf").isNull());
+    QCOMPARE(handled.value("big").toDouble(), std::pow(2., 64.));
 }
 
 void TestJsonOnBus::readsManyUnsortedMembers()
@@ -280,9 +274,9 @@ void TestJsonOnBus::readsManyUnsortedMembers()
     QStringList members;
     for (int i = 0; i < count; ++i) {
         const int scattered = int(qint64(i) * 7919 % count);
-        members << QStringLiteral("'%1': <%1>").arg(scattered);
+        members << QString("'%1': <%1>").arg(scattered);
     }
-    peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', {%1})").arg(members.join(QLatin1Char(','))));
+    peer.call("HandleIntent", QString("('Take', {%1})").arg(members.join(',')));
     QCOMPARE(handled.size(), count);
     for (const int i : {0, 1, count / 2, count - 1})
         QCOMPARE(handled.value(QString::number(i)).toInt(-1), i);
@@ -290,19 +284,17 @@ void TestJsonOnBus::readsManyUnsortedMembers()
 
 void TestJsonOnBus::laterDuplicateWins()
 {
-    peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Take', {'b': <1>, 'a': <2>, 'b': <3>})"));
-    QCOMPARE(toJson(handled), QStringLiteral(R"({"a":2,"b":3})"));
+    peer.call("HandleIntent", "('Take', {'b': <1>, 'a': <2>, 'b': <3>})");
+    QCOMPARE(toJson(handled), QString(R"({"a":2,"b":3})"));
 }
 
 void TestJsonOnBus::echoingHandlerSurvivesWhatItCannotRead()
 {
-    const QString body = QStringLiteral("('Echo', {'s': <(1, 2)>, 'o': <objectpath '/a'>, 'a': <[(1, 2)]>, 'i': <1>})");
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), body).text,
-             QStringLiteral("(a{sv}a{sv}) ({'a': <@av []>, 'i': <1.0>}, "
-                            "{'readFiles': <@as []>, 'writeFiles': <@as []>})"));
+    const QString body = "('Echo', {'s': <(1, 2)>, 'o': <objectpath '/a'>, 'a': <[(1, 2)]>, 'i': <1>})";
+    QCOMPARE(peer.call("HandleIntent", body).text,
+             QString("(a{sv}a{sv}) ({'a': <@av []>, 'i': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})"));
     QCOMPARE(log->takeWarnings(),
-             QStringList({QStringLiteral("Unsupported type:  \"(ii)\""), QStringLiteral("Unsupported type:  \"(ii)\""),
-                          UnknownType, UnknownType}));
+             QStringList({"Unsupported type:  \"(ii)\"", "Unsupported type:  \"(ii)\"", UnknownType, UnknownType}));
 }
 
 QTEST_GUILESS_MAIN(TestJsonOnBus)

@@ -18,10 +18,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString InstanceId = QStringLiteral("demo.instance1");
-const QString Object = QStringLiteral("Lifecycle1");
-const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".Lifecycle1");
-const QString StateChanged = QStringLiteral("StateChanged");
+const QString InstanceId = "demo.instance1";
+const QString Object = "Lifecycle1";
+const QString Interface = CORVANE_SERVICE_ROOT ".Lifecycle1";
+const QString StateChanged = "StateChanged";
 
 } // namespace
 
@@ -69,7 +69,7 @@ void TestLifecycle::initTestCase()
 {
     connect(Lifecycle::instance(), &Lifecycle::stateChanged, this,
             [this](const QString &appInstanceId, const ApplicationState &state) {
-                states << QStringLiteral("%1 %2").arg(appInstanceId).arg(quint32(state));
+                states << QString("%1 %2").arg(appInstanceId).arg(quint32(state));
             });
 }
 
@@ -120,15 +120,15 @@ void TestLifecycle::queuedConnectionNeedsTheRegistration()
     };
 
     const auto early = connection();
-    announce(QStringLiteral("('a', uint32 2)"));
+    announce("('a', uint32 2)");
     QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("QObject::connect: Cannot queue arguments of type 'ApplicationState'\n"
-                                        "(Make sure 'ApplicationState' is registered using qRegisterMetaType().)")));
+             QStringList("QObject::connect: Cannot queue arguments of type 'ApplicationState'\n"
+                         "(Make sure 'ApplicationState' is registered using qRegisterMetaType().)"));
     QCOMPARE(lastState.loadAcquire(), -1);
 
     registerRecordTypes(); // as the constructors of other classes do
     connection();
-    announce(QStringLiteral("('a', uint32 3)"));
+    announce("('a', uint32 3)");
     QTRY_COMPARE(lastState.loadAcquire(), 3);
     thread.quit();
     thread.wait();
@@ -165,8 +165,8 @@ void TestLifecycle::everyAnnouncementIsEmittedOnceAndInOrder()
 {
     QStringList expected;
     for (int i = 0; i < 20; ++i) {
-        announce(QStringLiteral("('a', uint32 %1)").arg(i % 3));
-        expected << QStringLiteral("a %1").arg(i % 3);
+        announce(QString("('a', uint32 %1)").arg(i % 3));
+        expected << QString("a %1").arg(i % 3);
     }
     QCOMPARE(takeStates(), expected);
 }
@@ -192,8 +192,8 @@ void TestLifecycle::announcementsOfAnotherShapeAreIgnored()
 
     announce(body);
     QCOMPARE(takeStates(), QStringList());
-    announce(QStringLiteral("('a', uint32 2)"));
-    QCOMPARE(takeStates(), QStringList(QStringLiteral("a 2")));
+    announce("('a', uint32 2)");
+    QCOMPARE(takeStates(), QStringList("a 2"));
 }
 
 void TestLifecycle::otherSignalsAreIgnored_data()
@@ -203,7 +203,7 @@ void TestLifecycle::otherSignalsAreIgnored_data()
     QTest::addColumn<QString>("member");
 
     QTest::newRow("object") << "Tasks1" << Interface << StateChanged;
-    QTest::newRow("interface") << Object << QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1") << StateChanged;
+    QTest::newRow("interface") << Object << CORVANE_SERVICE_ROOT ".Tasks1" << StateChanged;
     QTest::newRow("member") << Object << Interface << "LevelChanged";
     QTest::newRow("case") << Object << Interface << "stateChanged";
 }
@@ -214,7 +214,7 @@ void TestLifecycle::otherSignalsAreIgnored()
     QFETCH(QString, interface);
     QFETCH(QString, member);
 
-    peer.emitSignal(object, interface, member, QStringLiteral("('a', uint32 2)"));
+    peer.emitSignal(object, interface, member, "('a', uint32 2)");
     QCOMPARE(takeStates(), QStringList());
 }
 
@@ -230,34 +230,32 @@ void TestLifecycle::strangersAreNotHeard()
 {
     QFETCH(bool, unicast);
 
-    QJsonObject more{{QStringLiteral("stranger"), true}};
+    QJsonObject more{{"stranger", true}};
     if (unicast)
-        more.insert(QStringLiteral("destination"), QDBusConnection::sessionBus().baseService());
-    const auto forge = [this, &more] {
-        peer.emitSignal(Object, Interface, StateChanged, QStringLiteral("('a', uint32 2)"), more);
-    };
+        more.insert("destination", QDBusConnection::sessionBus().baseService());
+    const auto forge = [this, &more] { peer.emitSignal(Object, Interface, StateChanged, "('a', uint32 2)", more); };
     forge();
     QCOMPARE(takeStates(), QStringList());
     peer.ownServiceName(false);
     forge();
     QCOMPARE(takeStates(), QStringList());
-    announce(QStringLiteral("('a', uint32 2)")); // by what was the service before
+    announce("('a', uint32 2)"); // by what was the service before
     QCOMPARE(takeStates(), QStringList());
     peer.ownServiceName(true);
     forge();
     QCOMPARE(takeStates(), QStringList());
 
-    more.remove(QStringLiteral("stranger"));
+    more.remove("stranger");
     forge(); // the service may do the same
-    QCOMPARE(takeStates(), QStringList(QStringLiteral("a 2")));
+    QCOMPARE(takeStates(), QStringList("a 2"));
 }
 
 void TestLifecycle::anotherServiceIsHeardAfterTheFirst()
 {
     peer.kill();
     peer.start();
-    announce(QStringLiteral("('a', uint32 2)"));
-    QCOMPARE(takeStates(), QStringList(QStringLiteral("a 2")));
+    announce("('a', uint32 2)");
+    QCOMPARE(takeStates(), QStringList("a 2"));
 }
 
 void TestLifecycle::startingClaimsTheName()
@@ -281,22 +279,22 @@ void TestLifecycle::nameIsReadAtEachCall()
 {
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance2");
     QVERIFY(!Lifecycle::instance()->startService());
-    QVERIFY(peer.hasOwner(QStringLiteral("demo.instance2")));
+    QVERIFY(peer.hasOwner("demo.instance2"));
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance3");
     QVERIFY(!Lifecycle::instance()->stopService()); // it is not held: no error
-    QVERIFY(peer.hasOwner(QStringLiteral("demo.instance2")));
+    QVERIFY(peer.hasOwner("demo.instance2"));
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance2");
     QVERIFY(!Lifecycle::instance()->stopService());
-    QVERIFY(!peer.hasOwner(QStringLiteral("demo.instance2")));
+    QVERIFY(!peer.hasOwner("demo.instance2"));
 }
 
 void TestLifecycle::takenNameIsAnError()
 {
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.taken");
-    peer.claimName(QStringLiteral("demo.taken"));
+    peer.claimName("demo.taken");
     const Error error = Lifecycle::instance()->startService();
     QCOMPARE(error.code(), Error::Failed);
-    QCOMPARE(error.message(), QStringLiteral("The bus name demo.taken is taken"));
+    QCOMPARE(error.message(), QString("The bus name demo.taken is taken"));
 }
 
 void TestLifecycle::unsetNameIsAnError()

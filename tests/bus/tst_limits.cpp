@@ -20,11 +20,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString Key = QStringLiteral("n");
-const QString TooDeep = QStringLiteral("A message cannot nest more than 64 containers");
-const QString ArrayTooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
-const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
-const QString TooManyFiles = QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
+const QString Key = "n";
+const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
+const QString HasNul = "A message cannot hold a text with U+0000";
+const QString TooManyFiles = QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
 
 enum Shape : int { Objects, MixedArrays, ArraysOfObjects };
 
@@ -34,7 +34,7 @@ QJsonObject nested(int shape, int depth, QJsonValue innermost)
         if (shape == Objects)
             innermost = QJsonObject{{Key, innermost}};
         else if (shape == MixedArrays)
-            innermost = QJsonArray{QStringLiteral("x"), innermost};
+            innermost = QJsonArray{"x", innermost};
         else
             innermost = QJsonObject{{Key, QJsonArray{innermost}}};
     }
@@ -46,13 +46,13 @@ QString nestedText(int shape, int depth, QString innermost)
 {
     for (int i = 0; i < depth; ++i) {
         if (shape == Objects)
-            innermost = QStringLiteral("{'n': <%1>}").arg(innermost);
+            innermost = QString("{'n': <%1>}").arg(innermost);
         else if (shape == MixedArrays)
-            innermost = QStringLiteral("[<'x'>, <%1>]").arg(innermost);
+            innermost = QString("[<'x'>, <%1>]").arg(innermost);
         else
-            innermost = QStringLiteral("{'n': <[%1]>}").arg(innermost);
+            innermost = QString("{'n': <[%1]>}").arg(innermost);
     }
-    return QStringLiteral("(%1,)").arg(shape == MixedArrays ? QStringLiteral("{'n': <%1>}").arg(innermost) : innermost);
+    return QString("(%1,)").arg(shape == MixedArrays ? QString("{'n': <%1>}").arg(innermost) : innermost);
 }
 
 } // namespace
@@ -98,7 +98,7 @@ void TestLimits::initTestCase()
 
 void TestLimits::init()
 {
-    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("Give"),
+    RuntimeDispatcher::instance()->registerIntent("Give",
                                                   [this](const QJsonObject &, const auto &reply) { reply(given); });
     log.emplace();
 }
@@ -143,8 +143,7 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes()
     QFETCH(bool, passes);
 
     if (depth < 100) { // GLib cannot nest deeper itself
-        const QString innermost =
-            !isEmpty ? QStringLiteral("1.0") : QLatin1String(shape == MixedArrays ? "@av []" : "@a{sv} {}");
+        const QString innermost = !isEmpty ? "1.0" : shape == MixedArrays ? "@av []" : "@a{sv} {}";
         QCOMPARE(peer.survivesSending(nestedText(shape, depth, innermost)), passes);
     }
 
@@ -161,9 +160,9 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes()
     if (passes)
         return;
     given = object;
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
-             QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooDeep));
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(TooDeep)));
+    QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
+             QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooDeep));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(TooDeep)));
 }
 
 /// Why an intent is refused; empty if the bus has seen it, and lets us live.
@@ -172,17 +171,15 @@ QString TestLimits::fateOf(const QJsonObject &hints, const QJsonObject &params)
     peer.ownServiceName(false); // GLib, though not the bus, refuses to receive some of these
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), hints, params);
+    invoker.invoke("X", hints, params);
     const bool isReported = runUntil([&replies] { return !replies.all.isEmpty(); });
     peer.ownServiceName(true);
     if (!isReported)
-        return QStringLiteral("Nothing is reported");
+        return "Nothing is reported";
     if (!peer.roundTrip())
-        return QStringLiteral("The connection is lost");
-    const QString outcome = replies.all.join(QLatin1Char(';')).remove(QStringLiteral("{} 1 "));
-    return outcome == QLatin1String("The name " CORVANE_SERVICE_ROOT " was not provided by any .service files")
-        ? QString()
-        : outcome;
+        return "The connection is lost";
+    const QString outcome = replies.all.join(';').remove("{} 1 ");
+    return outcome == "The name " CORVANE_SERVICE_ROOT " was not provided by any .service files" ? QString() : outcome;
 }
 
 void TestLimits::sizeIsRefusedWhereTheBusDoes_data()
@@ -194,7 +191,7 @@ void TestLimits::sizeIsRefusedWhereTheBusDoes_data()
     // The body of {"n": text}: the key (7 bytes), the variant's signature (3), padding to 12, a length (4), a NUL.
     const int room = 64 * 1024 * 1024 - 17;
     for (const int more : {-1, 0, 1})
-        QTest::addRow("%d bytes of text", room + more) << QString(room + more, QLatin1Char('x')) << 0 << (more <= 0);
+        QTest::addRow("%d bytes of text", room + more) << QString(room + more, 'x') << 0 << (more <= 0);
     // The body of {"n": numbers}: the key, the signature (4), padding to 12, a length (4).
     const int count = 64 * 1024 * 1024 / 8 - 2;
     for (const int more : {-1, 0, 1})
@@ -219,14 +216,14 @@ void TestLimits::refusesCalls_data()
     QTest::addColumn<QJsonObject>("object"); // as params and as hints
     QTest::addColumn<QString>("problem");
 
-    const QString nul = QStringLiteral("a") + QChar(0) + QLatin1Char('b');
-    const QString large(64 * 1024 * 1024, QLatin1Char('x'));
+    const QString nul = QString("a") + QChar(0) + 'b';
+    const QString large(64 * 1024 * 1024, 'x');
     QTest::newRow("U+0000 in a value") << QJsonObject{{Key, nul}} << HasNul;
     QTest::newRow("U+0000 in a key") << QJsonObject{{nul, 1}} << HasNul;
     // Nothing is left out of what is not sent, and so nothing is warned of.
     const QJsonArray leftOut{QJsonArray{1}};
     QTest::newRow("U+0000 beside what would be left out")
-        << QJsonObject{{QStringLiteral("a"), leftOut}, {QStringLiteral("b"), QJsonValue()}, {Key, nul}} << HasNul;
+        << QJsonObject{{"a", leftOut}, {"b", QJsonValue()}, {Key, nul}} << HasNul;
     QTest::newRow("64 MiB of text") << QJsonObject{{Key, large}} << ArrayTooLarge;
     QTest::newRow("64 MiB in an array") << QJsonObject{{Key, QJsonArray{large.left(40 << 20), large.left(40 << 20)}}}
                                         << ArrayTooLarge;
@@ -241,17 +238,17 @@ void TestLimits::refusesCalls()
     for (const bool asHints : {false, true}) {
         IntentsInvoker invoker;
         Replies replies(invoker);
-        invoker.invoke(QStringLiteral("X"), asHints ? object : QJsonObject(), asHints ? QJsonObject() : object);
+        invoker.invoke("X", asHints ? object : QJsonObject(), asHints ? QJsonObject() : object);
         QCOMPARE(replies.all, QStringList()); // never from inside the call
-        QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + problem));
+        QTRY_COMPARE(replies.all, QStringList("{} 1 " + problem));
         QVERIFY(peer.roundTrip());
         QCOMPARE(peer.calls(), QStringList());
 
-        invoker.invoke(QStringLiteral("Next"), {}, {});
+        invoker.invoke("Next", {}, {});
         QTRY_COMPARE(peer.calls().size(), 1);
         peer.takeCalls();
         QTRY_COMPARE(replies.all.size(), 2);
-        QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+        QCOMPARE(replies.all.last(), QString("{} 0 "));
     }
 }
 
@@ -264,11 +261,11 @@ void TestLimits::refusesTheWholeOfWhatFits()
     const QJsonObject object{{Key, numbers}};
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), object, object);
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 A message cannot be longer than 128 MiB")));
-    invoker.invoke(QStringLiteral("Next"), {}, {});
+    invoker.invoke("X", object, object);
+    QTRY_COMPARE(replies.all, QStringList("{} 1 A message cannot be longer than 128 MiB"));
+    invoker.invoke("Next", {}, {});
     QTRY_COMPARE(replies.all.size(), 2);
-    QCOMPARE(replies.all.last(), QStringLiteral("{} 0 "));
+    QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
 /// What parameters leave out without a look into it, hints keep.
@@ -279,8 +276,8 @@ void TestLimits::refusesHintsThatAreDeepWithinArrays()
         deep = QJsonArray{deep};
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {{Key, QJsonArray{QJsonObject{{Key, deep}}}}}, {});
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + TooDeep));
+    invoker.invoke("X", {{Key, QJsonArray{QJsonObject{{Key, deep}}}}}, {});
+    QTRY_COMPARE(replies.all, QStringList("{} 1 " + TooDeep));
 }
 
 /// Has "Give" reply with so many files.
@@ -289,26 +286,25 @@ void TestLimits::giveFiles(int count)
     QJsonArray files;
     for (int i = 0; i < count; ++i)
         files.append(file.fileName());
-    given = {{QStringLiteral("files"), files}};
-    RuntimeDispatcher::instance()->registerIntentOutputFiles(QStringLiteral("Give"), {QStringLiteral("files[*]")}, {});
+    given = {{"files", files}};
+    RuntimeDispatcher::instance()->registerIntentOutputFiles("Give", {"files[*]"}, {});
 }
 
 void TestLimits::refusesTooManyFiles()
 {
     giveFiles(CORVANE_MAX_DESCRIPTORS + 1);
-    const QJsonObject hints{{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}};
+    const QJsonObject hints{{"readFiles", QJsonArray{"files[*]"}}};
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), hints, given);
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + TooManyFiles));
+    invoker.invoke("X", hints, given);
+    QTRY_COMPARE(replies.all, QStringList("{} 1 " + TooManyFiles));
     QVERIFY(peer.roundTrip());
     QCOMPARE(peer.calls(), QStringList());
 
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
-             QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooManyFiles));
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(TooManyFiles)));
-    QVERIFY(peer.hasOwner(QStringLiteral("demo.instance1"))); // still on the bus
+    QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
+             QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooManyFiles));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(TooManyFiles)));
+    QVERIFY(peer.hasOwner("demo.instance1")); // still on the bus
 }
 
 void TestLimits::passesAsManyFilesAsTheBusDoes_data()
@@ -324,15 +320,15 @@ void TestLimits::passesAsManyFilesAsTheBusDoes()
     QFETCH(int, count);
 
     giveFiles(count);
-    const QJsonObject hints{{QStringLiteral("readFiles"), QJsonArray{QStringLiteral("files[*]")}}};
+    const QJsonObject hints{{"readFiles", QJsonArray{"files[*]"}}};
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), hints, given);
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 0 ")));
+    invoker.invoke("X", hints, given);
+    QTRY_COMPARE(replies.all, QStringList("{} 0 "));
     QCOMPARE(peer.descriptors().size(), count);
 
-    const auto reply = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})"));
-    QVERIFY2(reply.text.startsWith(QStringLiteral("(a{sv}a{sv})")), qUtf8Printable(reply.text));
+    const auto reply = peer.call("HandleIntent", "('Give', @a{sv} {})");
+    QVERIFY2(reply.text.startsWith("(a{sv}a{sv})"), qUtf8Printable(reply.text));
     QCOMPARE(reply.descriptors.size(), count);
 }
 
@@ -347,32 +343,30 @@ void TestLimits::refusesReplies()
     QFETCH(QString, problem);
 
     given = object;
-    QCOMPARE(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})")).text,
-             QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(problem));
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(problem)));
+    QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
+             QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(problem));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(problem)));
 
     given = {{Key, 1}};
-    QVERIFY(peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Give', @a{sv} {})"))
-                .text.startsWith(QStringLiteral("(a{sv}a{sv}) ({'n': <1.0>}")));
+    QVERIFY(peer.call("HandleIntent", "('Give', @a{sv} {})").text.startsWith("(a{sv}a{sv}) ({'n': <1.0>}"));
 }
 
 void TestLimits::refusesNameWithNul()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("a") + QChar(0) + QLatin1Char('b'), {}, {});
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + HasNul));
+    invoker.invoke(QString("a") + QChar(0) + 'b', {}, {});
+    QTRY_COMPARE(replies.all, QStringList("{} 1 " + HasNul));
 }
 
 void TestLimits::refusedCallMakesNoFiles()
 {
-    const QString path = file.fileName() + QStringLiteral(".new");
-    const QJsonObject hints{{QStringLiteral("writeFiles"), QJsonArray{QStringLiteral("file")}}};
+    const QString path = file.fileName() + ".new";
+    const QJsonObject hints{{"writeFiles", QJsonArray{"file"}}};
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), hints,
-                   {{QStringLiteral("file"), path}, {QStringLiteral("text"), QString(QChar(0))}});
-    QTRY_COMPARE(replies.all, QStringList(QStringLiteral("{} 1 ") + HasNul));
+    invoker.invoke("X", hints, {{"file", path}, {"text", QString(QChar(0))}});
+    QTRY_COMPARE(replies.all, QStringList("{} 1 " + HasNul));
     QVERIFY(!QFile::exists(path));
 }
 

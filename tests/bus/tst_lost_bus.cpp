@@ -20,7 +20,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString NotConnected = QStringLiteral("Not connected to D-Bus server");
+const QString NotConnected = "Not connected to D-Bus server";
 
 } // namespace
 
@@ -43,16 +43,14 @@ private:
     void loseTheBus();
     std::function<void(const Error &)> note(const char *what)
     {
-        return [this, what](const Error &error) {
-            outcomes << QStringLiteral("%1 %2").arg(QLatin1String(what)).arg(int(error.code()));
-        };
+        return [this, what](const Error &error) { outcomes << QString("%1 %2").arg(what).arg(int(error.code())); };
     }
 
     BusDaemon bus;
     ServicePeer peer;
     IntentsInvoker invoker;
     Replies replies{invoker};
-    Task task{QStringLiteral("sync")};
+    Task task{"sync"};
     QStringList outcomes; ///< of the task
     RuntimeDispatcher::ReplyFunction reply; ///< of an intent that has arrived before
     std::optional<MessageLog> log;
@@ -62,12 +60,11 @@ void TestLostBus::initTestCase()
 {
     MemoryPressure::instance();
     auto *dispatcher = RuntimeDispatcher::instance();
-    dispatcher->registerIntent(QStringLiteral("Ask"), [this](const auto &, const auto &function) { reply = function; });
-    dispatcher->registerIntentOutputFiles(QStringLiteral("Ask"), {QStringLiteral("file")}, {});
+    dispatcher->registerIntent("Ask", [this](const auto &, const auto &function) { reply = function; });
+    dispatcher->registerIntentOutputFiles("Ask", {"file"}, {});
     QVERIFY(!dispatcher->startService());
-    const QString body = QStringLiteral("([('sync', uint32 1, @a{sv} {})],)");
-    peer.emitSignal(QStringLiteral("Tasks1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"),
-                    QStringLiteral("StateChanged"), body);
+    const QString body = "([('sync', uint32 1, @a{sv} {})],)";
+    peer.emitSignal("Tasks1", CORVANE_SERVICE_ROOT ".Tasks1", "StateChanged", body);
     QCOMPARE(task.state(), Task::Running);
     loseTheBus();
 }
@@ -78,10 +75,10 @@ void TestLostBus::loseTheBus()
     peer.takeCalls();
     peer.hold();
     for (int i = 0; i < 3; ++i)
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
     task.start(note("started"));
     task.stop({}, note("stopped"));
-    peer.beginCall(QStringLiteral("HandleIntent"), QStringLiteral("('Ask', @a{sv} {})"));
+    peer.beginCall("HandleIntent", "('Ask', @a{sv} {})");
     QTRY_COMPARE(peer.calls().size(), 5);
     QTRY_VERIFY(reply);
     bus.crash();
@@ -103,28 +100,27 @@ void TestLostBus::callsInFlightHaveFailedOnce()
 {
     IntentsInvoker later;
     Replies laterReplies(later);
-    later.invoke(QStringLiteral("X"), {}, {});
+    later.invoke("X", {}, {});
     QTRY_COMPARE(laterReplies.all.size(), 1); // by which the others would have been told twice
     QCOMPARE(replies.all.size(), 3);
     for (const QString &failed : qAsConst(replies.all))
-        QVERIFY2(failed.startsWith(QStringLiteral("{} 1 ")), qUtf8Printable(failed));
-    QCOMPARE(outcomes, QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")}));
+        QVERIFY2(failed.startsWith("{} 1 "), qUtf8Printable(failed));
+    QCOMPARE(outcomes, QStringList({"started 1", "stopped 1"}));
 }
 
 void TestLostBus::callsFailOnceFromTheEventLoop()
 {
     replies.all.clear();
     outcomes.clear();
-    invoker.invoke(QStringLiteral("X"), {}, {});
-    invoker.invoke(QStringLiteral("Y"), {}, {{QStringLiteral("a"), 1}});
+    invoker.invoke("X", {}, {});
+    invoker.invoke("Y", {}, {{"a", 1}});
     task.start(note("started"));
     task.stop(Task::Force, note("stopped"));
     QCOMPARE(replies.all, QStringList());
     QCOMPARE(outcomes, QStringList());
     QTRY_COMPARE(replies.all.size(), 2);
-    QCOMPARE(replies.all,
-             QStringList({QStringLiteral("{} 1 ") + NotConnected, QStringLiteral("{} 1 ") + NotConnected}));
-    QTRY_COMPARE(outcomes, QStringList({QStringLiteral("started 1"), QStringLiteral("stopped 1")}));
+    QCOMPARE(replies.all, QStringList({"{} 1 " + NotConnected, "{} 1 " + NotConnected}));
+    QTRY_COMPARE(outcomes, QStringList({"started 1", "stopped 1"}));
     QCoreApplication::processEvents();
     QCOMPARE(replies.all.size(), 2);
     QCOMPARE(outcomes.size(), 2);
@@ -132,16 +128,14 @@ void TestLostBus::callsFailOnceFromTheEventLoop()
 
 void TestLostBus::replyIsLogged()
 {
-    reply({{QStringLiteral("a"), 1}});
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to reply to an intent: \"The message cannot be sent\"")));
+    reply({{"a", 1}});
+    QCOMPARE(log->takeWarnings(), QStringList("Failed to reply to an intent: \"The message cannot be sent\""));
 }
 
 void TestLostBus::replyWithAFileIsLogged()
 {
-    reply({{QStringLiteral("file"), QStringLiteral("/dev/null")}});
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to reply to an intent: \"The message cannot be sent\"")));
+    reply({{"file", "/dev/null"}});
+    QCOMPARE(log->takeWarnings(), QStringList("Failed to reply to an intent: \"The message cannot be sent\""));
 }
 
 void TestLostBus::namesCanNeitherBeClaimedNorReleased()
@@ -157,7 +151,7 @@ void TestLostBus::namesCanNeitherBeClaimedNorReleased()
 void TestLostBus::stateAndLevelStayAsTheyWere()
 {
     QCOMPARE(task.state(), Task::Running);
-    QCOMPARE(Task(QStringLiteral("sync")).state(), Task::Running);
+    QCOMPARE(Task("sync").state(), Task::Running);
     QCOMPARE(MemoryPressure::instance()->level(), MemoryPressure::NormalLevel);
 }
 
@@ -165,9 +159,9 @@ void TestLostBus::objectsCanBeMade()
 {
     IntentsInvoker fresh;
     Replies freshReplies(fresh);
-    fresh.invoke(QStringLiteral("X"), {}, {});
+    fresh.invoke("X", {}, {});
     QCOMPARE(freshReplies.all, QStringList());
-    QTRY_COMPARE(freshReplies.all, QStringList(QStringLiteral("{} 1 ") + NotConnected));
+    QTRY_COMPARE(freshReplies.all, QStringList("{} 1 " + NotConnected));
 }
 
 QTEST_GUILESS_MAIN(TestLostBus)

@@ -18,16 +18,16 @@ using namespace Corvane;
 
 namespace {
 
-const QString Object = QStringLiteral("MemoryPressure1");
-const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".MemoryPressure1");
-const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");
-const QString PropertiesChanged = QStringLiteral("PropertiesChanged");
-const QString Subscribe = QStringLiteral("Subscribe");
-const QString GetAll = QStringLiteral("GetAll");
+const QString Object = "MemoryPressure1";
+const QString Interface = CORVANE_SERVICE_ROOT ".MemoryPressure1";
+const QString Properties = "org.freedesktop.DBus.Properties";
+const QString PropertiesChanged = "PropertiesChanged";
+const QString Subscribe = "Subscribe";
+const QString GetAll = "GetAll";
 
 QStringList bothCalls()
 {
-    return {QStringLiteral("Subscribe () ()"), QStringLiteral("GetAll (s) ('%1',)").arg(Interface)};
+    return {"Subscribe () ()", QString("GetAll (s) ('%1',)").arg(Interface)};
 }
 
 } // namespace
@@ -68,10 +68,7 @@ private Q_SLOTS:
 
 private:
     void tell(const QString &body) { peer.emitSignal(Object, Properties, PropertiesChanged, body); }
-    void tellLevel(const char *value)
-    {
-        tell(QStringLiteral("('%1', {'Level': <%2>}, @as [])").arg(Interface, QLatin1String(value)));
-    }
+    void tellLevel(const char *value) { tell(QString("('%1', {'Level': <%2>}, @as [])").arg(Interface, value)); }
     QVector<int> takeLevels()
     {
         QVector<int> taken;
@@ -88,7 +85,7 @@ private:
 void TestMemoryPressure::initTestCase()
 {
     // A level that is known before the service has told it.
-    peer.answer(QStringLiteral("({'Level': <200>},)"), GetAll);
+    peer.answer("({'Level': <200>},)", GetAll);
     MemoryPressure *memoryPressure = MemoryPressure::instance();
     QCOMPARE(memoryPressure->level(), MemoryPressure::NormalLevel);
     connect(memoryPressure, &MemoryPressure::levelChanged, this,
@@ -101,7 +98,7 @@ void TestMemoryPressure::init()
 {
     log.emplace();
     peer.answer({}, Subscribe);
-    peer.answer(QStringLiteral("({'Level': <0>},)"), GetAll);
+    peer.answer("({'Level': <0>},)", GetAll);
     tellLevel("0");
     levels.clear();
     peer.takeCalls();
@@ -141,7 +138,7 @@ void TestMemoryPressure::changesArePassedOn_data()
     QTest::addColumn<QVector<int>>("expected");
 
     const auto row = [](const char *name, const char *body, const QVector<int> &expected) {
-        QTest::newRow(name) << QString::fromLatin1(body).replace(QLatin1String("OURS"), Interface) << expected;
+        QTest::newRow(name) << QString::fromLatin1(body).replace("OURS", Interface) << expected;
     };
     row("low", "('OURS', {'Level': <100>}, @as [])", {100});
     row("critical", "('OURS', {'Level': <200>}, @as [])", {200});
@@ -183,9 +180,9 @@ void TestMemoryPressure::changesArePassedOn()
 void TestMemoryPressure::everyEntryIsApplied()
 {
     MemoryPressurePrivate direct(MemoryPressure::instance());
-    QMultiMap<QString, QVariant> twice{{QStringLiteral("A"), 1}};
-    twice.insert(QStringLiteral("Level"), 200);
-    twice.insert(QStringLiteral("Level"), 100); // iterators return the last inserted value first
+    QMultiMap<QString, QVariant> twice{{"A", 1}};
+    twice.insert("Level", 200);
+    twice.insert("Level", 100); // iterators return the last inserted value first
     direct.onPropertiesChanged({}, QVariantMap(twice), {});
     QCOMPARE(takeLevels(), QVector<int>({100, 200}));
     QCOMPARE(direct.level, 200);
@@ -198,8 +195,8 @@ void TestMemoryPressure::mayBeDeletedBetweenTwoEntries()
     QObject context;
     connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &context, [direct] { delete direct; });
     QMultiMap<QString, QVariant> twice;
-    twice.insert(QStringLiteral("Level"), 200);
-    twice.insert(QStringLiteral("Level"), 100);
+    twice.insert("Level", 200);
+    twice.insert("Level", 100);
     direct->onPropertiesChanged({}, QVariantMap(twice), {});
     QCOMPARE(takeLevels(), QVector<int>{100});
     QVERIFY(peer.roundTrip());
@@ -255,7 +252,7 @@ void TestMemoryPressure::otherSignalsAreIgnored()
     QFETCH(QString, interface);
     QFETCH(QString, member);
 
-    peer.emitSignal(object, interface, member, QStringLiteral("('%1', {'Level': <100>}, @as [])").arg(Interface));
+    peer.emitSignal(object, interface, member, QString("('%1', {'Level': <100>}, @as [])").arg(Interface));
     QCOMPARE(takeLevels(), QVector<int>());
 }
 
@@ -271,12 +268,12 @@ void TestMemoryPressure::strangersAreNotHeard()
 {
     QFETCH(bool, unicast);
 
-    QJsonObject more{{QStringLiteral("stranger"), true}};
+    QJsonObject more{{"stranger", true}};
     if (unicast)
-        more.insert(QStringLiteral("destination"), QDBusConnection::sessionBus().baseService());
+        more.insert("destination", QDBusConnection::sessionBus().baseService());
     const auto forge = [this, &more] {
         peer.emitSignal(Object, Properties, PropertiesChanged,
-                        QStringLiteral("('%1', {'Level': <100>}, @as [])").arg(Interface), more);
+                        QString("('%1', {'Level': <100>}, @as [])").arg(Interface), more);
     };
     forge();
     QCOMPARE(takeLevels(), QVector<int>());
@@ -289,7 +286,7 @@ void TestMemoryPressure::strangersAreNotHeard()
     forge();
     QCOMPARE(takeLevels(), QVector<int>());
 
-    more.remove(QStringLiteral("stranger"));
+    more.remove("stranger");
     forge(); // the service may do the same
     QCOMPARE(takeLevels(), QVector<int>{100});
 }
@@ -334,13 +331,13 @@ void TestMemoryPressure::firstLevelIsRead()
 
 void TestMemoryPressure::failedSubscriptionIsLogged()
 {
-    peer.answerError(QStringLiteral("com.example.Error.Broken"), QStringLiteral("('the reason',)"), Subscribe);
-    peer.answer(QStringLiteral("({'Level': <100>},)"), GetAll);
+    peer.answerError("com.example.Error.Broken", "('the reason',)", Subscribe);
+    peer.answer("({'Level': <100>},)", GetAll);
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QVERIFY(peer.roundTrip());
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("MemoryPressure subscription failed: "
-                                        "QDBusError(\"com.example.Error.Broken\", \"the reason\")")));
+    QCOMPARE(
+        log->takeWarnings(),
+        QStringList("MemoryPressure subscription failed: QDBusError(\"com.example.Error.Broken\", \"the reason\")"));
     QCOMPARE(another.level, 100); // it is read all the same
     tellLevel("200");
     QCOMPARE(another.level, 200);
@@ -348,12 +345,11 @@ void TestMemoryPressure::failedSubscriptionIsLogged()
 
 void TestMemoryPressure::failedReadingIsLogged()
 {
-    peer.answerError(QStringLiteral("com.example.Error.Broken"), QStringLiteral("('the reason',)"), GetAll);
+    peer.answerError("com.example.Error.Broken", "('the reason',)", GetAll);
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QVERIFY(peer.roundTrip());
     QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to get memory level: "
-                                        "QDBusError(\"com.example.Error.Broken\", \"the reason\")")));
+             QStringList("Failed to get memory level: QDBusError(\"com.example.Error.Broken\", \"the reason\")"));
     QCOMPARE(another.level, 0);
     tellLevel("200");
     QCOMPARE(another.level, 200);
@@ -383,11 +379,11 @@ void TestMemoryPressure::replyOfAnotherShapeIsLogged()
     peer.answer(answer, GetAll);
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QVERIFY(peer.roundTrip());
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Failed to get memory level: "
-                                        "QDBusError(\"org.freedesktop.DBus.Error.InvalidSignature\", \"Unexpected "
-                                        "reply signature: got \\\"%1\\\", expected \\\"a{sv}\\\"\")")
-                             .arg(signature)));
+    QCOMPARE(
+        log->takeWarnings(),
+        QStringList(QString("Failed to get memory level: QDBusError(\"org.freedesktop.DBus.Error.InvalidSignature\", "
+                            "\"Unexpected reply signature: got \\\"%1\\\", expected \\\"a{sv}\\\"\")")
+                        .arg(signature)));
     QCOMPARE(another.level, 0);
 }
 
@@ -396,12 +392,10 @@ void TestMemoryPressure::absentServiceIsLogged()
     peer.ownServiceName(false);
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QVERIFY(peer.busRoundTrip());
-    const QString error =
-        QStringLiteral("QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The name " CORVANE_SERVICE_ROOT
-                       " was not provided by any .service files\")");
+    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The name " CORVANE_SERVICE_ROOT
+                          " was not provided by any .service files\")";
     QCOMPARE(log->takeWarnings(),
-             QStringList({QStringLiteral("MemoryPressure subscription failed: ") + error,
-                          QStringLiteral("Failed to get memory level: ") + error}));
+             QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
     peer.ownServiceName(true);
     tellLevel("100"); // the service that comes later is heard
     QCOMPARE(another.level, 100);
@@ -413,14 +407,13 @@ void TestMemoryPressure::serviceThatVanishesIsLogged()
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QTRY_COMPARE(peer.calls().size(), 2);
     peer.kill();
-    const QString error = QStringLiteral("QDBusError(\"org.freedesktop.DBus.Error.NoReply\", \"Message recipient "
-                                         "disconnected from message bus without replying\")");
+    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.NoReply\", \"Message recipient disconnected from "
+                          "message bus without replying\")";
     QStringList warnings;
     QTRY_COMPARE((warnings += log->takeWarnings(), warnings.size()), 2);
     warnings.sort(); // the bus tells them in any order
     QCOMPARE(warnings,
-             QStringList({QStringLiteral("Failed to get memory level: ") + error,
-                          QStringLiteral("MemoryPressure subscription failed: ") + error}));
+             QStringList({"Failed to get memory level: " + error, "MemoryPressure subscription failed: " + error}));
     peer.start();
     tellLevel("100");
     QCOMPARE(another.level, 100);
@@ -442,8 +435,8 @@ void TestMemoryPressure::repliesAreDroppedAfterDeletion()
         const MemoryPressurePrivate another(MemoryPressure::instance());
         QTRY_COMPARE(peer.calls().size(), 2);
     }
-    peer.releaseError(0, QStringLiteral("com.example.Error.Broken"));
-    peer.release(1, QStringLiteral("({'Level': <100>},)"));
+    peer.releaseError(0, "com.example.Error.Broken");
+    peer.release(1, "({'Level': <100>},)");
     QVERIFY(peer.roundTrip());
     QCOMPARE(takeLevels(), QVector<int>());
     peer.kill(); // and holds nothing any more

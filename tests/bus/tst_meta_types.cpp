@@ -32,7 +32,7 @@ private:
 void TestMetaTypes::initTestCase()
 {
     Corvane::registerMetaTypes();
-    peer.answer(QStringLiteral("(@a{sv} {},)"), QStringLiteral("GetAll"));
+    peer.answer("(@a{sv} {},)", "GetAll");
 }
 
 /// The replies to what the singletons have asked arrive before the process ends.
@@ -131,11 +131,11 @@ void TestMetaTypes::spiesKeepTheArguments()
     senders.emitAll();
 
     QCOMPARE(replies.size(), 1);
-    QCOMPARE(replies[0][0].toJsonObject(), QJsonObject({{QStringLiteral("a"), 1}}));
+    QCOMPARE(replies[0][0].toJsonObject(), QJsonObject({{"a", 1}}));
     QCOMPARE(replies[0][1].value<Corvane::Error>().code(), Corvane::Error::Failed);
-    QCOMPARE(replies[0][1].value<Corvane::Error>().message(), QStringLiteral("text"));
+    QCOMPARE(replies[0][1].value<Corvane::Error>().message(), QString("text"));
     QCOMPARE(applicationStates.size(), 1);
-    QCOMPARE(applicationStates[0][0].toString(), QStringLiteral("demo.instance1"));
+    QCOMPARE(applicationStates[0][0].toString(), QString("demo.instance1"));
     QCOMPARE(applicationStates[0][1].userType(), QMetaType::type("ApplicationState"));
     QCOMPARE(applicationStates[0][1].toUInt(), 4294967295);
     QCOMPARE(levels.size(), 1);
@@ -147,7 +147,7 @@ void TestMetaTypes::spiesKeepTheArguments()
     QCOMPARE(channelStates[0][0].userType(), QMetaType::type("State"));
     QCOMPARE(channelStates[0][0].toInt(), int(Corvane::TaskMessaging::Closing));
     QCOMPARE(messages.size(), 1);
-    QCOMPARE(messages[0][0].toJsonObject(), QJsonObject({{QStringLiteral("a"), 1}}));
+    QCOMPARE(messages[0][0].toJsonObject(), QJsonObject({{"a", 1}}));
 }
 
 QTEST_GUILESS_MAIN(TestMetaTypes)

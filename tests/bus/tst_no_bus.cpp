@@ -33,12 +33,11 @@ void TestNoBus::invokeFailsOnceFromTheEventLoop()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
-    invoker.invoke(QStringLiteral("X"), {}, {});
+    invoker.invoke("X", {}, {});
     invoker.invoke(QString(QChar(0)), {}, {});
     QCOMPARE(replies.all, QStringList());
     QTRY_COMPARE(replies.all,
-                 QStringList({QStringLiteral("{} 1 Not connected to D-Bus server"),
-                              QStringLiteral("{} 1 A message cannot hold a text with U+0000")}));
+                 QStringList({"{} 1 Not connected to D-Bus server", "{} 1 A message cannot hold a text with U+0000"}));
     QCoreApplication::processEvents();
     QCOMPARE(replies.all.size(), 2);
 }
@@ -51,8 +50,8 @@ void TestNoBus::invokerMayBeDeletedInItsSlot()
         ++deliveries;
         delete invoker;
     });
-    invoker->invoke(QStringLiteral("X"), {}, {});
-    invoker->invoke(QStringLiteral("X"), {}, {});
+    invoker->invoke("X", {}, {});
+    invoker->invoke("X", {}, {});
     QTRY_COMPARE(deliveries, 1);
     QCoreApplication::processEvents();
     QCOMPARE(deliveries, 1);
@@ -64,11 +63,11 @@ void TestNoBus::deletedInvokerDeliversNothing()
     {
         IntentsInvoker invoker;
         connect(&invoker, &IntentsInvoker::replyReceived, this, [&received] { ++received; });
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
     }
     IntentsInvoker other;
     Replies replies(other);
-    other.invoke(QStringLiteral("X"), {}, {});
+    other.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), 1);
     QCOMPARE(received, 0);
 }
@@ -78,7 +77,7 @@ void TestNoBus::servicesCannotStart()
     auto *dispatcher = RuntimeDispatcher::instance();
     const Error error = dispatcher->startService();
     QCOMPARE(error.code(), Error::Failed);
-    QCOMPARE(error.message(), QStringLiteral("Registration failed"));
+    QCOMPARE(error.message(), QString("Registration failed"));
     delete dispatcher;
     QCOMPARE(Lifecycle::instance()->startService().code(), Error::Failed);
     QCOMPARE(Lifecycle::instance()->stopService().code(), Error::Failed);
@@ -87,35 +86,32 @@ void TestNoBus::servicesCannotStart()
 void TestNoBus::taskFailsOnceFromTheEventLoop()
 {
     MessageLog log;
-    Task task(QStringLiteral("sync"));
+    Task task("sync");
     QStringList outcomes;
     const auto note = [&outcomes](const Error &error) {
-        outcomes << QStringLiteral("%1 %2").arg(int(error.code())).arg(error.message());
+        outcomes << QString("%1 %2").arg(int(error.code())).arg(error.message());
     };
     task.start(note);
     task.stop(Task::Force, note);
     QCOMPARE(outcomes, QStringList());
-    const QString error = QStringLiteral("1 Not connected to D-Bus server");
+    const QString error = "1 Not connected to D-Bus server";
     QTRY_COMPARE(outcomes, QStringList({error, error}));
     QCoreApplication::processEvents();
     QCOMPARE(outcomes.size(), 2);
     QCOMPARE(task.state(), Task::Unknown);
     QCOMPARE(log.takeWarnings(),
-             QStringList(QStringLiteral("Failed to get the Tasks interface properties "
-                                        "QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to "
-                                        "D-Bus server\")")));
+             QStringList("Failed to get the Tasks interface properties "
+                         "QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to D-Bus server\")"));
 }
 
 void TestNoBus::nothingIsHeard()
 {
     MessageLog log;
     QCOMPARE(MemoryPressure::instance()->level(), MemoryPressure::NormalLevel);
-    const QString error = QStringLiteral("QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to "
-                                         "D-Bus server\")");
+    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to D-Bus server\")";
     QStringList warnings;
     QTRY_COMPARE((warnings += log.takeWarnings(), warnings),
-                 QStringList({QStringLiteral("MemoryPressure subscription failed: ") + error,
-                              QStringLiteral("Failed to get memory level: ") + error}));
+                 QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
 }
 
 QTEST_GUILESS_MAIN(TestNoBus)

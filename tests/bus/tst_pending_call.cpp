@@ -15,10 +15,9 @@ namespace {
 
 QDBusMessage roundTrip()
 {
-    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Test");
-    return QDBusMessage::createMethodCall(QStringLiteral(CORVANE_SERVICE_ROOT),
-                                          path.replace(QLatin1Char('.'), QLatin1Char('/')),
-                                          QStringLiteral(CORVANE_SERVICE_ROOT ".Test"), QStringLiteral("RoundTrip"));
+    QString path = "/" CORVANE_SERVICE_ROOT "/Test";
+    return QDBusMessage::createMethodCall(CORVANE_SERVICE_ROOT, path.replace('.', '/'), CORVANE_SERVICE_ROOT ".Test",
+                                          "RoundTrip");
 }
 
 } // namespace
@@ -50,7 +49,7 @@ void TestPendingCall::init()
 
 void TestPendingCall::watch(const char *name, const QDBusPendingCall &call)
 {
-    onFinished(call, &owner, [this, name](const QDBusPendingCall &) { finished << QLatin1String(name); });
+    onFinished(call, &owner, [this, name](const QDBusPendingCall &) { finished << name; });
 }
 
 /// The replies to all calls have arrived on return, and nobody has been called.
@@ -63,22 +62,20 @@ void TestPendingCall::replyArrives()
 
 void TestPendingCall::finishesLater()
 {
-    watch("null", QDBusConnection(QStringLiteral("none")).asyncCall(roundTrip()));
-    watch("refused", refusedCall(QStringLiteral("the reason")));
+    watch("null", QDBusConnection("none").asyncCall(roundTrip()));
+    watch("refused", refusedCall("the reason"));
     const QDBusPendingCall replied = QDBusConnection::sessionBus().asyncCall(roundTrip());
     replyArrives();
     QVERIFY(replied.isFinished());
     watch("replied", replied);
     watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
     QCOMPARE(finished, QStringList());
-    QTRY_COMPARE(finished,
-                 QStringList({QStringLiteral("null"), QStringLiteral("refused"), QStringLiteral("replied"),
-                              QStringLiteral("in flight")}));
+    QTRY_COMPARE(finished, QStringList({"null", "refused", "replied", "in flight"}));
 }
 
 void TestPendingCall::isCalledOnce()
 {
-    watch("refused", refusedCall(QStringLiteral("the reason")));
+    watch("refused", refusedCall("the reason"));
     watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
     QTRY_COMPARE(finished.size(), 2);
     QVERIFY(peer.roundTrip());
@@ -104,8 +101,8 @@ void TestPendingCall::keepsTheOrder()
         const QString name = QString::number(expected.size()) + kind;
         expected << name;
         const auto note = [this, name](const QDBusPendingCall &) { finished << name; };
-        if (kind == QLatin1Char('r')) {
-            onFinished(refusedCall(QStringLiteral("the reason")), &owner, note);
+        if (kind == 'r') {
+            onFinished(refusedCall("the reason"), &owner, note);
         } else {
             onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), &owner, note);
             replyArrives();
@@ -120,11 +117,11 @@ void TestPendingCall::deletedOwnerIsNotCalled()
     auto *gone = new QObject;
     int calls = 0;
     const auto count = [&calls](const QDBusPendingCall &) { ++calls; };
-    onFinished(refusedCall(QStringLiteral("the reason")), gone, count);
+    onFinished(refusedCall("the reason"), gone, count);
     onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), gone, count);
     replyArrives();
     delete gone;
-    watch("last", refusedCall(QStringLiteral("the reason")));
+    watch("last", refusedCall("the reason"));
     QTRY_COMPARE(finished.size(), 1);
     QCOMPARE(calls, 0);
 }

@@ -36,7 +36,7 @@ private:
     }
 
     ServicePeer peer;
-    const QVariantMap properties{{QStringLiteral("p"), 7}};
+    const QVariantMap properties{{"p", 7}};
 };
 
 void TestRecordsOnBus::initTestCase()
@@ -48,10 +48,9 @@ void TestRecordsOnBus::initTestCase()
 template<typename T>
 QDBusArgument TestRecordsOnBus::argument(const T &value, const char *signature)
 {
-    const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        root, QLatin1Char('/') + QString(root).replace(QLatin1Char('.'), QLatin1Char('/')) + QStringLiteral("/Test"),
-        root + QStringLiteral(".Test"), QStringLiteral("Echo"));
+    const QString root = CORVANE_SERVICE_ROOT;
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(root, '/' + QString(root).replace('.', '/') + "/Test", root + ".Test", "Echo");
     call << QVariant::fromValue(QDBusVariant(QVariant::fromValue(value)));
     QDBusPendingReply<QDBusVariant> reply = QDBusConnection::sessionBus().asyncCall(call);
     if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }, Patience) || reply.isError()) {
@@ -59,50 +58,50 @@ QDBusArgument TestRecordsOnBus::argument(const T &value, const char *signature)
         return {};
     }
     const auto result = reply.value().variant().template value<QDBusArgument>();
-    if (result.currentSignature() != QLatin1String(signature))
+    if (result.currentSignature() != signature)
         QTest::qFail(qUtf8Printable(result.currentSignature()), __FILE__, __LINE__);
     return result;
 }
 
 void TestRecordsOnBus::taskState()
 {
-    const QVector<TaskState> echo = echoed(
-        QVector<TaskState>{{QStringLiteral("a"), 2, {}}, {QStringLiteral("b"), 4294967295U, properties}}, "a(sua{sv})");
+    const QVector<TaskState> echo =
+        echoed(QVector<TaskState>{{"a", 2, {}}, {"b", 4294967295U, properties}}, "a(sua{sv})");
     QCOMPARE(echo.size(), 2);
-    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].taskId, QString("a"));
     QCOMPARE(echo[0].state, 2U);
     QCOMPARE(echo[0].properties, QVariantMap());
-    QCOMPARE(echo[1].taskId, QStringLiteral("b"));
+    QCOMPARE(echo[1].taskId, QString("b"));
     QCOMPARE(echo[1].state, 4294967295U);
     QCOMPARE(echo[1].properties, properties);
 
-    QCOMPARE(echoed(TaskState{QStringLiteral("a"), 2, {}}, "(sua{sv})").taskId, QStringLiteral("a"));
+    QCOMPARE(echoed(TaskState{"a", 2, {}}, "(sua{sv})").taskId, QString("a"));
 }
 
 void TestRecordsOnBus::availableTask()
 {
-    const auto echo = echoed(QVector<AvailableTask>{{QStringLiteral("a"), properties}}, "a(sa{sv})");
+    const auto echo = echoed(QVector<AvailableTask>{{"a", properties}}, "a(sa{sv})");
     QCOMPARE(echo.size(), 1);
-    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].taskId, QString("a"));
     QCOMPARE(echo[0].properties, properties);
 }
 
 void TestRecordsOnBus::activeTask()
 {
-    const auto echo = echoed(QVector<ActiveTask>{{QStringLiteral("a"), -5, properties}}, "a(sia{sv})");
+    const auto echo = echoed(QVector<ActiveTask>{{"a", -5, properties}}, "a(sia{sv})");
     QCOMPARE(echo.size(), 1);
-    QCOMPARE(echo[0].taskId, QStringLiteral("a"));
+    QCOMPARE(echo[0].taskId, QString("a"));
     QCOMPARE(echo[0].processId, -5);
     QCOMPARE(echo[0].properties, properties);
 }
 
 void TestRecordsOnBus::runningApplication()
 {
-    const auto echo = echoed(QVector<RunningApplication>{{QStringLiteral("a"), -5, ApplicationState(4294967295U),
-                                                          ApplicationState(3), properties}},
-                             "a(siuua{sv})");
+    const auto echo =
+        echoed(QVector<RunningApplication>{{"a", -5, ApplicationState(4294967295U), ApplicationState(3), properties}},
+               "a(siuua{sv})");
     QCOMPARE(echo.size(), 1);
-    QCOMPARE(echo[0].instanceId, QStringLiteral("a"));
+    QCOMPARE(echo[0].instanceId, QString("a"));
     QCOMPARE(echo[0].processId, -5);
     QCOMPARE(quint32(echo[0].state), 4294967295U);
     QCOMPARE(quint32(echo[0].previousState), 3U);
@@ -111,12 +110,11 @@ void TestRecordsOnBus::runningApplication()
 
 void TestRecordsOnBus::runningService()
 {
-    const auto echo = echoed(
-        QVector<RunningService>{{QStringLiteral("a"), QStringLiteral("b"), -5, ApplicationState(300), properties}},
-        "a(ssiua{sv})");
+    const auto echo =
+        echoed(QVector<RunningService>{{"a", "b", -5, ApplicationState(300), properties}}, "a(ssiua{sv})");
     QCOMPARE(echo.size(), 1);
-    QCOMPARE(echo[0].serviceId, QStringLiteral("a"));
-    QCOMPARE(echo[0].instanceId, QStringLiteral("b"));
+    QCOMPARE(echo[0].serviceId, QString("a"));
+    QCOMPARE(echo[0].instanceId, QString("b"));
     QCOMPARE(echo[0].processId, -5);
     QCOMPARE(quint32(echo[0].state), 300U);
     QCOMPARE(echo[0].properties, properties);
@@ -129,26 +127,26 @@ void TestRecordsOnBus::emptyVector()
 
 void TestRecordsOnBus::vectorIsClearedFirst()
 {
-    const QVector<TaskState> sent{{QStringLiteral("new"), 1, {}}};
-    QVector<TaskState> read{{QStringLiteral("old"), 2, properties}, {QStringLiteral("older"), 3, {}}};
+    const QVector<TaskState> sent{{"new", 1, {}}};
+    QVector<TaskState> read{{"old", 2, properties}, {"older", 3, {}}};
     const QDBusArgument source = argument(sent, "a(sua{sv})");
     QCOMPARE(&(source >> read), &source);
     QCOMPARE(read.size(), 1);
-    QCOMPARE(read[0].taskId, QStringLiteral("new"));
+    QCOMPARE(read[0].taskId, QString("new"));
 
-    TaskState state{QStringLiteral("old"), 2, properties};
+    TaskState state{"old", 2, properties};
     const QDBusArgument single = argument(sent[0], "(sua{sv})");
     QCOMPARE(&(single >> state), &single);
-    QCOMPARE(state.taskId, QStringLiteral("new"));
+    QCOMPARE(state.taskId, QString("new"));
     QCOMPARE(state.state, 1U);
     QCOMPARE(state.properties, QVariantMap());
 }
 
 void TestRecordsOnBus::nestedValuesStayArguments()
 {
-    const QVariantMap nested{{QStringLiteral("inner"), properties}};
-    const TaskState echo = echoed(TaskState{QStringLiteral("a"), 0, nested}, "(sua{sv})");
-    const QVariant inner = echo.properties.value(QStringLiteral("inner"));
+    const QVariantMap nested{{"inner", properties}};
+    const TaskState echo = echoed(TaskState{"a", 0, nested}, "(sua{sv})");
+    const QVariant inner = echo.properties.value("inner");
     QCOMPARE(inner.userType(), qMetaTypeId<QDBusArgument>());
     QCOMPARE(qdbus_cast<QVariantMap>(inner), properties);
 }

@@ -26,7 +26,7 @@ void make(const QByteArray &className)
     else if (className == "MemoryPressure")
         delete MemoryPressure::instance();
     else if (className == "Task")
-        const Task task(QStringLiteral("sync"));
+        const Task task("sync");
     else if (className == "Lifecycle")
         delete Lifecycle::instance();
 }
@@ -58,8 +58,7 @@ void TestRegistration::constructorsRegisterTheTypes()
     QFETCH(bool, registers);
 
     QProcess process;
-    process.start(QCoreApplication::applicationFilePath(),
-                  {QStringLiteral("--make"), QString::fromLatin1(QTest::currentDataTag())});
+    process.start(QCoreApplication::applicationFilePath(), {"--make", QString::fromLatin1(QTest::currentDataTag())});
     QVERIFY(process.waitForFinished(60000));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), registers ? 1 : 0);

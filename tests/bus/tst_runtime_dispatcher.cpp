@@ -17,7 +17,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString InstanceId = QStringLiteral("demo.instance1");
+const QString InstanceId = "demo.instance1";
 
 } // namespace
 
@@ -78,7 +78,7 @@ void TestRuntimeDispatcher::cleanup()
 
 void TestRuntimeDispatcher::knowsWhoItIs()
 {
-    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QStringLiteral("demo"));
+    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QString("demo"));
     QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), InstanceId);
     QCOMPARE(RuntimeDispatcher::instance()->taskId(), QString());
 }
@@ -89,7 +89,7 @@ void TestRuntimeDispatcher::identityIsReadOnce()
     qputenv("HALVIR_APP_ID", "other");
     qputenv("HALVIR_APP_INSTANCE_ID", "other.instance1");
     qputenv("HALVIR_TASK_ID", "other");
-    QCOMPARE(dispatcher->applicationId(), QStringLiteral("demo"));
+    QCOMPARE(dispatcher->applicationId(), QString("demo"));
     QCOMPARE(dispatcher->applicationInstanceId(), InstanceId);
     QCOMPARE(dispatcher->taskId(), QString());
 }
@@ -110,7 +110,7 @@ void TestRuntimeDispatcher::instanceIsMadeOnceAndAgainAfterDeletion()
     QCOMPARE(RuntimeDispatcher::instance(), first);
     delete first;
     qputenv("HALVIR_APP_ID", "again");
-    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QStringLiteral("again"));
+    QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QString("again"));
 }
 
 void TestRuntimeDispatcher::aNewDispatcherReplacesTheInstance()
@@ -140,7 +140,7 @@ void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance()
     qputenv("HALVIR_APP_ID", "fresh");
     auto *fresh = RuntimeDispatcher::instance();
     QVERIFY(fresh != (deletesOlder ? newer : older).get());
-    QCOMPARE(fresh->applicationId(), QStringLiteral("fresh"));
+    QCOMPARE(fresh->applicationId(), QString("fresh"));
     QCOMPARE(RuntimeDispatcher::instance(), fresh);
     delete fresh;
 }
@@ -183,9 +183,8 @@ void TestRuntimeDispatcher::callbacksRunByKindOfProcess()
     if (!taskId.isEmpty())
         qputenv("HALVIR_TASK_ID", taskId);
     QString actual;
-    RuntimeDispatcher::instance()->onApplicationStarted([&actual] { actual += QStringLiteral("application"); });
-    RuntimeDispatcher::instance()->onTaskStarted(
-        taskName, [&actual](const QString &id) { actual += QStringLiteral("task ") + id; });
+    RuntimeDispatcher::instance()->onApplicationStarted([&actual] { actual += "application"; });
+    RuntimeDispatcher::instance()->onTaskStarted(taskName, [&actual](const QString &id) { actual += "task " + id; });
     QCOMPARE(actual, called);
 }
 
@@ -220,11 +219,11 @@ void TestRuntimeDispatcher::callbacksMayDeleteTheDispatcher()
     if (alive) {
         dispatcher->onTaskStarted({}, [dispatcher, &received](const QString &id) {
             delete dispatcher;
-            received = id + QLatin1Char('!'); // reads the characters
+            received = id + '!'; // reads the characters
         });
     }
     QVERIFY(!alive);
-    QCOMPARE(received, taskId.isEmpty() ? QString() : QStringLiteral("sync!"));
+    QCOMPARE(received, taskId.isEmpty() ? QString() : "sync!");
 }
 
 void TestRuntimeDispatcher::emptyCallbacksThrow()
@@ -299,10 +298,10 @@ void TestRuntimeDispatcher::stoppingWithoutTheNameIsNoError()
 void TestRuntimeDispatcher::takenNameIsAnError()
 {
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.taken");
-    peer.claimName(QStringLiteral("demo.taken"));
+    peer.claimName("demo.taken");
     const Error error = RuntimeDispatcher::instance()->startService();
     QCOMPARE(error.code(), Error::Failed);
-    QCOMPARE(error.message(), QStringLiteral("The bus name demo.taken is taken"));
+    QCOMPARE(error.message(), QString("The bus name demo.taken is taken"));
 }
 
 void TestRuntimeDispatcher::takenPathIsAnError()
@@ -311,7 +310,7 @@ void TestRuntimeDispatcher::takenPathIsAnError()
     QVERIFY(QDBusConnection::sessionBus().registerObject(Names::IntentHandler.path(), &other));
     const Error error = RuntimeDispatcher::instance()->startService();
     QCOMPARE(error.code(), Error::Failed);
-    QCOMPARE(error.message(), QStringLiteral("Registration failed"));
+    QCOMPARE(error.message(), QString("Registration failed"));
     QVERIFY(!peer.hasOwner(InstanceId));
 
     QDBusConnection::sessionBus().unregisterObject(Names::IntentHandler.path());
@@ -323,16 +322,16 @@ void TestRuntimeDispatcher::secondDispatcherWaitsForThePath()
     auto first = std::make_unique<RuntimeDispatcher>();
     QVERIFY(!first->startService());
     RuntimeDispatcher second;
-    second.registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) { reply({}); });
-    QCOMPARE(second.startService().message(), QStringLiteral("Registration failed"));
+    second.registerIntent("Ask", [](const QJsonObject &, const auto &reply) { reply({}); });
+    QCOMPARE(second.startService().message(), QString("Registration failed"));
     QVERIFY(peer.hasOwner(InstanceId)); // the name is the process's
     QVERIFY(!second.stopService());
     QVERIFY(!peer.hasOwner(InstanceId));
 
     first.reset();
     QVERIFY(!second.startService());
-    const QString answer = peer.call(QStringLiteral("HandleIntent"), QStringLiteral("('Ask', @a{sv} {})")).text;
-    QVERIFY2(answer.startsWith(QStringLiteral("(a{sv}a{sv})")), qUtf8Printable(answer));
+    const QString answer = peer.call("HandleIntent", "('Ask', @a{sv} {})").text;
+    QVERIFY2(answer.startsWith("(a{sv}a{sv})"), qUtf8Printable(answer));
 }
 
 void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
@@ -340,7 +339,7 @@ void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
     qunsetenv("HALVIR_APP_INSTANCE_ID");
     const Error error = RuntimeDispatcher::instance()->startService();
     QCOMPARE(error.code(), Error::InvalidArgs);
-    QCOMPARE(error.message(), QStringLiteral("Requested bus name \"\" is not valid"));
+    QCOMPARE(error.message(), QString("Requested bus name \"\" is not valid"));
     QCOMPARE(RuntimeDispatcher::instance()->stopService().code(), Error::InvalidArgs);
 }
 
@@ -349,7 +348,7 @@ void TestRuntimeDispatcher::objectIsOnTheBusOnlyOnceStarted()
     const auto onTheBus = [] { return QDBusConnection::sessionBus().objectRegisteredAt(Names::IntentHandler.path()); };
     auto *dispatcher = RuntimeDispatcher::instance();
     QVERIFY(!onTheBus());
-    dispatcher->registerIntent(QStringLiteral("Ask"), [](const QJsonObject &, const auto &reply) { reply({}); });
+    dispatcher->registerIntent("Ask", [](const QJsonObject &, const auto &reply) { reply({}); });
     QVERIFY(!onTheBus());
     QVERIFY(!dispatcher->startService().isError());
     QVERIFY(qobject_cast<RuntimeDispatcherPrivate *>(onTheBus()));
@@ -365,7 +364,7 @@ void TestRuntimeDispatcher::canBeStartedByName()
         QCOMPARE(method.name(), QByteArray(name));
         QCOMPARE(QByteArray(method.typeName()), QByteArray("Error"));
 
-        Error error(Error::Failed, QStringLiteral("untouched"));
+        Error error(Error::Failed, "untouched");
         QVERIFY(QMetaObject::invokeMethod(RuntimeDispatcher::instance(), name,
                                           QReturnArgument<Corvane::Error>("Error", error)));
         QCOMPARE(error.code(), Error::NoError);
@@ -377,7 +376,7 @@ void TestRuntimeDispatcher::canBeStartedByIndex()
     const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
     QCOMPARE(type.methodCount() - type.methodOffset(), 2); // and no more
     for (int index = 0; index < 2; ++index) {
-        Error error(Error::Failed, QStringLiteral("untouched"));
+        Error error(Error::Failed, "untouched");
         const QMetaMethod method = type.method(type.methodOffset() + index);
         QCOMPARE(method.parameterCount(), 0);
         QVERIFY(method.invoke(RuntimeDispatcher::instance(), QReturnArgument<Corvane::Error>("Error", error)));

@@ -23,10 +23,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString UnknownType = QStringLiteral("Unknown JSON value type");
-const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
-const QString TooDeep = QStringLiteral("A message cannot nest more than 64 containers");
-const QString ValueWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)");
+const QString UnknownType = "Unknown JSON value type";
+const QString ArrayOfArrays = "JSON array of arrays are not supported";
+const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
 
 } // namespace
 
@@ -73,8 +73,7 @@ private:
 
 void TestScheduleOnBus::initTestCase()
 {
-    QVERIFY(QDBusConnection::sessionBus().registerObject(QStringLiteral("/receiver"), &receiver,
-                                                         QDBusConnection::ExportAllSlots));
+    QVERIFY(QDBusConnection::sessionBus().registerObject("/receiver", &receiver, QDBusConnection::ExportAllSlots));
     qDBusRegisterMetaType<QList<QJsonArray>>();
 }
 
@@ -86,23 +85,23 @@ void TestScheduleOnBus::init()
 /// The connection lives, and the next description arrives.
 void TestScheduleOnBus::cleanup()
 {
-    QCOMPARE(sent({{QStringLiteral("next"), true}}), QStringLiteral("{'next': <true>}"));
+    QCOMPARE(sent({{"next", true}}), QString("{'next': <true>}"));
     log.reset();
 }
 
 /// What arrives of a schedule that is made of the map, or why the task cannot be started.
 QString TestScheduleOnBus::sent(const QVariantMap &schedule)
 {
-    Task task(QStringLiteral("sync"));
+    Task task("sync");
     task.withSchedule(schedule);
     std::optional<Error> outcome;
     task.start([&outcome](const Error &error) { outcome = error; });
     if (!QTest::qWaitFor([&outcome] { return outcome.has_value(); }, 60000) || !peer.roundTrip())
-        return QStringLiteral("no outcome");
-    QString text = peer.takeCalls().filter(QStringLiteral("Start ")).join(QLatin1Char(';'));
+        return "no outcome";
+    QString text = peer.takeCalls().filter("Start ").join(';');
     if (*outcome)
         return outcome->message() + text;
-    text.remove(QStringLiteral("Start (sasa{sv}) ('.task_sync', @as [], {'Schedule': <"));
+    text.remove("Start (sasa{sv}) ('.task_sync', @as [], {'Schedule': <");
     return text.chopped(3);
 }
 
@@ -111,12 +110,12 @@ QVariantMap TestScheduleOnBus::received(const QString &map, int files)
 {
     QJsonArray names;
     while (names.size() < files)
-        names.append(QStringLiteral("/dev/null"));
-    peer.call(QStringLiteral("Take"), QStringLiteral("(%1,)").arg(map),
-              {{QStringLiteral("destination"), QDBusConnection::sessionBus().baseService()},
-               {QStringLiteral("path"), QStringLiteral("/receiver")},
-               {QStringLiteral("interface"), QJsonValue()},
-               {QStringLiteral("files"), names}});
+        names.append("/dev/null");
+    peer.call("Take", QString("(%1,)").arg(map),
+              {{"destination", QDBusConnection::sessionBus().baseService()},
+               {"path", "/receiver"},
+               {"interface", QJsonValue()},
+               {"files", names}});
     return receiver.map;
 }
 
@@ -129,10 +128,10 @@ void TestScheduleOnBus::jsonArrives_data()
     const auto row = [](const char *tag, const auto &value, const char *arrives, const QStringList &warnings = {}) {
         QTest::newRow(tag) << QVariant::fromValue(value) << QString::fromUtf8(arrives) << warnings;
     };
-    const QString k = QStringLiteral("k");
+    const QString k = "k";
     const QJsonArray numbers{1, 2};
-    const QJsonArray texts{QStringLiteral("x")};
-    const QJsonObject object{{k, numbers}, {QStringLiteral("o"), QJsonObject{{k, texts}}}};
+    const QJsonArray texts{"x"};
+    const QJsonObject object{{k, numbers}, {"o", QJsonObject{{k, texts}}}};
     const QJsonValue null;
 
     row("object", object, "{'x': <{'k': <[1.0, 2.0]>, 'o': <{'k': <['x']>}>}>}");
@@ -144,7 +143,7 @@ void TestScheduleOnBus::jsonArrives_data()
     row("mixed array", QJsonArray{1, numbers}, "{'x': <[<1.0>, <[<1.0>, <2.0>]>]>}");
     row("number", QJsonValue(7), "{'x': <7.0>}");
     row("truth", QJsonValue(true), "{'x': <true>}");
-    row("text", QJsonValue(QStringLiteral("x")), "{'x': <'x'>}");
+    row("text", QJsonValue("x"), "{'x': <'x'>}");
     row("array as a value", QJsonValue(numbers), "{'x': <[1.0, 2.0]>}");
     row("object as a value", QJsonValue(object), "{'x': <{'k': <[1.0, 2.0]>, 'o': <{'k': <['x']>}>}>}");
 
@@ -154,10 +153,9 @@ void TestScheduleOnBus::jsonArrives_data()
     row("array of arrays", QJsonArray{numbers}, "@a{sv} {}", {ArrayOfArrays});
     row("object with a null", QJsonObject{{k, null}}, "{'x': <@a{sv} {}>}", {UnknownType});
 
-    row("in a list", QVariantList{numbers, QJsonValue(7), object.value(QStringLiteral("o")), null, 1},
+    row("in a list", QVariantList{numbers, QJsonValue(7), object.value("o"), null, 1},
         "{'x': <[<[1.0, 2.0]>, <7.0>, <{'k': <['x']>}>, <1>]>}", {UnknownType});
-    row("in a map", QVariantMap{{k, numbers}, {QStringLiteral("n"), null}}, "{'x': <{'k': <[1.0, 2.0]>}>}",
-        {UnknownType});
+    row("in a map", QVariantMap{{k, numbers}, {"n", null}}, "{'x': <{'k': <[1.0, 2.0]>}>}", {UnknownType});
     row("in a hash", QVariantHash{{k, QJsonValue(numbers)}}, "{'x': <{'k': <[1.0, 2.0]>}>}");
     row("in a list of maps", QList<QVariantMap>{{{k, numbers}}, {}}, "{'x': <[{'k': <[1.0, 2.0]>}, {}]>}");
     row("in a variant", QDBusVariant(QVariant(numbers)), "{'x': <<[1.0, 2.0]>>}");
@@ -165,11 +163,11 @@ void TestScheduleOnBus::jsonArrives_data()
     row("empty list of arrays, which the application has registered", QList<QJsonArray>(), "{'x': <@aav []>}");
     row("list of arrays, which the application has registered", QList<QJsonArray>{numbers, texts},
         "{'x': <[<[1.0, 2.0]>, <['x']>]>}");
-    row("vector of objects", QVector<QJsonObject>{object.value(QStringLiteral("o")).toObject(), {}},
+    row("vector of objects", QVector<QJsonObject>{object.value("o").toObject(), {}},
         "{'x': <[<{'k': <['x']>}>, <@a{sv} {}>]>}");
     row("hash of values", QHash<QString, QJsonValue>{{k, 7}}, "{'x': <{'k': <7.0>}>}");
-    row("map of arrays", QMap<QString, QJsonArray>{{k, numbers}, {QStringLiteral("n"), {null}}},
-        "{'x': <{'k': <[1.0, 2.0]>}>}", {UnknownType});
+    row("map of arrays", QMap<QString, QJsonArray>{{k, numbers}, {"n", {null}}}, "{'x': <{'k': <[1.0, 2.0]>}>}",
+        {UnknownType});
 }
 
 void TestScheduleOnBus::jsonArrives()
@@ -178,7 +176,7 @@ void TestScheduleOnBus::jsonArrives()
     QFETCH(QString, arrives);
     QFETCH(QStringList, warnings);
 
-    QCOMPARE(sent({{QStringLiteral("x"), value}}), arrives);
+    QCOMPARE(sent({{"x", value}}), arrives);
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
@@ -187,18 +185,18 @@ void TestScheduleOnBus::jsonOverTheLimitsIsRefused_data()
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("problem");
 
-    QJsonValue deep(QStringLiteral("x"));
+    QJsonValue deep("x");
     for (int i = 0; i < 20; ++i)
-        deep = QJsonObject{{QStringLiteral("k"), deep}};
-    const QString tooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
-    const QString hasNul = QStringLiteral("A message cannot hold a text with U+0000");
+        deep = QJsonObject{{"k", deep}};
+    const QString tooLarge = "A message cannot hold an array or object of more than 64 MiB";
+    const QString hasNul = "A message cannot hold a text with U+0000";
     QTest::newRow("nested too deep") << QVariant(deep.toObject()) << TooDeep;
     QTest::newRow("nested too deep, in a list") << QVariant(QVariantList{deep}) << TooDeep;
-    QTest::newRow("nested too deep, null inside") << QVariant(QJsonObject{{QStringLiteral("a"), QJsonValue()}, //
-                                                                          {QStringLiteral("k"), deep}})
+    QTest::newRow("nested too deep, null inside") << QVariant(QJsonObject{{"a", QJsonValue()}, //
+                                                                          {"k", deep}})
                                                   << TooDeep;
     QTest::newRow("U+0000") << QVariant(QJsonArray{QString(QChar(0))}) << hasNul;
-    QTest::newRow("64 MiB of text") << QVariant(QJsonArray{QString(64 << 20, QLatin1Char('x'))}) << tooLarge;
+    QTest::newRow("64 MiB of text") << QVariant(QJsonArray{QString(64 << 20, 'x')}) << tooLarge;
 }
 
 void TestScheduleOnBus::jsonOverTheLimitsIsRefused()
@@ -206,7 +204,7 @@ void TestScheduleOnBus::jsonOverTheLimitsIsRefused()
     QFETCH(QVariant, value);
     QFETCH(QString, problem);
 
-    QCOMPARE(sent({{QStringLiteral("x"), value}}), problem);
+    QCOMPARE(sent({{"x", value}}), problem);
     QVERIFY(log->takeWarnings().size() <= 1); // of the null, if it was left out before
 }
 
@@ -244,14 +242,13 @@ void TestScheduleOnBus::receivedMapArrivesUnchanged()
     const QVariantMap schedule = received(map);
     QCOMPARE(sent(schedule), map);
     QCOMPARE(sent(schedule), map); // measuring and sending leave the map as it is
-    QCOMPARE(sent({{QStringLiteral("l"), QVariant(QVariantList{schedule})}}),
-             QStringLiteral("{'l': <[<%1>]>}").arg(map));
+    QCOMPARE(sent({{"l", QVariant(QVariantList{schedule})}}), QString("{'l': <[<%1>]>}").arg(map));
 }
 
 void TestScheduleOnBus::receivedFilesArrive()
 {
-    const QVariantMap schedule = received(QStringLiteral("{'x': <(handle 0, 'a')>}"), 1);
-    QCOMPARE(sent(schedule), QStringLiteral("{'x': <(handle 0, 'a')>}"));
+    const QVariantMap schedule = received("{'x': <(handle 0, 'a')>}", 1);
+    QCOMPARE(sent(schedule), QString("{'x': <(handle 0, 'a')>}"));
     receiver.map.clear();
 }
 
@@ -262,11 +259,11 @@ void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused_data()
     QTest::addColumn<QString>("problem");
 
     // The task's description and the schedule are five levels of the 64, and the value's variant is the sixth.
-    const QString structures = QString(30, QLatin1Char('(')) + QLatin1Char('1') + QStringLiteral(",)").repeated(30);
+    const QString structures = QString(30, '(') + '1' + QString(",)").repeated(30);
     QTest::newRow("structures") << structures << 28 << QString();
     QTest::newRow("structures, too deep") << structures << 29 << TooDeep;
-    QTest::newRow("variants") << QStringLiteral("(<1>,)") << 56 << QString();
-    QTest::newRow("variants, too deep") << QStringLiteral("(<1>,)") << 57 << TooDeep;
+    QTest::newRow("variants") << "(<1>,)" << 56 << QString();
+    QTest::newRow("variants, too deep") << "(<1>,)" << 57 << TooDeep;
 }
 
 void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused()
@@ -275,21 +272,20 @@ void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused()
     QFETCH(int, levels);
     QFETCH(QString, problem);
 
-    QVariant variant = received(QStringLiteral("{'x': <%1>}").arg(value)).value(QStringLiteral("x"));
+    QVariant variant = received(QString("{'x': <%1>}").arg(value)).value("x");
     for (int i = 0; i < levels; ++i)
         variant = QVariant::fromValue(QDBusVariant(variant));
-    QString arrives = QStringLiteral("{'x': <%1>}")
-                          .arg(QString(levels, QLatin1Char('<')) + value + QString(levels, QLatin1Char('>')));
-    QCOMPARE(sent({{QStringLiteral("x"), variant}}), problem.isEmpty() ? arrives : problem);
+    QString arrives = QString("{'x': <%1>}").arg(QString(levels, '<') + value + QString(levels, '>'));
+    QCOMPARE(sent({{"x", variant}}), problem.isEmpty() ? arrives : problem);
 }
 
 void TestScheduleOnBus::writtenArgumentsArrive()
 {
     QDBusArgument argument;
     argument.beginStructure();
-    argument << 1 << QStringList{QStringLiteral("a")};
+    argument << 1 << QStringList{"a"};
     argument.endStructure();
-    QCOMPARE(sent({{QStringLiteral("x"), QVariant::fromValue(argument)}}), QStringLiteral("{'x': <(1, ['a'])>}"));
+    QCOMPARE(sent({{"x", QVariant::fromValue(argument)}}), QString("{'x': <(1, ['a'])>}"));
 }
 
 void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut_data()
@@ -306,10 +302,10 @@ void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut()
 {
     QFETCH(QVariant, value);
 
-    QCOMPARE(sent({{QStringLiteral("x"), value}, {QStringLiteral("z"), 1}}), QStringLiteral("{'z': <1>}"));
+    QCOMPARE(sent({{"x", value}, {"z", 1}}), QString("{'z': <1>}"));
     const QStringList warnings = log->takeWarnings();
     QCOMPARE(warnings.size(), 1);
-    QVERIFY2(warnings.first().startsWith(QStringLiteral("Value without a form on D-Bus: QVariant(QDBusArgument")),
+    QVERIFY2(warnings.first().startsWith("Value without a form on D-Bus: QVariant(QDBusArgument"),
              qPrintable(warnings.first()));
 }
 

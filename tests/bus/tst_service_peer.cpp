@@ -11,19 +11,19 @@
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString Stop = QStringLiteral("Stop (sb) ('demo.task_sync', true)");
+const QString Root = CORVANE_SERVICE_ROOT;
+const QString Stop = "Stop (sb) ('demo.task_sync', true)";
 
 QString pathOf(const QString &interface)
 {
-    return QLatin1Char('/') + QString(interface).replace(QLatin1Char('.'), QLatin1Char('/'));
+    return '/' + QString(interface).replace('.', '/');
 }
 
 QDBusMessage stopCall()
 {
-    const QString interface = Root + QStringLiteral(".Tasks1");
-    QDBusMessage call = QDBusMessage::createMethodCall(Root, pathOf(interface), interface, QStringLiteral("Stop"));
-    call << QStringLiteral("demo.task_sync") << true;
+    const QString interface = Root + ".Tasks1";
+    QDBusMessage call = QDBusMessage::createMethodCall(Root, pathOf(interface), interface, "Stop");
+    call << "demo.task_sync" << true;
     return call;
 }
 
@@ -54,16 +54,13 @@ void TestServicePeer::repliedCallsAreReported()
         QCOMPARE(peer.takeCalls(), QStringList({Stop, Stop}));
     }
 
-    QFile file(QStringLiteral("/dev/null"));
+    QFile file("/dev/null");
     QVERIFY(file.open(QIODevice::ReadOnly));
-    const QString interface = Root + QStringLiteral(".Intents1");
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(Root, pathOf(interface), interface, QStringLiteral("InvokeIntent"));
-    call << QStringLiteral("X")
-         << QVariantMap{{QStringLiteral("fd"), QVariant::fromValue(QDBusUnixFileDescriptor(file.handle()))}}
-         << QVariantMap();
+    const QString interface = Root + ".Intents1";
+    QDBusMessage call = QDBusMessage::createMethodCall(Root, pathOf(interface), interface, "InvokeIntent");
+    call << "X" << QVariantMap{{"fd", QVariant::fromValue(QDBusUnixFileDescriptor(file.handle()))}} << QVariantMap();
     QCOMPARE(bus.call(call).type(), QDBusMessage::ReplyMessage);
-    QCOMPARE(peer.descriptors(), QStringList(QStringLiteral("read: ")));
+    QCOMPARE(peer.descriptors(), QStringList("read: "));
     peer.takeCalls();
 }
 
@@ -90,11 +87,9 @@ void TestServicePeer::signalsSentBeforeABusRoundTripAreReported()
     QVERIFY(bus.registerService(Root));
     peer.watchSignals();
     for (int i = 0; i < 20; ++i) {
-        bus.send(QDBusMessage::createSignal(QStringLiteral("/"), QStringLiteral("com.example.Some"),
-                                            QStringLiteral("Changed"))
-                 << i);
+        bus.send(QDBusMessage::createSignal("/", "com.example.Some", "Changed") << i);
         QVERIFY(peer.busRoundTrip());
-        QCOMPARE(peer.takeSignals(), QStringList(QStringLiteral("Changed (i) (%1,)").arg(i)));
+        QCOMPARE(peer.takeSignals(), QStringList(QString("Changed (i) (%1,)").arg(i)));
     }
     QVERIFY(bus.unregisterService(Root));
     peer.ownServiceName(true);

@@ -24,7 +24,7 @@ private:
 
 void TestSignals::initTestCase()
 {
-    peer.answer(QStringLiteral("(@a{sv} {},)"), QStringLiteral("GetAll"));
+    peer.answer("(@a{sv} {},)", "GetAll");
 }
 
 /// The replies to what the singletons have asked arrive before the process ends.
@@ -71,9 +71,9 @@ void TestSignals::unregisteredStatesCannotBeQueued()
                          isTask ? SIGNAL(stateChanged(Task::State)) : SIGNAL(stateChanged(State)), &receiver,
                          SLOT(deleteLater()), Qt::QueuedConnection));
         QCOMPARE(senders.log.takeWarnings(),
-                 QStringList(QStringLiteral("QObject::connect: Cannot queue arguments of type '%1'\n"
-                                            "(Make sure '%1' is registered using qRegisterMetaType().)")
-                                 .arg(QLatin1String(name))));
+                 QStringList(QString("QObject::connect: Cannot queue arguments of type '%1'\n"
+                                     "(Make sure '%1' is registered using qRegisterMetaType().)")
+                                 .arg(name)));
     }
 }
 

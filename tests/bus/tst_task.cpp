@@ -28,12 +28,12 @@ Q_DECLARE_METATYPE(Describe)
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString Object = QStringLiteral("Tasks1");
-const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1");
-const QString StateChanged = QStringLiteral("StateChanged");
-const QString GetAll = QStringLiteral("GetAll");
-const QString Sync = QStringLiteral("sync");
+const QString Root = CORVANE_SERVICE_ROOT;
+const QString Object = "Tasks1";
+const QString Interface = CORVANE_SERVICE_ROOT ".Tasks1";
+const QString StateChanged = "StateChanged";
+const QString GetAll = "GetAll";
+const QString Sync = "sync";
 
 /// What the outcomes of calls were, each as its code and message.
 class Outcomes
@@ -41,8 +41,7 @@ class Outcomes
 public:
     auto callback()
     {
-        return
-            [this](const Error &error) { all << QStringLiteral("%1 %2").arg(int(error.code())).arg(error.message()); };
+        return [this](const Error &error) { all << QString("%1 %2").arg(int(error.code())).arg(error.message()); };
     }
 
     QStringList all;
@@ -108,13 +107,10 @@ private Q_SLOTS:
     void failedReadingIsLogged();
 
 private:
-    void announce(const QString &list)
-    {
-        peer.emitSignal(Object, Interface, StateChanged, QStringLiteral("(%1,)").arg(list));
-    }
+    void announce(const QString &list) { peer.emitSignal(Object, Interface, StateChanged, QString("(%1,)").arg(list)); }
     static QString one(const QString &id, quint32 code)
     {
-        return QStringLiteral("[('%1', uint32 %2, @a{sv} {})]").arg(id).arg(code);
+        return QString("[('%1', uint32 %2, @a{sv} {})]").arg(id).arg(code);
     }
     QVector<int> watch(Task &task)
     {
@@ -130,13 +126,13 @@ private:
 void TestTask::initTestCase()
 {
     qputenv("HALVIR_APP_ID", "demo");
-    peer.answer(QStringLiteral("({'Other': <1>, 'State': <[('early', uint32 1, {'x': <1>})]>},)"), GetAll);
-    Task early(QStringLiteral("early"));
+    peer.answer("({'Other': <1>, 'State': <[('early', uint32 1, {'x': <1>})]>},)", GetAll);
+    Task early("early");
     watch(early);
     QCOMPARE(early.state(), Task::Unknown); // nothing is waited for
     QTRY_COMPARE(states, QVector<int>{Task::Running});
     QCOMPARE(early.state(), Task::Running);
-    QCOMPARE(peer.takeCalls(), QStringList(QStringLiteral("GetAll () ()")));
+    QCOMPARE(peer.takeCalls(), QStringList("GetAll () ()"));
 }
 
 void TestTask::init()
@@ -150,8 +146,8 @@ void TestTask::init()
 void TestTask::cleanup()
 {
     log.reset();
-    peer.answer({}, QStringLiteral("Start"));
-    peer.answer({}, QStringLiteral("Stop"));
+    peer.answer({}, "Start");
+    peer.answer({}, "Stop");
 }
 
 void TestTask::freshTaskSaysNothing()
@@ -178,7 +174,7 @@ void TestTask::freshTaskSaysNothing()
 void TestTask::whatIsSetIsRead()
 {
     Task task(Sync);
-    QCOMPARE(&task.withArguments({QStringLiteral("--all"), QString()})
+    QCOMPARE(&task.withArguments({"--all", QString()})
                   .withIpcSocket(true)
                   .withSchedule(Schedule().onHours({8}))
                   .withPriority(-5)
@@ -189,7 +185,7 @@ void TestTask::whatIsSetIsRead()
                   .withStartDelay(9)
                   .withStartTime({}),
              &task);
-    QCOMPARE(task.arguments(), QStringList({QStringLiteral("--all"), QString()}));
+    QCOMPARE(task.arguments(), QStringList({"--all", QString()}));
     QVERIFY(task.hasIpcSocket());
     QCOMPARE(task.schedule().hours(), QList<int>({8}));
     QCOMPARE(task.priority(), -5);
@@ -200,7 +196,7 @@ void TestTask::whatIsSetIsRead()
     QVERIFY(!task.startTime().isValid());
 
     task.withArguments(task.arguments()).withIpcSocket(false).withAutostart(false);
-    QCOMPARE(task.arguments(), QStringList({QStringLiteral("--all"), QString()}));
+    QCOMPARE(task.arguments(), QStringList({"--all", QString()}));
     QVERIFY(!task.hasIpcSocket());
     QVERIFY(!task.autostart());
 }
@@ -280,7 +276,7 @@ void TestTask::startSendsTheDescription_data()
     row(
         "arguments",
         [](Task &task) {
-            task.withArguments({QStringLiteral("--all"), QString()});
+            task.withArguments({"--all", QString()});
         },
         "['--all', ''], @a{sv} {}");
     row(
@@ -323,25 +319,24 @@ void TestTask::startSendsTheDescription_data()
     row(
         "schedule of a map",
         [](Task &task) {
-            task.withSchedule(Schedule({{QStringLiteral("a"), QStringLiteral("text")},
-                                        {QStringLiteral("b"), QVariantList{1, QStringLiteral("x")}},
-                                        {QStringLiteral("c"), QVariantMap{{QStringLiteral("d"), 1.5}}},
-                                        {QStringLiteral("e"), QVariantHash{{QStringLiteral("f"), true}}}}));
+            task.withSchedule(Schedule({{"a", "text"},
+                                        {"b", QVariantList{1, "x"}},
+                                        {"c", QVariantMap{{"d", 1.5}}},
+                                        {"e", QVariantHash{{"f", true}}}}));
         },
         "@as [], {'Schedule': <{'a': <'text'>, 'b': <[<1>, <'x'>]>, 'c': <{'d': <1.5>}>, 'e': <{'f': <true>}>}>}");
     row(
         "schedule of other types",
         [](Task &task) {
-            task.withSchedule(Schedule({{QStringLiteral("a"), qlonglong(-5)},
-                                        {QStringLiteral("b"), QVariant::fromValue(ushort(7))},
-                                        {QStringLiteral("c"), QByteArray("ab")}}));
+            task.withSchedule(
+                Schedule({{"a", qlonglong(-5)}, {"b", QVariant::fromValue(ushort(7))}, {"c", QByteArray("ab")}}));
         },
         "@as [], {'Schedule': <{'a': <int64 -5>, 'b': <uint16 7>, 'c': <[byte 0x61, 0x62]>}>}");
     row(
         "everything",
         [](Task &task) {
             task.withStartDelay(1).withMaximumRunningTime(2).withInterval(3).withAutostart(true).withPriority(4);
-            task.withSchedule({}).withIpcSocket(true).withStartTime({}).withArguments({QStringLiteral("a")});
+            task.withSchedule({}).withIpcSocket(true).withStartTime({}).withArguments({"a"});
         },
         "['a'], {'Autostart': <true>, 'CreateIPCSocket': <true>, 'Interval': <3>, 'Priority': <4>, 'RunningTime': <2>, "
         "'Schedule': <@a{sv} {}>, 'StartDelay': <1>, 'StartTime': <''>}");
@@ -356,8 +351,8 @@ void TestTask::startSendsTheDescription()
     describe(task);
     Outcomes outcomes;
     task.start(outcomes.callback());
-    QTRY_COMPARE(outcomes.all, QStringList(QStringLiteral("0 ")));
-    QCOMPARE(peer.takeCalls(), QStringList(QStringLiteral("Start (sasa{sv}) ('demo.task_sync', %1)").arg(sent)));
+    QTRY_COMPARE(outcomes.all, QStringList("0 "));
+    QCOMPARE(peer.takeCalls(), QStringList(QString("Start (sasa{sv}) ('demo.task_sync', %1)").arg(sent)));
 }
 
 void TestTask::descriptionIsSentAsItIsThen()
@@ -367,9 +362,8 @@ void TestTask::descriptionIsSentAsItIsThen()
     task.withInterval(2).withPriority(3).start();
     QTRY_COMPARE(peer.calls().size(), 2);
     QCOMPARE(peer.takeCalls(),
-             QStringList({QStringLiteral("Start (sasa{sv}) ('demo.task_sync', @as [], {'Interval': <1>})"),
-                          QStringLiteral("Start (sasa{sv}) ('demo.task_sync', @as [], {'Interval': <2>, 'Priority': "
-                                         "<3>})")}));
+             QStringList({"Start (sasa{sv}) ('demo.task_sync', @as [], {'Interval': <1>})",
+                          "Start (sasa{sv}) ('demo.task_sync', @as [], {'Interval': <2>, 'Priority': <3>})"}));
 }
 
 void TestTask::qualifiedNameIsMadeOnce()
@@ -382,8 +376,7 @@ void TestTask::qualifiedNameIsMadeOnce()
     nameless.stop();
     QTRY_COMPARE(peer.calls().size(), 2);
     QCOMPARE(peer.takeCalls(),
-             QStringList({QString::fromUtf8("Stop (sb) ('ž.x.task_ť a', false)"),
-                          QStringLiteral("Stop (sb) ('.task_sync', false)")}));
+             QStringList({QString::fromUtf8("Stop (sb) ('ž.x.task_ť a', false)"), "Stop (sb) ('.task_sync', false)"}));
 }
 
 void TestTask::valuesWithoutAFormAreLeftOut_data()
@@ -392,21 +385,20 @@ void TestTask::valuesWithoutAFormAreLeftOut_data()
     QTest::addColumn<QString>("sent"); // of {"x": value}
     QTest::addColumn<QStringList>("parts");
 
-    const QString nothing = QStringLiteral("@a{sv} {}");
-    QTest::newRow("invalid") << QVariant() << nothing << QStringList(QStringLiteral("QVariant(Invalid)"));
+    const QString nothing = "@a{sv} {}";
+    QTest::newRow("invalid") << QVariant() << nothing << QStringList("QVariant(Invalid)");
     QTest::newRow("null") << QVariant::fromValue(nullptr) << nothing
-                          << QStringList(QStringLiteral("QVariant(std::nullptr_t, (nullptr))"));
+                          << QStringList("QVariant(std::nullptr_t, (nullptr))");
     QTest::newRow("unknown type") << QVariant::fromValue(Unregistered()) << nothing
-                                  << QStringList(QStringLiteral("QVariant(Unregistered, )"));
+                                  << QStringList("QVariant(Unregistered, )");
     QTest::newRow("in a list") << QVariant(QVariantList{1, QVariant(), 2}) << "{'x': <[<1>, <2>]>}"
-                               << QStringList(QStringLiteral("QVariant(Invalid)"));
-    QTest::newRow("in a map") << QVariant(QVariantMap{{QStringLiteral("a"), QVariant()}, {QStringLiteral("b"), 2}})
-                              << "{'x': <{'b': <2>}>}" << QStringList(QStringLiteral("QVariant(Invalid)"));
+                               << QStringList("QVariant(Invalid)");
+    QTest::newRow("in a map") << QVariant(QVariantMap{{"a", QVariant()}, {"b", 2}}) << "{'x': <{'b': <2>}>}"
+                              << QStringList("QVariant(Invalid)");
     QTest::newRow("all of a list") << QVariant(QVariantList{QVariant(), QVariant()}) << "{'x': <@av []>}"
-                                   << QStringList(
-                                          {QStringLiteral("QVariant(Invalid)"), QStringLiteral("QVariant(Invalid)")});
+                                   << QStringList({"QVariant(Invalid)", "QVariant(Invalid)"});
     QTest::newRow("in a variant") << QVariant::fromValue(QDBusVariant(QVariant())) << nothing
-                                  << QStringList(QStringLiteral("QVariant(Invalid)"));
+                                  << QStringList("QVariant(Invalid)");
 }
 
 void TestTask::valuesWithoutAFormAreLeftOut()
@@ -416,12 +408,12 @@ void TestTask::valuesWithoutAFormAreLeftOut()
     QFETCH(QStringList, parts);
 
     Task task(Sync);
-    task.withSchedule(Schedule({{QStringLiteral("x"), value}})).start();
+    task.withSchedule(Schedule({{"x", value}})).start();
     QTRY_COMPARE(peer.calls().size(), 1);
     QCOMPARE(peer.takeCalls(),
-             QStringList(QStringLiteral("Start (sasa{sv}) ('demo.task_sync', @as [], {'Schedule': <%1>})").arg(sent)));
+             QStringList(QString("Start (sasa{sv}) ('demo.task_sync', @as [], {'Schedule': <%1>})").arg(sent)));
     for (QString &part : parts)
-        part.prepend(QStringLiteral("Value without a form on D-Bus: "));
+        part.prepend("Value without a form on D-Bus: ");
     QCOMPARE(log->takeWarnings(), parts);
 }
 
@@ -432,20 +424,20 @@ void TestTask::hugeDescriptionsAreRefused_data()
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("problem");
 
-    const QString nul = QStringLiteral("a") + QChar(0);
-    const QString hasNul = QStringLiteral("A message cannot hold a text with U+0000");
-    const QString tooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
-    const QString large(64 * 1024 * 1024, QLatin1Char('x'));
+    const QString nul = QString("a") + QChar(0);
+    const QString hasNul = "A message cannot hold a text with U+0000";
+    const QString tooLarge = "A message cannot hold an array or object of more than 64 MiB";
+    const QString large(64 * 1024 * 1024, 'x');
     QVariant deep(1);
     for (int i = 0; i < 22; ++i)
-        deep = QVariantMap{{QStringLiteral("n"), deep}};
+        deep = QVariantMap{{"n", deep}};
     QList<int> numbers;
     numbers.reserve(17 * 1024 * 1024);
     while (numbers.size() < 17 * 1024 * 1024)
         numbers.append(1);
 
     QTest::newRow("U+0000 in the id") << nul << QStringList() << QVariant(1) << hasNul;
-    QTest::newRow("U+0000 in an argument") << Sync << QStringList({QStringLiteral("a"), nul}) << QVariant(1) << hasNul;
+    QTest::newRow("U+0000 in an argument") << Sync << QStringList({"a", nul}) << QVariant(1) << hasNul;
     QTest::newRow("U+0000 in a value") << Sync << QStringList() << QVariant(nul) << hasNul;
     QTest::newRow("64 MiB of arguments") << Sync << QStringList(large) << QVariant(1) << tooLarge;
     QTest::newRow("64 MiB of text") << Sync << QStringList() << QVariant(large) << tooLarge;
@@ -456,14 +448,14 @@ void TestTask::hugeDescriptionsAreRefused_data()
         files.insert(QString::number(i), QVariant::fromValue(QDBusUnixFileDescriptor(0)));
     QJsonValue deepJson(1);
     for (int i = 0; i < 22; ++i)
-        deepJson = QJsonObject{{QStringLiteral("n"), deepJson}};
+        deepJson = QJsonObject{{"n", deepJson}};
     QVariant deepVariant(1);
     for (int i = 0; i < 62; ++i)
         deepVariant = QVariant::fromValue(QDBusVariant(deepVariant));
 
     QTest::newRow("too many files")
         << Sync << QStringList() << QVariant(files)
-        << QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
+        << QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
     QTest::newRow("JSON nested too deep")
         << Sync << QStringList() << QVariant(deepJson.toObject()) << "A message cannot nest more than 64 containers";
     QTest::newRow("variants nested too deep")
@@ -472,7 +464,7 @@ void TestTask::hugeDescriptionsAreRefused_data()
     QVariant hashes(1);
     for (int i = 0; i < 30000; ++i) {
         bottomless = QVariantList{bottomless};
-        hashes = QVariantHash{{QStringLiteral("n"), hashes}};
+        hashes = QVariantHash{{"n", hashes}};
     }
     QTest::newRow("lists nested deeper than a stack is high")
         << Sync << QStringList() << bottomless << "A message cannot nest more than 64 containers";
@@ -485,7 +477,7 @@ void TestTask::hugeDescriptionsAreRefused_data()
     QTest::newRow("64 MiB of large numbers") << Sync << QStringList() << QVariant::fromValue(largeNumbers) << tooLarge;
     QTest::newRow("128 MiB of arguments and bytes")
         << Sync << QStringList(large.left((64 << 20) - 100)) << QVariant(large.left((64 << 20) - 100).toLatin1())
-        << QStringLiteral("A message cannot be longer than 128 MiB");
+        << "A message cannot be longer than 128 MiB";
     QTest::newRow("nested too deep") << Sync << QStringList() << deep
                                      << "A message cannot nest more than 64 containers";
 }
@@ -498,18 +490,18 @@ void TestTask::hugeDescriptionsAreRefused()
     QFETCH(QString, problem);
 
     Task task(taskId);
-    task.withArguments(arguments).withSchedule(Schedule({{QStringLiteral("x"), value}}));
+    task.withArguments(arguments).withSchedule(Schedule({{"x", value}}));
     Outcomes outcomes;
     task.start(outcomes.callback());
     QCOMPARE(outcomes.all, QStringList()); // never from inside the call
-    QTRY_COMPARE(outcomes.all, QStringList(QStringLiteral("1 ") + problem));
+    QTRY_COMPARE(outcomes.all, QStringList("1 " + problem));
     QVERIFY(peer.roundTrip());
     QCOMPARE(peer.calls(), QStringList());
 
     if (taskId != Sync) {
         task.stop({}, outcomes.callback());
         QTRY_COMPARE(outcomes.all.size(), 2);
-        QCOMPARE(outcomes.all.last(), QStringLiteral("1 ") + problem);
+        QCOMPARE(outcomes.all.last(), "1 " + problem);
         QVERIFY(peer.roundTrip());
         QCOMPARE(peer.calls(), QStringList());
     }
@@ -527,7 +519,7 @@ void TestTask::passesAsManyFilesAsTheBusDoes()
 {
     QFETCH(int, count);
 
-    QFile null(QStringLiteral("/dev/null"));
+    QFile null("/dev/null");
     QVERIFY(null.open(QIODevice::ReadOnly));
     QVariantMap files;
     for (int i = 0; i < count; ++i)
@@ -536,9 +528,9 @@ void TestTask::passesAsManyFilesAsTheBusDoes()
     task.withSchedule(Schedule(files));
     Outcomes outcomes;
     task.start(outcomes.callback());
-    QTRY_COMPARE(outcomes.all, QStringList(QStringLiteral("0 ")));
+    QTRY_COMPARE(outcomes.all, QStringList("0 "));
     QCOMPARE(peer.calls().size(), 1);
-    QCOMPARE(peer.descriptors(), QVector<QString>(count, QStringLiteral("read: ")).toList());
+    QCOMPARE(peer.descriptors(), QVector<QString>(count, "read: ").toList());
 }
 
 void TestTask::stopSendsTheForceFlagAlone_data()
@@ -569,11 +561,11 @@ void TestTask::outcomesAreDelivered_data()
     QTest::addColumn<QString>("outcome");
 
     QTest::newRow("success") << QString() << "0 ";
-    QTest::newRow("service error") << Root + QStringLiteral(".Error.HandlerFailed")
-                                   << QStringLiteral("%1 the reason").arg(int(Error::HandlerFailed));
+    QTest::newRow("service error") << Root + ".Error.HandlerFailed"
+                                   << QString("%1 the reason").arg(int(Error::HandlerFailed));
     QTest::newRow("standard error") << "org.freedesktop.DBus.Error.AccessDenied"
-                                    << QStringLiteral("%1 the reason").arg(int(Error::AccessDenied));
-    QTest::newRow("unknown error") << "com.example.Error" << QStringLiteral("%1 the reason").arg(int(Error::Failed));
+                                    << QString("%1 the reason").arg(int(Error::AccessDenied));
+    QTest::newRow("unknown error") << "com.example.Error" << QString("%1 the reason").arg(int(Error::Failed));
 }
 
 void TestTask::outcomesAreDelivered()
@@ -581,9 +573,9 @@ void TestTask::outcomesAreDelivered()
     QFETCH(QString, errorName);
     QFETCH(QString, outcome);
 
-    for (const QString &member : {QStringLiteral("Start"), QStringLiteral("Stop")}) {
+    for (const QString &member : {QString("Start"), QString("Stop")}) {
         if (!errorName.isEmpty())
-            peer.answerError(errorName, QStringLiteral("('the reason',)"), member);
+            peer.answerError(errorName, "('the reason',)", member);
     }
     Task task(Sync);
     Outcomes outcomes;
@@ -601,18 +593,16 @@ void TestTask::everyCallHasItsOwnOutcome()
     Task task(Sync);
     QStringList outcomes;
     for (const char *name : {"first", "second", "third"}) {
-        task.start([&outcomes, name](const Error &error) {
-            outcomes << QStringLiteral("%1 %2").arg(QLatin1String(name)).arg(int(error.code()));
-        });
+        task.start(
+            [&outcomes, name](const Error &error) { outcomes << QString("%1 %2").arg(name).arg(int(error.code())); });
     }
     QTRY_COMPARE(peer.calls().size(), 3);
     peer.release(2, {});
     QTRY_COMPARE(outcomes.size(), 1);
-    peer.releaseError(0, QStringLiteral("com.example.Error"));
+    peer.releaseError(0, "com.example.Error");
     QTRY_COMPARE(outcomes.size(), 2);
     peer.release(1, {});
-    QTRY_COMPARE(outcomes,
-                 QStringList({QStringLiteral("third 0"), QStringLiteral("first 1"), QStringLiteral("second 0")}));
+    QTRY_COMPARE(outcomes, QStringList({"third 0", "first 1", "second 0"}));
     QVERIFY(peer.roundTrip());
     QCOMPARE(outcomes.size(), 3);
     peer.kill(); // and holds nothing any more
@@ -641,7 +631,7 @@ void TestTask::deletedTaskDeliversNothing()
         QTRY_COMPARE(peer.calls().size(), 2);
     }
     peer.release(0, {});
-    peer.releaseError(1, QStringLiteral("com.example.Error"));
+    peer.releaseError(1, "com.example.Error");
     QVERIFY(peer.roundTrip());
     {
         Task refused(QString(QChar(0)));
@@ -658,13 +648,13 @@ void TestTask::taskMayBeDeletedInItsCallback()
     for (const QString &id : {Sync, QString(QChar(0))}) { // answered, and refused
         auto *task = new Task(id);
         QStringList outcomes;
-        const auto callback = [&outcomes, task, text = QStringLiteral("captured")](const Error &) {
+        const auto callback = [&outcomes, task, text = "captured"](const Error &) {
             delete task;
             outcomes << text; // the callback outlives the task
         };
         task->start(callback);
         task->stop({}, callback); // is dropped with the task
-        QTRY_COMPARE(outcomes, QStringList(QStringLiteral("captured")));
+        QTRY_COMPARE(outcomes, QStringList("captured"));
         QVERIFY(peer.roundTrip());
         QCOMPARE(outcomes.size(), 1);
     }
@@ -678,16 +668,14 @@ void TestTask::serviceThatVanishesFailsItsCalls()
     task.start(outcomes.callback());
     QTRY_COMPARE(peer.calls().size(), 1);
     peer.kill();
-    QTRY_COMPARE(outcomes.all,
-                 QStringList(QStringLiteral("1 Message recipient disconnected from message bus without "
-                                            "replying")));
+    QTRY_COMPARE(outcomes.all, QStringList("1 Message recipient disconnected from message bus without replying"));
     task.start(outcomes.callback());
     QTRY_COMPARE(outcomes.all.size(), 2);
-    QCOMPARE(outcomes.all.last(), QStringLiteral("1 The name %1 was not provided by any .service files").arg(Root));
+    QCOMPARE(outcomes.all.last(), QString("1 The name %1 was not provided by any .service files").arg(Root));
     peer.start();
     task.start(outcomes.callback());
     QTRY_COMPARE(outcomes.all.size(), 3);
-    QCOMPARE(outcomes.all.last(), QStringLiteral("0 "));
+    QCOMPARE(outcomes.all.last(), QString("0 "));
 }
 
 void TestTask::statesAreMapped_data()
@@ -718,13 +706,13 @@ void TestTask::statesAreMapped()
 
 void TestTask::sameStateIsToldOnce()
 {
-    announce(QStringLiteral("@a(sua{sv}) []"));
-    Task task(QStringLiteral("fresh"));
+    announce("@a(sua{sv}) []");
+    Task task("fresh");
     watch(task);
-    announce(one(QStringLiteral("fresh"), 1));
-    announce(one(QStringLiteral("fresh"), 1));
+    announce(one("fresh", 1));
+    announce(one("fresh", 1));
     QCOMPARE(states, QVector<int>{Task::Running});
-    announce(QStringLiteral("[('fresh', uint32 1, {'x': <(1, 2)>})]"));
+    announce("[('fresh', uint32 1, {'x': <(1, 2)>})]");
     QCOMPARE(states, QVector<int>{Task::Running});
 }
 
@@ -733,11 +721,11 @@ void TestTask::otherTasksAreIgnored()
     announce(one(Sync, 1));
     Task task(Sync);
     watch(task);
-    announce(one(QStringLiteral("other"), 0));
-    announce(one(QStringLiteral("demo.task_sync"), 0)); // the bare id counts
-    announce(one(QStringLiteral("Sync"), 0));
+    announce(one("other", 0));
+    announce(one("demo.task_sync", 0)); // the bare id counts
+    announce(one("Sync", 0));
     announce(one(QString(), 0));
-    announce(QStringLiteral("@a(sua{sv}) []"));
+    announce("@a(sua{sv}) []");
     QCOMPARE(states, QVector<int>());
     QCOMPARE(task.state(), Task::Running); // it keeps what it was
 }
@@ -747,29 +735,28 @@ void TestTask::everyMatchCounts()
     announce(one(Sync, 1));
     Task task(Sync);
     watch(task);
-    announce(QStringLiteral("[('sync', uint32 0, @a{sv} {}), ('other', 1, {}), ('sync', 1, {}), ('sync', 1, {}), "
-                            "('sync', 2, {})]"));
+    announce("[('sync', uint32 0, @a{sv} {}), ('other', 1, {}), ('sync', 1, {}), ('sync', 1, {}), ('sync', 2, {})]");
     QCOMPARE(states, QVector<int>({Task::Stopped, Task::Running, Task::Waiting}));
 }
 
 void TestTask::newTaskKnowsItsState()
 {
-    announce(QStringLiteral("[('sync', uint32 0, @a{sv} {}), ('sync', 2, {})]"));
+    announce("[('sync', uint32 0, @a{sv} {}), ('sync', 2, {})]");
     QCOMPARE(Task(Sync).state(), Task::Waiting);
-    QCOMPARE(Task(QStringLiteral("unheard of")).state(), Task::Unknown);
+    QCOMPARE(Task("unheard of").state(), Task::Unknown);
 }
 
 void TestTask::newerStatesWin()
 {
-    announce(QStringLiteral("@a(sua{sv}) []"));
-    Task first(QStringLiteral("one"));
-    Task second(QStringLiteral("two"));
+    announce("@a(sua{sv}) []");
+    Task first("one");
+    Task second("two");
     bool isNested = false;
     connect(&first, &Task::stateChanged, &first, [this, &isNested] {
         if (!std::exchange(isNested, true)) // the peer runs an event loop
-            announce(QStringLiteral("[('one', uint32 2, @a{sv} {}), ('two', 2, {})]"));
+            announce("[('one', uint32 2, @a{sv} {}), ('two', 2, {})]");
     });
-    announce(QStringLiteral("[('one', uint32 1, @a{sv} {}), ('two', 1, {}), ('one', 0, {})]"));
+    announce("[('one', uint32 1, @a{sv} {}), ('two', 1, {}), ('one', 0, {})]");
     QVERIFY(isNested);
     QCOMPARE(first.state(), Task::Waiting); // the rest of the older list does not count any more
     QCOMPARE(second.state(), Task::Waiting);
@@ -777,14 +764,14 @@ void TestTask::newerStatesWin()
 
 void TestTask::taskMayBeDeletedWhenItsStateChanges()
 {
-    announce(QStringLiteral("@a(sua{sv}) []"));
-    auto *task = new Task(QStringLiteral("fresh"));
+    announce("@a(sua{sv}) []");
+    auto *task = new Task("fresh");
     connect(task, &Task::stateChanged, this, [this, task](Task::State state) {
         states << int(state);
         delete task;
     });
-    Task neighbour(QStringLiteral("fresh")); // whose turn comes later
-    announce(QStringLiteral("[('fresh', uint32 1, @a{sv} {}), ('fresh', 0, {}), ('fresh', 1, {}), ('fresh', 2, {})]"));
+    Task neighbour("fresh"); // whose turn comes later
+    announce("[('fresh', uint32 1, @a{sv} {}), ('fresh', 0, {}), ('fresh', 1, {}), ('fresh', 2, {})]");
     QCOMPARE(states, QVector<int>{Task::Running});
     QCOMPARE(neighbour.state(), Task::Waiting);
 }
@@ -822,7 +809,7 @@ void TestTask::otherSignalsAreIgnored_data()
     QTest::addColumn<QString>("member");
 
     QTest::newRow("object") << "Lifecycle1" << Interface << StateChanged;
-    QTest::newRow("interface") << Object << QStringLiteral(CORVANE_SERVICE_ROOT ".Lifecycle1") << StateChanged;
+    QTest::newRow("interface") << Object << CORVANE_SERVICE_ROOT ".Lifecycle1" << StateChanged;
     QTest::newRow("the proxy's own") << Object << Interface << "stateChanged";
     QTest::newRow("slot") << Object << Interface << "onStateChanged";
 }
@@ -835,7 +822,7 @@ void TestTask::otherSignalsAreIgnored()
 
     announce(one(Sync, 0));
     Task task(Sync);
-    peer.emitSignal(object, interface, member, QStringLiteral("(%1,)").arg(one(Sync, 1)));
+    peer.emitSignal(object, interface, member, QString("(%1,)").arg(one(Sync, 1)));
     QCOMPARE(task.state(), Task::Stopped);
 }
 
@@ -853,11 +840,11 @@ void TestTask::strangersAreNotHeard()
 
     announce(one(Sync, 0));
     Task task(Sync);
-    QJsonObject more{{QStringLiteral("stranger"), true}};
+    QJsonObject more{{"stranger", true}};
     if (unicast)
-        more.insert(QStringLiteral("destination"), QDBusConnection::sessionBus().baseService());
+        more.insert("destination", QDBusConnection::sessionBus().baseService());
     const auto forge = [this, &more] {
-        peer.emitSignal(Object, Interface, StateChanged, QStringLiteral("(%1,)").arg(one(Sync, 1)), more);
+        peer.emitSignal(Object, Interface, StateChanged, QString("(%1,)").arg(one(Sync, 1)), more);
     };
     forge();
     peer.ownServiceName(false);
@@ -867,7 +854,7 @@ void TestTask::strangersAreNotHeard()
     forge();
     QCOMPARE(task.state(), Task::Stopped);
 
-    more.remove(QStringLiteral("stranger"));
+    more.remove("stranger");
     forge(); // the service may do the same
     QCOMPARE(task.state(), Task::Running);
 }
@@ -889,7 +876,7 @@ void TestTask::firstStatesAreRead_data()
     QTest::addColumn<int>("count"); // of the tasks that are read
 
     const auto row = [](const char *name, const char *state, int count) {
-        QTest::newRow(name) << QStringLiteral("({'State': <%1>},)").arg(QLatin1String(state)) << count;
+        QTest::newRow(name) << QString("({'State': <%1>},)").arg(state) << count;
     };
     row("one", "[('a', uint32 1, @a{sv} {})]", 1);
     row("two", "[('a', uint32 1, {'x': <1>}), ('b', 7, {})]", 2);
@@ -922,9 +909,9 @@ void TestTask::firstStatesAreRead()
     QVERIFY(peer.roundTrip());
     QVERIFY(another.statesKnown);
     QCOMPARE(another.tasksState.size(), count);
-    QCOMPARE(emitted, answer.contains(QStringLiteral("'State'")) ? 1 : 0); // even if it is empty
+    QCOMPARE(emitted, answer.contains("'State'") ? 1 : 0); // even if it is empty
     if (count > 0) {
-        QCOMPARE(another.tasksState.first().taskId, QStringLiteral("a"));
+        QCOMPARE(another.tasksState.first().taskId, QString("a"));
         QCOMPARE(another.tasksState.first().state, 1U);
     }
 }
@@ -950,12 +937,12 @@ void TestTask::failedReadingIsLogged()
     QFETCH(QString, error);
 
     if (answer.isEmpty())
-        peer.answerError(QStringLiteral("com.example.Error.Broken"), QStringLiteral("('the reason',)"), GetAll);
+        peer.answerError("com.example.Error.Broken", "('the reason',)", GetAll);
     else
         peer.answer(answer, GetAll);
     const TasksInterface another;
     QVERIFY(peer.roundTrip());
-    QCOMPARE(log->takeWarnings(), QStringList(QStringLiteral("Failed to get the Tasks interface properties ") + error));
+    QCOMPARE(log->takeWarnings(), QStringList("Failed to get the Tasks interface properties " + error));
     QVERIFY(!another.statesKnown);
     announce(one(Sync, 1));
     QCOMPARE(another.tasksState.size(), 1); // is heard all the same

@@ -20,26 +20,26 @@ private Q_SLOTS:
 
 void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
 {
-    const QString sync = QStringLiteral("sync");
+    const QString sync = "sync";
     ServicePeer peer;
     const auto announce = [&peer](const QJsonObject &more = {}) {
-        peer.emitSignal(QStringLiteral("Tasks1"), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"),
-                        QStringLiteral("StateChanged"), QStringLiteral("([('sync', uint32 1, @a{sv} {})],)"), more);
+        peer.emitSignal("Tasks1", CORVANE_SERVICE_ROOT ".Tasks1", "StateChanged", "([('sync', uint32 1, @a{sv} {})],)",
+                        more);
     };
     peer.ownServiceName(false);
     MessageLog log;
     const Task early(sync);
     QVERIFY(peer.busRoundTrip());
     QCOMPARE(log.takeWarnings(),
-             QStringList(QStringLiteral("Failed to get the Tasks interface properties "
-                                        "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The "
-                                        "name %1 was not provided by any .service files\")")
-                             .arg(QStringLiteral(CORVANE_SERVICE_ROOT))));
+             QStringList(QString("Failed to get the Tasks interface properties "
+                                 "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The name %1 was not "
+                                 "provided by any .service files\")")
+                             .arg(CORVANE_SERVICE_ROOT)));
     // Nor is anybody heard while nobody is the service.
     const QString us = QDBusConnection::sessionBus().baseService();
     for (const bool stranger : {false, true}) {
-        announce({{QStringLiteral("stranger"), stranger}});
-        announce({{QStringLiteral("stranger"), stranger}, {QStringLiteral("destination"), us}});
+        announce({{"stranger", stranger}});
+        announce({{"stranger", stranger}, {"destination", us}});
     }
     QCOMPARE(early.state(), Task::Unknown);
 

@@ -19,8 +19,8 @@ using States = QVector<TaskState>;
 
 namespace {
 
-const QString Sync = QStringLiteral("sync");
-const QString Other = QStringLiteral("other");
+const QString Sync = "sync";
+const QString Other = "other";
 
 TaskState entry(const QString &id, quint32 code)
 {
@@ -63,7 +63,7 @@ private:
     {
         QStringList texts;
         for (const TaskState &state : list)
-            texts << QStringLiteral("%1 %2").arg(state.taskId).arg(state.state);
+            texts << QString("%1 %2").arg(state.taskId).arg(state.state);
         return texts;
     }
     void watch(const Task &task)
@@ -78,7 +78,7 @@ private:
 
 void TestTasksInterface::initTestCase()
 {
-    peer.answer(QStringLiteral("({'State': <@a(sua{sv}) []>},)"), QStringLiteral("GetAll"));
+    peer.answer("({'State': <@a(sua{sv}) []>},)", "GetAll");
     TasksInterface::instance();
     QTRY_VERIFY(TasksInterface::instance()->statesKnown);
 }
@@ -117,11 +117,9 @@ void TestTasksInterface::proxyIsBoundToTheTasksObject()
     const TasksInterface *interface = TasksInterface::instance();
     QCOMPARE(interface, TasksInterface::instance());
     QVERIFY(!interface->parent());
-    QCOMPARE(interface->service(), QStringLiteral(CORVANE_SERVICE_ROOT));
-    QCOMPARE(interface->path(),
-             QStringLiteral("/%1/Tasks1")
-                 .arg(QStringLiteral(CORVANE_SERVICE_ROOT).replace(QLatin1Char('.'), QLatin1Char('/'))));
-    QCOMPARE(interface->interface(), QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1"));
+    QCOMPARE(interface->service(), QString(CORVANE_SERVICE_ROOT));
+    QCOMPARE(interface->path(), QString("/%1/Tasks1").arg(QString(CORVANE_SERVICE_ROOT).replace('.', '/')));
+    QCOMPARE(interface->interface(), QString(CORVANE_SERVICE_ROOT ".Tasks1"));
     QCOMPARE(interface->connection().name(), QDBusConnection::sessionBus().name());
 }
 
@@ -155,7 +153,7 @@ void TestTasksInterface::everyListIsStoredAndEmitted()
     call(&another, list);
     call(&another, another.tasksState);
     call(&another, {});
-    const QStringList both{QStringLiteral("sync 1"), QStringLiteral("other 7")};
+    const QStringList both{"sync 1", "other 7"};
     QCOMPARE(emitted, QVector<QStringList>({both, both, both, QStringList()}));
 }
 
@@ -164,21 +162,19 @@ void TestTasksInterface::propertiesAreApplied_data()
     QTest::addColumn<QVariantMap>("properties");
     QTest::addColumn<QVector<QStringList>>("emitted");
 
-    const QString state = QStringLiteral("State");
+    const QString state = "State";
     const QVariant list = QVariant::fromValue(States{entry(Sync, 1)});
-    const QStringList text{QStringLiteral("sync 1")};
+    const QStringList text{"sync 1"};
     QTest::newRow("nothing") << QVariantMap() << QVector<QStringList>();
     QTest::newRow("list") << QVariantMap{{state, list}} << QVector<QStringList>{text};
-    QTest::newRow("among others") << QVariantMap{{QStringLiteral("A"), list}, {state, list}, {QStringLiteral("Z"), 1}}
-                                  << QVector<QStringList>{text};
-    QTest::newRow("other case") << QVariantMap{{QStringLiteral("state"), list}, {QStringLiteral("STATE"), list}}
-                                << QVector<QStringList>();
+    QTest::newRow("among others") << QVariantMap{{"A", list}, {state, list}, {"Z", 1}} << QVector<QStringList>{text};
+    QTest::newRow("other case") << QVariantMap{{"state", list}, {"STATE", list}} << QVector<QStringList>();
     QTest::newRow("invalid") << QVariantMap{{state, QVariant()}} << QVector<QStringList>{{}};
     QTest::newRow("text") << QVariantMap{{state, Sync}} << QVector<QStringList>{{}};
     QMultiMap<QString, QVariant> twice;
     twice.insert(state, QVariant::fromValue(States{entry(Sync, 2)}));
     twice.insert(state, list); // iterators return the last inserted value first
-    QTest::newRow("twice") << QVariantMap(twice) << QVector<QStringList>{text, {QStringLiteral("sync 2")}};
+    QTest::newRow("twice") << QVariantMap(twice) << QVector<QStringList>{text, {"sync 2"}};
 }
 
 void TestTasksInterface::propertiesAreApplied()
@@ -199,7 +195,7 @@ void TestTasksInterface::updateSkipsOtherTasks()
     Task task(Sync);
     TaskPrivate direct(Sync, &task);
     watch(task);
-    direct.updateState({entry(Other, 1), entry(QStringLiteral("Sync"), 1), entry(direct.qualifiedName, 1)});
+    direct.updateState({entry(Other, 1), entry("Sync", 1), entry(direct.qualifiedName, 1)});
     QCOMPARE(states, QVector<int>());
     QCOMPARE(direct.state, Task::Unknown);
     direct.updateState({entry(Other, 1), entry(Sync, 2), entry(QString(), 0)});

@@ -80,7 +80,7 @@ void TestWarnings::initTestCase()
     registerRecordTypes();
     QVERIFY(directory.isValid());
     for (const char *member : {"Subscribe", "GetAll"})
-        peer.answerError(QStringLiteral("com.example.Error"), QStringLiteral("('the reason',)"), QLatin1String(member));
+        peer.answerError("com.example.Error", "('the reason',)", member);
 }
 
 void TestWarnings::contexts_data()
@@ -96,9 +96,9 @@ void TestWarnings::contexts_data()
     };
 
     const char *const uris = "src/common/Core/intent_uri.cpp";
-    const auto read = [](const char *uri) { return [uri] { Core::IntentUri::fromUri(QUrl(QLatin1String(uri))); }; };
+    const auto read = [](const char *uri) { return [uri] { Core::IntentUri::fromUri(QUrl(uri)); }; };
     const auto write = [](const char *params) {
-        return [params] { IntentsInvoker::intentToUri(QStringLiteral("X"), {}, fromJson(params)); };
+        return [params] { IntentsInvoker::intentToUri("X", {}, fromJson(params)); };
     };
     row("Cannot encode strings with semicolons", "valueToString(", uris, write(R"({"a": ";"})"));
     row("Intent URI conversion does not support arrays or maps", "valueToString(", uris, write(R"({"a": []})"));
@@ -111,12 +111,11 @@ void TestWarnings::contexts_data()
     row("Invalid intent URI \"\"", "Core::IntentUri::fromUri(const QUrl&)", uris, read(""));
 
     const char *const paths = "src/common/Core/json_path.cpp";
-    row("JSON path error: missing right bracket", "nextPathElement(", paths,
-        [] { Core::JsonPath::value({}, QStringLiteral("a[1")); });
+    row("JSON path error: missing right bracket", "nextPathElement(", paths, [] { Core::JsonPath::value({}, "a[1"); });
     row("JSON path error: could not parse index \"x\"", "nextPathElement(", paths,
-        [] { Core::JsonPath::expand(fromJson(R"({"a": [1]})"), QStringLiteral("a[x]")); });
+        [] { Core::JsonPath::expand(fromJson(R"({"a": [1]})"), "a[x]"); });
     row("JSON path error: missing right bracket", "nextPathElement(", paths, [] {
-        QString path = QStringLiteral("[");
+        QString path = "[";
         QString key;
         int index = 0;
         Core::JsonPath::nextPathElement(path, &key, &index);
@@ -140,7 +139,7 @@ void TestWarnings::contexts_data()
     const auto invoke = [](const char *hints, const char *params) {
         return [hints, params] {
             IntentsInvoker invoker;
-            invoker.invoke(QStringLiteral("X"), fromJson(hints), fromJson(params));
+            invoker.invoke("X", fromJson(hints), fromJson(params));
         };
     };
     row("Unknown JSON value type", valueWriter, bus, stream(QJsonValue(QJsonValue::Undefined)));
@@ -155,17 +154,17 @@ void TestWarnings::contexts_data()
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonValue value;
-            received(peer, QStringLiteral("((1, 2),)")).value<QDBusArgument>() >> value;
+            received(peer, "((1, 2),)").value<QDBusArgument>() >> value;
         });
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonArray array;
-            received(peer, QStringLiteral("([(1, 2)],)")).value<QDBusArgument>() >> array;
+            received(peer, "([(1, 2)],)").value<QDBusArgument>() >> array;
         });
     row("Unsupported type:  \"(ii)\"", "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)", bus,
         [this] {
             QJsonObject object;
-            received(peer, QStringLiteral("({'a': <(1, 2)>},)")).value<QDBusArgument>() >> object;
+            received(peer, "({'a': <(1, 2)>},)").value<QDBusArgument>() >> object;
         });
 
     row("Failed to open file \"/nonexistent\"",
@@ -173,10 +172,10 @@ void TestWarnings::contexts_data()
         "src/lib/Corvane/file_sharing.cpp", invoke(R"({"readFiles": ["f"]})", R"({"f": "/nonexistent"})"));
 
     row("The intent \"X\" has not been registered",
-        "void Corvane::RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString&, const QStringList&, "
-        "const QStringList&)",
+        "void Corvane::RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString&, const QStringList&, const "
+        "QStringList&)",
         "src/lib/Corvane/runtime_dispatcher.cpp",
-        [] { RuntimeDispatcher::instance()->registerIntentOutputFiles(QStringLiteral("X"), {}, {}); });
+        [] { RuntimeDispatcher::instance()->registerIntentOutputFiles("X", {}, {}); });
 
     const char *const busError = R"(QDBusError("com.example.Error", "the reason"))";
     const auto failed = [busError](const char *text) { return QByteArray(text) + ' ' + busError; };
@@ -187,17 +186,15 @@ void TestWarnings::contexts_data()
         "Corvane::MemoryPressurePrivate::readLevel()::", "src/lib/Corvane/memory_pressure.cpp",
         [this] { (new MemoryPressurePrivate(nullptr))->setParent(this); });
     row(failed("Failed to get the Tasks interface properties"),
-        "Corvane::TasksInterface::readStates()::", "src/lib/Corvane/tasks_interface.cpp",
-        [] { Task(QStringLiteral("sync")).stop(); });
+        "Corvane::TasksInterface::readStates()::", "src/lib/Corvane/tasks_interface.cpp", [] { Task("sync").stop(); });
 
     const char *const channel = "src/lib/Corvane/task_messaging.cpp";
-    const QString path = directory.filePath(QStringLiteral("socket"));
+    const QString path = directory.filePath("socket");
     row("Socket error \"QLocalSocket::connectToServer: Invalid name\"",
-        "Corvane::TaskMessagingPrivate::setSocket(QLocalSocket*)::", channel,
-        [] { TaskMessaging(QStringLiteral("/nonexistent")); });
+        "Corvane::TaskMessagingPrivate::setSocket(QLocalSocket*)::", channel, [] { TaskMessaging("/nonexistent"); });
     row("bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) not connected",
         "bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&)", channel,
-        [] { TaskMessaging(QStringLiteral("/nonexistent")).sendMessage({}); });
+        [] { TaskMessaging("/nonexistent").sendMessage({}); });
     row("Insufficient data in the socket", "void Corvane::TaskMessagingPrivate::readMessages()", channel, [path] {
         const Descriptor listener(listeningSocket(path));
         TaskMessaging messaging(path);
@@ -234,11 +231,10 @@ void TestWarnings::contexts()
     qInstallMessageHandler(previous);
     QVERIFY2(isLogged, messages().isEmpty() ? "nothing was logged" : qPrintable(messages().last().text));
     const Message message = *find();
-    QCOMPARE(message.type, text.startsWith(QLatin1String("JSON path")) ? QtDebugMsg : QtWarningMsg);
-    QCOMPARE(message.category, QStringLiteral("default"));
-    QVERIFY2(function.endsWith(QLatin1Char(')')) && !function.startsWith(QLatin1String("Core::"))
-                 ? message.function == function
-                 : message.function.contains(function),
+    QCOMPARE(message.type, text.startsWith("JSON path") ? QtDebugMsg : QtWarningMsg);
+    QCOMPARE(message.category, QString("default"));
+    QVERIFY2(function.endsWith(')') && !function.startsWith("Core::") ? message.function == function
+                                                                      : message.function.contains(function),
              qPrintable(message.function));
     QVERIFY2(message.file.endsWith(file), qPrintable(message.file));
 }

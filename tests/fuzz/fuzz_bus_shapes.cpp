@@ -30,7 +30,7 @@ using namespace Fuzz;
 
 namespace {
 
-const QString TaskId = QStringLiteral("sync");
+const QString TaskId = "sync";
 constexpr char PropertiesInterface[] = "org.freedesktop.DBus.Properties";
 
 struct Event
@@ -92,7 +92,7 @@ Peers &peers()
         result->service.own(CORVANE_SERVICE_ROOT);
         QObject::connect(Lifecycle::instance(), &Lifecycle::stateChanged, &result->listener,
                          [result](const QString &id, const ApplicationState &state) {
-                             result->lifecycleStates.append(id + QLatin1Char(' ') + QString::number(quint32(state)));
+                             result->lifecycleStates.append(id + ' ' + QString::number(quint32(state)));
                          });
         QObject::connect(
             MemoryPressure::instance(), &MemoryPressure::levelChanged, &result->listener,
@@ -201,7 +201,7 @@ QStringList statesOf(const BusValue &list)
 {
     QStringList states;
     for (const BusValue &record : list.parts)
-        states.append(QStringLiteral("%1 %2 %3")
+        states.append(QString("%1 %2 %3")
                           .arg(QString::fromUtf8(record.parts[0].text))
                           .arg(record.parts[1].number)
                           .arg(record.parts[2].parts.size()));
@@ -212,7 +212,7 @@ QStringList statesOf(const QVector<TaskState> &list)
 {
     QStringList states;
     for (const TaskState &record : list)
-        states.append(QStringLiteral("%1 %2 %3").arg(record.taskId).arg(record.state).arg(record.properties.size()));
+        states.append(QString("%1 %2 %3").arg(record.taskId).arg(record.state).arg(record.properties.size()));
     return states;
 }
 
@@ -237,7 +237,7 @@ public:
         case 'l':
             send(event, Names::Lifecycle.path(), Names::Lifecycle.interface, "StateChanged");
             if (!event.isStrange && event.signature() == "su")
-                expectedLifecycleStates.append(QString::fromUtf8(event.body[0].text) + QLatin1Char(' ')
+                expectedLifecycleStates.append(QString::fromUtf8(event.body[0].text) + ' '
                                                + QString::number(event.body[1].number));
             break;
         case 't':
@@ -263,7 +263,7 @@ public:
                 for (const BusValue *state : states)
                     model.states = state->signature == "a(sua{sv})" ? statesOf(*state) : QStringList();
             } else {
-                expectedWarnings.append(QStringLiteral("Failed to get the Tasks interface properties"));
+                expectedWarnings.append("Failed to get the Tasks interface properties");
             }
             break;
         case 'M':
@@ -274,7 +274,7 @@ public:
             if (isAnswer(event))
                 tellLevel(event.body.front(), &model);
             else
-                expectedWarnings.append(QStringLiteral("Failed to get memory level:"));
+                expectedWarnings.append("Failed to get memory level:");
             break;
         case 'I':
             invoke(event, &expectedWarnings);
@@ -335,7 +335,7 @@ private:
                              error = code;
                              ++outcomes;
                          });
-        invoker.invoke(QStringLiteral("X"), {}, {});
+        invoker.invoke("X", {}, {});
         peers().answer("InvokeIntent", event);
         settle(peers().service);
         expectEqual("Outcomes", outcomes, 1);

@@ -43,14 +43,14 @@ void startHandler()
         startApplication();
         qputenv("HALVIR_APP_INSTANCE_ID", "demo.instance1");
         auto *dispatcher = RuntimeDispatcher::instance();
-        dispatcher->registerIntent(QStringLiteral("Echo"), [](const QJsonObject &params, const auto &reply) {
+        dispatcher->registerIntent("Echo", [](const QJsonObject &params, const auto &reply) {
             handled() = {params, true};
             reply(params);
         });
         return !dispatcher->startService();
     }();
     if (!started)
-        fail(QStringLiteral("The handler cannot be started"));
+        fail("The handler cannot be started");
 }
 
 void checkEcho(const BusValue &params)
@@ -94,17 +94,17 @@ void checkEcho(const BusValue &params)
     const QStringList refusals = Fuzz::refusals(expected, Place::Params);
     if (refusals.isEmpty()) {
         expectEqual("Reply", Fuzz::textOf(answer.get()),
-                    echo.text + QStringLiteral(R"(, {"readFiles": <as []>, "writeFiles": <as []>})"));
+                    echo.text + R"(, {"readFiles": <as []>, "writeFiles": <as []>})");
         expectWarnings(warnings + echo.warnings);
     } else {
         const sd_bus_error *error = sd_bus_message_get_error(answer.get());
         if (!error)
-            fail(QStringLiteral("A reply that nests too deep was sent"));
+            fail("A reply that nests too deep was sent");
         expectEqual("Error", QByteArray(error->name), QByteArray("org.freedesktop.DBus.Error.Failed"));
         const QString reason = QString::fromUtf8(error->message);
         if (!refusals.contains(reason))
-            fail(QStringLiteral("Refused for what is not so: ") + reason);
-        warnings.append(QStringLiteral("Failed to reply to an intent: \"%1\"").arg(reason));
+            fail("Refused for what is not so: " + reason);
+        warnings.append(QString("Failed to reply to an intent: \"%1\"").arg(reason));
         expectWarnings(warnings);
     }
 }

@@ -37,14 +37,14 @@ constexpr mode_t Umask = 002; // leaves a bit that a mode of its own would not h
 void check(int result, const char *what)
 {
     if (result < 0)
-        fail(QStringLiteral("Cannot make %1: %2").arg(QLatin1String(what), qt_error_string(errno)));
+        fail(QString("Cannot make %1: %2").arg(what, qt_error_string(errno)));
 }
 
 void makeFile(const char *name, mode_t mode)
 {
     QFile file(QString::fromUtf8(name));
     if (!file.open(QIODevice::WriteOnly) || file.write("content") != ContentSize)
-        fail(QStringLiteral("Cannot make ") + file.fileName());
+        fail("Cannot make " + file.fileName());
     check(::fchmod(file.handle(), mode), name);
 }
 
@@ -88,9 +88,8 @@ struct Entry
 
 QDebug operator<<(QDebug debug, const Entry &entry)
 {
-    return debug << QStringLiteral("%1 %2 %3")
-                        .arg(QFile::decodeName(entry.name), QString::number(entry.mode, 8))
-                        .arg(entry.size);
+    return debug
+        << QString("%1 %2 %3").arg(QFile::decodeName(entry.name), QString::number(entry.mode, 8)).arg(entry.size);
 }
 
 /// The kind, mode and size of all that is in the tree.
@@ -102,13 +101,13 @@ QVector<Entry> contentOfTree()
     const std::unique_ptr<FTS, decltype(&::fts_close)> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, byName),
                                                             ::fts_close);
     if (!walk)
-        fail(QStringLiteral("Cannot list the tree: ") + qt_error_string(errno));
+        fail("Cannot list the tree: " + qt_error_string(errno));
     QVector<Entry> content;
     while (const FTSENT *entry = ::fts_read(walk.get())) {
         if (entry->fts_info == FTS_DP) // a directory, after what is in it
             continue;
         if (!entry->fts_statp || entry->fts_info == FTS_NS || entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR)
-            fail(QStringLiteral("Cannot list the tree at ") + QFile::decodeName(entry->fts_path));
+            fail("Cannot list the tree at " + QFile::decodeName(entry->fts_path));
         const struct stat &status = *entry->fts_statp;
         content.append({entry->fts_path, status.st_mode, S_ISDIR(status.st_mode) ? 0 : status.st_size});
     }
@@ -170,7 +169,7 @@ QStringList namesIn(const QJsonObject &source, const QStringList &patterns)
     QStringList names;
     for (const QJsonValue &value : qAsConst(values)) {
         QString name = value.toString();
-        if (name.contains(QLatin1Char(':'))) {
+        if (name.contains(':')) {
             const QUrl url(name, QUrl::TolerantMode);
             name = url.isLocalFile() ? url.toLocalFile() : QString();
         }
@@ -223,21 +222,20 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     text.replace("TREE", tree);
     const QJsonObject input =
         jsonInput(reinterpret_cast<const std::uint8_t *>(text.constData()), std::size_t(text.size()));
-    const QString name = input.value(QLatin1String("name")).toString();
-    const QJsonObject source = input.value(QLatin1String("source")).toObject();
+    const QString name = input.value("name").toString();
+    const QJsonObject source = input.value("source").toObject();
     takeWarnings();
 
-    std::array<Row, 2> rows = {Row{QStringLiteral("readFiles"), QStringLiteral("readFds"), false, {}, {}, {}},
-                               Row{QStringLiteral("writeFiles"), QStringLiteral("writeFds"), true, {}, {}, {}}};
+    std::array<Row, 2> rows = {Row{"readFiles", "readFds", false, {}, {}, {}},
+                               Row{"writeFiles", "writeFds", true, {}, {}, {}}};
     QVariantMap map;
     for (const Row &row : rows) {
         if (input.contains(row.files))
             map.insert(row.files, input.value(row.files).toVariant());
     }
     QVariantMap expected = map;
-    if (name == QLatin1String("OpenURI"))
-        expected[QStringLiteral("readFiles")] = QStringList(
-            source.value(QLatin1String("uri")).isArray() ? QStringLiteral("uri[*]") : QStringLiteral("uri"));
+    if (name == "OpenURI")
+        expected["readFiles"] = QStringList(source.value("uri").isArray() ? "uri[*]" : "uri");
 
     int fileCount = 0;
     for (Row &row : rows) {
@@ -263,7 +261,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
                 if (!isInTree(path, tree))
                     return;
                 if (file.contains(QChar(QChar::Null)) || !canOpen(path, row.isForWriting)) {
-                    warnings.append(QStringLiteral("Failed to open file ") + quoted(file));
+                    warnings.append("Failed to open file " + quoted(file));
                     break;
                 }
                 if (!QFile::exists(file))

@@ -45,13 +45,13 @@ QJsonValue modelValue(const QString &text)
 {
     const QString type = text.left(2);
     const QString rest = text.mid(2);
-    if (type == QLatin1String("d."))
+    if (type == "d.")
         return rest.toDouble();
-    if (type == QLatin1String("i."))
+    if (type == "i.")
         return rest.toInt();
-    if (type == QLatin1String("B."))
-        return rest == QLatin1String("true");
-    return type == QLatin1String("S.") ? QJsonValue(rest) : QJsonValue();
+    if (type == "B.")
+        return rest == "true";
+    return type == "S." ? QJsonValue(rest) : QJsonValue();
 }
 
 bool isUnreserved(char c)
@@ -80,7 +80,7 @@ int byteOf(uint high, uint low)
 int escapedByte(const QString &text, int at)
 {
     const QChar *const characters = text.constData();
-    if (at + 2 >= text.size() || characters[at] != QLatin1Char('%'))
+    if (at + 2 >= text.size() || characters[at] != '%')
         return -1;
     return byteOf(characters[at + 1].unicode(), characters[at + 2].unicode());
 }
@@ -97,7 +97,7 @@ int escapedByte(const QByteArray &text, int at)
 /// Whether each percent sign begins an escape. If not, none is taken for one.
 bool hasOnlyEscapes(const QString &text)
 {
-    for (int at = text.indexOf(QLatin1Char('%')); at >= 0; at = text.indexOf(QLatin1Char('%'), at + 3)) {
+    for (int at = text.indexOf('%'); at >= 0; at = text.indexOf('%', at + 3)) {
         if (escapedByte(text, at) < 0)
             return false;
     }
@@ -168,19 +168,19 @@ Intent modelRead(const QUrl &uri)
     const int hash = text.indexOf('#');
     const int question = text.mid(0, hash).indexOf('?');
     const QString fragment = hash < 0 ? QString() : decoded(text.mid(hash + 1), KeptInFragment);
-    const QString head = QStringLiteral("Intent;name=");
+    const QString head = "Intent;name=";
     if (!uri.isValid() || !text.startsWith("intent:") || fragment.left(head.size()) != head
-        || fragment.right(3) != QLatin1String("end"))
+        || fragment.right(3) != "end")
         return {};
 
     Intent intent;
-    QStringList parts = fragment.mid(head.size()).split(QLatin1Char(';'));
+    QStringList parts = fragment.mid(head.size()).split(';');
     intent.name = parts.takeFirst();
     for (const QString &part : qAsConst(parts)) {
-        if (part == QLatin1String("end"))
+        if (part == "end")
             break;
-        const QString key = part.section(QLatin1Char('='), 0, 0);
-        const QJsonValue value = modelValue(part.section(QLatin1Char('='), 1));
+        const QString key = part.section('=', 0, 0);
+        const QJsonValue value = modelValue(part.section('=', 1));
         if (key.isEmpty() || value.isNull())
             return {};
         intent.params[key] = value;
@@ -200,7 +200,7 @@ Intent modelRead(const QUrl &uri)
 
 bool isWritable(const QJsonValue &value)
 {
-    return value.isBool() || value.isDouble() || (value.isString() && !value.toString().contains(QLatin1Char(';')));
+    return value.isBool() || value.isDouble() || (value.isString() && !value.toString().contains(';'));
 }
 
 bool isWritable(const QJsonObject &object)
@@ -254,10 +254,10 @@ QJsonObject rounded(QJsonObject object)
 QString modelText(const QJsonValue &value)
 {
     if (value.isString())
-        return QStringLiteral("S.") + value.toString();
+        return "S." + value.toString();
     if (value.isBool())
-        return value.toBool() ? QStringLiteral("B.true") : QStringLiteral("B.false");
-    return QStringLiteral("d.") + numberText(value.toDouble());
+        return value.toBool() ? "B.true" : "B.false";
+    return "d." + numberText(value.toDouble());
 }
 
 /// The text in a URI. Escapes stay, but those of characters that need none.
@@ -303,13 +303,13 @@ QByteArray modelWrite(const Intent &intent)
     const QStringList hints = intent.hints.keys();
     for (const QString &key : hints)
         items.append(encoded(key, "!$'()*+,/:;?@[]") + '=' + encoded(modelText(intent.hints[key]), "!$'()*+,/:;?@[]"));
-    QStringList parts(QStringLiteral("Intent;name=") + intent.name);
+    QStringList parts("Intent;name=" + intent.name);
     const QStringList params = intent.params.keys();
     for (const QString &key : params)
-        parts.append(key + QLatin1Char('=') + modelText(intent.params[key]));
-    parts.append(QStringLiteral("end"));
+        parts.append(key + '=' + modelText(intent.params[key]));
+    parts.append("end");
     return "intent://" + (items.isEmpty() ? QByteArray() : '?' + items.join('&')) + '#'
-        + encoded(parts.join(QLatin1Char(';')), "!$&'()*+,/:;=?@[]");
+        + encoded(parts.join(';'), "!$&'()*+,/:;=?@[]");
 }
 
 /// The intent is written as the model says, and what is read of it is what was to be expected.
@@ -336,10 +336,9 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     takeWarnings();
 
     // In its normal form: of a text QUrl keeps a second number sign as it is, which a URI has not.
-    const QUrl uri = QUrl::fromEncoded(QUrl(input.value(QLatin1String("uri")).toString()).toEncoded());
+    const QUrl uri = QUrl::fromEncoded(QUrl(input.value("uri").toString()).toEncoded());
     const Intent first = read(uri);
     expectEqual("What is read", first, modelRead(uri));
     checkWriting(first);
-    checkWriting({input.value(QLatin1String("name")).toString(), input.value(QLatin1String("hints")).toObject(),
-                  input.value(QLatin1String("params")).toObject()});
+    checkWriting({input.value("name").toString(), input.value("hints").toObject(), input.value("params").toObject()});
 }

@@ -35,8 +35,8 @@ QJsonValue valueByElements(const QJsonObject &root, QString path)
 void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
-    const QString path = input.value(QLatin1String("path")).toString();
-    const QJsonObject root = input.value(QLatin1String("root")).toObject();
+    const QString path = input.value("path").toString();
+    const QJsonObject root = input.value("root").toObject();
     takeWarnings();
 
     expectEqual("Value at the path", Core::JsonPath::value(root, path), valueAt(root, path));

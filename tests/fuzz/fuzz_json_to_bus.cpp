@@ -55,8 +55,7 @@ IntentsInvoker &invoker()
 void sendMarker()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
-    bus.send(QDBusMessage::createTargetedSignal(Names::ServiceRoot, QStringLiteral("/"), QStringLiteral("a.b"),
-                                                QStringLiteral("Marker")));
+    bus.send(QDBusMessage::createTargetedSignal(Names::ServiceRoot, "/", "a.b", "Marker"));
 }
 
 QString memberOf(sd_bus_message *message)
@@ -82,13 +81,13 @@ Outcome onlyOutcome()
 void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
-    const QString name = input.value(QLatin1String("name")).toString();
-    QJsonObject hints = input.value(QLatin1String("hints")).toObject();
-    const QJsonObject params = input.value(QLatin1String("params")).toObject();
-    if (name == QLatin1String("OpenURI") || hasNoncharacters(input))
+    const QString name = input.value("name").toString();
+    QJsonObject hints = input.value("hints").toObject();
+    const QJsonObject params = input.value("params").toObject();
+    if (name == "OpenURI" || hasNoncharacters(input))
         return; // files are another target's, and sd-bus does not read U+FFFF and its like
-    hints.remove(QStringLiteral("readFiles"));
-    hints.remove(QStringLiteral("writeFiles"));
+    hints.remove("readFiles");
+    hints.remove("writeFiles");
     const QStringList refusals = Fuzz::refusals(name, Place::Params) + Fuzz::refusals(hints, Place::Hints)
         + Fuzz::refusals(params, Place::Params);
 
@@ -100,11 +99,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 
     const Message arrived = service().next();
     if (!refusals.isEmpty()) {
-        expectEqual("What arrives of an intent that is refused", memberOf(arrived.get()), QStringLiteral("Marker"));
+        expectEqual("What arrives of an intent that is refused", memberOf(arrived.get()), "Marker");
         const Outcome outcome = onlyOutcome();
         expectEqual("Code", outcome.error.code(), Error::Failed);
         if (!refusals.contains(outcome.error.message()))
-            fail(QStringLiteral("Refused for what is not so: ") + outcome.error.message());
+            fail("Refused for what is not so: " + outcome.error.message());
         expectEqual("Reply", outcome.reply, QJsonObject());
         expectWarnings({});
         return;
@@ -112,12 +111,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 
     const Wire hintsWire = wireOf(hints, Place::Hints);
     const Wire paramsWire = wireOf(params, Place::Params);
-    expectEqual("What arrives", memberOf(arrived.get()), QStringLiteral("InvokeIntent"));
+    expectEqual("What arrives", memberOf(arrived.get()), "InvokeIntent");
     expectEqual("Signature", QByteArray(sd_bus_message_get_signature(arrived.get(), 1)), QByteArray("sa{sv}a{sv}"));
     expectEqual("Content", textOf(arrived.get()),
-                QStringLiteral("\"%1\", ").arg(QString::fromUtf8(name.toUtf8())) + hintsWire.text + QStringLiteral(", ")
-                    + paramsWire.text);
-    expectEqual("What follows", memberOf(service().next().get()), QStringLiteral("Marker"));
+                QString("\"%1\", ").arg(QString::fromUtf8(name.toUtf8())) + hintsWire.text + ", " + paramsWire.text);
+    expectEqual("What follows", memberOf(service().next().get()), "Marker");
     expectWarnings(hintsWire.warnings + paramsWire.warnings);
 
     sd_bus_message *made = nullptr;

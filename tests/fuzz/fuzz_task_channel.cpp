@@ -139,7 +139,7 @@ bool readPiece(const QByteArray &piece, QStringList *messages)
         const auto length = qFromBigEndian<quint32>(piece.constData() + at);
         at += 4;
         if (length == 0xFFFFFFFF) { // a null byte array
-            messages->append(QStringLiteral("{}"));
+            messages->append("{}");
             continue;
         }
         if (quint32(piece.size() - at) < length)
@@ -161,7 +161,7 @@ sockaddr_un addressOf(const QByteArray &path)
 void check(int result, const char *what)
 {
     if (result < 0)
-        fail(QStringLiteral("Cannot %1: %2").arg(QLatin1String(what), qt_error_string(errno)));
+        fail(QString("Cannot %1: %2").arg(what, qt_error_string(errno)));
 }
 
 /// A channel and the plain socket at its other end.
@@ -208,7 +208,7 @@ public:
         if (written < 0 && errno == EPIPE)
             return false;
         if (written != piece.size())
-            fail(QStringLiteral("A piece was not written at once"));
+            fail("A piece was not written at once");
         int unread = 0;
         while (::ioctl(socket, SIOCOUTQ, &unread) == 0 && unread > 0 && channel
                && channel->state() == TaskMessaging::Connected)
@@ -242,7 +242,7 @@ public:
         int at = 0;
         while (at < m_received.size()) {
             if (m_sent.isEmpty())
-                fail(QStringLiteral("There are %1 bytes that were not sent").arg(m_received.size() - at));
+                fail(QString("There are %1 bytes that were not sent").arg(m_received.size() - at));
             const QByteArray expected = m_sent.first();
             const QByteArray received =
                 QByteArray::fromRawData(m_received.constData() + at, std::min(m_received.size() - at, expected.size()));
@@ -319,7 +319,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         expectEqual("State", connection.channel->state(), TaskMessaging::Unconnected);
         expectEqual("A piece after the end is written", connection.write("x"), false);
         expectEqual("Messages", messages, expected);
-        expectWarnings({QStringLiteral("Insufficient data in the socket")});
+        expectWarnings({"Insufficient data in the socket"});
         return;
     }
 

@@ -42,9 +42,9 @@ Auditor::Auditor(const QStringList &intents, const SharedFiles &files, Findings 
                                            "org.freedesktop.DBus.Monitoring", "BecomeMonitor"),
             "sd_bus_message_new_method_call");
     require(sd_bus_message_open_container(call, 'a', "s"), "sd_bus_message_open_container");
-    const QString requests = QStringLiteral("type='method_call',interface='%1',member='InvokeIntent',arg0='%2'");
+    const QString requests = "type='method_call',interface='%1',member='InvokeIntent',arg0='%2'";
     for (const QString &intent : intents) {
-        const QByteArray rule = requests.arg(QLatin1String(Names::Intents.interface), intent).toUtf8();
+        const QByteArray rule = requests.arg(Names::Intents.interface, intent).toUtf8();
         require(sd_bus_message_append(call, "s", rule.constData()), "sd_bus_message_append");
     }
     const QByteArray replies = QByteArray("type='method_return',destination='") + serviceConnection + '\'';
@@ -84,8 +84,8 @@ void Auditor::onDropped(int id)
 
 Rows Auditor::figures() const
 {
-    return {{QStringLiteral("descriptors compared, with intents"), QString::number(m_requests)},
-            {QStringLiteral("descriptors compared, with replies"), QString::number(m_replies)}};
+    return {{"descriptors compared, with intents", QString::number(m_requests)},
+            {"descriptors compared, with replies", QString::number(m_replies)}};
 }
 
 void Auditor::read()
@@ -112,8 +112,7 @@ void Auditor::check(sd_bus_message *message)
         checkDescriptors(content);
         ++m_requests;
         if (!m_sent.remove(content.id))
-            m_findings.add(QStringLiteral("each intent with a file to come by once"),
-                           QStringLiteral("intent %1 once more").arg(content.id));
+            m_findings.add("each intent with a file to come by once", QString("intent %1 once more").arg(content.id));
     } else if (sd_bus_message_has_signature(message, "a{sv}a{sv}")) { // a reply: its result, and files
         readMap(message, content);
         readMap(message, content);
@@ -123,8 +122,8 @@ void Auditor::check(sd_bus_message *message)
         ++m_replies;
         if (!m_answered.remove(content.id) && !m_dropped.remove(content.id)) {
             if (m_early.contains(content.id))
-                m_findings.add(QStringLiteral("each reply with a file to come by once"),
-                               QStringLiteral("the reply to intent %1 once more").arg(content.id));
+                m_findings.add("each reply with a file to come by once",
+                               QString("the reply to intent %1 once more").arg(content.id));
             m_early.insert(content.id);
         }
     }
@@ -137,8 +136,8 @@ void Auditor::checkDescriptors(const Content &content)
     if ((isToRead && m_files.isThat(content.readDescriptors.first(), content.file, O_RDONLY))
         || (isToWrite && m_files.isThat(content.writeDescriptors.first(), content.file, O_RDWR)))
         return;
-    m_findings.add(QStringLiteral("one descriptor of the file that a message names, in the mode that it says"),
-                   QStringLiteral("%1 to read and %2 to write in a message with %3")
+    m_findings.add("one descriptor of the file that a message names, in the mode that it says",
+                   QString("%1 to read and %2 to write in a message with %3")
                        .arg(content.readDescriptors.size())
                        .arg(content.writeDescriptors.size())
                        .arg(content.file));

@@ -6,5 +6,5 @@
 /// Whether what the library logs is what a soak brings about: ends of a channel go while the other is there.
 inline bool isExpectedWarning(const QString &text)
 {
-    return text == QLatin1String("Socket error \"QLocalSocket: Remote closed\"");
+    return text == "Socket error \"QLocalSocket: Remote closed\"";
 }

@@ -14,9 +14,9 @@ QStringList Findings::lines() const
     const QMutexLocker lock(&m_mutex);
     QStringList lines;
     for (auto i = m_findings.cbegin(); i != m_findings.cend(); ++i) {
-        lines << QStringLiteral("Expected %1; found %2").arg(i.key(), i->first);
+        lines << QString("Expected %1; found %2").arg(i.key(), i->first);
         if (i->count > 1)
-            lines.last() += QStringLiteral(", and %1 more").arg(i->count - 1);
+            lines.last() += QString(", and %1 more").arg(i->count - 1);
     }
     return lines;
 }

@@ -11,7 +11,7 @@ namespace {
 
 void answer(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &reply)
 {
-    const int delay = params.value(QLatin1String("delay")).toInt(); // milliseconds
+    const int delay = params.value("delay").toInt(); // milliseconds
     if (delay > 0)
         QTimer::singleShot(delay, qApp, [params, reply] { reply(params); });
     else
@@ -24,12 +24,12 @@ int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
     RuntimeDispatcher *dispatcher = RuntimeDispatcher::instance();
-    const QString echo = QStringLiteral("Echo.") + dispatcher->applicationId();
-    const QString carry = QStringLiteral("Carry.") + dispatcher->applicationId();
+    const QString echo = "Echo." + dispatcher->applicationId();
+    const QString carry = "Carry." + dispatcher->applicationId();
 
     dispatcher->registerIntent(echo, answer);
     dispatcher->registerIntent(carry, answer);
-    dispatcher->registerIntentOutputFiles(carry, {QStringLiteral("read")}, {QStringLiteral("write")});
+    dispatcher->registerIntentOutputFiles(carry, {"read"}, {"write"});
     if (const Corvane::Error error = dispatcher->startService())
         qFatal("Cannot receive intents: %s", qUtf8Printable(error.message()));
     return QCoreApplication::exec();

@@ -36,7 +36,7 @@ bool IntentLoad::Call::isRight(const QJsonObject &reply, const Error &error) con
     if (!reply.isEmpty())
         return false;
     if (!killable.isEmpty() && error.code() == Error::HandlerFailed
-        && error.message().startsWith(killable + QLatin1String(".instance")))
+        && error.message().startsWith(killable + ".instance"))
         return true; // never ApplicationNotRunning: it is killed once it has run, and is started again for those that
                      // wait
     return code == error.code() && error.message().endsWith(message);
@@ -102,12 +102,12 @@ void Caller::invoke(const Call &call)
 {
     m_calls.insert(call.id, call);
     ++m_load.m_counts.invoked;
-    QJsonObject hints{{QStringLiteral("urgent"), call.id % 2 == 0}};
+    QJsonObject hints{{"urgent", call.id % 2 == 0}};
     if (call.hasFile) {
         ++m_load.m_counts.withFile;
         m_load.m_auditor.onSent(call.id);
-        hints.insert(QStringLiteral("readFiles"), QStringLiteral("read"));
-        hints.insert(QStringLiteral("writeFiles"), QJsonArray{QStringLiteral("write")});
+        hints.insert("readFiles", "read");
+        hints.insert("writeFiles", QJsonArray{"write"});
     }
     m_invoker->invoke(call.intentName, hints, call.params);
 }
@@ -120,42 +120,41 @@ IntentLoad::Call Caller::makeCall()
     const int kind = random.bounded(200);
     if (kind < 100) {
         call.hasFile = true;
-        call.intentName.replace(QLatin1String("Echo"), QLatin1String("Carry"));
-        call.params.insert(kind % 4 == 0 ? QStringLiteral("write") : QStringLiteral("read"),
-                           m_load.m_files.any(random));
+        call.intentName.replace("Echo", "Carry");
+        call.params.insert(kind % 4 == 0 ? "write" : "read", m_load.m_files.any(random));
     } else if (kind < 102) {
         call.killable.clear();
-        call.intentName = QStringLiteral("Nobody.%1").arg(call.id);
+        call.intentName = QString("Nobody.%1").arg(call.id);
         call.code = Error::HandlerNotFound;
-        call.message = QStringLiteral("No application handles \"%1\"").arg(call.intentName);
+        call.message = QString("No application handles \"%1\"").arg(call.intentName);
     } else if (kind < 104) {
         call.killable.clear();
-        call.intentName = QStringLiteral("Forgotten.steady");
+        call.intentName = "Forgotten.steady";
         call.code = Error::HandlerFailed;
-        call.message = QStringLiteral("Intent not registered by specified application");
+        call.message = "Intent not registered by specified application";
     } else if (kind < 106) { // not sent, since it would be cut there
         call.killable.clear();
-        call.params.insert(QStringLiteral("text"), QString(QChar(QChar::Null)));
+        call.params.insert("text", QString(QChar(QChar::Null)));
         call.code = Error::Failed;
-        call.message = QStringLiteral("A message cannot hold a text with U+0000");
+        call.message = "A message cannot hold a text with U+0000";
     } else if (kind < 108) {
-        call.params.insert(QStringLiteral("delay"), random.bounded(LongestDelay));
+        call.params.insert("delay", random.bounded(LongestDelay));
     } else if (kind < 112) {
-        call.params.insert(QStringLiteral("text"), QString(random.bounded(LongestText), QLatin1Char('x')));
+        call.params.insert("text", QString(random.bounded(LongestText), 'x'));
     }
     return call;
 }
 
 void Caller::onReply(const QJsonObject &reply, const Error &error)
 {
-    const auto answered = m_calls.constFind(reply.value(QLatin1String("id")).toInt());
+    const auto answered = m_calls.constFind(reply.value("id").toInt());
     const auto expecting = answered != m_calls.cend() && answered->isRight(reply, error)
         ? answered
         : std::find_if(m_calls.cbegin(), m_calls.cend(), [&](const Call &call) { return call.isRight(reply, error); });
     if (expecting == m_calls.cend()) {
         ++m_load.m_counts.unexpected;
-        m_load.m_findings.add(QStringLiteral("each call to have one outcome, the right one"),
-                              QStringLiteral("one that no call in flight is to have: %1, error %2 \"%3\"")
+        m_load.m_findings.add("each call to have one outcome, the right one",
+                              QString("one that no call in flight is to have: %1, error %2 \"%3\"")
                                   .arg(toText(reply))
                                   .arg(error.code())
                                   .arg(error.message()));
@@ -182,8 +181,7 @@ void Caller::onOutcome(const Call &call, const Error &error)
 
 IntentLoad::IntentLoad(quint32 seed, const SharedFiles &files, Findings &findings)
     : m_random(seed), m_files(files), m_findings(findings),
-      m_auditor({QStringLiteral("Carry.steady"), QStringLiteral("Carry.fragile"), QStringLiteral("Carry.brittle")},
-                files, findings)
+      m_auditor({"Carry.steady", "Carry.fragile", "Carry.brittle"}, files, findings)
 {
     for (int i = 0; i < Callers; ++i)
         m_callers.push_back(std::make_unique<Caller>(*this));
@@ -213,11 +211,11 @@ QString IntentLoad::outstanding() const
     QStringList list;
     for (const auto &caller : m_callers) {
         for (const Call &call : caller->calls())
-            list << QStringLiteral("the outcome of %1 (call %2)").arg(call.intentName).arg(call.id);
+            list << QString("the outcome of %1 (call %2)").arg(call.intentName).arg(call.id);
     }
     if (m_auditor.outstanding() > 0)
-        list << QStringLiteral("the files of %1 messages").arg(m_auditor.outstanding());
-    return list.join(QLatin1String(", "));
+        list << QString("the files of %1 messages").arg(m_auditor.outstanding());
+    return list.join(", ");
 }
 
 Rows IntentLoad::figures(double seconds) const
@@ -225,16 +223,16 @@ Rows IntentLoad::figures(double seconds) const
     qint64 lost = 0;
     for (const auto &caller : m_callers)
         lost += caller->calls().size();
-    return Rows{{QStringLiteral("intents invoked"), QString::number(m_counts.invoked)},
-                {QStringLiteral("... a second"), QString::number(double(m_counts.invoked) / seconds, 'f', 0)},
-                {QStringLiteral("... with a file"), QString::number(m_counts.withFile)},
-                {QStringLiteral("outcomes: the right reply"), QString::number(m_counts.answered)},
-                {QStringLiteral("outcomes: the error to expect"), QString::number(m_counts.refused)},
-                {QStringLiteral("outcomes: the handler was killed"), QString::number(m_counts.killed)},
-                {QStringLiteral("outcomes dropped with their invoker"), QString::number(m_counts.dropped)},
-                {QStringLiteral("outcomes lost"), QString::number(lost)},
-                {QStringLiteral("outcomes twice, or wrong"), QString::number(m_counts.unexpected)},
-                {QStringLiteral("invokers made"), QString::number(m_counts.invokers)}}
+    return Rows{{"intents invoked", QString::number(m_counts.invoked)},
+                {"... a second", QString::number(double(m_counts.invoked) / seconds, 'f', 0)},
+                {"... with a file", QString::number(m_counts.withFile)},
+                {"outcomes: the right reply", QString::number(m_counts.answered)},
+                {"outcomes: the error to expect", QString::number(m_counts.refused)},
+                {"outcomes: the handler was killed", QString::number(m_counts.killed)},
+                {"outcomes dropped with their invoker", QString::number(m_counts.dropped)},
+                {"outcomes lost", QString::number(lost)},
+                {"outcomes twice, or wrong", QString::number(m_counts.unexpected)},
+                {"invokers made", QString::number(m_counts.invokers)}}
     + m_auditor.figures();
 }
 
@@ -248,13 +246,13 @@ IntentLoad::Call IntentLoad::echo(const char *application)
 {
     Call call;
     call.id = ++m_lastId;
-    call.intentName = QStringLiteral("Echo.") + QLatin1String(application);
-    call.params = {{QStringLiteral("id"), call.id},
-                   {QStringLiteral("text"), QStringLiteral("text %1").arg(m_random.bounded(1000000))},
-                   {QStringLiteral("list"), QJsonArray{1, QStringLiteral("two"), true}},
-                   {QStringLiteral("object"), QJsonObject{{QStringLiteral("number"), m_random.generateDouble()}}}};
+    call.intentName = QString("Echo.") + application;
+    call.params = {{"id", call.id},
+                   {"text", QString("text %1").arg(m_random.bounded(1000000))},
+                   {"list", QJsonArray{1, "two", true}},
+                   {"object", QJsonObject{{"number", m_random.generateDouble()}}}};
     if (application != Applications[0])
-        call.killable = QLatin1String(application);
+        call.killable = application;
     return call;
 }
 

@@ -164,8 +164,8 @@ void Soak::settle()
         m_phase = Phase::Rest;
         m_phaseBegin = seconds();
     } else if (seconds() - m_phaseBegin > double(LongestSettling) / 1000) {
-        m_findings.add(QStringLiteral("all work to come to its end within %1 s").arg(LongestSettling / 1000),
-                       QStringLiteral("outstanding: ") + outstanding.join(QLatin1String("; ")));
+        m_findings.add(QString("all work to come to its end within %1 s").arg(LongestSettling / 1000),
+                       "outstanding: " + outstanding.join("; "));
         finish();
     } else if (m_intents.outstanding().isEmpty() && !m_notices.outstanding().isEmpty()) {
         m_intents.wakeApplications();
@@ -175,12 +175,11 @@ void Soak::settle()
 void Soak::finish()
 {
     m_timer.stop();
-    m_figures << qMakePair(QStringLiteral("seconds at work"), QString::number(m_worked, 'f', 1));
+    m_figures << qMakePair(QString("seconds at work"), QString::number(m_worked, 'f', 1));
     for (Load *load : m_loads)
         m_figures << load->figures(m_worked);
     if (m_phase == Phase::Rest) {
-        for (const Watched &watched : {Watched{QStringLiteral("driver"), &Sample::driver},
-                                       Watched{QStringLiteral("stand-in"), &Sample::standIn}}) {
+        for (const Watched &watched : {Watched{"driver", &Sample::driver}, Watched{"stand-in", &Sample::standIn}}) {
             compareDescriptors(watched);
             compareMemory(watched);
         }
@@ -193,11 +192,11 @@ void Soak::compareDescriptors(const Watched &watched)
 {
     const int before = descriptorsAtRest(watched, m_firstRest);
     const int after = descriptorsAtRest(watched, m_phaseBegin);
-    m_figures << qMakePair(QStringLiteral("descriptors of the %1, at rest").arg(watched.name),
-                           QStringLiteral("%1, then %2").arg(before).arg(after));
+    m_figures << qMakePair(QString("descriptors of the %1, at rest").arg(watched.name),
+                           QString("%1, then %2").arg(before).arg(after));
     if (after > before)
         m_findings.add(
-            QStringLiteral("the %1 to hold at most %2 descriptors, as after the warm-up").arg(watched.name).arg(before),
+            QString("the %1 to hold at most %2 descriptors, as after the warm-up").arg(watched.name).arg(before),
             QString::number(after));
 }
 
@@ -205,12 +204,11 @@ void Soak::compareMemory(const Watched &watched)
 {
     const qint64 before = median(memory(watched, m_workBegin));
     const qint64 after = median(memory(watched, m_workEnd - m_seconds * Window));
-    m_figures << qMakePair(QStringLiteral("memory of the %1").arg(watched.name),
-                           QStringLiteral("%1 KiB, then %2 KiB").arg(before).arg(after));
+    m_figures << qMakePair(QString("memory of the %1").arg(watched.name),
+                           QString("%1 KiB, then %2 KiB").arg(before).arg(after));
     if (after - before > MostGrowth)
-        m_findings.add(
-            QStringLiteral("the memory of the %1 to grow by at most %2 KiB").arg(watched.name).arg(MostGrowth),
-            QStringLiteral("%1 KiB").arg(after - before));
+        m_findings.add(QString("the memory of the %1 to grow by at most %2 KiB").arg(watched.name).arg(MostGrowth),
+                       QString("%1 KiB").arg(after - before));
 }
 
 /// Samples from a tenth of the time.
@@ -250,10 +248,10 @@ void Soak::writeSamples()
 void Soak::report() const
 {
     for (const auto &[what, value] : m_figures)
-        say(QStringLiteral("%1 %2").arg(what, -42).arg(value, 20));
+        say(QString("%1 %2").arg(what, -42).arg(value, 20));
     const QStringList lines = m_findings.lines();
     for (const QString &line : lines)
-        say(QStringLiteral("FAILED: ") + line);
+        say("FAILED: " + line);
     QCoreApplication::exit(lines.isEmpty() ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
@@ -264,7 +262,7 @@ void onWarning(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
     if (isExpectedWarning(text))
         return;
-    warnings->add(QStringLiteral("no warnings"), text);
+    warnings->add("no warnings", text);
     if (type == QtFatalMsg)
         QTextStream(stderr) << "corvane-soak: " << text << Qt::endl;
 }

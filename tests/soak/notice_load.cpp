@@ -51,21 +51,21 @@ void NoticeLoad::stop()
 QString NoticeLoad::outstanding() const
 {
     if (m_isAwaited)
-        return QStringLiteral("the memory level %1").arg(m_level);
+        return QString("the memory level %1").arg(m_level);
     if (!m_dying.isEmpty())
-        return QStringLiteral("the end of %1, which was killed").arg(m_dying);
+        return QString("the end of %1, which was killed").arg(m_dying);
     const auto states = m_instances.values();
     const int running = int(std::count(states.cbegin(), states.cend(), Corvane::ForegroundState));
     return running == Applications && states.size() == Applications
         ? QString()
-        : QStringLiteral("%1 applications to run, of which %2 do").arg(Applications).arg(running);
+        : QString("%1 applications to run, of which %2 do").arg(Applications).arg(running);
 }
 
 Rows NoticeLoad::figures(double /*seconds*/) const
 {
-    return {{QStringLiteral("memory levels"), QString::number(m_levels)},
-            {QStringLiteral("states of applications"), QString::number(m_changes)},
-            {QStringLiteral("applications killed"), QString::number(m_kills)}};
+    return {{"memory levels", QString::number(m_levels)},
+            {"states of applications", QString::number(m_changes)},
+            {"applications killed", QString::number(m_kills)}};
 }
 
 void NoticeLoad::setLevel(int level)
@@ -73,8 +73,7 @@ void NoticeLoad::setLevel(int level)
     m_level = level;
     m_isAwaited = true;
     QDBusConnection::sessionBus().send(QDBusMessage::createMethodCall(Names::ServiceRoot, Names::StandIn.path(),
-                                                                      QLatin1String(Names::StandIn.interface),
-                                                                      QStringLiteral("SetMemoryLevel"))
+                                                                      Names::StandIn.interface, "SetMemoryLevel")
                                        << level);
 }
 
@@ -83,8 +82,7 @@ void NoticeLoad::onLevelChanged(MemoryPressure::MemoryLevel level)
     if (m_level == FirstLevel && level != FirstLevel)
         return; // what the kernel said before
     if (!std::exchange(m_isAwaited, false) || level != m_level || level != MemoryPressure::instance()->level())
-        m_findings.add(QStringLiteral("each memory level to be told once"),
-                       QStringLiteral("%1 after %2").arg(level).arg(m_level));
+        m_findings.add("each memory level to be told once", QString("%1 after %2").arg(level).arg(m_level));
     ++m_levels;
     if (m_isOn)
         m_levelTimer.start(m_random.bounded(LongestPause));
@@ -97,7 +95,7 @@ void NoticeLoad::kill()
         return;
     QStringList victims;
     for (auto i = m_instances.cbegin(); i != m_instances.cend(); ++i) {
-        if (*i == Corvane::ForegroundState && !i.key().startsWith(QLatin1String("steady.")))
+        if (*i == Corvane::ForegroundState && !i.key().startsWith("steady."))
             victims << i.key();
     }
     if (victims.isEmpty())
@@ -105,7 +103,7 @@ void NoticeLoad::kill()
     const QString victim = victims.at(m_random.bounded(victims.size()));
     const QDBusReply<uint> process = QDBusConnection::sessionBus().interface()->servicePid(victim);
     if (!process.isValid()) {
-        m_findings.add(QStringLiteral("applications in the foreground to own their bus names"), victim);
+        m_findings.add("applications in the foreground to own their bus names", victim);
         return;
     }
     ::kill(pid_t(process.value()), SIGKILL);
@@ -115,17 +113,17 @@ void NoticeLoad::kill()
 
 void NoticeLoad::onStateChanged(const QString &instanceId, Corvane::ApplicationState state)
 {
-    if (instanceId.startsWith(QLatin1String("soak.")))
+    if (instanceId.startsWith("soak."))
         return; // this process
     const auto before = m_instances.value(instanceId, Corvane::UnknownState);
     const bool isRight = (state == Corvane::LaunchingState && before == Corvane::UnknownState)
         || (state == Corvane::ForegroundState && before == Corvane::LaunchingState)
         || (state == Corvane::StoppedState && before == Corvane::ForegroundState);
     if (!isRight)
-        m_findings.add(QStringLiteral("an application to be launched, in the foreground and stopped, each told once"),
-                       QStringLiteral("%1 in state %2 after %3").arg(instanceId).arg(state).arg(before));
+        m_findings.add("an application to be launched, in the foreground and stopped, each told once",
+                       QString("%1 in state %2 after %3").arg(instanceId).arg(state).arg(before));
     if (state == Corvane::StoppedState && instanceId != m_dying)
-        m_findings.add(QStringLiteral("applications to stop when they are killed"), instanceId);
+        m_findings.add("applications to stop when they are killed", instanceId);
     if (state == Corvane::StoppedState) {
         m_instances.remove(instanceId);
         m_dying.clear();

@@ -8,8 +8,8 @@
 
 ProcessFigures ProcessFigures::of(pid_t process)
 {
-    const QString directory = QStringLiteral("/proc/%1/").arg(process);
-    QFile file(directory + QStringLiteral("smaps_rollup"));
+    const QString directory = QString("/proc/%1/").arg(process);
+    QFile file(directory + "smaps_rollup");
     if (!file.open(QIODevice::ReadOnly))
         qFatal("%s cannot be read: %s", qUtf8Printable(file.fileName()), qUtf8Printable(file.errorString()));
 
@@ -21,7 +21,7 @@ ProcessFigures ProcessFigures::of(pid_t process)
             figures.memory += line.simplified().split(' ').at(1).toLongLong();
     }
     figures.descriptors =
-        QDir(directory + QStringLiteral("fd")).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+        QDir(directory + "fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
     if (process == ::getpid())
         --figures.descriptors; // the one with which the directory was read
     return figures;

@@ -21,11 +21,11 @@ int main(int argc, char **argv)
     TaskMessaging channel(Corvane::RuntimeDispatcher::instance()->localServerSocket());
     int sent = 0;
     QObject::connect(&channel, &TaskMessaging::messageReceived, &channel, [&channel, &sent](QJsonObject message) {
-        const int others = message.value(QLatin1String("others")).toInt();
-        message.insert(QStringLiteral("number"), sent++);
+        const int others = message.value("others").toInt();
+        message.insert("number", sent++);
         channel.sendMessage(message);
         for (int i = 0; i < others; ++i)
-            channel.sendMessage({{QStringLiteral("number"), sent++}});
+            channel.sendMessage({{"number", sent++}});
     });
     return QCoreApplication::exec();
 }

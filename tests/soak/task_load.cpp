@@ -45,22 +45,22 @@ void TaskLoad::stop()
 QString TaskLoad::outstanding() const
 {
     if (!m_sent.isEmpty())
-        return QStringLiteral("%1 messages from the task").arg(m_sent.size());
+        return QString("%1 messages from the task").arg(m_sent.size());
     if (!m_outcomes.isEmpty())
-        return QStringLiteral("%1 outcomes of starting or stopping the task").arg(m_outcomes.size());
-    return m_phase == Phase::Idle ? QString() : QStringLiteral("the task to run, or to end");
+        return QString("%1 outcomes of starting or stopping the task").arg(m_outcomes.size());
+    return m_phase == Phase::Idle ? QString() : "the task to run, or to end";
 }
 
 Rows TaskLoad::figures(double seconds) const
 {
-    return {{QStringLiteral("task runs"), QString::number(m_runs)},
-            {QStringLiteral("task objects and channels made"), QString::number(m_tasks + m_runs)},
-            {QStringLiteral("outcomes of starting and stopping"), QString::number(m_outcomesReceived)},
-            {QStringLiteral("messages to the task"), QString::number(m_messagesSent)},
-            {QStringLiteral("messages from the task"), QString::number(m_messagesReceived)},
-            {QStringLiteral("messages both ways, a second"),
+    return {{"task runs", QString::number(m_runs)},
+            {"task objects and channels made", QString::number(m_tasks + m_runs)},
+            {"outcomes of starting and stopping", QString::number(m_outcomesReceived)},
+            {"messages to the task", QString::number(m_messagesSent)},
+            {"messages from the task", QString::number(m_messagesReceived)},
+            {"messages both ways, a second",
              QString::number(double(m_messagesSent + m_messagesReceived) / seconds, 'f', 0)},
-            {QStringLiteral("messages dropped with their channel"), QString::number(m_messagesDropped)}};
+            {"messages dropped with their channel", QString::number(m_messagesDropped)}};
 }
 
 /// A callback that is to be called once, with success, unless the task goes first.
@@ -71,15 +71,15 @@ std::function<void(const Error &)> TaskLoad::expectOutcome(const QString &of)
     return [this, of, number](const Error &error) {
         ++m_outcomesReceived;
         if (!m_outcomes.remove(number) || error)
-            m_findings.add(QStringLiteral("success, once, of ") + of,
-                           QStringLiteral("error %1 \"%2\"").arg(error.code()).arg(error.message()));
+            m_findings.add("success, once, of " + of,
+                           QString("error %1 \"%2\"").arg(error.code()).arg(error.message()));
     };
 }
 
 void TaskLoad::makeTask()
 {
     m_outcomes.clear(); // they go with the old task
-    m_task = std::make_unique<Task>(QStringLiteral("talk"));
+    m_task = std::make_unique<Task>("talk");
     m_task->withIpcSocket(true);
     connect(m_task.get(), &Task::stateChanged, this, &TaskLoad::onStateChanged);
     ++m_tasks;
@@ -94,7 +94,7 @@ void TaskLoad::run()
     m_left = m_random.bounded(LongestRun);
     m_isImpatient = m_random.bounded(4) == 0;
     m_nextNumber = 0;
-    m_task->start(expectOutcome(QStringLiteral("starting a task")));
+    m_task->start(expectOutcome("starting a task"));
     if (m_random.bounded(4) == 0)
         makeTask();
 }
@@ -116,8 +116,7 @@ void TaskLoad::talk()
     m_channel = std::make_unique<TaskMessaging>(m_task->socketPath());
     connect(m_channel.get(), &TaskMessaging::messageReceived, this, &TaskLoad::onMessage);
     if (m_channel->state() != TaskMessaging::Connected)
-        m_findings.add(QStringLiteral("a channel to the task that runs"),
-                       QStringLiteral("one in state %1").arg(m_channel->state()));
+        m_findings.add("a channel to the task that runs", QString("one in state %1").arg(m_channel->state()));
     goOn();
 }
 
@@ -127,13 +126,13 @@ void TaskLoad::goOn()
     while (m_left > 0 && m_sent.size() < MostAtOnce) {
         --m_left;
         const int kind = m_random.bounded(100);
-        QJsonObject message{{QStringLiteral("left"), m_left}};
+        QJsonObject message{{"left", m_left}};
         if (kind < 2)
-            message.insert(QStringLiteral("text"), QString(m_random.bounded(LongestText), QLatin1Char('x')));
+            message.insert("text", QString(m_random.bounded(LongestText), 'x'));
         else if (kind < 10)
-            message.insert(QStringLiteral("others"), m_random.bounded(MostOthers));
+            message.insert("others", m_random.bounded(MostOthers));
         if (!m_channel->sendMessage(message))
-            m_findings.add(QStringLiteral("messages to be sent while the task runs"), QStringLiteral("one refused"));
+            m_findings.add("messages to be sent while the task runs", "one refused");
         m_sent.enqueue(message);
         ++m_messagesSent;
     }
@@ -149,12 +148,12 @@ void TaskLoad::onMessage(const QJsonObject &message)
         --m_othersDue;
     } else if (!m_sent.isEmpty()) {
         expected = m_sent.dequeue();
-        m_othersDue = expected.value(QLatin1String("others")).toInt();
+        m_othersDue = expected.value("others").toInt();
     }
-    expected.insert(QStringLiteral("number"), m_nextNumber++);
+    expected.insert("number", m_nextNumber++);
     if (message != expected)
-        m_findings.add(QStringLiteral("each message of the task once, and in order"),
-                       QStringLiteral("%1 in place of %2").arg(toText(message), toText(expected)));
+        m_findings.add("each message of the task once, and in order",
+                       QString("%1 in place of %2").arg(toText(message), toText(expected)));
     if (m_phase == Phase::Talking)
         goOn();
 }
@@ -168,7 +167,7 @@ void TaskLoad::endRun()
     m_sent.clear();
     m_othersDue = 0;
     m_task->stop(m_random.bounded(2) == 0 ? Task::StopFlags(Task::Force) : Task::StopFlags(),
-                 expectOutcome(QStringLiteral("stopping a task")));
+                 expectOutcome("stopping a task"));
     if (m_random.bounded(4) == 0)
         makeTask();
 }

@@ -20,13 +20,13 @@ void TestCalendar::nextTimeIsTheFirstThatMatches_data()
     QTest::addColumn<QString>("next");
 
     const auto numbers = [](const QList<int> &list) { return QVariant::fromValue(list); };
-    const QString months = QStringLiteral("Months");
-    const QString weekDays = QStringLiteral("WeekDays");
-    const QString hours = QStringLiteral("Hours");
-    const QString minutes = QStringLiteral("Minutes");
-    const QString start = QStringLiteral("StartDate");
-    const QString end = QStringLiteral("EndDate");
-    const QString monday = QStringLiteral("2030-07-01T10:20:30");
+    const QString months = "Months";
+    const QString weekDays = "WeekDays";
+    const QString hours = "Hours";
+    const QString minutes = "Minutes";
+    const QString start = "StartDate";
+    const QString end = "EndDate";
+    const QString monday = "2030-07-01T10:20:30";
 
     QTest::newRow("hour later that day") << QVariantMap{{hours, numbers({8, 20})}} << monday << "2030-07-01T20:00:00";
     QTest::newRow("hour of the next day") << QVariantMap{{hours, numbers({8})}} << monday << "2030-07-02T08:00:00";
@@ -47,19 +47,16 @@ void TestCalendar::nextTimeIsTheFirstThatMatches_data()
                                                 {hours, numbers({23})},
                                                 {minutes, numbers({59})}}
                                  << monday << "2030-12-06T23:59:00";
-    QTest::newRow("from a date on") << QVariantMap{{hours, numbers({8})},
-                                                   {start, QStringLiteral("2030-08-01T09:00:00")}}
-                                    << monday << "2030-08-02T08:00:00";
-    QTest::newRow("until a date") << QVariantMap{{hours, numbers({8})}, {end, QStringLiteral("2030-07-02T08:00:00")}}
-                                  << monday << "2030-07-02T08:00:00";
-    QTest::newRow("too late") << QVariantMap{{hours, numbers({8})}, {end, QStringLiteral("2030-07-02T07:59:59")}}
-                              << monday << "";
+    QTest::newRow("from a date on") << QVariantMap{{hours, numbers({8})}, {start, "2030-08-01T09:00:00"}} << monday
+                                    << "2030-08-02T08:00:00";
+    QTest::newRow("until a date") << QVariantMap{{hours, numbers({8})}, {end, "2030-07-02T08:00:00"}} << monday
+                                  << "2030-07-02T08:00:00";
+    QTest::newRow("too late") << QVariantMap{{hours, numbers({8})}, {end, "2030-07-02T07:59:59"}} << monday << "";
     QTest::newRow("numbers that never match") << QVariantMap{{months, numbers({13})}} << monday << "";
     QTest::newRow("some that never match")
         << QVariantMap{{hours, numbers({-1, 25, 8})}} << monday << "2030-07-02T08:00:00";
     QTest::newRow("as in a manifest") << QVariantMap{{hours, QVariantList{8.0}}} << monday << "2030-07-02T08:00:00";
-    QTest::newRow("of other types") << QVariantMap{{hours, QStringLiteral("8")}, {start, 3}} << monday
-                                    << "2030-07-02T00:00:00";
+    QTest::newRow("of other types") << QVariantMap{{hours, "8"}, {start, 3}} << monday << "2030-07-02T00:00:00";
 }
 
 void TestCalendar::nextTimeIsTheFirstThatMatches()
@@ -75,8 +72,8 @@ void TestCalendar::emptyRulesAreKnown()
 {
     QVERIFY(Calendar(QVariant()).isEmpty());
     QVERIFY(Calendar(QVariantMap()).isEmpty());
-    QVERIFY(Calendar(QStringLiteral("daily")).isEmpty());
-    QVERIFY(!Calendar(QVariantMap{{QStringLiteral("Hours"), QVariantList()}}).isEmpty());
+    QVERIFY(Calendar("daily").isEmpty());
+    QVERIFY(!Calendar(QVariantMap{{"Hours", QVariantList()}}).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestCalendar)

@@ -12,18 +12,18 @@
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString Intents = Root + QStringLiteral(".Intents1");
-const QString InvokeIntent = QStringLiteral("InvokeIntent");
+const QString Root = CORVANE_SERVICE_ROOT;
+const QString Intents = Root + ".Intents1";
+const QString InvokeIntent = "InvokeIntent";
 
 QString serviceError(const char *name, const QString &reason)
 {
-    return QStringLiteral("%1.Error.%2 (s) ('%3',)").arg(Root, QLatin1String(name), reason);
+    return QString("%1.Error.%2 (s) ('%3',)").arg(Root, name, reason);
 }
 
 int descriptorsOfStandIn()
 {
-    return QDir(QStringLiteral("/proc/%1/fd").arg(::getppid())).entryList(QDir::AllEntries | QDir::System).size();
+    return QDir(QString("/proc/%1/fd").arg(::getppid())).entryList(QDir::AllEntries | QDir::System).size();
 }
 
 } // namespace
@@ -53,27 +53,22 @@ private Q_SLOTS:
 private:
     ServicePeer::Reply call(const QString &member, const QString &body, QJsonObject more = {})
     {
-        more.insert(QStringLiteral("destination"), Root);
-        more.insert(QStringLiteral("path"), objectPath());
-        if (!more.contains(QStringLiteral("interface")))
-            more.insert(QStringLiteral("interface"), Intents);
+        more.insert("destination", Root);
+        more.insert("path", objectPath());
+        if (!more.contains("interface"))
+            more.insert("interface", Intents);
         return peer.call(member, body, more);
     }
     int beginInvoke(const QString &intent, const QString &params)
     {
-        return peer.beginCall(InvokeIntent, QStringLiteral("('%1', @a{sv} {}, %2)").arg(intent, params),
-                              {{QStringLiteral("destination"), Root},
-                               {QStringLiteral("path"), objectPath()},
-                               {QStringLiteral("interface"), Intents}});
+        return peer.beginCall(InvokeIntent, QString("('%1', @a{sv} {}, %2)").arg(intent, params),
+                              {{"destination", Root}, {"path", objectPath()}, {"interface", Intents}});
     }
-    QString invoke(const QString &intent, const QString &params = QStringLiteral("@a{sv} {}"))
+    QString invoke(const QString &intent, const QString &params = "@a{sv} {}")
     {
         return peer.finishCall(beginInvoke(intent, params)).text;
     }
-    static QString objectPath()
-    {
-        return QLatin1Char('/') + QString(Intents).replace(QLatin1Char('.'), QLatin1Char('/'));
-    }
+    static QString objectPath() { return '/' + QString(Intents).replace('.', '/'); }
 
     ServicePeer peer;
 };
@@ -84,8 +79,8 @@ void TestIntentRouting::valuesTravelAsTheyAre_data()
 
     QTest::newRow("empty") << "@a{sv} {}";
     QTest::newRow("of JSON") << "{'b': <true>, 'd': <1.5>, 's': <'text'>, 'o': <{'x': <1.0>}>}";
-    QTest::newRow("integers") << "{'i': <3>, 'n': <int16 -3>, 'q': <uint16 3>, 't': <uint64 3>, 'u': <uint32 3>, "
-                                 "'x': <int64 -3>, 'y': <byte 0x03>}";
+    QTest::newRow("integers") << "{'i': <3>, 'n': <int16 -3>, 'q': <uint16 3>, 't': <uint64 3>, 'u': <uint32 3>, 'x': "
+                                 "<int64 -3>, 'y': <byte 0x03>}";
     QTest::newRow("names") << "{'g': <signature 'a{sv}'>, 'o': <objectpath '/a/b'>}";
     QTest::newRow("arrays") << "{'ab': <[true, false]>, 'as': <['a', 'b']>, 'av': <[<1>, <'x'>]>, 'ay': <b'bytes'>}";
     QTest::newRow("empty arrays") << "{'ab': <@ab []>, 'as': <@as []>, 'av': <@av []>, 'aas': <@aas []>}";
@@ -99,47 +94,46 @@ void TestIntentRouting::valuesTravelAsTheyAre()
 {
     QFETCH(QString, params);
 
-    QCOMPARE(invoke(QStringLiteral("Echo"), params), QStringLiteral("(a{sv}) (%1,)").arg(params));
+    QCOMPARE(invoke("Echo", params), QString("(a{sv}) (%1,)").arg(params));
 }
 
 void TestIntentRouting::callsKeepTheirOrderWhileTheApplicationStarts()
 {
     QVector<int> calls;
     for (int i = 0; i < 50; ++i)
-        calls << beginInvoke(QStringLiteral("Count"), QStringLiteral("{'i': <%1>}").arg(i));
+        calls << beginInvoke("Count", QString("{'i': <%1>}").arg(i));
     for (int i = 0; i < 50; ++i) {
         const QString text = peer.finishCall(calls.at(i)).text;
-        QVERIFY2(text.contains(QStringLiteral("{\\'i\\': <%1>}").arg(i))
-                     || text.contains(QStringLiteral("{'i': <%1>}").arg(i)),
+        QVERIFY2(text.contains(QString("{\\'i\\': <%1>}").arg(i)) || text.contains(QString("{'i': <%1>}").arg(i)),
                  qUtf8Printable(text));
-        QVERIFY2(text.contains(QStringLiteral("'before': <%1>").arg(i)), qUtf8Printable(text));
+        QVERIFY2(text.contains(QString("'before': <%1>").arg(i)), qUtf8Printable(text));
     }
 }
 
 void TestIntentRouting::applicationIsToldWhoItIs()
 {
     // And not what the stand-in itself has in its environment.
-    QCOMPARE(QString::fromUtf8(qgetenv("HALVIR_OTHER")), QStringLiteral("kept"));
-    const QString text = invoke(QStringLiteral("Tell"));
-    const QString expected = QStringLiteral("'environment': <{'HALVIR_APP_ID': <'tell'>, 'HALVIR_APP_INSTANCE_ID': "
-                                            "<'tell.instance1'>, 'HALVIR_OTHER': <'kept'>}>");
-    const QString reordered = QStringLiteral("'environment': <{'HALVIR_OTHER': <'kept'>, 'HALVIR_APP_ID': <'tell'>, "
-                                             "'HALVIR_APP_INSTANCE_ID': <'tell.instance1'>}>");
+    QCOMPARE(QString::fromUtf8(qgetenv("HALVIR_OTHER")), QString("kept"));
+    const QString text = invoke("Tell");
+    const QString expected = "'environment': <{'HALVIR_APP_ID': <'tell'>, 'HALVIR_APP_INSTANCE_ID': "
+                             "<'tell.instance1'>, 'HALVIR_OTHER': <'kept'>}>";
+    const QString reordered = "'environment': <{'HALVIR_OTHER': <'kept'>, 'HALVIR_APP_ID': <'tell'>, "
+                              "'HALVIR_APP_INSTANCE_ID': <'tell.instance1'>}>";
     QVERIFY2(text.contains(expected) || text.contains(reordered), qUtf8Printable(text));
 }
 
 void TestIntentRouting::commandIsNobody()
 {
-    const QStringList names = QProcessEnvironment::systemEnvironment().keys().filter(QStringLiteral("HALVIR_"));
-    QCOMPARE(names, QStringList(QStringLiteral("HALVIR_OTHER")));
+    const QStringList names = QProcessEnvironment::systemEnvironment().keys().filter("HALVIR_");
+    QCOMPARE(names, QStringList("HALVIR_OTHER"));
 }
 
 void TestIntentRouting::everyInstanceHasANameOfItsOwn()
 {
     // The second call may come while the first instance is ending.
     for (int i = 1; i <= 5; ++i) {
-        QCOMPARE(invoke(QStringLiteral("Once")), QStringLiteral("(a{sv}) ({'instance': <'once.instance%1'>},)").arg(i));
-        QTRY_VERIFY(!peer.hasOwner(QStringLiteral("once.instance%1").arg(i)));
+        QCOMPARE(invoke("Once"), QString("(a{sv}) ({'instance': <'once.instance%1'>},)").arg(i));
+        QTRY_VERIFY(!peer.hasOwner(QString("once.instance%1").arg(i)));
     }
 }
 
@@ -148,37 +142,30 @@ void TestIntentRouting::failuresAreTold_data()
     QTest::addColumn<QString>("intent");
     QTest::addColumn<QString>("error");
 
-    QTest::newRow("no handler") << "Nothing"
-                                << serviceError("HandlerNotFound",
-                                                QStringLiteral("No application handles \"Nothing\""));
-    QTest::newRow("no name") << "" << serviceError("HandlerNotFound", QStringLiteral("No application handles \"\""));
-    QTest::newRow("other case") << "echo"
-                                << serviceError("HandlerNotFound", QStringLiteral("No application handles \"echo\""));
-    QTest::newRow("error") << "Fail" << serviceError("HandlerFailed", QStringLiteral("fail.instance1: the reason"));
-    QTest::newRow("wrong reply") << "Misspell"
-                                 << serviceError("HandlerFailed",
-                                                 QStringLiteral("misspell.instance1: The reply should have the "
-                                                                "signature a{sv}a{sv}, and has \"s\""));
+    QTest::newRow("no handler") << "Nothing" << serviceError("HandlerNotFound", "No application handles \"Nothing\"");
+    QTest::newRow("no name") << "" << serviceError("HandlerNotFound", "No application handles \"\"");
+    QTest::newRow("other case") << "echo" << serviceError("HandlerNotFound", "No application handles \"echo\"");
+    QTest::newRow("error") << "Fail" << serviceError("HandlerFailed", "fail.instance1: the reason");
+    QTest::newRow("wrong reply")
+        << "Misspell"
+        << serviceError("HandlerFailed",
+                        "misspell.instance1: The reply should have the signature a{sv}a{sv}, and has \"s\"");
     QTest::newRow("death") << "Crash"
-                           << serviceError("HandlerFailed",
-                                           QStringLiteral("crash.instance1: Message recipient "
-                                                          "disconnected from message bus without "
-                                                          "replying"));
+                           << serviceError(
+                                  "HandlerFailed",
+                                  "crash.instance1: Message recipient disconnected from message bus without replying");
     QTest::newRow("no program") << "Absent"
-                                << serviceError("ApplicationNotRunning",
-                                                QStringLiteral("absent.instance1 cannot be started: execve: No such "
-                                                               "file or directory"));
+                                << serviceError(
+                                       "ApplicationNotRunning",
+                                       "absent.instance1 cannot be started: execve: No such file or directory");
     QTest::newRow("ends at once") << "Exit"
-                                  << serviceError("ApplicationNotRunning",
-                                                  QStringLiteral("exit.instance1 has ended with exit code 3"));
+                                  << serviceError("ApplicationNotRunning", "exit.instance1 has ended with exit code 3");
     QTest::newRow("descriptor in the reply")
         << "Smuggle"
-        << serviceError("HandlerFailed",
-                        QStringLiteral("smuggle.instance1: Descriptors belong in the second map of the reply"));
+        << serviceError("HandlerFailed", "smuggle.instance1: Descriptors belong in the second map of the reply");
     QTest::newRow("descriptor that is none")
         << "Pretend"
-        << serviceError("HandlerFailed",
-                        QStringLiteral("pretend.instance1: Descriptors belong in the second map of the reply"));
+        << serviceError("HandlerFailed", "pretend.instance1: Descriptors belong in the second map of the reply");
 }
 
 void TestIntentRouting::failuresAreTold()
@@ -187,20 +174,19 @@ void TestIntentRouting::failuresAreTold()
     QFETCH(QString, error);
 
     QString text = invoke(intent);
-    QCOMPARE(text.replace(QLatin1String("\\\""), QLatin1String("\"")), error);
-    QCOMPARE(invoke(QStringLiteral("Echo")), QStringLiteral("(a{sv}) (@a{sv} {},)"));
+    QCOMPARE(text.replace("\\\"", "\""), error);
+    QCOMPARE(invoke("Echo"), QString("(a{sv}) (@a{sv} {},)"));
 }
 
 void TestIntentRouting::callerMayDieBeforeItsAnswer()
 {
     for (int i = 0; i < 100; ++i)
-        beginInvoke(QStringLiteral("Echo"), QStringLiteral("{'n': <%1.0>}").arg(i));
-    beginInvoke(QStringLiteral("Crash"), QStringLiteral("@a{sv} {}"));
-    invoke(QStringLiteral("Nothing")); // by whose answer the others have been sent
+        beginInvoke("Echo", QString("{'n': <%1.0>}").arg(i));
+    beginInvoke("Crash", "@a{sv} {}");
+    invoke("Nothing"); // by whose answer the others have been sent
     peer.kill();
     peer.start();
-    QCOMPARE(invoke(QStringLiteral("Echo"), QStringLiteral("{'next': <true>}")),
-             QStringLiteral("(a{sv}) ({'next': <true>},)"));
+    QCOMPARE(invoke("Echo", "{'next': <true>}"), QString("(a{sv}) ({'next': <true>},)"));
 }
 
 void TestIntentRouting::descriptorsAreClosed_data()
@@ -216,8 +202,7 @@ void TestIntentRouting::descriptorsAreClosed_data()
     for (const char *value : {"[1, 2, 3, 4, 5, 6, 7]", "[uint64 0, 1]", "[0.0, 1.0]", "[byte 0x00]", "[<1>]",
                               "[(1, 2)]", "[[@h 0]]", "{'a': <1>}", "['x']", "true", "<@h 0>", "@ah []"})
         QTest::addRow("descriptors that are %s", value)
-            << QStringLiteral("('Echo', {'readFds': <%1>, 'writeFds': <%1>}, @a{sv} {})").arg(QLatin1String(value))
-            << 1;
+            << QString("('Echo', {'readFds': <%1>, 'writeFds': <%1>}, @a{sv} {})").arg(value) << 1;
     QTest::newRow("intent without a handler") << "('Nothing', {'readFds': <[@h 0]>}, {'x': <@h 1>})" << 2;
     QTest::newRow("reply") << "('Files', @a{sv} {}, @a{sv} {})" << 0;
     QTest::newRow("reply of odd descriptors") << "('Disguise', @a{sv} {}, @a{sv} {})" << 0;
@@ -231,11 +216,11 @@ void TestIntentRouting::descriptorsAreClosed()
 
     QJsonArray names;
     for (int i = 0; i < files; ++i)
-        names.append(QStringLiteral("/dev/null"));
-    QJsonObject more{{QStringLiteral("files"), names}};
+        names.append("/dev/null");
+    QJsonObject more{{"files", names}};
     call(InvokeIntent, body, more); // the application runs
     const int before = descriptorsOfStandIn();
-    more.insert(QStringLiteral("repeat"), 20); // in batches, for those in flight count towards the process's limit
+    more.insert("repeat", 20); // in batches, for those in flight count towards the process's limit
     for (int i = 0; i < 5; ++i) {
         const auto reply = call(InvokeIntent, body, more);
         QCOMPARE(reply.counts.size(), 1); // all of them had the same answer
@@ -243,7 +228,7 @@ void TestIntentRouting::descriptorsAreClosed()
     // The stand-in may have been closing what the first call brought while they were counted. Once suffices: valgrind
     // has the process open files now and then.
     QVERIFY2(runUntil([before] { return descriptorsOfStandIn() <= before; }),
-             qPrintable(QStringLiteral("%1 descriptors, before %2").arg(descriptorsOfStandIn()).arg(before)));
+             qPrintable(QString("%1 descriptors, before %2").arg(descriptorsOfStandIn()).arg(before)));
 }
 
 void TestIntentRouting::descriptorsInParamsAreRefused_data()
@@ -262,12 +247,10 @@ void TestIntentRouting::descriptorsInParamsAreRefused()
 {
     QFETCH(QString, params);
 
-    for (const QJsonArray &files : {QJsonArray{QStringLiteral("/dev/null")}, QJsonArray()}) { // one, and a missing one
-        const auto reply = call(InvokeIntent, QStringLiteral("('Echo', @a{sv} {}, %1)").arg(params),
-                                {{QStringLiteral("files"), files}});
+    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // one, and a missing one
+        const auto reply = call(InvokeIntent, QString("('Echo', @a{sv} {}, %1)").arg(params), {{"files", files}});
         QCOMPARE(reply.text,
-                 QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) "
-                                "('Descriptors belong in the hints',)"));
+                 QString("org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors belong in the hints',)"));
     }
 }
 
@@ -290,28 +273,25 @@ void TestIntentRouting::callsAreTakenAsDocumentedOnly()
     QFETCH(QString, body);
 
     const QString text = call(member, body).text;
-    QVERIFY2(text.startsWith(QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod")), qUtf8Printable(text));
+    QVERIFY2(text.startsWith("org.freedesktop.DBus.Error.UnknownMethod"), qUtf8Printable(text));
 }
 
 void TestIntentRouting::showsWhatIsDocumented()
 {
     const QString xml =
-        introspectionIn(call(QStringLiteral("Introspect"), {},
-                             {{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Introspectable")}})
-                            .text);
+        introspectionIn(call("Introspect", {}, {{"interface", "org.freedesktop.DBus.Introspectable"}}).text);
     const QStringList expected{
-        QStringLiteral("method InvokeIntent(in s intentName, in a{sv} hints, in a{sv} params, out a{sv} reply)")};
+        "method InvokeIntent(in s intentName, in a{sv} hints, in a{sv} params, out a{sv} reply)"};
     QCOMPARE(membersOf(Intents, xml), expected);
     QCOMPARE(documentedMembersOf(Intents), expected);
 }
 
 void TestIntentRouting::nothingCanBeActivated()
 {
-    const QJsonObject bus{{QStringLiteral("destination"), QStringLiteral("org.freedesktop.DBus")},
-                          {QStringLiteral("path"), QStringLiteral("/org/freedesktop/DBus")},
-                          {QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus")}};
-    QCOMPARE(peer.call(QStringLiteral("ListActivatableNames"), {}, bus).text,
-             QStringLiteral("(as) (['org.freedesktop.DBus'],)"));
+    const QJsonObject bus{{"destination", "org.freedesktop.DBus"},
+                          {"path", "/org/freedesktop/DBus"},
+                          {"interface", "org.freedesktop.DBus"}};
+    QCOMPARE(peer.call("ListActivatableNames", {}, bus).text, QString("(as) (['org.freedesktop.DBus'],)"));
 }
 
 QTEST_GUILESS_MAIN(TestIntentRouting)

@@ -24,7 +24,7 @@ private:
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(content), qint64(content.size()));
     }
-    QString source() const { return directory.filePath(QStringLiteral("memory")); }
+    QString source() const { return directory.filePath("memory"); }
 
     QTemporaryDir directory;
 };
@@ -100,7 +100,7 @@ void TestKernelPressure::kernelThatTellsNothingIsNoticed()
     QVERIFY(errors.open());
     const int standardError = ::dup(STDERR_FILENO);
     ::dup2(errors.handle(), STDERR_FILENO);
-    MemoryPressure pressure(QStringLiteral("/nonexistent/memory"));
+    MemoryPressure pressure("/nonexistent/memory");
     pressure.Subscribe();
     pressure.Subscribe(); // it is said once
     ::dup2(standardError, STDERR_FILENO);

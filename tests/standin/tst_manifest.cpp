@@ -23,7 +23,7 @@ private Q_SLOTS:
 private:
     static void write(const QTemporaryDir &directory, const char *name, const QByteArray &content)
     {
-        QFile file(directory.filePath(QLatin1String(name)));
+        QFile file(directory.filePath(name));
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(content), qint64(content.size()));
     }
@@ -40,17 +40,16 @@ void TestManifest::readsEverything()
     QCOMPARE(manifests.errors, QStringList());
     QCOMPARE(manifests.list.size(), 1);
     const Manifest &manifest = manifests.list.first();
-    QCOMPARE(manifest.file, directory.filePath(QStringLiteral("a.json")));
-    QCOMPARE(manifest.id, QStringLiteral("com.example.my-App_1"));
+    QCOMPARE(manifest.file, directory.filePath("a.json"));
+    QCOMPARE(manifest.id, QString("com.example.my-App_1"));
     QCOMPARE(manifest.name, QString::fromUtf8("Мой"));
-    QCOMPARE(manifest.command, QStringList({directory.filePath(QStringLiteral("./bin/app")), QStringLiteral("-x")}));
-    QCOMPARE(manifest.intents, QStringList({QStringLiteral("A"), QStringLiteral("B")}));
+    QCOMPARE(manifest.command, QStringList({directory.filePath("./bin/app"), "-x"}));
+    QCOMPARE(manifest.intents, QStringList({"A", "B"}));
     QCOMPARE(manifest.tasks.size(), 2);
-    QCOMPARE(manifest.tasks.at(0).id, QStringLiteral("sync_1"));
-    QCOMPARE(manifest.tasks.at(0).command,
-             QStringList({directory.filePath(QStringLiteral("./bin/task")), QStringLiteral("-y")}));
+    QCOMPARE(manifest.tasks.at(0).id, QString("sync_1"));
+    QCOMPARE(manifest.tasks.at(0).command, QStringList({directory.filePath("./bin/task"), "-y"}));
     QCOMPARE(manifest.tasks.at(0).properties, QVariantMap());
-    QCOMPARE(manifest.tasks.at(1).properties.value(QStringLiteral("Autostart")), QVariant(true));
+    QCOMPARE(manifest.tasks.at(1).properties.value("Autostart"), QVariant(true));
 }
 
 void TestManifest::nameAndIntentsMayBeLeftOut()
@@ -59,8 +58,8 @@ void TestManifest::nameAndIntentsMayBeLeftOut()
     write(directory, "a.json", R"({"id": "a", "command": ["app"]})");
     const Manifests manifests = readManifests({directory.path()});
     QCOMPARE(manifests.errors, QStringList());
-    QCOMPARE(manifests.list.first().name, QStringLiteral("a"));
-    QCOMPARE(manifests.list.first().command, QStringList(QStringLiteral("app")));
+    QCOMPARE(manifests.list.first().name, QString("a"));
+    QCOMPARE(manifests.list.first().command, QStringList("app"));
     QCOMPARE(manifests.list.first().intents, QStringList());
 }
 
@@ -78,8 +77,8 @@ void TestManifest::readsJsonFilesOfAllDirectories()
     QStringList ids;
     for (const Manifest &manifest : manifests.list)
         ids << manifest.id;
-    QCOMPARE(ids, QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
-    QCOMPARE(manifests.list.first().command, QStringList(QStringLiteral("/bin/app")));
+    QCOMPARE(ids, QStringList({"a", "b", "c"}));
+    QCOMPARE(manifests.list.first().command, QStringList("/bin/app"));
     QVERIFY(readManifests({}).errors.isEmpty());
 }
 
@@ -88,57 +87,55 @@ void TestManifest::mistakesAreExplained_data()
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("errors");
 
-    const QString idRule = QStringLiteral("\"id\": expected at most 200 of the characters A-Z a-z 0-9 _ - and dots "
-                                          "between names that begin with no digit, found ");
+    const QString idRule = "\"id\": expected at most 200 of the characters A-Z a-z 0-9 _ - and dots between names that "
+                           "begin with no digit, found ";
     const auto row = [](const char *name, const QByteArray &content, const QStringList &errors) {
         QTest::newRow(name) << content << errors;
     };
-    row("no JSON", "{\n  \"id\": \"a\",\n  oops\n}", {QStringLiteral("line 3: expected JSON: unterminated object")});
-    row("empty file", "", {QStringLiteral("line 1: expected JSON: illegal value")});
-    row("list", "[]", {QStringLiteral("line 1: expected an object, found a list")});
-    row("empty object", "{}",
-        {idRule + QStringLiteral("nothing"), QStringLiteral("\"command\": expected a list of texts, found nothing")});
+    row("no JSON", "{\n  \"id\": \"a\",\n  oops\n}", {"line 3: expected JSON: unterminated object"});
+    row("empty file", "", {"line 1: expected JSON: illegal value"});
+    row("list", "[]", {"line 1: expected an object, found a list"});
+    row("empty object", "{}", {idRule + "nothing", "\"command\": expected a list of texts, found nothing"});
     row("unknown key", R"({"id": "a", "command": ["x"], "intent": ["A"]})",
-        {QStringLiteral("\"intent\": expected one of the keys id, name, command, intents, tasks")});
-    row("id of a number", R"({"id": 3, "command": ["x"]})", {idRule + QStringLiteral("the number 3")});
-    row("id with a digit", R"({"id": "a.3b", "command": ["x"]})", {idRule + QStringLiteral("\"a.3b\"")});
-    row("id with a space", R"({"id": "a b", "command": ["x"]})", {idRule + QStringLiteral("\"a b\"")});
-    row("id with dots only", R"({"id": "a..b", "command": ["x"]})", {idRule + QStringLiteral("\"a..b\"")});
-    row("id with a line end", R"({"id": "a\n", "command": ["x"]})", {idRule + QStringLiteral("\"a\n\"")});
+        {"\"intent\": expected one of the keys id, name, command, intents, tasks"});
+    row("id of a number", R"({"id": 3, "command": ["x"]})", {idRule + "the number 3"});
+    row("id with a digit", R"({"id": "a.3b", "command": ["x"]})", {idRule + "\"a.3b\""});
+    row("id with a space", R"({"id": "a b", "command": ["x"]})", {idRule + "\"a b\""});
+    row("id with dots only", R"({"id": "a..b", "command": ["x"]})", {idRule + "\"a..b\""});
+    row("id with a line end", R"({"id": "a\n", "command": ["x"]})", {idRule + "\"a\n\""});
     row("id that is long", R"({"id": ")" + QByteArray(201, 'a') + R"(", "command": ["x"]})",
-        {idRule + QStringLiteral("\"%1\"").arg(QString(201, QLatin1Char('a')))});
+        {idRule + QString("\"%1\"").arg(QString(201, 'a'))});
     row("name of null", R"({"id": "a", "name": null, "command": ["x"]})",
-        {QStringLiteral("\"name\": expected a text that is not empty, found null")});
-    row("command of text", R"({"id": "a", "command": "x"})",
-        {QStringLiteral("\"command\": expected a list of texts, found \"x\"")});
+        {"\"name\": expected a text that is not empty, found null"});
+    row("command of text", R"({"id": "a", "command": "x"})", {"\"command\": expected a list of texts, found \"x\""});
     row("command of nothing", R"({"id": "a", "command": []})",
-        {QStringLiteral("\"command\": expected a program and its arguments, found an empty list")});
+        {"\"command\": expected a program and its arguments, found an empty list"});
     row("argument that is empty", R"({"id": "a", "command": ["x", ""]})",
-        {QStringLiteral("\"command[1]\": expected a text that is not empty, found \"\"")});
+        {"\"command[1]\": expected a text that is not empty, found \"\""});
     row("command of truths", R"({"id": "a", "command": [true, false]})",
-        {QStringLiteral("\"command[0]\": expected a text that is not empty, found true"),
-         QStringLiteral("\"command[1]\": expected a text that is not empty, found false")});
+        {"\"command[0]\": expected a text that is not empty, found true",
+         "\"command[1]\": expected a text that is not empty, found false"});
     row("intents of an object", R"({"id": "a", "command": ["x"], "intents": {}})",
-        {QStringLiteral("\"intents\": expected a list of texts, found an object")});
+        {"\"intents\": expected a list of texts, found an object"});
     row("tasks of an object", R"({"id": "a", "command": ["x"], "tasks": {}})",
-        {QStringLiteral("\"tasks\": expected a list of objects, found an object")});
+        {"\"tasks\": expected a list of objects, found an object"});
     row("tasks of texts", R"({"id": "a", "command": ["x"], "tasks": ["t"]})",
-        {QStringLiteral("\"tasks[0]\": expected an object, found \"t\"")});
+        {"\"tasks[0]\": expected an object, found \"t\""});
     row("empty task", R"({"id": "a", "command": ["x"], "tasks": [{}]})",
-        {QStringLiteral("\"tasks[0].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found nothing"),
-         QStringLiteral("\"tasks[0].command\": expected a list of texts, found nothing")});
+        {"\"tasks[0].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found nothing",
+         "\"tasks[0].command\": expected a list of texts, found nothing"});
     row("wrong tasks",
         R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["x"], "when": 1},
                                                    {"id": "t", "command": [], "properties": []},
                                                    {"id": "t.u", "command": [""]}]})",
-        {QStringLiteral("\"tasks[0].when\": expected one of the keys id, command, properties"),
-         QStringLiteral("\"tasks[1].id\": expected one that is not taken, found \"t\""),
-         QStringLiteral("\"tasks[1].command\": expected a program and its arguments, found an empty list"),
-         QStringLiteral("\"tasks[1].properties\": expected an object, found an empty list"),
-         QStringLiteral("\"tasks[2].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found \"t.u\""),
-         QStringLiteral("\"tasks[2].command[0]\": expected a text that is not empty, found \"\"")});
+        {"\"tasks[0].when\": expected one of the keys id, command, properties",
+         "\"tasks[1].id\": expected one that is not taken, found \"t\"",
+         "\"tasks[1].command\": expected a program and its arguments, found an empty list",
+         "\"tasks[1].properties\": expected an object, found an empty list",
+         "\"tasks[2].id\": expected at most 100 of the characters A-Z a-z 0-9 _ -, found \"t.u\"",
+         "\"tasks[2].command[0]\": expected a text that is not empty, found \"\""});
     row("intents of lists", R"({"id": "a", "command": ["x"], "intents": ["A", [1]]})",
-        {QStringLiteral("\"intents[1]\": expected a text that is not empty, found a list")});
+        {"\"intents[1]\": expected a text that is not empty, found a list"});
 }
 
 void TestManifest::mistakesAreExplained()
@@ -149,7 +146,7 @@ void TestManifest::mistakesAreExplained()
     const QTemporaryDir directory;
     write(directory, "a.json", content);
     for (QString &error : errors)
-        error.prepend(directory.filePath(QStringLiteral("a.json: ")));
+        error.prepend(directory.filePath("a.json: "));
     QCOMPARE(readManifests({directory.path()}).errors, errors);
 }
 
@@ -158,31 +155,30 @@ void TestManifest::idsAndIntentsBelongToOne()
     const QTemporaryDir directory;
     write(directory, "a.json", R"({"id": "a", "command": ["x"], "intents": ["A", "A"]})");
     write(directory, "b.json", R"({"id": "a", "command": ["x"], "intents": ["B", "A"]})");
-    const QString a = directory.filePath(QStringLiteral("a.json"));
-    const QString b = directory.filePath(QStringLiteral("b.json"));
-    QCOMPARE(
-        readManifests({directory.path()}).errors,
-        QStringList({a + QStringLiteral(": \"intents[1]\": expected one that is not taken, found \"A\", as in ") + a,
-                     b + QStringLiteral(": \"id\": expected one that is not taken, found \"a\", as in ") + a,
-                     b + QStringLiteral(": \"intents[1]\": expected one that is not taken, found \"A\", as in ") + a}));
+    const QString a = directory.filePath("a.json");
+    const QString b = directory.filePath("b.json");
+    QCOMPARE(readManifests({directory.path()}).errors,
+             QStringList({a + ": \"intents[1]\": expected one that is not taken, found \"A\", as in " + a,
+                          b + ": \"id\": expected one that is not taken, found \"a\", as in " + a,
+                          b + ": \"intents[1]\": expected one that is not taken, found \"A\", as in " + a}));
 }
 
 void TestManifest::directoriesAreChecked()
 {
     const QTemporaryDir empty;
-    QCOMPARE(readManifests({QStringLiteral("/nonexistent"), empty.path()}).errors,
-             QStringList({QStringLiteral("/nonexistent: expected a directory with manifests"),
-                          empty.path() + QStringLiteral(": expected manifests, found no *.json file")}));
+    QCOMPARE(readManifests({"/nonexistent", empty.path()}).errors,
+             QStringList({"/nonexistent: expected a directory with manifests",
+                          empty.path() + ": expected manifests, found no *.json file"}));
 }
 
 void TestManifest::whatIsNoFileIsRefused()
 {
     const QTemporaryDir directory;
-    QVERIFY(QFile::link(QStringLiteral("/nonexistent"), directory.filePath(QStringLiteral("a.json"))));
-    QCOMPARE(::mkfifo(qPrintable(directory.filePath(QStringLiteral("b.json"))), 0600), 0);
+    QVERIFY(QFile::link("/nonexistent", directory.filePath("a.json")));
+    QCOMPARE(::mkfifo(qPrintable(directory.filePath("b.json")), 0600), 0);
     QCOMPARE(readManifests({directory.path()}).errors,
-             QStringList({directory.filePath(QStringLiteral("a.json: expected a file that can be read")),
-                          directory.filePath(QStringLiteral("b.json: expected a file that can be read"))}));
+             QStringList({directory.filePath("a.json: expected a file that can be read"),
+                          directory.filePath("b.json: expected a file that can be read")}));
 }
 
 QTEST_GUILESS_MAIN(TestManifest)

@@ -8,17 +8,17 @@
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");
+const QString Root = CORVANE_SERVICE_ROOT;
+const QString Properties = "org.freedesktop.DBus.Properties";
 
 QString state(const char *instance, int code)
 {
-    return QStringLiteral("StateChanged (su) ('%1', uint32 %2)").arg(QLatin1String(instance)).arg(code);
+    return QString("StateChanged (su) ('%1', uint32 %2)").arg(instance).arg(code);
 }
 
 QString level(int number)
 {
-    return QStringLiteral("PropertiesChanged (sa{sv}as) ('%1.MemoryPressure1', {'Level': <%2>}, @as [])")
+    return QString("PropertiesChanged (sa{sv}as) ('%1.MemoryPressure1', {'Level': <%2>}, @as [])")
         .arg(Root)
         .arg(number);
 }
@@ -47,46 +47,36 @@ private Q_SLOTS:
 private:
     QString call(const QString &object, const QString &member, const QString &body, const QString &interface = {})
     {
-        const QString name = Root + QLatin1Char('.') + object;
+        const QString name = Root + '.' + object;
         return peer
-            .call(
-                member, body,
-                {{QStringLiteral("destination"), Root},
-                 {QStringLiteral("path"), QLatin1Char('/') + QString(name).replace(QLatin1Char('.'), QLatin1Char('/'))},
-                 {QStringLiteral("interface"), interface.isEmpty() ? name : interface}})
+            .call(member, body,
+                  {{"destination", Root},
+                   {"path", '/' + QString(name).replace('.', '/')},
+                   {"interface", interface.isEmpty() ? name : interface}})
             .text;
     }
-    QString control(const QString &member, const QString &body)
-    {
-        return call(QStringLiteral("StandIn1"), member, body);
-    }
-    QString start(const QString &id)
-    {
-        return control(QStringLiteral("StartApplication"), QStringLiteral("('%1',)").arg(id));
-    }
-    QString stop(const QString &id)
-    {
-        return control(QStringLiteral("StopApplication"), QStringLiteral("('%1',)").arg(id));
-    }
+    QString control(const QString &member, const QString &body) { return call("StandIn1", member, body); }
+    QString start(const QString &id) { return control("StartApplication", QString("('%1',)").arg(id)); }
+    QString stop(const QString &id) { return control("StopApplication", QString("('%1',)").arg(id)); }
 
     ServicePeer peer;
 };
 
 void TestNotifications::initTestCase()
 {
-    QCOMPARE(control(QStringLiteral("SetMemoryLevel"), QStringLiteral("(0,)")), QStringLiteral("() ()"));
+    QCOMPARE(control("SetMemoryLevel", "(0,)"), QString("() ()"));
     peer.watchSignals();
 }
 
 void TestNotifications::applicationsComeAndGo()
 {
-    QCOMPARE(start(QStringLiteral("echo")), QStringLiteral("(s) ('echo.instance1',)"));
+    QCOMPARE(start("echo"), QString("(s) ('echo.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance1", 1), state("echo.instance1", 2)}));
-    QCOMPARE(stop(QStringLiteral("echo")), QStringLiteral("() ()"));
+    QCOMPARE(stop("echo"), QString("() ()"));
     QCOMPARE(peer.takeSignals(), QStringList(state("echo.instance1", 5)));
-    QCOMPARE(stop(QStringLiteral("echo")), QStringLiteral("() ()"));
+    QCOMPARE(stop("echo"), QString("() ()"));
     QCOMPARE(peer.takeSignals(), QStringList());
-    QCOMPARE(start(QStringLiteral("echo")), QStringLiteral("(s) ('echo.instance2',)"));
+    QCOMPARE(start("echo"), QString("(s) ('echo.instance2',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance2", 1), state("echo.instance2", 2)}));
 }
 
@@ -109,43 +99,42 @@ void TestNotifications::everyEndIsAnnounced()
     QFETCH(QString, intent);
     QFETCH(QStringList, expected);
 
-    call(QStringLiteral("Intents1"), QStringLiteral("InvokeIntent"),
-         QStringLiteral("('%1', @a{sv} {}, @a{sv} {})").arg(intent));
+    call("Intents1", "InvokeIntent", QString("('%1', @a{sv} {}, @a{sv} {})").arg(intent));
     QStringList states;
     QTRY_COMPARE((states += peer.takeSignals(), states), expected);
 }
 
 void TestNotifications::programThatCannotStartIsNotAnnounced()
 {
-    QCOMPARE(start(QStringLiteral("absent")),
-             QStringLiteral("%1.Error.ApplicationNotRunning (s) ('absent.instance1 "
-                            "cannot be started: execve: No such file or directory',)")
+    QCOMPARE(start("absent"),
+             QString("%1.Error.ApplicationNotRunning (s) ('absent.instance1 cannot be started: execve: No such file or "
+                     "directory',)")
                  .arg(Root));
     QCOMPARE(peer.takeSignals(), QStringList());
 }
 
 void TestNotifications::applicationIsStartedOnce()
 {
-    const QString text = start(QStringLiteral("tell"));
-    QCOMPARE(text, QStringLiteral("(s) ('tell.instance1',)"));
-    QCOMPARE(start(QStringLiteral("tell")), text);
+    const QString text = start("tell");
+    QCOMPARE(text, QString("(s) ('tell.instance1',)"));
+    QCOMPARE(start("tell"), text);
     QCOMPARE(peer.takeSignals(), QStringList({state("tell.instance1", 1), state("tell.instance1", 2)}));
 }
 
 void TestNotifications::nameThatIsOwnedBeforeItIsWatchedCounts()
 {
-    peer.claimName(QStringLiteral("quiet.instance1")); // in place of a process that is quicker than the bus
-    QCOMPARE(start(QStringLiteral("quiet")), QStringLiteral("(s) ('quiet.instance1',)"));
+    peer.claimName("quiet.instance1"); // in place of a process that is quicker than the bus
+    QCOMPARE(start("quiet"), QString("(s) ('quiet.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("quiet.instance1", 1), state("quiet.instance1", 2)}));
-    QCOMPARE(stop(QStringLiteral("quiet")), QStringLiteral("() ()"));
+    QCOMPARE(stop("quiet"), QString("() ()"));
     QCOMPARE(peer.takeSignals(), QStringList(state("quiet.instance1", 5)));
 }
 
 void TestNotifications::stubbornApplicationIsKilled()
 {
-    QCOMPARE(start(QStringLiteral("stubborn")), QStringLiteral("(s) ('stubborn.instance1',)"));
+    QCOMPARE(start("stubborn"), QString("(s) ('stubborn.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("stubborn.instance1", 1), state("stubborn.instance1", 2)}));
-    QCOMPARE(stop(QStringLiteral("stubborn")), QStringLiteral("() ()"));
+    QCOMPARE(stop("stubborn"), QString("() ()"));
     QCOMPARE(peer.takeSignals(), QStringList(state("stubborn.instance1", 5)));
 }
 
@@ -163,7 +152,7 @@ void TestNotifications::unknownApplicationsAreRefused()
     QFETCH(QString, id);
 
     const QString error =
-        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the id \"%1\"',)").arg(id);
+        QString("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the id \"%1\"',)").arg(id);
     QCOMPARE(start(id), error);
     QCOMPARE(stop(id), error);
 }
@@ -171,11 +160,9 @@ void TestNotifications::unknownApplicationsAreRefused()
 void TestNotifications::memoryLevelMayBeSet()
 {
     const auto set = [this](int number) {
-        QCOMPARE(control(QStringLiteral("SetMemoryLevel"), QStringLiteral("(%1,)").arg(number)),
-                 QStringLiteral("() ()"));
-        QCOMPARE(call(QStringLiteral("MemoryPressure1"), QStringLiteral("GetAll"),
-                      QStringLiteral("('%1.MemoryPressure1',)").arg(Root), Properties),
-                 QStringLiteral("(a{sv}) ({'Level': <%1>},)").arg(number));
+        QCOMPARE(control("SetMemoryLevel", QString("(%1,)").arg(number)), QString("() ()"));
+        QCOMPARE(call("MemoryPressure1", "GetAll", QString("('%1.MemoryPressure1',)").arg(Root), Properties),
+                 QString("(a{sv}) ({'Level': <%1>},)").arg(number));
     };
     for (const int number : {100, 200, 150, -1, 0}) {
         set(number);
@@ -187,8 +174,7 @@ void TestNotifications::memoryLevelMayBeSet()
 
 void TestNotifications::subscribingIsAnswered()
 {
-    QCOMPARE(call(QStringLiteral("MemoryPressure1"), QStringLiteral("Subscribe"), QStringLiteral("()")),
-             QStringLiteral("() ()"));
+    QCOMPARE(call("MemoryPressure1", "Subscribe", "()"), QString("() ()"));
 }
 
 void TestNotifications::interfacesAreAsDocumented_data()
@@ -196,18 +182,14 @@ void TestNotifications::interfacesAreAsDocumented_data()
     QTest::addColumn<QString>("object");
     QTest::addColumn<QStringList>("members");
 
-    QTest::newRow("lifecycle") << "Lifecycle1"
-                               << QStringList(QStringLiteral("signal StateChanged(out s appInstanceId, out u state)"));
+    QTest::newRow("lifecycle") << "Lifecycle1" << QStringList("signal StateChanged(out s appInstanceId, out u state)");
     QTest::newRow("memory pressure") << "MemoryPressure1"
-                                     << QStringList({QStringLiteral("method Subscribe()"),
-                                                     QStringLiteral("property Level: i read()")});
+                                     << QStringList({"method Subscribe()", "property Level: i read()"});
     QTest::newRow("control") << "StandIn1"
-                             << QStringList({QStringLiteral("method SetMemoryLevel(in i level)"),
-                                             QStringLiteral("method FollowMemoryPressure()"),
-                                             QStringLiteral("method MoveClock(in x milliseconds, out s now)"),
-                                             QStringLiteral("method StartApplication(in s applicationId, out s "
-                                                            "appInstanceId)"),
-                                             QStringLiteral("method StopApplication(in s applicationId)")});
+                             << QStringList({"method SetMemoryLevel(in i level)", "method FollowMemoryPressure()",
+                                             "method MoveClock(in x milliseconds, out s now)",
+                                             "method StartApplication(in s applicationId, out s appInstanceId)",
+                                             "method StopApplication(in s applicationId)"});
 }
 
 void TestNotifications::interfacesAreAsDocumented()
@@ -215,9 +197,8 @@ void TestNotifications::interfacesAreAsDocumented()
     QFETCH(QString, object);
     QFETCH(QStringList, members);
 
-    const QString xml = introspectionIn(
-        call(object, QStringLiteral("Introspect"), {}, QStringLiteral("org.freedesktop.DBus.Introspectable")));
-    const QString interface = Root + QLatin1Char('.') + object;
+    const QString xml = introspectionIn(call(object, "Introspect", {}, "org.freedesktop.DBus.Introspectable"));
+    const QString interface = Root + '.' + object;
     QCOMPARE(membersOf(interface, xml), members);
     QCOMPARE(documentedMembersOf(interface), members);
 }

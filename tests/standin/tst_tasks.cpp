@@ -20,17 +20,17 @@
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
-const QString Done = QStringLiteral("() ()");
-const QString Stopped = QStringLiteral("0");
-const QString Running = QStringLiteral("1");
-const QString Waiting = QStringLiteral("2");
+const QString Root = CORVANE_SERVICE_ROOT;
+const QString Done = "() ()";
+const QString Stopped = "0";
+const QString Running = "1";
+const QString Waiting = "2";
 
 /// The descriptors that every process down here has from the beginning.
 QJsonArray inherited()
 {
     QVector<int> numbers;
-    const QStringList names = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::AllEntries | QDir::System);
+    const QStringList names = QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System);
     for (const QString &name : names) {
         const int flags = ::fcntl(name.toInt(), F_GETFD);
         if (name.front().isDigit() && flags >= 0 && !(flags & FD_CLOEXEC))
@@ -46,7 +46,7 @@ QJsonArray inherited()
 /// The state of a task in the text of a list of states.
 QString stateIn(const QString &text, const QString &id)
 {
-    const QRegularExpression pattern(QStringLiteral("\\('%1', (uint32 )?(\\d+),").arg(id));
+    const QRegularExpression pattern(QString("\\('%1', (uint32 )?(\\d+),").arg(id));
     return pattern.match(text).captured(2);
 }
 
@@ -89,34 +89,28 @@ private Q_SLOTS:
 private:
     QString call(const QString &object, const QString &member, const QString &body, QJsonObject more = {})
     {
-        const QString name = Root + QLatin1Char('.') + object;
-        more.insert(QStringLiteral("destination"), Root);
-        more.insert(QStringLiteral("path"),
-                    QLatin1Char('/') + QString(name).replace(QLatin1Char('.'), QLatin1Char('/')));
-        if (!more.contains(QStringLiteral("interface")))
-            more.insert(QStringLiteral("interface"), name);
+        const QString name = Root + '.' + object;
+        more.insert("destination", Root);
+        more.insert("path", '/' + QString(name).replace('.', '/'));
+        if (!more.contains("interface"))
+            more.insert("interface", name);
         return peer.call(member, body, more).text;
     }
-    QString start(const QString &id, const QString &properties = QStringLiteral("@a{sv} {}"),
-                  const QString &arguments = QStringLiteral("@as []"))
+    QString start(const QString &id, const QString &properties = "@a{sv} {}", const QString &arguments = "@as []")
     {
-        return call(QStringLiteral("Tasks1"), QStringLiteral("Start"),
-                    QStringLiteral("('worker.task_%1', %2, %3)").arg(id, arguments, properties));
+        return call("Tasks1", "Start", QString("('worker.task_%1', %2, %3)").arg(id, arguments, properties));
     }
     QString stop(const QString &id, bool force = true)
     {
-        return call(
-            QStringLiteral("Tasks1"), QStringLiteral("Stop"),
-            QStringLiteral("('worker.task_%1', %2)").arg(id, force ? QStringLiteral("true") : QStringLiteral("false")));
+        return call("Tasks1", "Stop", QString("('worker.task_%1', %2)").arg(id, force ? "true" : "false"));
     }
     /// Seconds; gives the new time.
     QDateTime moveClock(qint64 seconds)
     {
-        const QString text = call(QStringLiteral("StandIn1"), QStringLiteral("MoveClock"),
-                                  QStringLiteral("(int64 %1,)").arg(seconds * 1000));
-        return QDateTime::fromString(text.section(QLatin1Char('\''), 1, 1), Qt::ISODate);
+        const QString text = call("StandIn1", "MoveClock", QString("(int64 %1,)").arg(seconds * 1000));
+        return QDateTime::fromString(text.section('\'', 1, 1), Qt::ISODate);
     }
-    QString listed() { return call(QStringLiteral("Tasks1"), QStringLiteral("GetAll"), QStringLiteral("()")); }
+    QString listed() { return call("Tasks1", "GetAll", "()"); }
     QString state(const QString &id) { return stateIn(listed(), id); }
     /// The states that a task went through, as announced since the last time.
     QString takeStates(const QString &id)
@@ -151,7 +145,7 @@ private:
         QFile file(reportPath());
         return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
     }
-    QString reportPath() const { return directory.filePath(QStringLiteral("report")); }
+    QString reportPath() const { return directory.filePath("report"); }
 
     ServicePeer peer;
     QTemporaryDir directory;
@@ -165,68 +159,62 @@ void TestTasks::initTestCase()
 void TestTasks::cleanup()
 {
     for (const char *id : {"report", "quick", "long", "stubborn", "absent"}) {
-        QCOMPARE(stop(QLatin1String(id)), Done);
-        QTRY_COMPARE(state(QLatin1String(id)), Stopped);
+        QCOMPARE(stop(id), Done);
+        QTRY_COMPARE(state(id), Stopped);
     }
     peer.takeSignals();
     QFile::remove(reportPath());
-    QFile::remove(reportPath() + QStringLiteral(".asked"));
+    QFile::remove(reportPath() + ".asked");
 }
 
 void TestTasks::automaticTaskRunsFromTheBeginning()
 {
-    QCOMPARE(state(QStringLiteral("early")), Running);
-    QVERIFY2(listed().contains(QStringLiteral("'Autostart': <true>")), qUtf8Printable(listed()));
+    QCOMPARE(state("early"), Running);
+    QVERIFY2(listed().contains("'Autostart': <true>"), qUtf8Printable(listed()));
 }
 
 void TestTasks::everythingIsListed()
 {
     const QString text = listed();
-    QVERIFY2(
-        text.startsWith(QStringLiteral("(a{sv}) ({'State': <[('report', uint32 0, @a{sv} {}), ('quick', 0, {}), ")),
-        qUtf8Printable(text));
-    QCOMPARE(start(QStringLiteral("long"),
-                   QStringLiteral(
-                       "{'Interval': <3>, 'CreateIPCSocket': <true>, 'Schedule': <{'X': <[(1, 'a')]>}>, 'X': <4>}")),
+    QVERIFY2(text.startsWith("(a{sv}) ({'State': <[('report', uint32 0, @a{sv} {}), ('quick', 0, {}), "),
+             qUtf8Printable(text));
+    QCOMPARE(start("long", "{'Interval': <3>, 'CreateIPCSocket': <true>, 'Schedule': <{'X': <[(1, 'a')]>}>, 'X': <4>}"),
              Done);
     moveClock(86400);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QTRY_COMPARE(state("long"), Running);
     const QStringList announced = peer.takeSignals();
     QVERIFY(!announced.isEmpty());
     for (const QString &signal : announced)
-        QVERIFY2(signal.startsWith(QStringLiteral("StateChanged (a(sua{sv})) ([('report', uint32 0, @a{sv} {}), ")),
+        QVERIFY2(signal.startsWith("StateChanged (a(sua{sv})) ([('report', uint32 0, @a{sv} {}), "),
                  qUtf8Printable(signal));
-    QVERIFY2(announced.last().contains(QStringLiteral("('long', 1, {'CreateIPCSocket': <true>, 'Interval': <3>})")),
+    QVERIFY2(announced.last().contains("('long', 1, {'CreateIPCSocket': <true>, 'Interval': <3>})"),
              qUtf8Printable(announced.last()));
 }
 
 void TestTasks::processIsToldWhoItIs()
 {
     const int niceness = std::min(19, ::getpriority(PRIO_PROCESS, 0) + 3);
-    QCOMPARE(start(QStringLiteral("report"), QStringLiteral("{'Priority': <%1>}").arg(niceness),
-                   QStringLiteral("['%1', '--all', '']").arg(reportPath())),
-             Done);
-    QVERIFY(goesThrough(QStringLiteral("report"), Waiting + Running));
+    QCOMPARE(
+        start("report", QString("{'Priority': <%1>}").arg(niceness), QString("['%1', '--all', '']").arg(reportPath())),
+        Done);
+    QVERIFY(goesThrough("report", Waiting + Running));
     QTRY_VERIFY(!report().isEmpty());
-    QCOMPARE(report().value(QStringLiteral("arguments")).toArray(), QJsonArray({QStringLiteral("--all"), QString()}));
-    QCOMPARE(report().value(QStringLiteral("niceness")).toInt(), niceness);
-    QCOMPARE(report().value(QStringLiteral("descriptors")).toArray(), inherited());
-    QCOMPARE(report().value(QStringLiteral("environment")).toObject(),
-             QJsonObject({{QStringLiteral("HALVIR_APP_ID"), QStringLiteral("worker")},
-                          {QStringLiteral("HALVIR_APP_INSTANCE_ID"), QStringLiteral("worker.task_report.instance1")},
-                          {QStringLiteral("HALVIR_TASK_ID"), QStringLiteral("report")},
-                          {QStringLiteral("HALVIR_OTHER"), QStringLiteral("kept")}}));
+    QCOMPARE(report().value("arguments").toArray(), QJsonArray({"--all", QString()}));
+    QCOMPARE(report().value("niceness").toInt(), niceness);
+    QCOMPARE(report().value("descriptors").toArray(), inherited());
+    QCOMPARE(report().value("environment").toObject(),
+             QJsonObject({{"HALVIR_APP_ID", "worker"},
+                          {"HALVIR_APP_INSTANCE_ID", "worker.task_report.instance1"},
+                          {"HALVIR_TASK_ID", "report"},
+                          {"HALVIR_OTHER", "kept"}}));
 }
 
 void TestTasks::socketListensWhereTheApplicationLooks()
 {
-    const QString path =
-        QString::fromUtf8(qgetenv("XDG_RUNTIME_DIR")) + QStringLiteral("/applications/worker/report.socket");
+    const QString path = QString::fromUtf8(qgetenv("XDG_RUNTIME_DIR")) + "/applications/worker/report.socket";
     for (int i = 0; i < 2; ++i) { // the second time there is the file of the first
-        QCOMPARE(start(QStringLiteral("report"), QStringLiteral("{'CreateIPCSocket': <true>}"),
-                       QStringLiteral("['%1']").arg(reportPath())),
-                 Done);
-        QTRY_COMPARE(state(QStringLiteral("report")), Running);
+        QCOMPARE(start("report", "{'CreateIPCSocket': <true>}", QString("['%1']").arg(reportPath())), Done);
+        QTRY_COMPARE(state("report"), Running);
         QCOMPARE(QFile::permissions(path) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
 
         const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -239,108 +227,106 @@ void TestTasks::socketListensWhereTheApplicationLooks()
         QCOMPARE(::read(descriptor, answer, 5), ssize_t(5)); // from the process itself
         QCOMPARE(answer, "hello");
         ::close(descriptor);
-        QCOMPARE(stop(QStringLiteral("report")), Done);
-        QTRY_COMPARE(state(QStringLiteral("report")), Stopped);
+        QCOMPARE(stop("report"), Done);
+        QTRY_COMPARE(state("report"), Stopped);
     }
 }
 
 void TestTasks::taskThatEndsIsStopped()
 {
-    QCOMPARE(start(QStringLiteral("quick")), Done);
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
-    QCOMPARE(start(QStringLiteral("quick")), Done); // and may start again
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
+    QCOMPARE(start("quick"), Done);
+    QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
+    QCOMPARE(start("quick"), Done); // and may start again
+    QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
 }
 
 void TestTasks::runningTaskIsNotStartedAgain()
 {
-    QCOMPARE(start(QStringLiteral("long")), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
-    QCOMPARE(start(QStringLiteral("long")),
-             QStringLiteral("%1.Error.ApplicationAlreadyRunning (s) ('worker.task_long runs already',)").arg(Root));
-    QCOMPARE(state(QStringLiteral("long")), Running);
+    QCOMPARE(start("long"), Done);
+    QTRY_COMPARE(state("long"), Running);
+    QCOMPARE(start("long"),
+             QString("%1.Error.ApplicationAlreadyRunning (s) ('worker.task_long runs already',)").arg(Root));
+    QCOMPARE(state("long"), Running);
 }
 
 void TestTasks::taskIsAskedToEnd()
 {
-    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'Interval': <1>}")), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
-    QCOMPARE(stop(QStringLiteral("long"), false), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Stopped); // and does not run again
-    QCOMPARE(stop(QStringLiteral("long"), false), Done); // is no error
+    QCOMPARE(start("long", "{'Interval': <1>}"), Done);
+    QTRY_COMPARE(state("long"), Running);
+    QCOMPARE(stop("long", false), Done);
+    QTRY_COMPARE(state("long"), Stopped); // and does not run again
+    QCOMPARE(stop("long", false), Done); // is no error
 }
 
 void TestTasks::stubbornTaskNeedsForce()
 {
-    QCOMPARE(start(QStringLiteral("stubborn"), QStringLiteral("@a{sv} {}"), QStringLiteral("['%1']").arg(reportPath())),
-             Done);
+    QCOMPARE(start("stubborn", "@a{sv} {}", QString("['%1']").arg(reportPath())), Done);
     QTRY_VERIFY(QFile::exists(reportPath())); // it is deaf by now
-    QCOMPARE(stop(QStringLiteral("stubborn"), false), Done);
-    QTRY_VERIFY(QFile::exists(reportPath() + QStringLiteral(".asked")));
-    QCOMPARE(state(QStringLiteral("stubborn")), Running);
-    QCOMPARE(stop(QStringLiteral("stubborn"), true), Done);
-    QTRY_COMPARE(state(QStringLiteral("stubborn")), Stopped);
+    QCOMPARE(stop("stubborn", false), Done);
+    QTRY_VERIFY(QFile::exists(reportPath() + ".asked"));
+    QCOMPARE(state("stubborn"), Running);
+    QCOMPARE(stop("stubborn", true), Done);
+    QTRY_COMPARE(state("stubborn"), Stopped);
 }
 
 void TestTasks::programThatCannotStartIsStopped()
 {
-    QCOMPARE(start(QStringLiteral("absent")), Done);
-    QVERIFY(goesThrough(QStringLiteral("absent"), Waiting + Stopped));
+    QCOMPARE(start("absent"), Done);
+    QVERIFY(goesThrough("absent", Waiting + Stopped));
 }
 
 void TestTasks::delayedTaskWaits()
 {
-    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
-    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    QCOMPARE(start("long", "{'StartDelay': <3600>}"), Done);
+    QCOMPARE(state("long"), Waiting);
     moveClock(1800);
-    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    QCOMPARE(state("long"), Waiting);
     moveClock(1801);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
-    QVERIFY(goesThrough(QStringLiteral("long"), Waiting + Running));
+    QTRY_COMPARE(state("long"), Running);
+    QVERIFY(goesThrough("long", Waiting + Running));
 }
 
 void TestTasks::startTimeIsWaitedFor()
 {
     const QDateTime now = moveClock(0);
-    QCOMPARE(start(QStringLiteral("long"),
-                   QStringLiteral("{'StartTime': <'%1'>, 'StartDelay': <1800>}")
+    QCOMPARE(start("long",
+                   QString("{'StartTime': <'%1'>, 'StartDelay': <1800>}")
                        .arg(now.addSecs(3600).toUTC().toString(Qt::ISODate))),
              Done);
     moveClock(3600);
-    QCOMPARE(state(QStringLiteral("long")), Waiting);
+    QCOMPARE(state("long"), Waiting);
     moveClock(1801);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
-    QCOMPARE(stop(QStringLiteral("long")), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Stopped);
+    QTRY_COMPARE(state("long"), Running);
+    QCOMPARE(stop("long"), Done);
+    QTRY_COMPARE(state("long"), Stopped);
 
-    QCOMPARE(start(QStringLiteral("long"),
-                   QStringLiteral("{'StartTime': <'%1'>}").arg(now.addSecs(-3600).toString(Qt::ISODate))),
+    QCOMPARE(start("long", QString("{'StartTime': <'%1'>}").arg(now.addSecs(-3600).toString(Qt::ISODate))),
              Done); // past
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QTRY_COMPARE(state("long"), Running);
 }
 
 void TestTasks::intervalRepeats()
 {
-    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Interval': <3600>}")), Done);
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Waiting));
+    QCOMPARE(start("quick", "{'Interval': <3600>}"), Done);
+    QVERIFY(goesThrough("quick", Waiting + Running + Waiting));
     for (int i = 0; i < 3; ++i) {
         moveClock(3600);
-        QVERIFY(goesThrough(QStringLiteral("quick"), Running + Waiting));
+        QVERIFY(goesThrough("quick", Running + Waiting));
     }
     moveClock(36000); // what was missed runs once
-    QVERIFY(goesThrough(QStringLiteral("quick"), Running + Waiting));
-    QCOMPARE(state(QStringLiteral("quick")), Waiting);
+    QVERIFY(goesThrough("quick", Running + Waiting));
+    QCOMPARE(state("quick"), Waiting);
 }
 
 void TestTasks::scheduleRepeats()
 {
     const QDateTime now = moveClock(0);
     const int hour = now.addSecs(7200).time().hour();
-    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Schedule': <{'Hours': <[%1]>}>}").arg(hour)), Done);
-    QCOMPARE(state(QStringLiteral("quick")), Waiting);
+    QCOMPARE(start("quick", QString("{'Schedule': <{'Hours': <[%1]>}>}").arg(hour)), Done);
+    QCOMPARE(state("quick"), Waiting);
     for (int i = 0; i < 3; ++i) {
         moveClock(86400);
-        QVERIFY(goesThrough(QStringLiteral("quick"), (i == 0 ? Waiting : QString()) + Running + Waiting));
+        QVERIFY(goesThrough("quick", (i == 0 ? Waiting : QString()) + Running + Waiting));
     }
 }
 
@@ -349,65 +335,61 @@ void TestTasks::scheduleMayNameEveryMinute()
     QStringList minutes;
     for (int i = 0; i < 60; ++i)
         minutes << QString::number(i);
-    QCOMPARE(start(QStringLiteral("quick"),
-                   QStringLiteral("{'Schedule': <{'Minutes': <[%1]>}>}").arg(minutes.join(QLatin1Char(',')))),
-             Done);
+    QCOMPARE(start("quick", QString("{'Schedule': <{'Minutes': <[%1]>}>}").arg(minutes.join(','))), Done);
     // The stand-in's clock goes on by itself, too: a further minute may begin at any time.
-    const QString runs = QStringLiteral("(%1)+").arg(Running + Waiting);
+    const QString runs = QString("(%1)+").arg(Running + Waiting);
     moveClock(60);
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + runs));
+    QVERIFY(goesThrough("quick", Waiting + runs));
     for (int i = 0; i < 3; ++i) {
         moveClock(60);
-        QVERIFY(goesThrough(QStringLiteral("quick"), runs));
+        QVERIFY(goesThrough("quick", runs));
     }
 }
 
 void TestTasks::scheduleThatIsOverStops()
 {
     const QDateTime now = moveClock(0);
-    QCOMPARE(start(QStringLiteral("quick"),
-                   QStringLiteral("{'Schedule': <{'Minutes': <[%1]>, 'EndDate': <'%2'>}>}")
+    QCOMPARE(start("quick",
+                   QString("{'Schedule': <{'Minutes': <[%1]>, 'EndDate': <'%2'>}>}")
                        .arg(now.addSecs(1200).time().minute())
                        .arg(now.addSecs(2400).toString(Qt::ISODate))),
              Done);
     moveClock(1260);
-    QVERIFY(goesThrough(QStringLiteral("quick"), Waiting + Running + Stopped));
-    QCOMPARE(start(QStringLiteral("quick"), QStringLiteral("{'Schedule': <{'Months': <[13]>}>}")), Done);
-    QCOMPARE(state(QStringLiteral("quick")), Stopped);
+    QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
+    QCOMPARE(start("quick", "{'Schedule': <{'Months': <[13]>}>}"), Done);
+    QCOMPARE(state("quick"), Stopped);
 }
 
 void TestTasks::waitingTaskIsPlannedAnew()
 {
-    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
-    QCOMPARE(start(QStringLiteral("long")), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Running);
+    QCOMPARE(start("long", "{'StartDelay': <3600>}"), Done);
+    QCOMPARE(start("long"), Done);
+    QTRY_COMPARE(state("long"), Running);
 }
 
 void TestTasks::waitingTaskIsStopped()
 {
-    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'StartDelay': <3600>}")), Done);
-    QCOMPARE(stop(QStringLiteral("long"), false), Done);
-    QCOMPARE(state(QStringLiteral("long")), Stopped);
+    QCOMPARE(start("long", "{'StartDelay': <3600>}"), Done);
+    QCOMPARE(stop("long", false), Done);
+    QCOMPARE(state("long"), Stopped);
     moveClock(4000);
-    QCOMPARE(state(QStringLiteral("long")), Stopped);
+    QCOMPARE(state("long"), Stopped);
 }
 
 void TestTasks::runningTimeIsLimited()
 {
-    for (const QString &id : {QStringLiteral("long"), QStringLiteral("stubborn")}) {
-        QCOMPARE(start(id, QStringLiteral("{'RunningTime': <3600>}"),
-                       QStringLiteral("['%1']").arg(id == QLatin1String("stubborn") ? reportPath()
-                                                                                    : QStringLiteral("1000"))),
+    for (const QString &id : {QString("long"), QString("stubborn")}) {
+        QCOMPARE(start(id, "{'RunningTime': <3600>}", QString("['%1']").arg(id == "stubborn" ? reportPath() : "1000")),
                  Done);
         QTRY_COMPARE(state(id), Running);
-        if (id == QLatin1String("stubborn"))
+        if (id == "stubborn")
             QTRY_VERIFY(QFile::exists(reportPath()));
         moveClock(3000);
         QCOMPARE(state(id), Running);
         moveClock(601);
         QTRY_COMPARE(state(id), Stopped);
     }
-    QVERIFY(QFile::exists(reportPath() + QStringLiteral(".asked"))); // before it was killed
+    QVERIFY(QFile::exists(reportPath() + ".asked")); // before it was killed
 }
 
 void TestTasks::unknownNamesAreRefused_data()
@@ -425,11 +407,9 @@ void TestTasks::unknownNamesAreRefused()
     QFETCH(QString, name);
 
     const QString error =
-        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the task \"%1\"',)").arg(name);
-    QCOMPARE(
-        call(QStringLiteral("Tasks1"), QStringLiteral("Start"), QStringLiteral("('%1', @as [], @a{sv} {})").arg(name)),
-        error);
-    QCOMPARE(call(QStringLiteral("Tasks1"), QStringLiteral("Stop"), QStringLiteral("('%1', false)").arg(name)), error);
+        QString("org.freedesktop.DBus.Error.InvalidArgs (s) ('No manifest has the task \"%1\"',)").arg(name);
+    QCOMPARE(call("Tasks1", "Start", QString("('%1', @as [], @a{sv} {})").arg(name)), error);
+    QCOMPARE(call("Tasks1", "Stop", QString("('%1', false)").arg(name)), error);
     QCOMPARE(peer.takeSignals(), QStringList());
 }
 
@@ -450,20 +430,20 @@ void TestTasks::oddPropertiesAreSurvived()
 {
     QFETCH(QString, properties);
 
-    QCOMPARE(start(QStringLiteral("long"), properties), Done);
-    const QString now = state(QStringLiteral("long"));
+    QCOMPARE(start("long", properties), Done);
+    const QString now = state("long");
     QVERIFY2(now == Running || now == Waiting, qUtf8Printable(now));
-    QCOMPARE(stop(QStringLiteral("long")), Done);
-    QTRY_COMPARE(state(QStringLiteral("long")), Stopped);
+    QCOMPARE(stop("long"), Done);
+    QTRY_COMPARE(state("long"), Stopped);
 }
 
 void TestTasks::hugePropertiesAreSurvived()
 {
-    QString deep = QStringLiteral("<1>");
+    QString deep = "<1>";
     for (int i = 0; i < 57; ++i)
-        deep = QLatin1Char('<') + deep + QLatin1Char('>');
-    QCOMPARE(start(QStringLiteral("long"), QStringLiteral("{'Schedule': %1, 'X': %1}").arg(deep)), Done);
-    QCOMPARE(state(QStringLiteral("long")), Running); // the service has not been cut off for what it tells
+        deep = '<' + deep + '>';
+    QCOMPARE(start("long", QString("{'Schedule': %1, 'X': %1}").arg(deep)), Done);
+    QCOMPARE(state("long"), Running); // the service has not been cut off for what it tells
 }
 
 void TestTasks::clockMovesOnOnly_data()
@@ -481,38 +461,33 @@ void TestTasks::clockMovesOnOnly()
     QFETCH(qint64, milliseconds);
 
     const QDateTime before = moveClock(0);
-    QCOMPARE(
-        call(QStringLiteral("StandIn1"), QStringLiteral("MoveClock"), QStringLiteral("(int64 %1,)").arg(milliseconds)),
-        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('The clock moves on, by at most 100 years at once, "
-                       "until the year 9999',)"));
+    QCOMPARE(call("StandIn1", "MoveClock", QString("(int64 %1,)").arg(milliseconds)),
+             QString("org.freedesktop.DBus.Error.InvalidArgs (s) ('The clock moves on, by at most 100 years at once, "
+                     "until the year 9999',)"));
     QVERIFY(before.secsTo(moveClock(0)) < 3600);
 }
 
 void TestTasks::descriptorsAreRefused()
 {
-    const QString refused =
-        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors do not describe a task',)");
-    for (const QJsonArray &files : {QJsonArray{QStringLiteral("/dev/null")}, QJsonArray()}) { // one, and a missing one
+    const QString refused = "org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors do not describe a task',)";
+    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // one, and a missing one
         for (const char *value : {"@h 0", "[@h 0]", "{'x': <(1, @h 0)>}"})
-            QCOMPARE(call(QStringLiteral("Tasks1"), QStringLiteral("Start"),
-                          QStringLiteral("('worker.task_long', @as [], {'x': <%1>})").arg(QLatin1String(value)),
-                          {{QStringLiteral("files"), files}}),
+            QCOMPARE(call("Tasks1", "Start", QString("('worker.task_long', @as [], {'x': <%1>})").arg(value),
+                          {{"files", files}}),
                      refused);
     }
-    QCOMPARE(state(QStringLiteral("long")), Stopped);
+    QCOMPARE(state("long"), Stopped);
 }
 
 void TestTasks::interfaceIsAsDocumented()
 {
     const QString xml =
-        introspectionIn(call(QStringLiteral("Tasks1"), QStringLiteral("Introspect"), {},
-                             {{QStringLiteral("interface"), QStringLiteral("org.freedesktop.DBus.Introspectable")}}));
-    const QStringList expected{QStringLiteral("method GetAll(out a{sv} properties)"),
-                               QStringLiteral("method Start(in s name, in as arguments, in a{sv} properties)"),
-                               QStringLiteral("method Stop(in s name, in b force)"),
-                               QStringLiteral("signal StateChanged(out a(sua{sv}) tasksState)")};
-    QCOMPARE(membersOf(Root + QStringLiteral(".Tasks1"), xml), expected);
-    QCOMPARE(documentedMembersOf(Root + QStringLiteral(".Tasks1")), expected);
+        introspectionIn(call("Tasks1", "Introspect", {}, {{"interface", "org.freedesktop.DBus.Introspectable"}}));
+    const QStringList expected{"method GetAll(out a{sv} properties)",
+                               "method Start(in s name, in as arguments, in a{sv} properties)",
+                               "method Stop(in s name, in b force)", "signal StateChanged(out a(sua{sv}) tasksState)"};
+    QCOMPARE(membersOf(Root + ".Tasks1", xml), expected);
+    QCOMPARE(documentedMembersOf(Root + ".Tasks1"), expected);
 }
 
 QTEST_GUILESS_MAIN(TestTasks)

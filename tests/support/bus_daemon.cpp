@@ -21,9 +21,7 @@ void signalProcess(qint64 processId, int signal)
 BusDaemon::BusDaemon()
 {
     setProcessChannelMode(ForwardedErrorChannel);
-    start(QStringLiteral("dbus-daemon"),
-          {QStringLiteral("--config-file=" CORVANE_BUS_CONFIGURATION), QStringLiteral("--nofork"),
-           QStringLiteral("--print-address")});
+    start("dbus-daemon", {"--config-file=" CORVANE_BUS_CONFIGURATION, "--nofork", "--print-address"});
     while (!canReadLine()) {
         if (!waitForReadyRead(Patience))
             qFatal("The bus does not start");

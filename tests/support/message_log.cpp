@@ -19,7 +19,7 @@ MessageLog::~MessageLog()
     qInstallMessageHandler(m_previousHandler);
     current = nullptr;
     if (!m_warnings.isEmpty()) {
-        const QString text = QStringLiteral("Unexpected warnings: ") + m_warnings.join(QStringLiteral("; "));
+        const QString text = "Unexpected warnings: " + m_warnings.join("; ");
         QTest::qFail(qUtf8Printable(text), __FILE__, __LINE__);
     }
 }

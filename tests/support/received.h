@@ -11,12 +11,11 @@
 inline QVariant received(ServicePeer &peer, const QString &body)
 {
     peer.answer(body);
-    QString path = QStringLiteral("/" CORVANE_SERVICE_ROOT "/Intents1");
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral(CORVANE_SERVICE_ROOT), path.replace(QLatin1Char('.'), QLatin1Char('/')),
-        QStringLiteral(CORVANE_SERVICE_ROOT ".Intents1"), QStringLiteral("InvokeIntent"));
+    QString path = "/" CORVANE_SERVICE_ROOT "/Intents1";
+    QDBusMessage call = QDBusMessage::createMethodCall(CORVANE_SERVICE_ROOT, path.replace('.', '/'),
+                                                       CORVANE_SERVICE_ROOT ".Intents1", "InvokeIntent");
     call << QString() << QVariantMap() << QVariantMap();
     const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
-    peer.answer(QStringLiteral("(@a{sv} {},)"));
+    peer.answer("(@a{sv} {},)");
     return reply.arguments().value(0);
 }

@@ -14,7 +14,7 @@ public:
     {
         QObject::connect(&invoker, &Corvane::IntentsInvoker::replyReceived, &invoker,
                          [this](const QJsonObject &reply, const Corvane::Error &error) {
-                             all << QStringLiteral("%1 %2 %3")
+                             all << QString("%1 %2 %3")
                                         .arg(QString::fromUtf8(QJsonDocument(reply).toJson(QJsonDocument::Compact)))
                                         .arg(int(error.code()))
                                         .arg(error.message());

@@ -11,11 +11,11 @@
 
 namespace {
 
-const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Root = CORVANE_SERVICE_ROOT;
 
 QString rootPath()
 {
-    return QLatin1Char('/') + QString(Root).replace(QLatin1Char('.'), QLatin1Char('/'));
+    return '/' + QString(Root).replace('.', '/');
 }
 
 /// Makes a call of the library's connection, and tells whether it has succeeded. What came before it has been handled.
@@ -55,7 +55,7 @@ ServicePeer::~ServicePeer()
 
 void ServicePeer::start()
 {
-    m_process.start(QStringLiteral(CORVANE_PYTHON), {QStringLiteral(CORVANE_PEER), Root});
+    m_process.start(CORVANE_PYTHON, {CORVANE_PEER, Root});
     m_results.remove(0);
     wait(0);
 }
@@ -89,54 +89,46 @@ QStringList ServicePeer::descriptors()
 
 void ServicePeer::answer(const QString &body, const QString &member)
 {
-    request(
-        QStringLiteral("answers"),
-        {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}, {QStringLiteral("member"), member}});
+    request("answers", {{"answer", QJsonObject{{"body", body}}}, {"member", member}});
 }
 
 void ServicePeer::answerError(const QString &name, const QString &body, const QString &member)
 {
-    request(QStringLiteral("answers"),
-            {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}, {QStringLiteral("body"), body}}},
-             {QStringLiteral("member"), member}});
+    request("answers", {{"answer", QJsonObject{{"error", name}, {"body", body}}}, {"member", member}});
 }
 
 void ServicePeer::echo()
 {
-    request(QStringLiteral("answers"), {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("echo"), true}}}});
+    request("answers", {{"answer", QJsonObject{{"echo", true}}}});
 }
 
 void ServicePeer::hold()
 {
-    request(QStringLiteral("hold"), {{QStringLiteral("on"), true}});
+    request("hold", {{"on", true}});
 }
 
 void ServicePeer::release(int index, const QString &body)
 {
-    request(
-        QStringLiteral("release"),
-        {{QStringLiteral("index"), index}, {QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}});
+    request("release", {{"index", index}, {"answer", QJsonObject{{"body", body}}}});
 }
 
 void ServicePeer::releaseError(int index, const QString &name)
 {
-    request(
-        QStringLiteral("release"),
-        {{QStringLiteral("index"), index}, {QStringLiteral("answer"), QJsonObject{{QStringLiteral("error"), name}}}});
+    request("release", {{"index", index}, {"answer", QJsonObject{{"error", name}}}});
 }
 
 int ServicePeer::beginCall(const QString &member, const QString &body, const QJsonObject &more)
 {
     QJsonObject arguments{
-        {QStringLiteral("destination"), QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
-        {QStringLiteral("path"), rootPath() + QStringLiteral("/IntentHandler1")},
-        {QStringLiteral("interface"), Root + QStringLiteral(".IntentHandler1")},
-        {QStringLiteral("member"), member},
-        {QStringLiteral("body"), body},
+        {"destination", QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
+        {"path", rootPath() + "/IntentHandler1"},
+        {"interface", Root + ".IntentHandler1"},
+        {"member", member},
+        {"body", body},
     };
     for (auto argument = more.begin(); argument != more.end(); ++argument)
         arguments.insert(argument.key(), argument.value());
-    return send(QStringLiteral("invoke"), arguments);
+    return send("invoke", arguments);
 }
 
 bool ServicePeer::isFinished(int call)
@@ -148,8 +140,7 @@ bool ServicePeer::isFinished(int call)
 ServicePeer::Reply ServicePeer::finishCall(int call)
 {
     const QJsonObject result = wait(call).toObject();
-    return {result.value(QStringLiteral("text")).toString(), strings(result.value(QStringLiteral("descriptors"))),
-            result.value(QStringLiteral("counts")).toObject()};
+    return {result.value("text").toString(), strings(result.value("descriptors")), result.value("counts").toObject()};
 }
 
 ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body, const QJsonObject &more)
@@ -159,7 +150,7 @@ ServicePeer::Reply ServicePeer::call(const QString &member, const QString &body,
 
 void ServicePeer::watchSignals(const QString &interface)
 {
-    request(QStringLiteral("watch"), {{QStringLiteral("interface"), interface}});
+    request("watch", {{"interface", interface}});
 }
 
 QStringList ServicePeer::takeSignals()
@@ -174,46 +165,44 @@ void ServicePeer::emitSignal(const QString &object, const QString &interface, co
                              const QString &body, const QJsonObject &more)
 {
     QJsonObject arguments = more;
-    arguments.insert(QStringLiteral("path"), rootPath() + QLatin1Char('/') + object);
-    arguments.insert(QStringLiteral("interface"), interface);
-    arguments.insert(QStringLiteral("member"), member);
-    arguments.insert(QStringLiteral("body"), body);
-    request(QStringLiteral("signal"), arguments);
+    arguments.insert("path", rootPath() + '/' + object);
+    arguments.insert("interface", interface);
+    arguments.insert("member", member);
+    arguments.insert("body", body);
+    request("signal", arguments);
     if (!busRoundTrip())
         qFatal("The bus does not answer");
 }
 
 bool ServicePeer::survivesSending(const QString &body)
 {
-    return request(QStringLiteral("survives"), {{QStringLiteral("body"), body}}).toBool();
+    return request("survives", {{"body", body}}).toBool();
 }
 
 void ServicePeer::ownServiceName(bool on)
 {
-    request(QStringLiteral("own"), {{QStringLiteral("on"), on}});
+    request("own", {{"on", on}});
 }
 
 void ServicePeer::claimName(const QString &name)
 {
-    request(QStringLiteral("claim"), {{QStringLiteral("name"), name}});
+    request("claim", {{"name", name}});
 }
 
 bool ServicePeer::hasOwner(const QString &name)
 {
-    return request(QStringLiteral("owner"), {{QStringLiteral("name"), name}}).toBool();
+    return request("owner", {{"name", name}}).toBool();
 }
 
 bool ServicePeer::busRoundTrip()
 {
-    return finishes(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
-                                                   QStringLiteral("/org/freedesktop/DBus"),
-                                                   QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+    return finishes(QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                   "org.freedesktop.DBus", "GetId"));
 }
 
 bool ServicePeer::roundTrip()
 {
-    if (!finishes(QDBusMessage::createMethodCall(Root, rootPath() + QStringLiteral("/Test"),
-                                                 Root + QStringLiteral(".Test"), QStringLiteral("RoundTrip"))))
+    if (!finishes(QDBusMessage::createMethodCall(Root, rootPath() + "/Test", Root + ".Test", "RoundTrip")))
         return false;
     flush(false);
     QCoreApplication::processEvents();
@@ -222,8 +211,8 @@ bool ServicePeer::roundTrip()
 
 int ServicePeer::send(const QString &request, QJsonObject arguments)
 {
-    arguments.insert(QStringLiteral("id"), ++m_lastId);
-    arguments.insert(QStringLiteral("request"), request);
+    arguments.insert("id", ++m_lastId);
+    arguments.insert("request", request);
     m_process.write(QJsonDocument(arguments).toJson(QJsonDocument::Compact) + '\n');
     return m_lastId;
 }
@@ -247,20 +236,20 @@ QJsonValue ServicePeer::request(const QString &name, const QJsonObject &argument
 void ServicePeer::flush(bool throughTheBus)
 {
     if (m_process.state() != QProcess::NotRunning)
-        request(QStringLiteral("ping"), {{QStringLiteral("bus"), throughTheBus}});
+        request("ping", {{"bus", throughTheBus}});
 }
 
 void ServicePeer::read()
 {
     while (m_process.canReadLine()) {
         const QJsonObject line = QJsonDocument::fromJson(m_process.readLine()).object();
-        if (line.contains(QStringLiteral("call"))) {
-            m_calls << line.value(QStringLiteral("call")).toString();
-            m_descriptors = strings(line.value(QStringLiteral("descriptors")));
-        } else if (line.contains(QStringLiteral("signal"))) {
-            m_signals << line.value(QStringLiteral("signal")).toString();
+        if (line.contains("call")) {
+            m_calls << line.value("call").toString();
+            m_descriptors = strings(line.value("descriptors"));
+        } else if (line.contains("signal")) {
+            m_signals << line.value("signal").toString();
         } else {
-            m_results.insert(line.value(QStringLiteral("id")).toInt(), line.value(QStringLiteral("result")));
+            m_results.insert(line.value("id").toInt(), line.value("result"));
         }
     }
 }

@@ -34,8 +34,7 @@ public:
 
     /// What to answer calls with from now on, of \a member only if one is given.
     void answer(const QString &body, const QString &member = {});
-    void answerError(const QString &name, const QString &body = QStringLiteral("('the reason',)"),
-                     const QString &member = {});
+    void answerError(const QString &name, const QString &body = "('the reason',)", const QString &member = {});
     /// To answer intents with their own params from now on.
     void echo();
     /// Keeps calls unanswered, until release() answers the one that came in at \a index. It waits for that call.

@@ -48,9 +48,9 @@ void TestError::defaultIsSuccess()
 
 void TestError::keepsCodeAndMessage()
 {
-    const Error error(Error::HandlerFailed, QStringLiteral("m"));
+    const Error error(Error::HandlerFailed, "m");
     QCOMPARE(error.code(), Error::HandlerFailed);
-    QCOMPARE(error.message(), QStringLiteral("m"));
+    QCOMPARE(error.message(), QString("m"));
     QVERIFY(error.isError());
     QVERIFY(error);
 
@@ -63,13 +63,13 @@ void TestError::converts()
 {
     const bool failed = Error(Error::Failed, QString());
     QVERIFY(failed);
-    const bool succeeded = Error(Error::NoError, QStringLiteral("m"));
+    const bool succeeded = Error(Error::NoError, "m");
     QVERIFY(!succeeded);
 }
 
 void TestError::comparesWithCodes()
 {
-    const Error error(Error::InvalidArgs, QStringLiteral("m"));
+    const Error error(Error::InvalidArgs, "m");
     QVERIFY(error == Error::InvalidArgs);
     QVERIFY(Error::InvalidArgs == error);
     QVERIFY(!(error != Error::InvalidArgs));
@@ -78,17 +78,17 @@ void TestError::comparesWithCodes()
     QVERIFY(Error::Failed != error);
     QVERIFY(!(error == Error::Failed));
     QVERIFY(!(Error::Failed == error));
-    QVERIFY(Error(Error::NoError, QStringLiteral("m")) == Error::NoError);
+    QVERIFY(Error(Error::NoError, "m") == Error::NoError);
 }
 
 void TestError::comparesWithErrors()
 {
-    const Error error(Error::InvalidArgs, QStringLiteral("m"));
-    QVERIFY(error == Error(Error::InvalidArgs, QStringLiteral("m")));
-    QVERIFY(!(error != Error(Error::InvalidArgs, QStringLiteral("m"))));
-    QVERIFY(error != Error(Error::InvalidArgs, QStringLiteral("n")));
-    QVERIFY(error != Error(Error::Failed, QStringLiteral("m")));
-    QVERIFY(!(error == Error(Error::Failed, QStringLiteral("m"))));
+    const Error error(Error::InvalidArgs, "m");
+    QVERIFY(error == Error(Error::InvalidArgs, "m"));
+    QVERIFY(!(error != Error(Error::InvalidArgs, "m")));
+    QVERIFY(error != Error(Error::InvalidArgs, "n"));
+    QVERIFY(error != Error(Error::Failed, "m"));
+    QVERIFY(!(error == Error(Error::Failed, "m")));
 }
 
 void TestError::codesHaveTheirNumbers()
@@ -114,7 +114,7 @@ void TestError::busErrorsBecomeCodes_data()
     QTest::addColumn<int>("code");
 
     const QString service = Corvane::Names::ErrorPrefix;
-    const QString standard = QStringLiteral("org.freedesktop.DBus.Error.");
+    const QString standard = "org.freedesktop.DBus.Error.";
     const struct
     {
         const char *name;
@@ -139,28 +139,23 @@ void TestError::busErrorsBecomeCodes_data()
         {"HandlerNotFound.More", 1, 1},
     };
     for (const auto &row : rows) {
-        const QString name = QLatin1String(row.name);
+        const QString name = row.name;
         QTest::addRow("service %s", row.name) << service + name << row.serviceCode;
         QTest::addRow("standard %s", row.name) << standard + name << row.standardCode;
     }
     QTest::newRow("foreign name") << "com.example.Error.HandlerNotFound" << 1;
-    QTest::newRow("service prefix in another case") << service.toUpper() + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("service prefix in another case") << service.toUpper() + "HandlerNotFound" << 1;
     QTest::newRow("standard prefix in another case") << "org.freedesktop.dbus.Error.AccessDenied" << 1;
-    QTest::newRow("service prefix elsewhere")
-        << QStringLiteral("x.") + service + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("service prefix elsewhere") << "x." + service + "HandlerNotFound" << 1;
     // A prefix is removed wherever it stands, if the name begins with it.
-    QTest::newRow("service prefix twice") << service + service + QStringLiteral("HandlerNotFound") << 2;
-    QTest::newRow("service prefix again within")
-        << service + QStringLiteral("Handler") + service + QStringLiteral("NotFound") << 2;
-    QTest::newRow("service prefix again at the end") << service + QStringLiteral("NoError") + service << 0;
-    QTest::newRow("standard prefix twice") << standard + standard + QStringLiteral("AccessDenied") << 6;
-    QTest::newRow("standard prefix again within")
-        << standard + QStringLiteral("Access") + standard + QStringLiteral("Denied") << 6;
-    QTest::newRow("standard prefix behind the service's") << service + standard + QStringLiteral("AccessDenied") << 1;
-    QTest::newRow("service prefix behind the standard one")
-        << standard + service + QStringLiteral("HandlerFailed") << 1;
-    QTest::newRow("service prefix again in another case")
-        << service + service.toUpper() + QStringLiteral("HandlerNotFound") << 1;
+    QTest::newRow("service prefix twice") << service + service + "HandlerNotFound" << 2;
+    QTest::newRow("service prefix again within") << service + "Handler" + service + "NotFound" << 2;
+    QTest::newRow("service prefix again at the end") << service + "NoError" + service << 0;
+    QTest::newRow("standard prefix twice") << standard + standard + "AccessDenied" << 6;
+    QTest::newRow("standard prefix again within") << standard + "Access" + standard + "Denied" << 6;
+    QTest::newRow("standard prefix behind the service's") << service + standard + "AccessDenied" << 1;
+    QTest::newRow("service prefix behind the standard one") << standard + service + "HandlerFailed" << 1;
+    QTest::newRow("service prefix again in another case") << service + service.toUpper() + "HandlerNotFound" << 1;
     QTest::newRow("service prefix alone") << service << 1;
     QTest::newRow("standard prefix alone") << standard << 1;
     QTest::newRow("service prefix without its dot") << service.chopped(1) << 1;
@@ -171,10 +166,9 @@ void TestError::busErrorsBecomeCodes()
     QFETCH(QString, name);
     QFETCH(int, code);
 
-    const Error error =
-        Corvane::errorFromDBusError(QDBusMessage::createError(name, QStringLiteral("the bus's own words")));
+    const Error error = Corvane::errorFromDBusError(QDBusMessage::createError(name, "the bus's own words"));
     QCOMPARE(int(error.code()), code);
-    QCOMPARE(error.message(), QStringLiteral("the bus's own words"));
+    QCOMPARE(error.message(), QString("the bus's own words"));
 }
 
 void TestError::noBusErrorIsSuccess()
@@ -186,7 +180,7 @@ void TestError::noBusErrorIsSuccess()
 
 void TestError::busErrorThatIsNoneIsSuccess()
 {
-    const QDBusError none(QDBusError::NoError, QStringLiteral("m"));
+    const QDBusError none(QDBusError::NoError, "m");
     QVERIFY(!none.isValid());
     QVERIFY(!none.name().isEmpty());
     const Error error = Corvane::errorFromDBusError(none);
@@ -196,7 +190,7 @@ void TestError::busErrorThatIsNoneIsSuccess()
 
 void TestError::busErrorWithoutNameIsSuccess()
 {
-    QDBusError nameless(QDBusError::AccessDenied, QStringLiteral("m"));
+    QDBusError nameless(QDBusError::AccessDenied, "m");
     const QDBusError taken = std::move(nameless); // the only way to such an error: Qt moves the name, copies the type
     QVERIFY(nameless.isValid()); // NOLINT(bugprone-use-after-move)
     QVERIFY(nameless.name().isEmpty());
@@ -207,9 +201,9 @@ void TestError::busErrorWithoutNameIsSuccess()
 
 void TestError::isMetaType()
 {
-    const QVariant variant = QVariant::fromValue(Error(Error::Failed, QStringLiteral("m")));
-    QCOMPARE(QLatin1String(variant.typeName()), QLatin1String("Corvane::Error"));
-    QCOMPARE(variant.value<Error>().message(), QStringLiteral("m"));
+    const QVariant variant = QVariant::fromValue(Error(Error::Failed, "m"));
+    QCOMPARE(variant.typeName(), "Corvane::Error");
+    QCOMPARE(variant.value<Error>().message(), QString("m"));
 }
 
 QTEST_GUILESS_MAIN(TestError)

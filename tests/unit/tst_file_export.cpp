@@ -23,14 +23,14 @@ static_assert(std::is_same_v<decltype(&FileSharing::exportFiles), void (*)(const
 
 namespace {
 
-const QString ReadFiles = QStringLiteral("readFiles");
-const QString WriteFiles = QStringLiteral("writeFiles");
-const QString ReadFds = QStringLiteral("readFds");
-const QString WriteFds = QStringLiteral("writeFds");
+const QString ReadFiles = "readFiles";
+const QString WriteFiles = "writeFiles";
+const QString ReadFds = "readFds";
+const QString WriteFds = "writeFds";
 
 QString warningFor(const QString &file)
 {
-    return QStringLiteral("Failed to open file \"%1\"").arg(file);
+    return QString("Failed to open file \"%1\"").arg(file);
 }
 
 /// The files behind the descriptors under \a key.
@@ -39,15 +39,13 @@ QStringList filesBehind(const QVariantMap &map, const QString &key)
     QStringList files;
     const auto descriptors = map.value(key).value<QList<QDBusUnixFileDescriptor>>();
     for (const QDBusUnixFileDescriptor &descriptor : descriptors)
-        files << QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(descriptor.fileDescriptor()));
+        files << QFile::symLinkTarget(QString("/proc/self/fd/%1").arg(descriptor.fileDescriptor()));
     return files;
 }
 
 int openDescriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd"))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-        .size();
+    return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
 }
 
 } // namespace
@@ -112,16 +110,16 @@ void TestFileExport::openUriSharesItsUri_data()
     QTest::addColumn<QJsonObject>("params");
     QTest::addColumn<QVariantMap>("expected");
 
-    const QString uri = QStringLiteral("uri");
+    const QString uri = "uri";
     const auto reading = [](const char *path) {
         return QVariantMap{{ReadFiles, QStringList(QString::fromLatin1(path))}};
     };
-    QTest::newRow("string") << "OpenURI" << QJsonObject{{uri, QStringLiteral("x")}} << reading("uri");
+    QTest::newRow("string") << "OpenURI" << QJsonObject{{uri, "x"}} << reading("uri");
     QTest::newRow("array") << "OpenURI" << QJsonObject{{uri, QJsonArray()}} << reading("uri[*]");
     QTest::newRow("absent") << "OpenURI" << QJsonObject() << reading("uri");
     QTest::newRow("number") << "OpenURI" << QJsonObject{{uri, 1}} << reading("uri");
-    QTest::newRow("other case") << "OpenUri" << QJsonObject{{uri, QStringLiteral("x")}}
-                                << QVariantMap{{ReadFiles, QStringList(QStringLiteral("before"))}};
+    QTest::newRow("other case") << "OpenUri" << QJsonObject{{uri, "x"}}
+                                << QVariantMap{{ReadFiles, QStringList("before")}};
 }
 
 void TestFileExport::openUriSharesItsUri()
@@ -130,7 +128,7 @@ void TestFileExport::openUriSharesItsUri()
     QFETCH(QJsonObject, params);
     QFETCH(QVariantMap, expected);
 
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("before"))}};
+    QVariantMap map{{ReadFiles, QStringList("before")}};
     FileSharing::shareUri(intent, params, map);
     QCOMPARE(map, expected);
 }
@@ -138,8 +136,8 @@ void TestFileExport::openUriSharesItsUri()
 void TestFileExport::outputFilesAreAlwaysWritten()
 {
     QVariantMap map{{ReadFiles, 1}};
-    FileSharing::setOutputFiles({}, {QStringLiteral("a")}, map);
-    QCOMPARE(map, QVariantMap({{ReadFiles, QStringList()}, {WriteFiles, QStringList(QStringLiteral("a"))}}));
+    FileSharing::setOutputFiles({}, {"a"}, map);
+    QCOMPARE(map, QVariantMap({{ReadFiles, QStringList()}, {WriteFiles, QStringList("a")}}));
 }
 
 void TestFileExport::mapWithoutListsIsLeftAlone_data()
@@ -147,7 +145,7 @@ void TestFileExport::mapWithoutListsIsLeftAlone_data()
     QTest::addColumn<QVariantMap>("map");
 
     QTest::newRow("empty") << QVariantMap();
-    QTest::newRow("other keys") << QVariantMap{{QStringLiteral("readfiles"), QStringList(QStringLiteral("a"))}};
+    QTest::newRow("other keys") << QVariantMap{{"readfiles", QStringList("a")}};
     QTest::newRow("empty lists") << QVariantMap{{ReadFiles, QStringList()}, {WriteFiles, QVariantList()}};
     QTest::newRow("no lists") << QVariantMap{{ReadFiles, true}};
 }
@@ -157,7 +155,7 @@ void TestFileExport::mapWithoutListsIsLeftAlone()
     QFETCH(QVariantMap, map);
 
     const QVariantMap before = map;
-    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    FileSharing::exportFiles({{"a", file("a")}}, map);
     QCOMPARE(map, before);
 }
 
@@ -165,10 +163,10 @@ void TestFileExport::opensLocalFilesOnly()
 {
     const QString a = file("a");
     const QString b = file("b c");
-    const QJsonObject source{{QStringLiteral("files"),
-                              QJsonArray{a, QUrl::fromLocalFile(b).toString(), QStringLiteral("http://x/") + a, 5,
-                                         QString(), QStringLiteral("file:"), QJsonValue()}}};
-    QVariantMap map{{ReadFiles, QStringList{QStringLiteral("files[*]"), QStringLiteral("absent")}}};
+    const QJsonObject source{
+        {"files",
+         QJsonArray{a, QUrl::fromLocalFile(b).toString(), "http://x/" + a, 5, QString(), "file:", QJsonValue()}}};
+    QVariantMap map{{ReadFiles, QStringList{"files[*]", "absent"}}};
     MessageLog log;
     FileSharing::exportFiles(source, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList({a, b}));
@@ -179,25 +177,25 @@ void TestFileExport::opensLocalFilesOnly()
 void TestFileExport::namesAreTakenAsTheyAre()
 {
     const QString a = file("a");
-    const QString link = directory->filePath(QStringLiteral("link"));
+    const QString link = directory->filePath("link");
     QVERIFY(QFile::link(a, link));
     const QString before = QDir::currentPath();
     QVERIFY(QDir::setCurrent(directory->path()));
-    const QJsonArray files{link, QStringLiteral("a"), QStringLiteral("../%1/a").arg(QDir(directory->path()).dirName()),
-                           QStringLiteral("/dev/null"), QStringLiteral("file://host/a")};
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    const QJsonArray files{link, "a", QString("../%1/a").arg(QDir(directory->path()).dirName()), "/dev/null",
+                           "file://host/a"};
+    QVariantMap map{{ReadFiles, QStringList("files[*]")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    FileSharing::exportFiles({{"files", files}}, map);
     QVERIFY(QDir::setCurrent(before));
-    QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a, QStringLiteral("/dev/null")}));
-    QCOMPARE(log.takeWarnings(), QStringList(warningFor(QStringLiteral("//host/a")))); // that is /host/a
+    QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a, "/dev/null"}));
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor("//host/a"))); // that is /host/a
 }
 
 void TestFileExport::duplicatesAreKept()
 {
     const QString a = file("a");
-    QVariantMap map{{ReadFiles, QStringList{QStringLiteral("a"), QStringLiteral("a"), QStringLiteral("*")}}};
-    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QVariantMap map{{ReadFiles, QStringList{"a", "a", "*"}}};
+    FileSharing::exportFiles({{"a", a}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a}));
 }
 
@@ -207,10 +205,9 @@ void TestFileExport::listBecomesStringList_data()
     QTest::addColumn<QVariant>("expected");
     QTest::addColumn<int>("count"); // of descriptors
 
-    const QString a = QStringLiteral("a");
+    const QString a = "a";
     QTest::newRow("string list") << QVariant(QStringList{a, a}) << QVariant(QStringList{a, a}) << 2;
-    QTest::newRow("list") << QVariant(QVariantList{a, 5.0, true})
-                          << QVariant(QStringList{a, QStringLiteral("5"), QStringLiteral("true")}) << 1;
+    QTest::newRow("list") << QVariant(QVariantList{a, 5.0, true}) << QVariant(QStringList{a, "5", "true"}) << 1;
     QTest::newRow("string") << QVariant(a) << QVariant(QStringList{a}) << 1;
     QTest::newRow("empty string") << QVariant(QString()) << QVariant(QStringList{QString()}) << 0;
 
@@ -239,7 +236,7 @@ void TestFileExport::listBecomesStringList()
     const QString a = file("a");
     QVariantMap map{{ReadFiles, list}, {WriteFiles, list}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    FileSharing::exportFiles({{"a", a}}, map);
     for (const QString &key : {ReadFiles, WriteFiles}) {
         QCOMPARE(map.value(key).userType(), expected.userType());
         QCOMPARE(map.value(key), expected);
@@ -253,34 +250,32 @@ void TestFileExport::listBecomesStringList()
 
 void TestFileExport::warningNamesTheFunction()
 {
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}};
+    QVariantMap map{{ReadFiles, QStringList("a")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("a"), directory->filePath(QStringLiteral("missing"))}}, map);
+    FileSharing::exportFiles({{"a", directory->filePath("missing")}}, map);
     QCOMPARE(log.takeWarnings().size(), 1);
     QString function = log.lastFunction();
-    function.replace(QLatin1String(" &"), QLatin1String("&")); // as clang writes it
-    QCOMPARE(function,
-             QStringLiteral("static void Corvane::FileSharing::exportFiles(const QJsonObject&, QVariantMap&)"));
+    function.replace(" &", "&"); // as clang writes it
+    QCOMPARE(function, QString("static void Corvane::FileSharing::exportFiles(const QJsonObject&, QVariantMap&)"));
 }
 
 void TestFileExport::namesWithAColonAreUrls()
 {
     const QString plain = file("x:y");
     const QString encoded = file("x:y z%");
-    const QJsonArray files{plain, QStringLiteral("FILE://") + plain,
-                           QString::fromUtf8(QUrl::fromLocalFile(encoded).toEncoded()),
-                           QString(QLatin1String("file://") + plain).replace(QLatin1Char('y'), QLatin1String("%79"))};
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    const QJsonArray files{plain, "FILE://" + plain, QString::fromUtf8(QUrl::fromLocalFile(encoded).toEncoded()),
+                           QString("file://" + plain).replace('y', "%79")};
+    QVariantMap map{{ReadFiles, QStringList("files[*]")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    FileSharing::exportFiles({{"files", files}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList({plain, encoded, plain}));
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
 void TestFileExport::descriptorsAreAListThatQtKnows()
 {
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    QVariantMap map{{ReadFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", file("a")}}, map);
     const QVariant descriptors = map.value(ReadFds);
     QCOMPARE(QByteArray(descriptors.typeName()), QByteArray("QList<QDBusUnixFileDescriptor>"));
     QVERIFY(descriptors.canConvert<QVariantList>());
@@ -290,21 +285,18 @@ void TestFileExport::descriptorsAreAListThatQtKnows()
 void TestFileExport::descriptorsReplaceWhatWasThere()
 {
     const QString a = file("a");
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))},
-                    {WriteFiles, QStringList(QStringLiteral("none"))},
-                    {ReadFds, 1},
-                    {WriteFds, 2}};
-    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("none")}, {ReadFds, 1}, {WriteFds, 2}};
+    FileSharing::exportFiles({{"a", a}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
     QCOMPARE(map.value(WriteFds), QVariant(2)); // an empty list writes nothing
 }
 
 void TestFileExport::readingComesFirst()
 {
-    const QString made = directory->filePath(QStringLiteral("made"));
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    const QString made = directory->filePath("made");
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("a"), made}}, map);
+    FileSharing::exportFiles({{"a", made}}, map);
     QVERIFY(!map.contains(ReadFds)); // not there yet
     QCOMPARE(filesBehind(map, WriteFds), QStringList(made));
     QCOMPARE(log.takeWarnings(), QStringList(warningFor(made)));
@@ -334,18 +326,18 @@ void TestFileExport::permissionsAreThoseOfAnOrdinaryUser()
     QFETCH(bool, isReadable);
     QFETCH(bool, isWritable);
 
-    const QString name = fileMode ? file("a") : directory->filePath(QStringLiteral("a"));
-    const QString last = QStringLiteral("/dev/null"); // shared only if the list does not end before it
+    const QString name = fileMode ? file("a") : directory->filePath("a");
+    const QString last = "/dev/null"; // shared only if the list does not end before it
     if (fileMode)
         QCOMPARE(::chmod(QFile::encodeName(name).constData(), mode_t(fileMode)), 0);
     QCOMPARE(::chmod(QFile::encodeName(directory->path()).constData(), mode_t(directoryMode)), 0);
 
-    const QStringList patterns(QStringLiteral("files[*]"));
+    const QStringList patterns("files[*]");
     QVariantMap map{{ReadFiles, patterns}, {WriteFiles, patterns}};
     MessageLog log;
     {
         const OrdinaryUser user;
-        FileSharing::exportFiles({{QStringLiteral("files"), QJsonArray{name, last}}}, map);
+        FileSharing::exportFiles({{"files", QJsonArray{name, last}}}, map);
     }
     QCOMPARE(::chmod(QFile::encodeName(directory->path()).constData(), 0700), 0);
     QCOMPARE(filesBehind(map, ReadFds), isReadable ? QStringList({name, last}) : QStringList());
@@ -355,8 +347,8 @@ void TestFileExport::permissionsAreThoseOfAnOrdinaryUser()
 
 void TestFileExport::descriptorsHaveTheRightModes()
 {
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), file("a")}}, map);
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", file("a")}}, map);
     for (const QString &key : {ReadFds, WriteFds}) {
         const auto descriptors = map.value(key).value<QList<QDBusUnixFileDescriptor>>();
         QCOMPARE(descriptors.size(), 1);
@@ -370,16 +362,16 @@ void TestFileExport::descriptorsHaveTheRightModes()
 
 void TestFileExport::missingFileIsMadeForWritingOnly()
 {
-    const QString missing = directory->filePath(QStringLiteral("missing"));
+    const QString missing = directory->filePath("missing");
     MessageLog log;
-    QVariantMap reading{{ReadFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), missing}}, reading);
+    QVariantMap reading{{ReadFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", missing}}, reading);
     QVERIFY(!reading.contains(ReadFds));
     QVERIFY(!QFile::exists(missing));
     QCOMPARE(log.takeWarnings(), QStringList(warningFor(missing)));
 
-    QVariantMap writing{{WriteFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), missing}}, writing);
+    QVariantMap writing{{WriteFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", missing}}, writing);
     QCOMPARE(filesBehind(writing, WriteFds), QStringList(missing));
     QCOMPARE(log.takeWarnings(), QStringList());
 }
@@ -387,8 +379,8 @@ void TestFileExport::missingFileIsMadeForWritingOnly()
 void TestFileExport::fileIsNotTruncated()
 {
     const QString a = file("a", "kept");
-    QVariantMap map{{WriteFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), a}}, map);
+    QVariantMap map{{WriteFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", a}}, map);
     QFile read(a);
     QVERIFY(read.open(QIODevice::ReadOnly));
     QCOMPARE(read.readAll(), QByteArray("kept"));
@@ -397,12 +389,11 @@ void TestFileExport::fileIsNotTruncated()
 void TestFileExport::firstFailureEndsItsListOnly()
 {
     const QString a = file("a");
-    const QString missing = directory->filePath(QStringLiteral("missing"));
+    const QString missing = directory->filePath("missing");
     const QString c = file("c");
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))},
-                    {WriteFiles, QStringList(QStringLiteral("files[-1]"))}};
+    QVariantMap map{{ReadFiles, QStringList("files[*]")}, {WriteFiles, QStringList("files[-1]")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("files"), QJsonArray{a, missing, c}}}, map);
+    FileSharing::exportFiles({{"files", QJsonArray{a, missing, c}}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
     QCOMPARE(filesBehind(map, WriteFds), QStringList(c));
     QCOMPARE(log.takeWarnings(), QStringList(warningFor(missing)));
@@ -410,9 +401,9 @@ void TestFileExport::firstFailureEndsItsListOnly()
 
 void TestFileExport::directoryCannotBeOpened()
 {
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("a"), directory->path()}}, map);
+    FileSharing::exportFiles({{"a", directory->path()}}, map);
     QVERIFY(!map.contains(ReadFds));
     QVERIFY(!map.contains(WriteFds));
     QCOMPARE(log.takeWarnings(), QStringList({warningFor(directory->path()), warningFor(directory->path())}));
@@ -420,20 +411,20 @@ void TestFileExport::directoryCannotBeOpened()
 
 void TestFileExport::fileWithNulIsNotAnotherFile()
 {
-    const QString uri = QUrl::fromLocalFile(file("secret")).toString() + QStringLiteral("%00.png");
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("uri"))}};
+    const QString uri = QUrl::fromLocalFile(file("secret")).toString() + "%00.png";
+    QVariantMap map{{ReadFiles, QStringList("uri")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("uri"), uri}}, map);
+    FileSharing::exportFiles({{"uri", uri}}, map);
     QVERIFY(!map.contains(ReadFds));
     QCOMPARE(log.takeWarnings().size(), 1);
 }
 
 void TestFileExport::fifoDoesNotBlock()
 {
-    const QString fifo = directory->filePath(QStringLiteral("fifo"));
+    const QString fifo = directory->filePath("fifo");
     QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("a"))}, {WriteFiles, QStringList(QStringLiteral("a"))}};
-    FileSharing::exportFiles({{QStringLiteral("a"), fifo}}, map);
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
+    FileSharing::exportFiles({{"a", fifo}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList(fifo));
     QCOMPARE(filesBehind(map, WriteFds), QStringList(fifo));
 }
@@ -441,8 +432,8 @@ void TestFileExport::fifoDoesNotBlock()
 void TestFileExport::keysThatPathsCannotNameAreNotShared()
 {
     const QString a = file("a");
-    const QJsonObject source{{QStringLiteral("a.b"), a}, {QStringLiteral("c[0]"), a}, {QString(), a}};
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("*"))}};
+    const QJsonObject source{{"a.b", a}, {"c[0]", a}, {QString(), a}};
+    QVariantMap map{{ReadFiles, QStringList("*")}};
     MessageLog log;
     FileSharing::exportFiles(source, map);
     QVERIFY(!map.contains(ReadFds));
@@ -465,9 +456,9 @@ void TestFileExport::outOfDescriptorsIsLikeAFileThatCannotBeOpened()
         free.push_back(fd);
     for (const int fd : free)
         ::close(fd);
-    QVariantMap map{{ReadFiles, QStringList(QStringLiteral("files[*]"))}};
+    QVariantMap map{{ReadFiles, QStringList("files[*]")}};
     MessageLog log;
-    FileSharing::exportFiles({{QStringLiteral("files"), files}}, map);
+    FileSharing::exportFiles({{"files", files}}, map);
     QCOMPARE(::setrlimit(RLIMIT_NOFILE, &original), 0);
 
     // Each file takes two descriptors until all are open, so that sending can duplicate each.
@@ -480,10 +471,9 @@ void TestFileExport::nothingStaysOpen()
 {
     const int before = openDescriptors();
     {
-        QVariantMap map{{ReadFiles, QStringList{QStringLiteral("a"), QStringLiteral("d")}},
-                        {WriteFiles, QStringList(QStringLiteral("a"))}};
+        QVariantMap map{{ReadFiles, QStringList{"a", "d"}}, {WriteFiles, QStringList("a")}};
         MessageLog log;
-        FileSharing::exportFiles({{QStringLiteral("a"), file("a")}, {QStringLiteral("d"), directory->path()}}, map);
+        FileSharing::exportFiles({{"a", file("a")}, {"d", directory->path()}}, map);
         QCOMPARE(openDescriptors(), before + 2);
         QCOMPARE(log.takeWarnings().size(), 1);
     }

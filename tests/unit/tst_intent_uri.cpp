@@ -52,8 +52,8 @@ void TestIntentUri::writes_data()
     const auto row = [](const char *tag, const QJsonObject &hints, const QJsonObject &params, const char *uri) {
         QTest::newRow(tag) << hints << params << QString::fromUtf8(uri);
     };
-    const QString a = QStringLiteral("a");
-    const QString b = QStringLiteral("b");
+    const QString a = "a";
+    const QString b = "b";
     row("name only", {}, {}, "intent://#Intent;name=OpenURI;end");
     row("true", {}, {{a, true}}, "intent://#Intent;name=OpenURI;a=B.true;end");
     row("false", {}, {{a, false}}, "intent://#Intent;name=OpenURI;a=B.false;end");
@@ -61,19 +61,17 @@ void TestIntentUri::writes_data()
     row("fraction", {}, {{a, 0.1}}, "intent://#Intent;name=OpenURI;a=d.0.1;end");
     row("six digits are kept", {}, {{a, 123456}}, "intent://#Intent;name=OpenURI;a=d.123456;end");
     row("seven are rounded", {}, {{a, 1234567}}, "intent://#Intent;name=OpenURI;a=d.1.23457e+06;end");
-    row("string", {}, {{a, QStringLiteral("file:///tmp/a.txt")}},
-        "intent://#Intent;name=OpenURI;a=S.file:///tmp/a.txt;end");
+    row("string", {}, {{a, "file:///tmp/a.txt"}}, "intent://#Intent;name=OpenURI;a=S.file:///tmp/a.txt;end");
     row("empty string", {}, {{a, QString()}}, "intent://#Intent;name=OpenURI;a=S.;end");
     row("params in the order of their keys", {}, {{b, 1}, {a, 2}}, "intent://#Intent;name=OpenURI;a=d.2;b=d.1;end");
-    row("hint", {{QStringLiteral("h"), true}}, {}, "intent://?h=B.true#Intent;name=OpenURI;end");
+    row("hint", {{"h", true}}, {}, "intent://?h=B.true#Intent;name=OpenURI;end");
     row("hints in the order of their keys", {{b, 1}, {a, QString()}}, {},
         "intent://?a=S.&b=d.1#Intent;name=OpenURI;end");
     row("large and small numbers", {}, {{a, 1e21}, {b, -1.5e-7}},
         "intent://#Intent;name=OpenURI;a=d.1e+21;b=d.-1.5e-07;end");
-    row("keys as they are", {}, {{QStringLiteral("c;d=e"), true}, {QString(), 1}},
+    row("keys as they are", {}, {{"c;d=e", true}, {QString(), 1}},
         "intent://#Intent;name=OpenURI;=d.1;c;d=e=B.true;end");
-    row("all together", {{QStringLiteral("h"), true}, {QStringLiteral("i"), 1}},
-        {{QStringLiteral("count"), 2}, {QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}},
+    row("all together", {{"h", true}, {"i", 1}}, {{"count", 2}, {"uri", "file:///tmp/a.txt"}},
         "intent://?h=B.true&i=d.1#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end");
 }
 
@@ -83,7 +81,7 @@ void TestIntentUri::writes()
     QFETCH(QJsonObject, params);
     QFETCH(QString, uri);
 
-    const QUrl written = IntentUri::toUri(QStringLiteral("OpenURI"), hints, params);
+    const QUrl written = IntentUri::toUri("OpenURI", hints, params);
     QCOMPARE(written.toString(), uri);
     QCOMPARE(written.hasQuery(), !hints.isEmpty());
     QVERIFY(written.isValid());
@@ -91,10 +89,10 @@ void TestIntentUri::writes()
 
 void TestIntentUri::namesAreWrittenAsTheyAre()
 {
-    const QUrl uri = IntentUri::toUri(QStringLiteral("a;b=c"), {}, {});
-    QCOMPARE(uri.toString(), QStringLiteral("intent://#Intent;name=a;b=c;end"));
-    QCOMPARE(uri.scheme(), QStringLiteral("intent"));
-    QCOMPARE(uri.fragment(), QStringLiteral("Intent;name=a;b=c;end"));
+    const QUrl uri = IntentUri::toUri("a;b=c", {}, {});
+    QCOMPARE(uri.toString(), QString("intent://#Intent;name=a;b=c;end"));
+    QCOMPARE(uri.scheme(), QString("intent"));
+    QCOMPARE(uri.fragment(), QString("Intent;name=a;b=c;end"));
 }
 
 void TestIntentUri::firstProblemEndsTheWriting_data()
@@ -104,11 +102,11 @@ void TestIntentUri::firstProblemEndsTheWriting_data()
     QTest::addColumn<QJsonObject>("params");
     QTest::addColumn<QStringList>("warnings");
 
-    const QString a = QStringLiteral("a");
-    const QString b = QStringLiteral("b");
-    const QString text = QStringLiteral("x;y");
-    const QString semicolons = QStringLiteral("Cannot encode strings with semicolons");
-    const QString containers = QStringLiteral("Intent URI conversion does not support arrays or maps");
+    const QString a = "a";
+    const QString b = "b";
+    const QString text = "x;y";
+    const QString semicolons = "Cannot encode strings with semicolons";
+    const QString containers = "Intent URI conversion does not support arrays or maps";
     QTest::newRow("name before all") << QString() << QJsonObject{{a, text}} << QJsonObject{{a, text}} << QStringList();
     QTest::newRow("hints before params") << "X" << QJsonObject{{a, QJsonArray()}} << QJsonObject{{a, text}}
                                          << QStringList{containers};
@@ -138,10 +136,10 @@ void TestIntentUri::refusesToWrite_data()
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<QString>("warning");
 
-    const QString semicolons = QStringLiteral("Cannot encode strings with semicolons");
-    const QString containers = QStringLiteral("Intent URI conversion does not support arrays or maps");
+    const QString semicolons = "Cannot encode strings with semicolons";
+    const QString containers = "Intent URI conversion does not support arrays or maps";
     QTest::newRow("no name") << QString() << QJsonValue(1) << QString();
-    QTest::newRow("semicolon") << "X" << QJsonValue(QStringLiteral("a;b")) << semicolons;
+    QTest::newRow("semicolon") << "X" << QJsonValue("a;b") << semicolons;
     QTest::newRow("array") << "X" << QJsonValue(QJsonArray{1}) << containers;
     QTest::newRow("object") << "X" << QJsonValue(QJsonObject()) << containers;
     QTest::newRow("null") << "X" << QJsonValue() << QString();
@@ -153,7 +151,7 @@ void TestIntentUri::refusesToWrite()
     QFETCH(QJsonValue, value);
     QFETCH(QString, warning);
 
-    const QJsonObject object{{QStringLiteral("a"), value}};
+    const QJsonObject object{{"a", value}};
     const QStringList warnings = warning.isEmpty() ? QStringList() : QStringList(warning);
     MessageLog log;
     QCOMPARE(IntentUri::toUri(name, {}, object), QUrl());
@@ -169,9 +167,9 @@ void TestIntentUri::reads_data()
     QTest::addColumn<QJsonObject>("hints");
     QTest::addColumn<QJsonObject>("params");
 
-    const QString a = QStringLiteral("a");
+    const QString a = "a";
     const auto param = [a](const char *tag, const char *text, const QJsonValue &value) {
-        QTest::newRow(tag) << QStringLiteral("intent://#Intent;name=X;a=%1;end").arg(QString::fromUtf8(text)) << "X"
+        QTest::newRow(tag) << QString("intent://#Intent;name=X;a=%1;end").arg(QString::fromUtf8(text)) << "X"
                            << QJsonObject() << QJsonObject{{a, value}};
     };
     param("integer", "i.42", 42);
@@ -191,9 +189,9 @@ void TestIntentUri::reads_data()
     param("false", "B.false", false);
     param("any other boolean", "B.TRUE", false);
     param("no boolean", "B.", false);
-    param("string", "S.x y", QStringLiteral("x y"));
+    param("string", "S.x y", "x y");
     param("empty string", "S.", QString());
-    param("string with '='", "S.b=c", QStringLiteral("b=c"));
+    param("string with '='", "S.b=c", "b=c");
 
     const auto row = [](const char *tag, const char *uri, const char *name, const QJsonObject &hints,
                         const QJsonObject &params) {
@@ -202,19 +200,17 @@ void TestIntentUri::reads_data()
     row("no params", "intent://#Intent;name=X;end", "X", {}, {});
     row("empty name", "intent://#Intent;name=;end", "", {}, {});
     row("head and tail in one", "intent://#Intent;name=end", "end", {}, {});
-    row("end within the last part", "intent://#Intent;name=X;a=S.bend", "X", {}, {{a, QStringLiteral("bend")}});
+    row("end within the last part", "intent://#Intent;name=X;a=S.bend", "X", {}, {{a, "bend"}});
     row("parts after the end", "intent://#Intent;name=X;a=d.1;end;a=d.2;nonsense;end", "X", {}, {{a, 1}});
     row("later param wins", "intent://#Intent;name=X;a=d.1;a=d.2;end", "X", {}, {{a, 2}});
     row("later hint wins", "intent://?a=d.1&a=d.2#Intent;name=X;end", "X", {{a, 2}}, {});
-    row("hints", "intent://?a=S.b%26c&d=B.true#Intent;name=X;end", "X",
-        {{a, QStringLiteral("b&c")}, {QStringLiteral("d"), true}}, {});
+    row("hints", "intent://?a=S.b%26c&d=B.true#Intent;name=X;end", "X", {{a, "b&c"}, {"d", true}}, {});
     row("without authority", "intent:#Intent;name=X;end", "X", {}, {});
     row("with an authority and a path", "intent://host/path?a=d.1#Intent;name=X;end", "X", {{a, 1}}, {});
     row("scheme in capitals", "INTENT://#Intent;name=X;end", "X", {}, {}); // QUrl makes it small
     row("empty name and a param", "intent://#Intent;name=;a=d.1;end", "", {}, {{a, 1}});
-    row("another end within", "intent://#Intent;name=X;a=S.x;End=d.1;end", "X", {},
-        {{a, QStringLiteral("x")}, {QStringLiteral("End"), 1}});
-    row("param called end", "intent://#Intent;name=X;end=d.1;end", "X", {}, {{QStringLiteral("end"), 1}});
+    row("another end within", "intent://#Intent;name=X;a=S.x;End=d.1;end", "X", {}, {{a, "x"}, {"End", 1}});
+    row("param called end", "intent://#Intent;name=X;end=d.1;end", "X", {}, {{"end", 1}});
 }
 
 void TestIntentUri::reads()
@@ -239,11 +235,10 @@ void TestIntentUri::refusesToRead_data()
 
     const auto row = [](const char *tag, const char *uri, const QStringList &before, const char *last) {
         QTest::newRow(tag) << QString::fromUtf8(uri)
-                           << before
-                + QStringList{QStringLiteral("%1 QUrl(\"%2\")").arg(QLatin1String(last), QString::fromUtf8(uri))};
+                           << before + QStringList{QString("%1 QUrl(\"%2\")").arg(last, QString::fromUtf8(uri))};
     };
-    const QStringList value{QStringLiteral("Intent URI with invalid value")};
-    const QStringList type{QStringLiteral("Unknown intent value type: 'x'")};
+    const QStringList value{"Intent URI with invalid value"};
+    const QStringList type{"Unknown intent value type: 'x'"};
     row("scheme", "http://#Intent;name=X;end", {}, "Not an intent URI:");
     row("no fragment", "intent://", {}, "Not an intent URI:");
     row("head", "intent://#intent;name=X;end", {}, "Not an intent URI:");
@@ -256,23 +251,22 @@ void TestIntentUri::refusesToRead_data()
     row("unknown type", "intent://#Intent;name=X;a=x.1;end", type, "Invalid intent URI:");
     row("type without a dot", "intent://#Intent;name=X;a=S;end", value, "Invalid intent URI:");
     row("type of two letters", "intent://#Intent;name=X;a=SS.b;end", value, "Invalid intent URI:");
-    row("type in a capital", "intent://#Intent;name=X;a=D.1;end", {QStringLiteral("Unknown intent value type: 'D'")},
+    row("type in a capital", "intent://#Intent;name=X;a=D.1;end", {"Unknown intent value type: 'D'"},
         "Invalid intent URI:");
-    row("type in a small letter", "intent://#Intent;name=X;a=s.b;end",
-        {QStringLiteral("Unknown intent value type: 's'")}, "Invalid intent URI:");
-    row("type beyond ASCII", "intent://#Intent;name=X;a=ž.1;end",
-        {QStringLiteral("Unknown intent value type: '\\u017e'")}, "Invalid intent URI:");
+    row("type in a small letter", "intent://#Intent;name=X;a=s.b;end", {"Unknown intent value type: 's'"},
+        "Invalid intent URI:");
+    row("type beyond ASCII", "intent://#Intent;name=X;a=ž.1;end", {"Unknown intent value type: '\\u017e'"},
+        "Invalid intent URI:");
     row("good ones before", "intent://?h=d.1#Intent;name=X;a=d.1;b=x.1;end", type, "Invalid intent URI:");
     row("bad ones after", "intent://#Intent;name=X;a;b=x.1;end", {}, "Invalid intent URI:");
     row("bad hint and param", "intent://?h=#Intent;name=X;a=x.1;end", value + type, "Invalid intent URI:");
     row("head before hints", "intent://?h=x.1#Intent;name=X", {}, "Not an intent URI:");
     row("head in part", "intent://#Intent;name;end", {}, "Not an intent URI:");
-    QTest::newRow("invalid URL") << "intent://host:port#Intent;name=X;end"
-                                 << QStringList{QStringLiteral("Invalid intent URI \"%1\"")
-                                                    .arg(QUrl(QStringLiteral("intent://host:port#Intent;name=X;end"))
-                                                             .errorString()
-                                                             .replace(QLatin1Char('"'), QLatin1String("\\\"")))};
-    QTest::newRow("empty URL") << QString() << QStringList{QStringLiteral("Invalid intent URI \"\"")};
+    QTest::newRow("invalid URL")
+        << "intent://host:port#Intent;name=X;end"
+        << QStringList{QString("Invalid intent URI \"%1\"")
+                           .arg(QUrl("intent://host:port#Intent;name=X;end").errorString().replace('"', "\\\""))};
+    QTest::newRow("empty URL") << QString() << QStringList{"Invalid intent URI \"\""};
 }
 
 void TestIntentUri::refusesToRead()
@@ -291,14 +285,11 @@ void TestIntentUri::refusesToRead()
 void TestIntentUri::unreadableHintIsNull()
 {
     MessageLog log;
-    const auto [name, hints, params] =
-        IntentUri::fromUri(QUrl(QStringLiteral("intent://?h=x.1&i=&j=d.1#Intent;name=X;a=d.1;end")));
-    QCOMPARE(name, QStringLiteral("X"));
-    QCOMPARE(hints, QJsonObject({{QStringLiteral("h"), {}}, {QStringLiteral("i"), {}}, {QStringLiteral("j"), 1}}));
-    QCOMPARE(params, QJsonObject({{QStringLiteral("a"), 1}}));
-    QCOMPARE(log.takeWarnings(),
-             QStringList(
-                 {QStringLiteral("Unknown intent value type: 'x'"), QStringLiteral("Intent URI with invalid value")}));
+    const auto [name, hints, params] = IntentUri::fromUri(QUrl("intent://?h=x.1&i=&j=d.1#Intent;name=X;a=d.1;end"));
+    QCOMPARE(name, QString("X"));
+    QCOMPARE(hints, QJsonObject({{"h", {}}, {"i", {}}, {"j", 1}}));
+    QCOMPARE(params, QJsonObject({{"a", 1}}));
+    QCOMPARE(log.takeWarnings(), QStringList({"Unknown intent value type: 'x'", "Intent URI with invalid value"}));
 }
 
 void TestIntentUri::readsBackWhatItWrote_data()
@@ -315,10 +306,10 @@ void TestIntentUri::readsBackWhatItWrote()
 {
     QFETCH(QString, text);
 
-    const QJsonObject object{{QStringLiteral("text"), text}, {QStringLiteral("on"), true}, {QStringLiteral("n"), -2.5}};
-    const QUrl uri = IntentUri::toUri(QStringLiteral("Say"), object, object);
+    const QJsonObject object{{"text", text}, {"on", true}, {"n", -2.5}};
+    const QUrl uri = IntentUri::toUri("Say", object, object);
     const auto [name, hints, params] = IntentUri::fromUri(QUrl(QString::fromUtf8(uri.toEncoded())));
-    QCOMPARE(name, QStringLiteral("Say"));
+    QCOMPARE(name, QString("Say"));
     QCOMPARE(params, object);
     QCOMPARE(hints, object);
 }
@@ -349,34 +340,33 @@ void TestIntentUri::someCharactersComeBackEncoded()
     QFETCH(QString, inHints);
     QFETCH(QString, inParams);
 
-    const QString key = QStringLiteral("text");
-    const QUrl uri = IntentUri::toUri(QStringLiteral("Say"), {{key, text}}, {{key, text}});
+    const QString key = "text";
+    const QUrl uri = IntentUri::toUri("Say", {{key, text}}, {{key, text}});
     const auto [name, hints, params] = IntentUri::fromUri(QUrl(QString::fromUtf8(uri.toEncoded())));
-    QCOMPARE(name, QStringLiteral("Say"));
+    QCOMPARE(name, QString("Say"));
     QCOMPARE(hints.value(key).toString(), inHints);
     QCOMPARE(params.value(key).toString(), inParams);
 }
 
 void TestIntentUri::invokerWritesTheSame()
 {
-    const QJsonObject hints{{QStringLiteral("h"), 1}};
-    const QJsonObject params{{QStringLiteral("p"), QStringLiteral("x")}};
-    const QUrl uri = Corvane::IntentsInvoker::intentToUri(QStringLiteral("Say"), hints, params);
-    QCOMPARE(uri, IntentUri::toUri(QStringLiteral("Say"), hints, params));
-    QCOMPARE(uri.toString(), QStringLiteral("intent://?h=d.1#Intent;name=Say;p=S.x;end"));
+    const QJsonObject hints{{"h", 1}};
+    const QJsonObject params{{"p", "x"}};
+    const QUrl uri = Corvane::IntentsInvoker::intentToUri("Say", hints, params);
+    QCOMPARE(uri, IntentUri::toUri("Say", hints, params));
+    QCOMPARE(uri.toString(), QString("intent://?h=d.1#Intent;name=Say;p=S.x;end"));
 }
 
 void TestIntentUri::takesThousandsOfParams()
 {
     QJsonObject params;
-    QString fragment = QStringLiteral("Intent;name=X");
+    QString fragment = "Intent;name=X";
     for (int i = 20000; i-- > 0;) { // in descending order
-        const QString key = QStringLiteral("k%1").arg(i, 5, 10, QLatin1Char('0'));
-        fragment += QStringLiteral(";%1=i.%2").arg(key).arg(i);
+        const QString key = QString("k%1").arg(i, 5, 10, QLatin1Char('0'));
+        fragment += QString(";%1=i.%2").arg(key).arg(i);
         params.insert(key, i);
     }
-    const auto [name, hints, read] =
-        IntentUri::fromUri(QUrl(QStringLiteral("intent://#") + fragment + QStringLiteral(";end")));
+    const auto [name, hints, read] = IntentUri::fromUri(QUrl("intent://#" + fragment + ";end"));
     QCOMPARE(read.size(), 20000);
     QVERIFY(read == params);
     QVERIFY(hints.isEmpty());

@@ -123,8 +123,8 @@ void TestJsonPath::findsValues_data()
     QTest::addColumn<QString>("path");
     QTest::addColumn<QJsonValue>("expected");
 
-    QTest::newRow("element") << "uri[1]" << QJsonValue(QStringLiteral("b"));
-    QTest::newRow("last element") << "uri[-1]" << QJsonValue(QStringLiteral("b"));
+    QTest::newRow("element") << "uri[1]" << QJsonValue("b");
+    QTest::newRow("last element") << "uri[-1]" << QJsonValue("b");
     QTest::newRow("missing key") << "missing" << QJsonValue(QJsonValue::Null);
     QTest::newRow("key below a missing one") << "missing.more" << QJsonValue(QJsonValue::Null);
     QTest::newRow("key below a scalar") << "uri[0].more" << QJsonValue(QJsonValue::Null);
@@ -135,7 +135,7 @@ void TestJsonPath::findsValues_data()
     QTest::newRow("dots are skipped") << ".a..b" << QJsonValue(7);
     QTest::newRow("index without a dot before its key") << "list[0]c" << QJsonValue(true);
     QTest::newRow("wildcards are skipped") << "a[*].*.b" << QJsonValue(7);
-    QTest::newRow("empty path is the root") << "" << QJsonValue(QJsonObject{{QStringLiteral("x"), 1}});
+    QTest::newRow("empty path is the root") << "" << QJsonValue(QJsonObject{{"x", 1}});
 }
 
 void TestJsonPath::findsValues()
@@ -204,7 +204,7 @@ void TestJsonPath::takesElementsOffThePath()
     QFETCH(int, index);
     QFETCH(QString, message);
 
-    QString takenKey = QStringLiteral("before");
+    QString takenKey = "before";
     int takenIndex = 99;
     const QString before(path.constData(), path.size());
     QString shortened = path;
@@ -225,14 +225,13 @@ void TestJsonPath::reportsSyntaxErrors_data()
     QTest::addColumn<QStringList>("expanded");
 
     QTest::newRow("no right bracket") << "a[1"
-                                      << "JSON path error: missing right bracket" << QStringList{QStringLiteral("a")};
+                                      << "JSON path error: missing right bracket" << QStringList{"a"};
     QTest::newRow("letters") << "a[x]"
-                             << R"(JSON path error: could not parse index "x")" << QStringList{QStringLiteral("a")};
+                             << R"(JSON path error: could not parse index "x")" << QStringList{"a"};
     QTest::newRow("empty") << "a[]"
-                           << R"(JSON path error: could not parse index "")" << QStringList{QStringLiteral("a")};
+                           << R"(JSON path error: could not parse index "")" << QStringList{"a"};
     QTest::newRow("too large") << "a[99999999999]"
-                               << R"(JSON path error: could not parse index "99999999999")"
-                               << QStringList{QStringLiteral("a")};
+                               << R"(JSON path error: could not parse index "99999999999")" << QStringList{"a"};
 }
 
 void TestJsonPath::reportsSyntaxErrors()
@@ -243,7 +242,7 @@ void TestJsonPath::reportsSyntaxErrors()
 
     const QJsonObject root = fromJson(R"({"a": [1, 2]})");
     QTest::ignoreMessage(QtDebugMsg, qUtf8Printable(message));
-    QCOMPARE(Core::JsonPath::value(root, path), root.value(QStringLiteral("a")));
+    QCOMPARE(Core::JsonPath::value(root, path), root.value("a"));
     QTest::ignoreMessage(QtDebugMsg, qUtf8Printable(message));
     QCOMPARE(Core::JsonPath::expand(root, path), expanded);
 }
@@ -266,7 +265,7 @@ void TestJsonPath::messagesNameTheTokenizer()
         qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &) {
             const bool isDebug = type == QtDebugMsg && qstrcmp(context.category, "default") == 0;
             const bool isHere = QByteArray(context.file).endsWith("Core/json_path.cpp");
-            contexts << (isDebug && isHere ? QString::fromUtf8(context.function) : QStringLiteral("elsewhere"));
+            contexts << (isDebug && isHere ? QString::fromUtf8(context.function) : "elsewhere");
         });
     const QJsonObject root = fromJson(R"({"a": [1, 2]})");
     Core::JsonPath::value(root, path);
@@ -276,7 +275,7 @@ void TestJsonPath::messagesNameTheTokenizer()
     qInstallMessageHandler(previous);
     QCOMPARE(contexts.size(), 3);
     for (const QString &function : qAsConst(contexts))
-        QVERIFY2(function.endsWith(QStringLiteral("Core::JsonPath::nextPathElement(QString&, QString*, int*)")),
+        QVERIFY2(function.endsWith("Core::JsonPath::nextPathElement(QString&, QString*, int*)"),
                  qUtf8Printable(function));
 }
 
@@ -284,7 +283,7 @@ void TestJsonPath::takesLongPaths()
 {
     QString path;
     for (int i = 0; i < 100000; ++i)
-        path += QLatin1String("a.[-1]");
+        path += "a.[-1]";
     QCOMPARE(Core::JsonPath::expand(fromJson(R"({"a": [1, 2]})"), path), QStringList());
     QCOMPARE(Core::JsonPath::value(fromJson(R"({"a": [1, 2]})"), path), QJsonValue(QJsonValue::Undefined));
 }

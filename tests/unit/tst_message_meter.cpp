@@ -16,11 +16,11 @@ using Corvane::MessageMeter;
 
 namespace {
 
-const QString Key = QStringLiteral("n");
-const QString TooDeep = QStringLiteral("A message cannot nest more than 64 containers");
-const QString ArrayTooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
-const QString TooLong = QStringLiteral("A message cannot be longer than 128 MiB");
-const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
+const QString Key = "n";
+const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
+const QString TooLong = "A message cannot be longer than 128 MiB";
+const QString HasNul = "A message cannot hold a text with U+0000";
 
 QJsonObject nestedObjects(int depth, QJsonValue innermost)
 {
@@ -32,7 +32,7 @@ QJsonObject nestedObjects(int depth, QJsonValue innermost)
 QJsonValue nestedMixedArrays(int depth, QJsonValue innermost)
 {
     for (int i = 0; i < depth; ++i)
-        innermost = QJsonArray{QStringLiteral("x"), innermost};
+        innermost = QJsonArray{"x", innermost};
     return innermost;
 }
 
@@ -115,11 +115,10 @@ void TestMessageMeter::countsLevels_data()
         << QJsonObject{{Key, nestedMixedArrays(31, QJsonArray())}} << TooDeep;
     QTest::newRow("30 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(30, 1)}} << QString();
     QTest::newRow("31 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(31, 1)}} << TooDeep;
-    QTest::newRow("strings at the last level") << nestedObjects(21, QJsonArray{QStringLiteral("x")}) << QString();
+    QTest::newRow("strings at the last level") << nestedObjects(21, QJsonArray{"x"}) << QString();
     QTest::newRow("objects below the last level") << nestedObjects(21, QJsonArray{nestedObjects(1, 1)}) << TooDeep;
     QTest::newRow("numbers below the last level")
-        << nestedObjects(20, QJsonArray{QStringLiteral("x"), QJsonArray{QStringLiteral("x"), QJsonArray{1, 2}}})
-        << TooDeep;
+        << nestedObjects(20, QJsonArray{"x", QJsonArray{"x", QJsonArray{1, 2}}}) << TooDeep;
     QTest::newRow("array of arrays, which is left out") << nestedObjects(21, QJsonArray{QJsonArray{1}}) << QString();
 }
 
@@ -213,11 +212,11 @@ void TestMessageMeter::measuresLists_data()
     row("64 bits", qlonglong(1), 2, 8, 8);
     row("64 bits, unsigned", qulonglong(1), 2, 8, 8);
     row("numbers", 1.0, 2, 8, 8);
-    row("object paths", QDBusObjectPath(QStringLiteral("/ab")), 2, 4, 8);
-    row("signatures", QDBusSignature(QStringLiteral("ai")), 2, 1, 4);
+    row("object paths", QDBusObjectPath("/ab"), 2, 4, 8);
+    row("signatures", QDBusSignature("ai"), 2, 1, 4);
     QStringList texts;
     for (int i = 0; i < 1000; ++i)
-        texts.append(QStringLiteral("123"));
+        texts.append("123");
     QTest::newRow("texts") << QVariant(texts) << 2 << 4 << 8;
 }
 
@@ -235,7 +234,7 @@ void TestMessageMeter::measuresLists()
     used = aligned(used, 8) + 16; // a key, a signature of two, a length
     const int room = 64 * 1024 * 1024 - used;
     for (const int more : {-1, 0, 1}) {
-        const QVariantMap map{{QStringLiteral("a"), list}, {Key, QByteArray(room + more, 'x')}};
+        const QVariantMap map{{"a", list}, {Key, QByteArray(room + more, 'x')}};
         QCOMPARE(problemOf(map), more <= 0 ? QString() : ArrayTooLarge);
     }
 }
@@ -245,8 +244,8 @@ void TestMessageMeter::measuresTheWholeMessage_data()
     QTest::addColumn<QVariant>("last");
     QTest::addColumn<int>("size"); // with the key
 
-    QTest::newRow("text") << QVariant(QStringLiteral("123")) << 20;
-    QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath(QStringLiteral("/ab"))) << 20;
+    QTest::newRow("text") << QVariant("123") << 20;
+    QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath("/ab")) << 20;
     QTest::newRow("number") << QVariant(1.0) << 24;
     QTest::newRow("truth") << QVariant(true) << 16;
     QTest::newRow("bytes") << QVariant(QByteArrayLiteral("1234")) << 20;
@@ -276,10 +275,10 @@ void TestMessageMeter::findsNul_data()
 {
     QTest::addColumn<QJsonObject>("object");
 
-    const QString nul = QStringLiteral("a\0b").left(2) + QChar(0) + QLatin1Char('b');
+    const QString nul = QString("a") + QChar(0) + 'b';
     QTest::newRow("value") << QJsonObject{{Key, nul}};
     QTest::newRow("key") << QJsonObject{{nul, 1}};
-    QTest::newRow("in an array of strings") << QJsonObject{{Key, QJsonArray{QStringLiteral("x"), nul}}};
+    QTest::newRow("in an array of strings") << QJsonObject{{Key, QJsonArray{"x", nul}}};
     QTest::newRow("in a mixed array") << QJsonObject{{Key, QJsonArray{1, nul}}};
     QTest::newRow("in an array of objects") << QJsonObject{{Key, QJsonArray{QJsonObject{{Key, nul}}}}};
     QTest::newRow("deeper in a mixed array") << QJsonObject{{Key, QJsonArray{1, QJsonObject{{nul, 1}}}}};
@@ -307,10 +306,10 @@ void TestMessageMeter::countsDescriptors()
     for (int i = 0; i < CORVANE_MAX_DESCRIPTORS; ++i)
         descriptors.append(descriptor);
 
-    QVariantMap map{{QStringLiteral("readFds"), QVariant::fromValue(descriptors)}};
+    QVariantMap map{{"readFds", QVariant::fromValue(descriptors)}};
     QCOMPARE(problemOf(map), QString());
-    map.insert(QStringLiteral("writeFds"), QVariant::fromValue(descriptors.mid(0, 1)));
-    QCOMPARE(problemOf(map), QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
+    map.insert("writeFds", QVariant::fromValue(descriptors.mid(0, 1)));
+    QCOMPARE(problemOf(map), QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS));
 }
 
 void TestMessageMeter::firstProblemIsKept()

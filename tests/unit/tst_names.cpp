@@ -16,23 +16,23 @@ private Q_SLOTS:
 
 void TestNames::namesFollowFromTheServiceRoot()
 {
-    const QString root = QStringLiteral(CORVANE_SERVICE_ROOT);
-    const QString path = QLatin1Char('/') + QString(root).replace(QLatin1Char('.'), QLatin1Char('/'));
+    const QString root = CORVANE_SERVICE_ROOT;
+    const QString path = '/' + QString(root).replace('.', '/');
 
     QCOMPARE(QString(Names::ServiceRoot), root);
-    QCOMPARE(QString(Names::ErrorPrefix), root + QStringLiteral(".Error."));
-    QCOMPARE(QString::fromLatin1(Names::Intents.interface), root + QStringLiteral(".Intents1"));
-    QCOMPARE(QString(Names::Intents.path()), path + QStringLiteral("/Intents1"));
-    QCOMPARE(QString::fromLatin1(Names::IntentHandler.interface), root + QStringLiteral(".IntentHandler1"));
-    QCOMPARE(QString(Names::IntentHandler.path()), path + QStringLiteral("/IntentHandler1"));
-    QCOMPARE(QString::fromLatin1(Names::Lifecycle.interface), root + QStringLiteral(".Lifecycle1"));
-    QCOMPARE(QString(Names::Lifecycle.path()), path + QStringLiteral("/Lifecycle1"));
-    QCOMPARE(QString::fromLatin1(Names::MemoryPressure.interface), root + QStringLiteral(".MemoryPressure1"));
-    QCOMPARE(QString(Names::MemoryPressure.path()), path + QStringLiteral("/MemoryPressure1"));
-    QCOMPARE(QString::fromLatin1(Names::Tasks.interface), root + QStringLiteral(".Tasks1"));
-    QCOMPARE(QString(Names::Tasks.path()), path + QStringLiteral("/Tasks1"));
-    QCOMPARE(QString::fromLatin1(Names::StandIn.interface), root + QStringLiteral(".StandIn1"));
-    QCOMPARE(QString(Names::StandIn.path()), path + QStringLiteral("/StandIn1"));
+    QCOMPARE(QString(Names::ErrorPrefix), root + ".Error.");
+    QCOMPARE(QString::fromLatin1(Names::Intents.interface), root + ".Intents1");
+    QCOMPARE(QString(Names::Intents.path()), path + "/Intents1");
+    QCOMPARE(QString::fromLatin1(Names::IntentHandler.interface), root + ".IntentHandler1");
+    QCOMPARE(QString(Names::IntentHandler.path()), path + "/IntentHandler1");
+    QCOMPARE(QString::fromLatin1(Names::Lifecycle.interface), root + ".Lifecycle1");
+    QCOMPARE(QString(Names::Lifecycle.path()), path + "/Lifecycle1");
+    QCOMPARE(QString::fromLatin1(Names::MemoryPressure.interface), root + ".MemoryPressure1");
+    QCOMPARE(QString(Names::MemoryPressure.path()), path + "/MemoryPressure1");
+    QCOMPARE(QString::fromLatin1(Names::Tasks.interface), root + ".Tasks1");
+    QCOMPARE(QString(Names::Tasks.path()), path + "/Tasks1");
+    QCOMPARE(QString::fromLatin1(Names::StandIn.interface), root + ".StandIn1");
+    QCOMPARE(QString(Names::StandIn.path()), path + "/StandIn1");
 
     static_assert(Names::Intents.pathText[0] == '/', "derived at compile time");
 }

@@ -122,10 +122,10 @@ void TestRecordTypes::recordsWriteIntoAnyArgument_data()
             QCOMPARE(&(argument << vector), &argument);
         };
         QTest::addRow("%s", signature) << writeRecord << QString::fromLatin1(signature);
-        QTest::addRow("vector of %s", signature) << writeVector << QLatin1Char('a') + QString::fromLatin1(signature);
+        QTest::addRow("vector of %s", signature) << writeVector << 'a' + QString::fromLatin1(signature);
     };
-    const QString text = QStringLiteral("a");
-    const QVariantMap properties{{text, 1}, {QStringLiteral("b"), QVariantMap{{text, text}}}};
+    const QString text = "a";
+    const QVariantMap properties{{text, 1}, {"b", QVariantMap{{text, text}}}};
     row(TaskState{text, 2, properties}, "(sua{sv})");
     row(AvailableTask{text, properties}, "(sa{sv})");
     row(ActiveTask{text, -1, properties}, "(sia{sv})");
@@ -146,10 +146,10 @@ void TestRecordTypes::recordsWriteIntoAnyArgument()
     QDBusArgument within;
     within.beginStructure();
     write(within);
-    within << QStringLiteral("after");
+    within << QString("after");
     write(within);
     within.endStructure();
-    QCOMPARE(within.currentSignature(), QStringLiteral("(%1s%1)").arg(signature));
+    QCOMPARE(within.currentSignature(), QString("(%1s%1)").arg(signature));
 }
 
 void TestRecordTypes::applicationStateHasNoFormOnTheBus()

@@ -116,8 +116,8 @@ void TestSchedule::mapsAreTakenAsTheyAre_data()
 
     const QDateTime date(QDate(2030, 1, 2), QTime(3, 4, 5), Qt::UTC);
     QTest::newRow("numbers") << QVariant::fromValue(QList<int>{1, 2}) << QList<int>{1, 2} << QDateTime();
-    QTest::newRow("text") << QVariant(QStringLiteral("8")) << QList<int>() << QDateTime();
-    QTest::newRow("date in a text") << QVariant(QStringLiteral("2030-01-02T03:04:05Z")) << QList<int>() << date;
+    QTest::newRow("text") << QVariant("8") << QList<int>() << QDateTime();
+    QTest::newRow("date in a text") << QVariant("2030-01-02T03:04:05Z") << QList<int>() << date;
     QTest::newRow("date") << QVariant(date) << QList<int>() << date;
     QTest::newRow("number") << QVariant(8) << QList<int>() << QDateTime();
     QTest::newRow("list of variants") << QVariant(QVariantList{1, 2}) << QList<int>() << QDateTime();
@@ -130,7 +130,7 @@ void TestSchedule::mapsAreTakenAsTheyAre()
     QFETCH(QList<int>, numbers);
     QFETCH(QDateTime, date);
 
-    const Schedule schedule({{QStringLiteral("Hours"), value}, {QStringLiteral("StartDate"), value}});
+    const Schedule schedule({{"Hours", value}, {"StartDate", value}});
     QCOMPARE(schedule.hours(), numbers);
     QCOMPARE(schedule.startDate(), date);
     QCOMPARE(schedule.minutes(), QList<int>());

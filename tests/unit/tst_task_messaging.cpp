@@ -25,7 +25,7 @@ namespace {
 /// A figure of this process's memory, in KiB.
 qint64 memory(const char *name)
 {
-    QFile file(QStringLiteral("/proc/self/status"));
+    QFile file("/proc/self/status");
     if (!file.open(QIODevice::ReadOnly))
         qFatal("The test cannot see its memory");
     const QByteArray text = file.readAll();
@@ -36,7 +36,7 @@ qint64 memory(const char *name)
 /// Has "VmHWM" begin anew at what is used now.
 void forgetPeakMemory()
 {
-    QFile file(QStringLiteral("/proc/self/clear_refs"));
+    QFile file("/proc/self/clear_refs");
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || file.write("5") != 1)
         qFatal("The test cannot forget its peak");
 }
@@ -117,7 +117,7 @@ private Q_SLOTS:
     void burstsArriveWhole();
 
 private:
-    QString path() const { return directory->filePath(QStringLiteral("task.socket")); }
+    QString path() const { return directory->filePath("task.socket"); }
 
     std::unique_ptr<QTemporaryDir> directory;
     std::optional<MessageLog> log;
@@ -126,10 +126,10 @@ private:
 
 namespace {
 
-const QString Incomplete = QStringLiteral("Insufficient data in the socket");
-const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
-const QString NoSocket = QStringLiteral("Socket error \"QLocalSocket::connectToServer: Invalid name\"");
-const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
+const QString Incomplete = "Insufficient data in the socket";
+const QString OneOnly = "TaskMessaging can handle only one connection at a time";
+const QString NoSocket = "Socket error \"QLocalSocket::connectToServer: Invalid name\"";
+const QString RemoteClosed = "Socket error \"QLocalSocket: Remote closed\"";
 
 } // namespace
 
@@ -164,14 +164,14 @@ void TestTaskMessaging::messagesTravelAsFrames_data()
     QTest::addColumn<QJsonObject>("message");
     QTest::addColumn<QByteArray>("bytes");
 
-    const QString a = QStringLiteral("a");
+    const QString a = "a";
     QTest::newRow("empty") << QJsonObject() << QByteArray("\0\0\0\2{}", 6);
     QTest::newRow("number") << QJsonObject{{a, 1}} << QByteArray("\0\0\0\7{\"a\":1}", 11);
     QTest::newRow("null") << QJsonObject{{a, QJsonValue()}} << frame(R"({"a":null})");
     QTest::newRow("nested") << QJsonObject{{a, QJsonArray{1, QJsonObject{{a, true}}, QJsonArray{}}}}
                             << frame(R"({"a":[1,{"a":true},[]]})");
     QTest::newRow("any text") << QJsonObject{{a, QString::fromUtf8("é😀\n\0", 8)}} << frame("{\"a\":\"é😀\\n\\u0000\"}");
-    QTest::newRow("of 300 bytes") << QJsonObject{{a, QString(292, QLatin1Char('x'))}}
+    QTest::newRow("of 300 bytes") << QJsonObject{{a, QString(292, 'x')}}
                                   << QByteArray("\0\0\1\54", 4) + R"({"a":")" + QByteArray(292, 'x') + R"("})";
 }
 
@@ -186,8 +186,8 @@ void TestTaskMessaging::messagesTravelAsFrames()
     QVERIFY(application->sendMessage(message));
     QTRY_COMPARE(task.received(), bytes);
 
-    Channel service(listeningSocket(path() + QLatin1Char('2')));
-    PlainSocket client(path() + QLatin1Char('2'));
+    Channel service(listeningSocket(path() + '2'));
+    PlainSocket client(path() + '2');
     QTRY_COMPARE(service->state(), TaskMessaging::Connected);
     QVERIFY(service->sendMessage(message));
     QTRY_COMPARE(client.received(), bytes);
@@ -202,7 +202,7 @@ void TestTaskMessaging::framesArriveInOrder()
     QStringList expected;
     for (int i = 0; i < 10; ++i) {
         bytes += frame(QByteArrayLiteral("{\"n\":") + QByteArray::number(i) + '}');
-        expected << QStringLiteral("{\"n\":%1}").arg(i);
+        expected << QString("{\"n\":%1}").arg(i);
     }
     QVERIFY(task.send(bytes)); // in one piece
     QTRY_COMPARE(application.messages, expected);
@@ -261,7 +261,7 @@ void TestTaskMessaging::anyPayloadIsAMessage()
     Channel task(listeningSocket(path()));
     PlainSocket application(path());
     QVERIFY(application.send(bytes + frame(R"({"next":true})")));
-    QTRY_COMPARE(task.messages, QStringList({message, QStringLiteral("{\"next\":true}")}));
+    QTRY_COMPARE(task.messages, QStringList({message, "{\"next\":true}"}));
 }
 
 void TestTaskMessaging::tornFramesEndTheConnection_data()
@@ -292,12 +292,11 @@ void TestTaskMessaging::tornFramesEndTheConnection()
     QVERIFY2(memory("VmHWM") - used < qint64(16) * 1024, "a length that is promised is not believed");
     // An earlier peak may be above what there was before, but not by as much as the lengths.
     QVERIFY2(memory("VmPeak") - addresses < qint64(1024) * 1024, "nor is room for it set aside");
-    QCOMPARE(task.messages, QStringList(QStringLiteral("{\"whole\":true}")));
+    QCOMPARE(task.messages, QStringList("{\"whole\":true}"));
     QCOMPARE(task->state(), TaskMessaging::Unconnected);
     QCOMPARE(task.states, QVector<int>({TaskMessaging::Closing, TaskMessaging::Unconnected}));
     QCOMPARE(log->takeWarnings(), QStringList(Incomplete));
-    QVERIFY2(log->lastFunction().contains(QStringLiteral("Corvane::TaskMessagingPrivate::")),
-             qUtf8Printable(log->lastFunction()));
+    QVERIFY2(log->lastFunction().contains("Corvane::TaskMessagingPrivate::"), qUtf8Printable(log->lastFunction()));
 }
 
 void TestTaskMessaging::applicationConnectsAtOnce()
@@ -323,9 +322,7 @@ void TestTaskMessaging::missingSocketIsLogged()
     ::close(::open(qPrintable(path()), O_CREAT | O_CLOEXEC, 0600));
     Channel file(path());
     QCOMPARE(file->state(), TaskMessaging::Unconnected);
-    QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("Socket error \"QLocalSocket::connectToServer: Connection "
-                                        "refused\"")));
+    QCOMPARE(log->takeWarnings(), QStringList("Socket error \"QLocalSocket::connectToServer: Connection refused\""));
 
     QVERIFY(QFile::remove(path()));
     const Descriptor listener(listeningSocket(path()));
@@ -366,9 +363,8 @@ void TestTaskMessaging::sendingUnconnectedIsRefused()
     QCOMPARE(task->state(), TaskMessaging::Unconnected);
     QVERIFY(!task->sendMessage({}));
     QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(const "
-                                        "QJsonObject&) not connected")));
-    QVERIFY2(log->lastFunction().startsWith(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(")),
+             QStringList("bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) not connected"));
+    QVERIFY2(log->lastFunction().startsWith("bool Corvane::TaskMessagingPrivate::sendMessage("),
              qUtf8Printable(log->lastFunction()));
 }
 
@@ -380,7 +376,7 @@ void TestTaskMessaging::applicationLearnsThatTheTaskHasGone()
     QVERIFY(task.send(frame(R"({"last":true})")));
     task.close();
     QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
-    QCOMPARE(application.messages, QStringList(QStringLiteral("{\"last\":true}")));
+    QCOMPARE(application.messages, QStringList("{\"last\":true}"));
     QCOMPARE(application.states.last(), int(TaskMessaging::Unconnected));
     QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
     QVERIFY(!application->sendMessage({}));
@@ -420,7 +416,7 @@ void TestTaskMessaging::secondClientWaits()
 
     // The first one is still the one that counts.
     QVERIFY(first.send(frame(R"({"from":"first"})")));
-    QTRY_COMPARE(task.messages, QStringList(QStringLiteral("{\"from\":\"first\"}")));
+    QTRY_COMPARE(task.messages, QStringList("{\"from\":\"first\"}"));
     QVERIFY(task->sendMessage({}));
     QTRY_COMPARE(first.received(), frame("{}"));
     QVERIFY(!second.isClosed());
@@ -432,7 +428,7 @@ void TestTaskMessaging::secondClientWaits()
     log->takeWarnings();
     PlainSocket third(path());
     QTRY_COMPARE(task.messages.size(), 2);
-    QCOMPARE(task.messages.last(), QStringLiteral("{\"from\":\"second\"}"));
+    QCOMPARE(task.messages.last(), QString("{\"from\":\"second\"}"));
     QVERIFY(task->sendMessage({}));
     QTRY_COMPARE(second.received(), frame("{}"));
     QCOMPARE(third.received(), QByteArray());
@@ -453,8 +449,7 @@ void TestTaskMessaging::clientThatHasGoneWhileItWaitedIsHeard()
     log->takeWarnings();
     PlainSocket third(path()); // gives the second one its turn, which has left, and then has its own
     QVERIFY(third.send(frame(R"({"from":"third"})")));
-    QTRY_COMPARE(task.messages,
-                 QStringList({QStringLiteral("{\"from\":\"second\"}"), QStringLiteral("{\"from\":\"third\"}")}));
+    QTRY_COMPARE(task.messages, QStringList({"{\"from\":\"second\"}", "{\"from\":\"third\"}"}));
     QCOMPARE(task->state(), TaskMessaging::Connected);
     const QStringList endings = log->takeWarnings(); // none if Qt noticed the second one's end while it waited
     for (const QString &warning : endings)
@@ -486,29 +481,29 @@ void TestTaskMessaging::descriptorsThatDoNotListenAreLeftAlone()
     Descriptor descriptor;
     Descriptor other;
     int number = 0;
-    if (kind == QLatin1String("negative")) {
+    if (kind == "negative") {
         number = -1;
-    } else if (kind == QLatin1String("closed")) {
+    } else if (kind == "closed") {
         descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
         number = descriptor.get();
         descriptor.reset();
-    } else if (kind == QLatin1String("file")) {
+    } else if (kind == "file") {
         descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    } else if (kind == QLatin1String("pipe")) {
+    } else if (kind == "pipe") {
         int ends[2];
         QCOMPARE(::pipe2(ends, O_CLOEXEC), 0);
         descriptor.reset(ends[0]);
         other.reset(ends[1]);
-    } else if (kind == QLatin1String("connected socket")) {
+    } else if (kind == "connected socket") {
         int ends[2];
         QCOMPARE(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         descriptor.reset(ends[0]);
         other.reset(ends[1]);
-    } else if (kind == QLatin1String("unbound socket")) {
+    } else if (kind == "unbound socket") {
         descriptor.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    } else if (kind == QLatin1String("datagram socket")) {
+    } else if (kind == "datagram socket") {
         descriptor.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    } else if (kind == QLatin1String("internet socket")) {
+    } else if (kind == "internet socket") {
         descriptor.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         QCOMPARE(::listen(descriptor.get(), 1), 0);
     }
@@ -524,7 +519,7 @@ void TestTaskMessaging::descriptorsThatDoNotListenAreLeftAlone()
     QCOMPARE(::fcntl(number, F_GETFL), flags); // neither closed nor made non-blocking
     const QStringList warnings = log->takeWarnings();
     QCOMPARE(warnings.size(), 2);
-    QCOMPARE(warnings.first(), QStringLiteral("Not a listening local socket: %1").arg(number));
+    QCOMPARE(warnings.first(), QString("Not a listening local socket: %1").arg(number));
 }
 
 void TestTaskMessaging::outOfDescriptorsTheEndIsLogged()
@@ -540,8 +535,7 @@ void TestTaskMessaging::outOfDescriptorsTheEndIsLogged()
         QTRY_VERIFY((warnings += log->takeWarnings(), !warnings.isEmpty()));
     }
     QCOMPARE(warnings,
-             QStringList(QStringLiteral("TaskMessaging has stopped listening: \"QLocalSocket::activated: "
-                                        "Unknown error 24\"")));
+             QStringList("TaskMessaging has stopped listening: \"QLocalSocket::activated: Unknown error 24\""));
     QVERIFY(first.send(frame("{}"))); // the client that is there stays
     QTRY_COMPARE(task.messages.size(), 1);
 }
@@ -554,8 +548,7 @@ void TestTaskMessaging::outOfDescriptorsItCannotConnect()
         Channel application(path());
         QCOMPARE(application->state(), TaskMessaging::Unconnected);
         QCOMPARE(log->takeWarnings(),
-                 QStringList(QStringLiteral(
-                     "Socket error \"QLocalSocket::connectToServer: The socket operation is not supported\"")));
+                 QStringList("Socket error \"QLocalSocket::connectToServer: The socket operation is not supported\""));
         QVERIFY(!application->sendMessage({}));
         QCOMPARE(log->takeWarnings().size(), 1);
     }
@@ -581,7 +574,7 @@ void TestTaskMessaging::peerThatNeverReadsBlocksNobody()
         isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
     QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
     const int count = 1000; // of 32 KiB, far more than the kernel keeps for the other end
-    const QJsonObject message{{QStringLiteral("x"), QString(32 * 1024 - 8, QLatin1Char('x'))}};
+    const QJsonObject message{{"x", QString(32 * 1024 - 8, 'x')}};
     for (int i = 0; i < count; ++i) {
         QVERIFY(channel->sendMessage(message));
         QCoreApplication::processEvents(); // does not wait until there is room
@@ -618,17 +611,17 @@ void TestTaskMessaging::whatHasArrivedWholeIsRead()
     application.makeRoom(256 * 1024);
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     QVERIFY(application.send(frame(payload) + frame("{}"))); // before the other end looks
-    QTRY_COMPARE(task.messages, QStringList({QStringLiteral("{}"), QStringLiteral("{}")}));
+    QTRY_COMPARE(task.messages, QStringList({"{}", "{}"}));
 }
 
 void TestTaskMessaging::bothEndsTalk()
 {
     Channel task(listeningSocket(path()));
     Channel application(path());
-    QVERIFY(application->sendMessage({{QStringLiteral("to"), QStringLiteral("task")}}));
-    QTRY_COMPARE(task.messages, QStringList(QStringLiteral("{\"to\":\"task\"}")));
-    QVERIFY(task->sendMessage({{QStringLiteral("to"), QStringLiteral("application")}}));
-    QTRY_COMPARE(application.messages, QStringList(QStringLiteral("{\"to\":\"application\"}")));
+    QVERIFY(application->sendMessage({{"to", "task"}}));
+    QTRY_COMPARE(task.messages, QStringList("{\"to\":\"task\"}"));
+    QVERIFY(task->sendMessage({{"to", "application"}}));
+    QTRY_COMPARE(application.messages, QStringList("{\"to\":\"application\"}"));
 
     task.channel.reset();
     QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
@@ -732,7 +725,7 @@ void TestTaskMessaging::clientMayBeReplacedWhileAMessageIsHandled()
     QVERIFY(first->send(frame(R"({"n":1})") + frame(R"({"n":2})")));
     QTRY_VERIFY(second);
     QVERIFY(second->send(frame(R"({"n":3})")));
-    QTRY_COMPARE(task.messages, QStringList({QStringLiteral("{\"n\":1}"), QStringLiteral("{\"n\":3}")}));
+    QTRY_COMPARE(task.messages, QStringList({"{\"n\":1}", "{\"n\":3}"}));
     log->takeWarnings();
 }
 
@@ -820,10 +813,9 @@ void TestTaskMessaging::burstsArriveWhole()
         channel = std::make_unique<TaskMessaging>(listeningSocket(path()));
     QProcess other;
     other.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    other.start(QStringLiteral(CORVANE_PYTHON),
-                {QStringLiteral(CORVANE_CHANNEL_PEER), isTask ? QStringLiteral("connect") : QStringLiteral("listen"),
-                 path(), sends ? QStringLiteral("receive") : QStringLiteral("send"), QString::number(count),
-                 QString::number(size)});
+    other.start(CORVANE_PYTHON,
+                {CORVANE_CHANNEL_PEER, isTask ? "connect" : "listen", path(), sends ? "receive" : "send",
+                 QString::number(count), QString::number(size)});
     if (!isTask) {
         QTRY_VERIFY(other.canReadLine());
         QCOMPARE(other.readLine(), QByteArray("listening\n"));
@@ -832,9 +824,9 @@ void TestTaskMessaging::burstsArriveWhole()
 
     // {"n":1017,"x":"xxx..."}, of so many bytes
     const auto message = [size](int number) {
-        QJsonObject object{{QStringLiteral("n"), 1000 + number % 9000}};
+        QJsonObject object{{"n", 1000 + number % 9000}};
         if (size > 10)
-            object.insert(QStringLiteral("x"), QString(size - 17, QLatin1Char('x')));
+            object.insert("x", QString(size - 17, 'x'));
         return object;
     };
     int received = 0;

@@ -54,21 +54,21 @@ private:
 
 namespace {
 
-const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
-const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
+const QString OneOnly = "TaskMessaging can handle only one connection at a time";
+const QString RemoteClosed = "Socket error \"QLocalSocket: Remote closed\"";
 
 } // namespace
 
 void TestTaskMessagingClients::init()
 {
     directory.emplace();
-    path = directory->filePath(QStringLiteral("task.socket"));
+    path = directory->filePath("task.socket");
     log.emplace();
     messages.clear();
     ends = 0;
     task = std::make_unique<TaskMessaging>(listeningSocket(path, 128));
     connect(task.get(), &TaskMessaging::messageReceived, this,
-            [this](const QJsonObject &message) { messages << message.value(QStringLiteral("from")).toString(); });
+            [this](const QJsonObject &message) { messages << message.value("from").toString(); });
     connect(task.get(), &TaskMessaging::stateChanged, this, [this](TaskMessaging::State state) {
         if (state == TaskMessaging::Unconnected)
             ++ends;
@@ -243,7 +243,7 @@ void TestTaskMessagingClients::messagesOfClientsThatHaveLeftAreDelivered()
     first.reset();
     const auto newcomer = connectClient();
     QVERIFY(newcomer->send(frame("{\"from\":\"newcomer\"}")));
-    expected << QStringLiteral("newcomer");
+    expected << "newcomer";
     QTRY_COMPARE(messages.size(), expected.size());
     QCOMPARE(messages, expected);
     QVERIFY(isServed(*newcomer));
@@ -277,7 +277,7 @@ void TestTaskMessagingClients::unsentReplyIsNotLostToTheNextClient()
     connect(task.get(), &TaskMessaging::messageReceived, this, [this] { QVERIFY(task->sendMessage({})); });
     const auto newcomer = connectClient();
     QTRY_COMPARE(waiting.front()->received(), frame("{}"));
-    takeOnly({RemoteClosed, QStringLiteral("Insufficient data in the socket")});
+    takeOnly({RemoteClosed, "Insufficient data in the socket"});
 }
 
 void TestTaskMessagingClients::frameTornInAnEventLoopOfTheReceiverIsLoggedOnce()
@@ -298,7 +298,7 @@ void TestTaskMessagingClients::frameTornInAnEventLoopOfTheReceiverIsLoggedOnce()
     QTRY_COMPARE(messages.size(), 1);
     QTRY_COMPARE(ends, 2);
     const QStringList warnings = log->takeWarnings();
-    QCOMPARE(warnings.count(QStringLiteral("Insufficient data in the socket")), 1);
+    QCOMPARE(warnings.count("Insufficient data in the socket"), 1);
 }
 
 QTEST_GUILESS_MAIN(TestTaskMessagingClients)

@@ -24,11 +24,11 @@ namespace {
 QStringList inheritedSockets()
 {
     QStringList names;
-    const QStringList all = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System);
+    const QStringList all = QDir("/proc/self/fd").entryList(QDir::Files | QDir::System);
     for (const QString &name : all) {
         const int flags = ::fcntl(name.toInt(), F_GETFD);
-        const QString target = QFile::symLinkTarget(QStringLiteral("/proc/self/fd/") + name);
-        if (flags >= 0 && (flags & FD_CLOEXEC) == 0 && target.contains(QStringLiteral("socket:")))
+        const QString target = QFile::symLinkTarget("/proc/self/fd/" + name);
+        if (flags >= 0 && (flags & FD_CLOEXEC) == 0 && target.contains("socket:"))
             names << name;
     }
     return names;
@@ -57,7 +57,7 @@ private:
 void TestTaskMessagingSockets::init()
 {
     directory.emplace();
-    path = directory->filePath(QStringLiteral("task.socket"));
+    path = directory->filePath("task.socket");
     log.emplace();
 }
 
@@ -75,8 +75,7 @@ void TestTaskMessagingSockets::waitsWhileTheBacklogIsFull()
     QCOMPARE(int(application.state()), int(TaskMessaging::Connecting));
     QVERIFY(!application.sendMessage({}));
     QCOMPARE(log->takeWarnings(),
-             QStringList(QStringLiteral("bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) "
-                                        "not connected")));
+             QStringList("bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) not connected"));
     QVector<int> states;
     connect(&application, &TaskMessaging::stateChanged, this, [&](TaskMessaging::State state) {
         QCOMPARE(state, application.state());
@@ -108,7 +107,7 @@ void TestTaskMessagingSockets::socketsAreClosedOnExec()
     QCOMPARE(now, expected);
     QStringList warnings;
     QTRY_COMPARE((warnings += log->takeWarnings(), warnings),
-                 QStringList(QStringLiteral("TaskMessaging can handle only one connection at a time")));
+                 QStringList("TaskMessaging can handle only one connection at a time"));
 }
 
 void TestTaskMessagingSockets::deletedChannelDropsUnsentMessages_data()
@@ -127,7 +126,7 @@ void TestTaskMessagingSockets::deletedChannelDropsUnsentMessages()
     auto channel = isTask ? std::make_unique<TaskMessaging>(listener.release()) : std::make_unique<TaskMessaging>(path);
     PlainSocket other = isTask ? PlainSocket(path) : PlainSocket(listener.get());
     QTRY_COMPARE(int(channel->state()), int(TaskMessaging::Connected));
-    const QJsonObject message{{QStringLiteral("x"), QString(1024 * 1024, QLatin1Char('x'))}};
+    const QJsonObject message{{"x", QString(1024 * 1024, 'x')}};
     for (int i = 0; i < 8; ++i) // more than the kernel keeps
         QVERIFY(channel->sendMessage(message));
     channel.reset();

@@ -12,8 +12,8 @@ using namespace Core;
 
 namespace {
 
-const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
-const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = "JSON array of arrays are not supported";
+const QString UnknownType = "Unknown JSON value type";
 
 QJsonObject fromJson(const char *text)
 {
@@ -27,7 +27,7 @@ QString described(const QVariant &value)
     if (value.userType() == QMetaType::QVariantMap) {
         const QVariantMap map = value.toMap();
         for (auto it = map.begin(); it != map.end(); ++it)
-            parts << it.key() + QLatin1Char(':') + described(it.value());
+            parts << it.key() + ':' + described(it.value());
     } else if (value.userType() == qMetaTypeId<QList<QVariantMap>>()) {
         const auto list = value.value<QList<QVariantMap>>();
         for (const QVariantMap &element : list)
@@ -37,9 +37,9 @@ QString described(const QVariant &value)
         for (const QVariant &element : list)
             parts << described(element);
     } else {
-        return QStringLiteral("%1 %2").arg(QLatin1String(value.typeName()), value.toString()).trimmed();
+        return QString("%1 %2").arg(value.typeName(), value.toString()).trimmed();
     }
-    return QStringLiteral("%1{%2}").arg(QLatin1String(value.typeName()), parts.join(QLatin1Char(',')));
+    return QString("%1{%2}").arg(value.typeName(), parts.join(','));
 }
 
 } // namespace
@@ -138,13 +138,10 @@ void TestTypes::makesObjects_data()
     QTest::addColumn<QByteArray>("expected");
 
     QTest::newRow("none") << QStringList() << QByteArray("{}");
-    QTest::newRow("in order") << QStringList{QStringLiteral("a"), QStringLiteral("b")}
-                              << QByteArray(R"({"a": 0, "b": 1})");
-    QTest::newRow("out of order") << QStringList{QStringLiteral("b"), QStringLiteral("a")}
-                                  << QByteArray(R"({"a": 1, "b": 0})");
+    QTest::newRow("in order") << QStringList{"a", "b"} << QByteArray(R"({"a": 0, "b": 1})");
+    QTest::newRow("out of order") << QStringList{"b", "a"} << QByteArray(R"({"a": 1, "b": 0})");
     QTest::newRow("the last of the same key counts")
-        << QStringList{QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}
-        << QByteArray(R"({"a": 3, "b": 2})");
+        << QStringList{"b", "a", "b", "a"} << QByteArray(R"({"a": 3, "b": 2})");
     QStringList many;
     QByteArray expectedOfMany;
     for (char key = 'b'; key <= 'z'; ++key) {
@@ -152,13 +149,12 @@ void TestTypes::makesObjects_data()
         expectedOfMany += QByteArrayLiteral(", \"") + key + "\": " + QByteArray::number(key == 'c' ? 27 : key - 'b');
     }
     QTest::newRow("many, and some out of order")
-        << (many << QStringLiteral("z") << QStringLiteral("a") << QStringLiteral("c"))
+        << (many << "z"
+                 << "a"
+                 << "c")
         << QByteArrayLiteral("{\"a\": 26") + expectedOfMany.replace("\"z\": 24", "\"z\": 25") + '}';
-    QTest::newRow("the empty key") << QStringList{QString(), QString(), QStringLiteral("a")}
-                                   << QByteArray(R"({"": 1, "a": 2})");
-    QTest::newRow("in order with the same key")
-        << QStringList{QStringLiteral("a"), QStringLiteral("a"), QStringLiteral("b")}
-        << QByteArray(R"({"a": 1, "b": 2})");
+    QTest::newRow("the empty key") << QStringList{QString(), QString(), "a"} << QByteArray(R"({"": 1, "a": 2})");
+    QTest::newRow("in order with the same key") << QStringList{"a", "a", "b"} << QByteArray(R"({"a": 1, "b": 2})");
 }
 
 void TestTypes::makesObjects()
@@ -184,7 +180,7 @@ void TestTypes::objectsOfManyMembersAreMadeInOrder()
     const QJsonObject object = members.take();
     QCOMPARE(object.size(), 200002);
     for (const char *key : {"0", "1", "99999", "199999"})
-        QCOMPARE(object.value(QLatin1String(key)).toInt(), QByteArray(key).toInt());
+        QCOMPARE(object.value(key).toInt(), QByteArray(key).toInt());
     QCOMPARE(object.value(QString::fromUtf8("🐎")).toInt(), 1);
     QCOMPARE(object.value(QString(QChar(0xfffd))).toInt(), 2);
 }

@@ -34,7 +34,7 @@ QString basicText(sd_bus_message *message, char type)
     case 'y':
         return QString::number(value.y);
     case 'b':
-        return value.b ? QStringLiteral("true") : QStringLiteral("false");
+        return value.b ? "true" : "false";
     case 'n':
         return QString::number(value.n);
     case 'q':
@@ -50,9 +50,9 @@ QString basicText(sd_bus_message *message, char type)
     case 'd':
         return QString::number(value.d, 'g', 17);
     case 'h':
-        return QStringLiteral("descriptor");
+        return "descriptor";
     default:
-        return QLatin1Char('"') + QString::fromUtf8(value.s) + QLatin1Char('"');
+        return '"' + QString::fromUtf8(value.s) + '"';
     }
 }
 
@@ -67,20 +67,20 @@ void addValue(QString *text, sd_bus_message *message, char type, const char *con
     const QString signature = QString::fromLatin1(contents); // entering moves on
     check(sd_bus_message_enter_container(message, type, contents), "enter a container");
     if (type == 'v') {
-        *text += QLatin1Char('<') + signature + QLatin1Char(' ');
+        *text += '<' + signature + ' ';
         addValues(text, message);
-        *text += QLatin1Char('>');
+        *text += '>';
     } else if (type == 'e') {
         addValues(text, message, false, ": ");
     } else if (type == 'r') {
-        *text += QLatin1Char('(');
+        *text += '(';
         addValues(text, message);
-        *text += QLatin1Char(')');
+        *text += ')';
     } else {
-        const bool isDictionary = signature.startsWith(QLatin1Char('{'));
-        *text += isDictionary ? QLatin1Char('{') : QLatin1Char('[');
+        const bool isDictionary = signature.startsWith('{');
+        *text += isDictionary ? '{' : '[';
         addValues(text, message, isDictionary);
-        *text += isDictionary ? QLatin1Char('}') : QLatin1Char(']');
+        *text += isDictionary ? '}' : ']';
     }
     check(sd_bus_message_exit_container(message), "leave a container");
 }
@@ -93,7 +93,7 @@ void addValues(QString *text, sd_bus_message *message, bool isDictionary, const 
     const char *contents = nullptr;
     while (check(sd_bus_message_peek_type(message, &type, &contents), "look at a value") > 0) {
         if (!isFirst)
-            *text += QLatin1String(separator);
+            *text += separator;
         isFirst = false;
         if (isDictionary)
             starts.append(text->size());
@@ -118,8 +118,7 @@ Marker &marker()
 {
     static auto *const marker = [] {
         auto *result = new Marker;
-        QDBusConnection::sessionBus().connect(QString(), QStringLiteral("/"), QStringLiteral("a.b"),
-                                              QStringLiteral("Marker"), result, SLOT(hear()));
+        QDBusConnection::sessionBus().connect(QString(), "/", "a.b", "Marker", result, SLOT(hear()));
         return result;
     }();
     return *marker;
@@ -130,8 +129,7 @@ Marker &marker()
 int check(int result, const char *what)
 {
     if (result < 0)
-        fail(QStringLiteral("The peer cannot %1: %2")
-                 .arg(QLatin1String(what), QString::fromUtf8(std::strerror(-result))));
+        fail(QString("The peer cannot %1: %2").arg(what, QString::fromUtf8(std::strerror(-result))));
     return result;
 }
 
@@ -171,7 +169,7 @@ void BusPeer::wait()
 {
     const int waited = sd_bus_wait(bus, Patience);
     if (waited == 0)
-        fail(QStringLiteral("Nothing arrived at the peer"));
+        fail("Nothing arrived at the peer");
     if (waited != -EINTR) // libFuzzer looks at the time by a signal
         check(waited, "wait for the bus");
 }
@@ -202,13 +200,13 @@ void startApplication()
     static auto *const application = new QCoreApplication(argumentCount, nullptr);
     Q_UNUSED(application)
     if (!QDBusConnection::sessionBus().isConnected())
-        fail(QStringLiteral("There is no session bus, or the library has lost it"));
+        fail("There is no session bus, or the library has lost it");
 }
 
 void settle(BusPeer &peer)
 {
     const int expected = marker().heard + 1;
-    const Message message = peer.newSignal(QStringLiteral("/"), "a.b", "Marker");
+    const Message message = peer.newSignal("/", "a.b", "Marker");
     peer.send(message.get());
     runUntil([expected] { return marker().heard == expected; });
 }

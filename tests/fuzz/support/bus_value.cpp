@@ -68,7 +68,7 @@ QByteArray busText(const QByteArray &bytes)
 
 QString unsupported(const BusValue &value)
 {
-    return QStringLiteral("Unsupported type:  \"%1\"").arg(QString::fromLatin1(value.signature));
+    return QString("Unsupported type:  \"%1\"").arg(QString::fromLatin1(value.signature));
 }
 
 } // namespace

@@ -71,8 +71,8 @@ bool operator==(const OpenDescriptor &a, const OpenDescriptor &b)
 
 QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor)
 {
-    const QString link = QStringLiteral("/proc/self/fd/%1").arg(descriptor.number);
-    return debug << QStringLiteral("%1 (inode %2)").arg(QFileInfo(link).symLinkTarget()).arg(descriptor.inode);
+    const QString link = QString("/proc/self/fd/%1").arg(descriptor.number);
+    return debug << QString("%1 (inode %2)").arg(QFileInfo(link).symLinkTarget()).arg(descriptor.inode);
 }
 
 QVector<OpenDescriptor> openDescriptors(int end)
@@ -90,7 +90,7 @@ QVector<OpenDescriptor> openDescriptors(int end)
     const std::size_t count = std::min(asked.size(), std::size_t(end));
     while (::poll(asked.data(), count, 0) < 0) {
         if (errno != EINTR)
-            fail(QStringLiteral("Cannot ask what is open: ") + qt_error_string(errno));
+            fail("Cannot ask what is open: " + qt_error_string(errno));
     }
     QVector<OpenDescriptor> open;
     for (std::size_t i = 0; i < count; ++i) {
@@ -104,9 +104,9 @@ QVector<OpenDescriptor> openDescriptors(int end)
 
 QString temporaryDirectory()
 {
-    const QString inMemory = QStringLiteral("/dev/shm");
+    const QString inMemory = "/dev/shm";
     static const QTemporaryDir directory((QFileInfo(inMemory).isWritable() ? inMemory : QDir::tempPath())
-                                         + QStringLiteral("/corvane-fuzz-XXXXXX"));
+                                         + "/corvane-fuzz-XXXXXX");
     if (!directory.isValid())
         fail(directory.errorString());
     return directory.path();

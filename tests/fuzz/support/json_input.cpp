@@ -106,7 +106,7 @@ private:
         // Deeper with what always has a form on the bus, to just above the deepest that it lets pass.
         const int levels = below(2) == 0 ? 1 : 20 + below(14);
         for (int i = 0; i < levels; ++i)
-            value = below(2) == 0 ? QJsonValue(QJsonObject{{QStringLiteral("a"), value}}) : QJsonArray{true, value};
+            value = below(2) == 0 ? QJsonValue(QJsonObject{{"a", value}}) : QJsonArray{true, value};
         return value;
     }
 
@@ -157,7 +157,7 @@ private:
         case 0:
             return {};
         case 1:
-            return QStringLiteral("\U0001F40E");
+            return "\U0001F40E";
         case 2:
             return QChar(below(0x10000)); // with U+0000 and lone surrogates
         case 3:

@@ -22,18 +22,18 @@ QVector<Step> steps(const QString &path)
 {
     QVector<Step> result;
     for (int at = 0; at < path.size();) {
-        if (path[at] == QLatin1Char('.')) {
+        if (path[at] == '.') {
             ++at;
             continue;
         }
-        const bool isIndex = path[at] == QLatin1Char('[');
-        int end = isIndex ? path.indexOf(QLatin1Char(']'), at) : at;
+        const bool isIndex = path[at] == '[';
+        int end = isIndex ? path.indexOf(']', at) : at;
         if (end < 0)
             break;
-        while (!isIndex && end < path.size() && path[end] != QLatin1Char('.') && path[end] != QLatin1Char('['))
+        while (!isIndex && end < path.size() && path[end] != '.' && path[end] != '[')
             ++end;
         const QString text = path.mid(at + int(isIndex), end - at - int(isIndex));
-        const bool isWildcard = text == QLatin1String("*");
+        const bool isWildcard = text == "*";
         bool isNumber = false;
         const int index = text.toInt(&isNumber);
         if (isIndex && !isWildcard && !isNumber)
@@ -54,8 +54,7 @@ bool hasAmbiguousKeys(const QJsonValue &value)
     const QJsonObject object = value.toObject();
     for (auto member = object.begin(); member != object.end(); ++member) {
         const QString key = member.key();
-        if (key.isEmpty() || key == QLatin1String("*") || key.contains(QLatin1Char('.'))
-            || key.contains(QLatin1Char('[')) || hasAmbiguousKeys(member.value()))
+        if (key.isEmpty() || key == "*" || key.contains('.') || key.contains('[') || hasAmbiguousKeys(member.value()))
             return true;
     }
     return false;
@@ -84,12 +83,12 @@ QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QStri
                 const int wanted = step.index < 0 ? step.index + array.size() : step.index;
                 for (int i = 0; i < array.size(); ++i) {
                     if (step.isWildcard || i == wanted)
-                        add(parts, QStringLiteral("[%1]").arg(i), array.at(i));
+                        add(parts, QString("[%1]").arg(i), array.at(i));
                 }
             } else {
                 const QJsonObject object = value.toObject();
                 const QStringList keys = object.keys();
-                const QString dot = parts.last().isEmpty() ? QString() : QStringLiteral(".");
+                const QString dot = parts.last().isEmpty() ? QString() : ".";
                 for (const QString &key : keys) {
                     if (step.isWildcard || key == step.key)
                         add(parts, dot + key, object[key]);
@@ -103,8 +102,8 @@ QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QStri
     for (const auto &[parts, value] : qAsConst(current)) {
         QString joined = parts.last();
         for (auto part = parts.rbegin() + 1; part != parts.rend(); ++part) {
-            const bool needsDot = !joined.isEmpty() && !joined.startsWith(QLatin1Char('['));
-            joined.prepend(needsDot ? *part + QLatin1Char('.') : *part);
+            const bool needsDot = !joined.isEmpty() && !joined.startsWith('[');
+            joined.prepend(needsDot ? *part + '.' : *part);
         }
         result.append({joined, value});
     }

@@ -46,6 +46,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Fuzz::runInput(data, size);
     static int inputs = 0;
     if (++inputs % InputsBetweenLeakChecks == 0 && __lsan_do_recoverable_leak_check() != 0)
-        Fuzz::fail(QStringLiteral("One of the last %1 inputs leaks").arg(InputsBetweenLeakChecks));
+        Fuzz::fail(QString("One of the last %1 inputs leaks").arg(InputsBetweenLeakChecks));
     return 0;
 }

@@ -19,23 +19,23 @@ public:
     {
         QJsonObject json;
         QVector<int> entries;
-        text += QLatin1Char('{');
+        text += '{';
         for (auto member = object.begin(); member != object.end(); ++member) {
             const QJsonValue value = member.value();
             const QString signature = signatureOf(value, place);
             if (signature.isEmpty())
                 continue;
             if (!entries.isEmpty())
-                text += QLatin1String(", ");
+                text += ", ";
             entries.append(text.size());
             const QString key = arriving(member.key());
-            text += QLatin1Char('"');
+            text += '"';
             text += key;
-            text += QLatin1String("\": ");
+            text += "\": ";
             json.insert(key, variant(signature, value, place));
         }
         sortEntries(&text, entries);
-        text += QLatin1Char('}');
+        text += '}';
         return json;
     }
 
@@ -45,36 +45,36 @@ private:
     {
         switch (value.type()) {
         case QJsonValue::Bool:
-            return QStringLiteral("b");
+            return "b";
         case QJsonValue::Double:
-            return QStringLiteral("d");
+            return "d";
         case QJsonValue::String:
-            return QStringLiteral("s");
+            return "s";
         case QJsonValue::Object:
-            return QStringLiteral("a{sv}");
+            return "a{sv}";
         case QJsonValue::Array:
             break;
         case QJsonValue::Null:
         case QJsonValue::Undefined:
-            warnings.append(QStringLiteral("Unknown JSON value type"));
+            warnings.append("Unknown JSON value type");
             return {};
         }
         const QJsonArray array = value.toArray();
         if (!isTyped(array, place))
-            return QStringLiteral("av");
+            return "av";
         if (array.first().isArray()) {
-            warnings.append(QStringLiteral("JSON array of arrays are not supported"));
+            warnings.append("JSON array of arrays are not supported");
             return {};
         }
         const QString element = signatureOf(array.first(), place);
-        return element.isEmpty() ? element : QLatin1Char('a') + element;
+        return element.isEmpty() ? element : 'a' + element;
     }
 
     QJsonValue value(const QJsonValue &value, Place place)
     {
         switch (value.type()) {
         case QJsonValue::Bool:
-            text += value.toBool() ? QLatin1String("true") : QLatin1String("false");
+            text += value.toBool() ? "true" : "false";
             return value;
         case QJsonValue::Double:
             text += QString::number(value.toDouble(), 'g', 17);
@@ -87,9 +87,9 @@ private:
             break;
         }
         const QString string = arriving(value.toString());
-        text += QLatin1Char('"');
+        text += '"';
         text += string;
-        text += QLatin1Char('"');
+        text += '"';
         return string;
     }
 
@@ -99,26 +99,26 @@ private:
         const bool isPlain = !typed || (array.first().isObject() && place == Place::Hints);
         const Place inside = isPlain ? Place::Mixed : place;
         QJsonArray json;
-        text += QLatin1Char('[');
+        text += '[';
         for (const auto &element : array) {
             const QString signature = signatureOf(element, inside);
             if (signature.isEmpty())
                 continue;
             if (!json.isEmpty())
-                text += QLatin1String(", ");
+                text += ", ";
             json.append(typed ? value(element, inside) : variant(signature, element, inside));
         }
-        text += QLatin1Char(']');
+        text += ']';
         return json;
     }
 
     QJsonValue variant(const QString &signature, const QJsonValue &content, Place place)
     {
-        text += QLatin1Char('<');
+        text += '<';
         text += signature;
-        text += QLatin1Char(' ');
+        text += ' ';
         const QJsonValue json = value(content, place);
-        text += QLatin1Char('>');
+        text += '>';
         return json;
     }
 
@@ -184,7 +184,7 @@ void sortEntries(QString *text, const QVector<int> &starts)
         entries.append(entry(i).toString());
     entries.sort();
     text->truncate(starts.first());
-    text->append(entries.join(QLatin1String(", ")));
+    text->append(entries.join(", "));
 }
 
 Wire wireOf(const QJsonObject &object, Place place)
@@ -199,9 +199,9 @@ QStringList refusals(const QJsonValue &value, Place place)
     QStringList texts;
     bool hasNul = false;
     if (levelsOf(value, place, &hasNul) > 64)
-        texts.append(QStringLiteral("A message cannot nest more than 64 containers"));
+        texts.append("A message cannot nest more than 64 containers");
     if (hasNul)
-        texts.append(QStringLiteral("A message cannot hold a text with U+0000"));
+        texts.append("A message cannot hold a text with U+0000");
     return texts;
 }
 
