@@ -3,6 +3,7 @@
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
+#include <json.h>
 #include <message_log.h>
 #include <patience.h>
 #include <replies.h>
@@ -10,7 +11,6 @@
 #include <service_peer.h>
 
 #include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
 #include <QtTest/QtTest>
 
 #include <limits>
@@ -27,20 +27,6 @@ const QString OfArrays = "JSON array of arrays are not supported";
 const QString HasNul = "A message cannot hold a text with U+0000";
 
 enum Place : int { Params, Hints, Result };
-
-QJsonObject fromJson(const QByteArray &text)
-{
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
-    if (error.error != QJsonParseError::NoError)
-        qFatal("%s: %s", text.constData(), qUtf8Printable(error.errorString()));
-    return document.object();
-}
-
-QString toJson(const QJsonObject &object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
-}
 
 /// A type of D-Bus, with a value and what is read of it.
 struct BusType
@@ -181,14 +167,14 @@ void TestBadInput::jsonThatHasNoForm_data()
     const auto rowFor = [addRow](std::initializer_list<Place> places, const char *json, const char *arrives,
                                  const QStringList &warnings) {
         for (const Place place : places)
-            addRow(place, json, fromJson(json), QString::fromUtf8(arrives), warnings);
+            addRow(place, json, fromJson(json).toObject(), QString::fromUtf8(arrives), warnings);
     };
     const auto row = [rowFor](const char *json, const char *arrives, const QStringList &warnings = {}) {
         rowFor({Params, Hints, Result}, json, arrives, warnings);
     };
     const auto refused = [addRow](const char *json) {
         for (const Place place : {Params, Hints, Result})
-            addRow(place, json, fromJson(json), HasNul,
+            addRow(place, json, fromJson(json).toObject(), HasNul,
                    place == Result ? QStringList(QString("Failed to reply to an intent: \"%1\"").arg(HasNul))
                                    : QStringList());
     };

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The operators between JSON and QDBusArgument, called directly, wherever Qt lets one stream.
+#include "json_rows.h"
+
 #include <DBus/types.h>
 
+#include <json.h>
 #include <message_log.h>
 #include <patience.h>
 #include <received.h>
 #include <service_peer.h>
 
-#include <QtCore/QJsonDocument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusMetaType>
@@ -21,27 +23,9 @@
 namespace {
 
 const QString Interface = "com.example.Operators";
-const QString UnknownType = "Unknown JSON value type";
-const QString ArrayOfArrays = "JSON array of arrays are not supported";
 const QString ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
 const QString ArrayWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)";
 const QString ValueReader = "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)";
-
-/// The JSON value that the text is.
-QJsonValue fromJson(const QByteArray &text)
-{
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson('[' + text + ']', &error);
-    if (error.error != QJsonParseError::NoError)
-        qFatal("%s: %s", text.constData(), qUtf8Printable(error.errorString()));
-    return document.array().first();
-}
-
-QString toJson(const QJsonValue &value)
-{
-    const QByteArray text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(text.mid(1, text.size() - 2));
-}
 
 QVariant variantOf(const QJsonValue &value)
 {
@@ -72,8 +56,8 @@ private Q_SLOTS:
     void writesIntoAnArrayOfObjects();
     void writesIntoAMapOfObjects();
     void writesIntoAnArrayOfArrays();
-    void leavesOutWhatHasNoForm_data();
-    void leavesOutWhatHasNoForm();
+    void warningsNameTheOperator_data();
+    void warningsNameTheOperator();
     void leavesOutWhatIsNestedTooDeep();
     void writesAVariant_data();
     void writesAVariant();
@@ -84,7 +68,6 @@ private Q_SLOTS:
     void readsInto();
 
 private:
-    static void rowsOfValues();
     QString sent(const QVariantList &arguments);
 
     ServicePeer peer;
@@ -129,35 +112,9 @@ void TestJsonOperators::signaturesOfEmptyValues()
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonValue)), QByteArray("av"));
 }
 
-void TestJsonOperators::rowsOfValues()
-{
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("signature");
-    QTest::addColumn<QString>("arrives");
-
-    const auto row = [](const char *json, const char *signature, const char *arrives) {
-        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(signature) << QString::fromUtf8(arrives);
-    };
-    row("true", "b", "true");
-    row("7", "d", "7.0");
-    row("0.5", "d", "0.5");
-    row(R"("žluťoučký 🐎")", "s", "'žluťoučký 🐎'");
-    row("[]", "av", "[]");
-    row("[true, false]", "ab", "[true, false]");
-    row("[1, 2, 3]", "ad", "[1.0, 2.0, 3.0]");
-    row(R"(["x", "y"])", "as", "['x', 'y']");
-    row(R"([{"a": 1}, {}])", "aa{sv}", "[{'a': <1.0>}, {}]");
-    row(R"([1, "x"])", "av", "[<1.0>, <'x'>]");
-    row(R"([1, [2, 3], {"a": [4]}])", "av", "[<1.0>, <[<2.0>, <3.0>]>, <{'a': <[<4.0>]>}>]");
-    row("{}", "a{sv}", "{}");
-    row(R"({"a": 1})", "a{sv}", "{'a': <1.0>}");
-    row(R"({"a": [true], "b": [1], "c": ["x"], "d": [{}], "e": [], "f": {"g": {"h": "x"}}})", "a{sv}",
-        "{'a': <[true]>, 'b': <[1.0]>, 'c': <['x']>, 'd': <[@a{sv} {}]>, 'e': <@av []>, 'f': <{'g': <{'h': <'x'>}>}>}");
-}
-
 void TestJsonOperators::writesIntoAFreshArgument_data()
 {
-    rowsOfValues();
+    addJsonRows();
 }
 
 void TestJsonOperators::writesIntoAFreshArgument()
@@ -165,26 +122,27 @@ void TestJsonOperators::writesIntoAFreshArgument()
     QFETCH(QByteArray, json);
     QFETCH(QString, signature);
     QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
 
     const QJsonValue value = fromJson(json);
     QVector<QDBusArgument> arguments(2);
     QCOMPARE(&(arguments[0] << value), &arguments[0]);
+    QCOMPARE(log->takeWarnings(), warnings);
     if (value.isArray())
         QCOMPARE(&(arguments[1] << value.toArray()), &arguments[1]);
     else if (value.isObject())
         QCOMPARE(&(arguments[1] << value.toObject()), &arguments[1]);
     else
         arguments.removeLast();
+    QCOMPARE(log->takeWarnings(), arguments.size() == 2 ? warnings : QStringList());
 
-    const bool isEmpty = arrives == "[]" || arrives == "{}";
-    const QString typed = isEmpty ? QString("@%1 %2").arg(signature, arrives) : arrives;
     for (const QDBusArgument &argument : qAsConst(arguments)) {
         const QVariant variant = QVariant::fromValue(argument);
         QCOMPARE(argument.currentSignature(), signature);
-        QCOMPARE(sent({variant}), QString("(%1) (%2,)").arg(signature, typed));
-        QCOMPARE(sent({QVariantMap{{"k", variant}}}), QString("(a{sv}) ({'k': <%1>},)").arg(typed));
-        QCOMPARE(sent({QVariant(QVariantList{variant, 7})}), QString("(av) ([<%1>, <7>],)").arg(typed));
-        QCOMPARE(sent({QVariant::fromValue(QDBusVariant(variant))}), QString("(v) (<%1>,)").arg(typed));
+        QCOMPARE(sent({variant}), QString("(%1) (%2,)").arg(signature, arrives));
+        QCOMPARE(sent({QVariantMap{{"k", variant}}}), QString("(a{sv}) ({'k': <%1>},)").arg(arrives));
+        QCOMPARE(sent({QVariant(QVariantList{variant, 7})}), QString("(av) ([<%1>, <7>],)").arg(arrives));
+        QCOMPARE(sent({QVariant::fromValue(QDBusVariant(variant))}), QString("(v) (<%1>,)").arg(arrives));
     }
 }
 
@@ -233,7 +191,7 @@ void TestJsonOperators::writesSeveralValues()
 
 void TestJsonOperators::writesIntoAStructure_data()
 {
-    rowsOfValues();
+    addJsonRows();
 }
 
 void TestJsonOperators::writesIntoAStructure()
@@ -241,6 +199,7 @@ void TestJsonOperators::writesIntoAStructure()
     QFETCH(QByteArray, json);
     QFETCH(QString, signature);
     QFETCH(QString, arrives);
+    QFETCH(QStringList, warnings);
 
     const QJsonValue value = fromJson(json);
     QDBusArgument argument;
@@ -256,10 +215,9 @@ void TestJsonOperators::writesIntoAStructure()
     argument.endStructure();
     argument << QString("z");
     argument.endStructure();
+    QCOMPARE(log->takeWarnings(), warnings + warnings);
     QCOMPARE(argument.currentSignature(), QString("(%1(%1)s)").arg(signature));
-    const QString typed = QString("@%1 %2").arg(signature, arrives);
-    const QString text = arrives == "[]" || arrives == "{}" ? typed : arrives;
-    QCOMPARE(sent({QVariant::fromValue(argument)}), QString("((%1(%1)s)) ((%2, (%2,), 'z'),)").arg(signature, text));
+    QCOMPARE(sent({QVariant::fromValue(argument)}), QString("((%1(%1)s)) ((%2, (%2,), 'z'),)").arg(signature, arrives));
 }
 
 void TestJsonOperators::writesIntoAnArrayOfObjects()
@@ -294,35 +252,27 @@ void TestJsonOperators::writesIntoAnArrayOfArrays()
     QCOMPARE(sent({QVariant::fromValue(argument)}), QString("(aad) ([[1.0, 2.0], [3.0]],)"));
 }
 
-void TestJsonOperators::leavesOutWhatHasNoForm_data()
+void TestJsonOperators::warningsNameTheOperator_data()
 {
     QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("arrives");
-    QTest::addColumn<QString>("warning");
     QTest::addColumn<QString>("function");
 
-    const auto row = [](const char *json, const char *arrives, const QString &warning, const QString &function) {
-        QTest::newRow(json) << QByteArray(json) << QString::fromUtf8(arrives) << warning << function;
-    };
-    row(R"({"a": null, "z": 1})", "(a{sv}) ({'z': <1.0>},)", UnknownType, ValueWriter);
-    row(R"([1, null, "x"])", "(av) ([<1.0>, <'x'>],)", UnknownType, ValueWriter);
-    row(R"([{"a": null}])", "(aa{sv}) ([@a{sv} {}],)", UnknownType, ValueWriter);
-    row(R"({"a": [null], "z": 1})", "(a{sv}) ({'z': <1.0>},)", UnknownType, ArrayWriter);
-    row(R"({"a": [[1]], "z": 1})", "(a{sv}) ({'z': <1.0>},)", ArrayOfArrays, ArrayWriter);
+    QTest::newRow("null in an object") << QByteArray(R"({"a": null})") << ValueWriter;
+    QTest::newRow("null in a mixed array") << QByteArray(R"([1, null, "x"])") << ValueWriter;
+    QTest::newRow("null in an array of objects") << QByteArray(R"([{"a": null}])") << ValueWriter;
+    QTest::newRow("array of nulls") << QByteArray(R"({"a": [null]})") << ArrayWriter;
+    QTest::newRow("array of arrays") << QByteArray(R"({"a": [[1]]})") << ArrayWriter;
 }
 
-void TestJsonOperators::leavesOutWhatHasNoForm()
+void TestJsonOperators::warningsNameTheOperator()
 {
     QFETCH(QByteArray, json);
-    QFETCH(QString, arrives);
-    QFETCH(QString, warning);
     QFETCH(QString, function);
 
     QDBusArgument argument;
     argument << fromJson(json);
-    QCOMPARE(log->takeWarnings(), QStringList(warning));
+    QCOMPARE(log->takeWarnings().size(), 1);
     QCOMPARE(log->lastFunction(), function);
-    QCOMPARE(sent({QVariant::fromValue(argument)}), arrives);
 }
 
 /// libdbus does not survive 256 levels.

@@ -11,12 +11,12 @@
 #include <Corvane/task_messaging.h>
 #include <DBus/types.h>
 
+#include <json.h>
 #include <patience.h>
 #include <plain_socket.h>
 #include <received.h>
 #include <service_peer.h>
 
-#include <QtCore/QJsonDocument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtTest/QtTest>
@@ -49,14 +49,6 @@ void collect(QtMsgType type, const QMessageLogContext &context, const QString &t
 }
 
 using Trigger = std::function<void()>;
-
-QJsonObject fromJson(const char *text)
-{
-    const QJsonDocument document = QJsonDocument::fromJson(text);
-    if (!document.isObject())
-        qFatal("%s", text);
-    return document.object();
-}
 
 } // namespace
 
@@ -98,7 +90,7 @@ void TestWarnings::contexts_data()
     const char *const uris = "src/common/Core/intent_uri.cpp";
     const auto read = [](const char *uri) { return [uri] { Core::IntentUri::fromUri(QUrl(uri)); }; };
     const auto write = [](const char *params) {
-        return [params] { IntentsInvoker::intentToUri("X", {}, fromJson(params)); };
+        return [params] { IntentsInvoker::intentToUri("X", {}, fromJson(params).toObject()); };
     };
     row("Cannot encode strings with semicolons", "valueToString(", uris, write(R"({"a": ";"})"));
     row("Intent URI conversion does not support arrays or maps", "valueToString(", uris, write(R"({"a": []})"));
@@ -113,7 +105,7 @@ void TestWarnings::contexts_data()
     const char *const paths = "src/common/Core/json_path.cpp";
     row("JSON path error: missing right bracket", "nextPathElement(", paths, [] { Core::JsonPath::value({}, "a[1"); });
     row("JSON path error: could not parse index \"x\"", "nextPathElement(", paths,
-        [] { Core::JsonPath::expand(fromJson(R"({"a": [1]})"), "a[x]"); });
+        [] { Core::JsonPath::expand(fromJson(R"({"a": [1]})").toObject(), "a[x]"); });
     row("JSON path error: missing right bracket", "nextPathElement(", paths, [] {
         QString path = "[";
         QString key;
@@ -123,7 +115,7 @@ void TestWarnings::contexts_data()
 
     const char *const arrayToVariant = "QVariant Core::Types::jsonArrayToVariant(const QJsonArray&)";
     row("JSON array of arrays are not supported", arrayToVariant, "src/common/Core/types.cpp",
-        [] { Core::Types::jsonObjectToVariantMap(fromJson(R"({"a": [[1]]})")); });
+        [] { Core::Types::jsonObjectToVariantMap(fromJson(R"({"a": [[1]]})").toObject()); });
     row("Unknown JSON value type", arrayToVariant, "src/common/Core/types.cpp",
         [] { Core::Types::jsonArrayToVariant({QJsonValue()}); });
 
@@ -139,11 +131,11 @@ void TestWarnings::contexts_data()
     const auto invoke = [](const char *hints, const char *params) {
         return [hints, params] {
             IntentsInvoker invoker;
-            invoker.invoke("X", fromJson(hints), fromJson(params));
+            invoker.invoke("X", fromJson(hints).toObject(), fromJson(params).toObject());
         };
     };
     row("Unknown JSON value type", valueWriter, bus, stream(QJsonValue(QJsonValue::Undefined)));
-    row("Unknown JSON value type", valueWriter, bus, stream(fromJson(R"({"a": null})")));
+    row("Unknown JSON value type", valueWriter, bus, stream(fromJson(R"({"a": null})").toObject()));
     row("Unknown JSON value type", arrayWriter, bus, stream(QJsonArray{QJsonValue()}));
     row("JSON array of arrays are not supported", arrayWriter, bus, stream(QJsonArray{QJsonArray()}));
     row("Unknown JSON value type", valueWriter, bus, invoke("{}", R"({"a": null})"));

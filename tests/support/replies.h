@@ -3,7 +3,8 @@
 
 #include <Corvane/intents_invoker.h>
 
-#include <QtCore/QJsonDocument>
+#include <json.h>
+
 #include <QtCore/QStringList>
 
 /// What an invoker delivers, in the order of delivery.
@@ -14,10 +15,7 @@ public:
     {
         QObject::connect(&invoker, &Corvane::IntentsInvoker::replyReceived, &invoker,
                          [this](const QJsonObject &reply, const Corvane::Error &error) {
-                             all << QString("%1 %2 %3")
-                                        .arg(QString::fromUtf8(QJsonDocument(reply).toJson(QJsonDocument::Compact)))
-                                        .arg(int(error.code()))
-                                        .arg(error.message());
+                             all << QString("%1 %2 %3").arg(toJson(reply)).arg(int(error.code())).arg(error.message());
                          });
     }
 
