@@ -25,6 +25,16 @@ LifecyclePrivate::LifecyclePrivate(Lifecycle *lifecycle) : q(lifecycle)
               QStringLiteral("su"), this, SLOT(onStateChanged(QString, quint32)));
 }
 
+Error LifecyclePrivate::startService()
+{
+    return claimBusName(instanceId());
+}
+
+Error LifecyclePrivate::stopService()
+{
+    return releaseBusName(instanceId());
+}
+
 void LifecyclePrivate::onStateChanged(const QString &appInstanceId, const quint32 &state)
 {
     Q_EMIT q->stateChanged(appInstanceId, ApplicationState(state));
@@ -32,7 +42,9 @@ void LifecyclePrivate::onStateChanged(const QString &appInstanceId, const quint3
 
 Lifecycle *Lifecycle::instance()
 {
-    static auto *const lifecycle = new Lifecycle;
+    static Lifecycle *lifecycle = nullptr;
+    if (!lifecycle)
+        lifecycle = new Lifecycle;
     return lifecycle;
 }
 
@@ -42,12 +54,12 @@ Lifecycle::~Lifecycle() = default;
 
 Error Lifecycle::startService()
 {
-    return claimBusName(instanceId());
+    return d->startService();
 }
 
 Error Lifecycle::stopService()
 {
-    return releaseBusName(instanceId());
+    return d->stopService();
 }
 
 } // namespace Corvane

@@ -9,7 +9,10 @@ class LifecyclePrivate : public QObject
 {
     Q_OBJECT
 public:
-    explicit LifecyclePrivate(Lifecycle *lifecycle);
+    explicit LifecyclePrivate(Lifecycle *q);
+
+    Error startService();
+    Error stopService();
 
     Lifecycle *const q;
 

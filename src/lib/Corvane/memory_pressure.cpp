@@ -68,7 +68,9 @@ void MemoryPressurePrivate::updateLevel(const QVariantMap &properties)
 
 MemoryPressure *MemoryPressure::instance()
 {
-    static auto *const memoryPressure = new MemoryPressure;
+    static MemoryPressure *memoryPressure = nullptr;
+    if (!memoryPressure)
+        memoryPressure = new MemoryPressure;
     return memoryPressure;
 }
 

@@ -12,7 +12,7 @@ class MemoryPressurePrivate : public QDBusAbstractInterface
 {
     Q_OBJECT
 public:
-    explicit MemoryPressurePrivate(MemoryPressure *memoryPressure);
+    explicit MemoryPressurePrivate(MemoryPressure *q);
 
     int level = MemoryPressure::NormalLevel;
     MemoryPressure *const q;

@@ -57,6 +57,12 @@ RuntimeDispatcherPrivate::RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher
     registerRecordTypes();
 }
 
+int RuntimeDispatcherPrivate::localServerSocket() const
+{
+    // Decimal only; qEnvironmentVariableIntValue() would read 010 and 0x10 as well.
+    return qgetenv(Core::Environment::TaskSocket).toInt(); // clazy:exclude=qgetenv
+}
+
 Error RuntimeDispatcherPrivate::startService()
 {
     if (!registered) {
@@ -66,6 +72,45 @@ Error RuntimeDispatcherPrivate::startService()
             return {Error::Failed, QStringLiteral("Registration failed")};
     }
     return claimBusName(applicationInstanceId);
+}
+
+Error RuntimeDispatcherPrivate::stopService()
+{
+    return releaseBusName(applicationInstanceId);
+}
+
+void RuntimeDispatcherPrivate::onApplicationStarted(const std::function<void()> &callback)
+{
+    if (taskId.isEmpty())
+        callback();
+}
+
+void RuntimeDispatcherPrivate::onTaskStarted(const QString &taskName,
+                                             const std::function<void(const QString &)> &callback)
+{
+    const QString id = taskId; // a copy, since the callback may delete this
+    if (!id.isEmpty() && (taskName.isEmpty() || taskName == id))
+        callback(id);
+}
+
+void RuntimeDispatcherPrivate::registerIntent(const QString &intentName,
+                                              const RuntimeDispatcher::IntentHandler &handler)
+{
+    Intent intent{intentName, handler, {}, {}};
+    std::swap(intents[intentName], intent);
+    // Now the old handler is destroyed, and what it captured may change the table.
+}
+
+void RuntimeDispatcherPrivate::unregisterIntent(const QString &intentName)
+{
+    const auto removed = intents.take(intentName); // destroyed last, as in registerIntent()
+}
+
+void RuntimeDispatcherPrivate::unregisterAllIntents()
+{
+    decltype(intents) removed;
+    removed.swap(intents);
+    // Now the handlers are destroyed. The destructors of their captures may still use the dispatcher.
 }
 
 void RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
@@ -112,9 +157,7 @@ RuntimeDispatcher::RuntimeDispatcher() : d(std::make_unique<RuntimeDispatcherPri
 RuntimeDispatcher::~RuntimeDispatcher()
 {
     currentDispatcher = nullptr;
-    // The destructors of what the handlers captured may still use this dispatcher.
-    decltype(d->intents) removed;
-    removed.swap(d->intents);
+    d->unregisterAllIntents();
 }
 
 QString RuntimeDispatcher::applicationId() const
@@ -134,8 +177,7 @@ QString RuntimeDispatcher::taskId() const
 
 int RuntimeDispatcher::localServerSocket() const
 {
-    // Decimal only; qEnvironmentVariableIntValue() would read 010 and 0x10 as well.
-    return qgetenv(Core::Environment::TaskSocket).toInt(); // clazy:exclude=qgetenv
+    return d->localServerSocket();
 }
 
 Error RuntimeDispatcher::startService()
@@ -145,32 +187,27 @@ Error RuntimeDispatcher::startService()
 
 Error RuntimeDispatcher::stopService()
 {
-    return releaseBusName(d->applicationInstanceId);
+    return d->stopService();
 }
 
 void RuntimeDispatcher::onApplicationStarted(const std::function<void()> &callback)
 {
-    if (d->taskId.isEmpty())
-        callback();
+    d->onApplicationStarted(callback);
 }
 
 void RuntimeDispatcher::onTaskStarted(const QString &taskName, const std::function<void(const QString &)> &callback)
 {
-    const QString taskId = d->taskId; // a copy, since the callback may delete this
-    if (!taskId.isEmpty() && (taskName.isEmpty() || taskName == taskId))
-        callback(taskId);
+    d->onTaskStarted(taskName, callback);
 }
 
 void RuntimeDispatcher::registerIntent(const QString &intentName, const IntentHandler &handler)
 {
-    RuntimeDispatcherPrivate::Intent intent{intentName, handler, {}, {}};
-    std::swap(d->intents[intentName], intent);
-    // Now the old handler is destroyed, and what it captured may change the table.
+    d->registerIntent(intentName, handler);
 }
 
 void RuntimeDispatcher::unregisterIntent(const QString &intentName)
 {
-    const auto removed = d->intents.take(intentName); // destroyed last, as in registerIntent()
+    d->unregisterIntent(intentName);
 }
 
 void RuntimeDispatcher::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,

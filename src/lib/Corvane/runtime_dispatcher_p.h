@@ -25,9 +25,16 @@ class RuntimeDispatcherPrivate : public QObject, public QDBusContext
                 "    </method>\n"
                 "  </interface>\n")
 public:
-    explicit RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher);
+    explicit RuntimeDispatcherPrivate(RuntimeDispatcher *q);
 
+    int localServerSocket() const;
     Error startService();
+    Error stopService();
+    void onApplicationStarted(const std::function<void()> &callback);
+    void onTaskStarted(const QString &taskName, const std::function<void(const QString &)> &callback);
+    void registerIntent(const QString &intentName, const RuntimeDispatcher::IntentHandler &handler);
+    void unregisterIntent(const QString &intentName);
+    void unregisterAllIntents();
     void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
                                    const QStringList &writeFiles);
 

@@ -68,6 +68,8 @@ void cutOff(const std::shared_ptr<Device> &device)
 
 } // namespace
 
+TaskMessagingPrivate::TaskMessagingPrivate(TaskMessaging *channel) : q(channel) { }
+
 TaskMessagingPrivate::~TaskMessagingPrivate()
 {
     cutOff(socket);

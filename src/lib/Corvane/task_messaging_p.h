@@ -11,7 +11,7 @@ namespace Corvane {
 class TaskMessagingPrivate
 {
 public:
-    explicit TaskMessagingPrivate(TaskMessaging *channel) : q(channel) { }
+    explicit TaskMessagingPrivate(TaskMessaging *q);
     ~TaskMessagingPrivate();
     Q_DISABLE_COPY(TaskMessagingPrivate)
 

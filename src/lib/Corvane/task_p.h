@@ -12,7 +12,7 @@ namespace Corvane {
 class TaskPrivate
 {
 public:
-    TaskPrivate(const QString &taskId, Task *task);
+    TaskPrivate(const QString &taskId, Task *q);
 
     /// Applies the entries of this task, in their order. A nested call supersedes the rest of the list.
     void updateState(const QVector<TaskState> &tasksState);

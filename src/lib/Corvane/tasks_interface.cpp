@@ -19,7 +19,9 @@ static bool operator==(const TaskState &left, const TaskState &right)
 
 TasksInterface *TasksInterface::instance()
 {
-    static auto *const interface = new TasksInterface;
+    static TasksInterface *interface = nullptr;
+    if (!interface)
+        interface = new TasksInterface;
     return interface;
 }
 
