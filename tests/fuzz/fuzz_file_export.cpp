@@ -269,7 +269,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
                 row.names.append(file);
             }
         }
-        FileSharing::shareUri(name, source, map);
+        FileSharing::setUriHint(name, source, map);
         FileSharing::exportFiles(source, map);
     }
     expectWarnings(warnings);

@@ -129,14 +129,14 @@ void TestFileExport::openUriSharesItsUri()
     QFETCH(QVariantMap, expected);
 
     QVariantMap map{{ReadFiles, QStringList("before")}};
-    FileSharing::shareUri(intent, params, map);
+    FileSharing::setUriHint(intent, params, map);
     QCOMPARE(map, expected);
 }
 
 void TestFileExport::outputFilesAreAlwaysWritten()
 {
     QVariantMap map{{ReadFiles, 1}};
-    FileSharing::setOutputFiles({}, {"a"}, map);
+    FileSharing::setFileLists({}, {"a"}, map);
     QCOMPARE(map, QVariantMap({{ReadFiles, QStringList()}, {WriteFiles, QStringList("a")}}));
 }
 

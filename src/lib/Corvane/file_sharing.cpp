@@ -72,7 +72,7 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 
 } // namespace
 
-void FileSharing::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
+void FileSharing::setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map)
 {
     map.insert(Keys::ReadFiles, readFiles);
     map.insert(Keys::WriteFiles, writeFiles);
@@ -95,7 +95,7 @@ QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
     return result;
 }
 
-void FileSharing::shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map)
+void FileSharing::setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map)
 {
     if (intentName != QLatin1String("OpenURI"))
         return;

@@ -17,14 +17,14 @@ class FileSharing
 {
 public:
     /// Names the files of a handler's reply; both lists are written, empty or not.
-    static void setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
+    static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
 
     /// Returns the hints with each mixed list of paths as a list of texts: an element that is not a text becomes one, a
     /// null an empty path. As part of any other hint, the nulls would be left out.
     static QJsonObject withTextPaths(const QJsonObject &hints);
 
     /// If the intent is "OpenURI", names what its "uri" says as the files to read, in place of any other.
-    static void shareUri(const QString &intentName, const QJsonObject &params, QVariantMap &map);
+    static void setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map);
 
     /**
      * Opens the files that \a source names at the paths listed in \a map and puts their descriptors into it.

@@ -50,7 +50,7 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     if (!withoutFiles.problem().isEmpty())
         return refusedCall(withoutFiles.problem());
 
-    FileSharing::shareUri(intentName, params, map);
+    FileSharing::setUriHint(intentName, params, map);
     FileSharing::exportFiles(params, map);
     meter.add(map);
     if (!meter.problem().isEmpty())

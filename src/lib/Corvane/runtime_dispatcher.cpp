@@ -134,7 +134,7 @@ void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJs
     }
 
     QVariantMap files;
-    FileSharing::setOutputFiles(intent.readFiles, intent.writeFiles, files);
+    FileSharing::setFileLists(intent.readFiles, intent.writeFiles, files);
     setDelayedReply(true);
     intent.handler(params, [connection = connection(), call = message(), files](const QJsonObject &result) {
         sendReply(connection, call, result, files);

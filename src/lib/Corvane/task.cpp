@@ -20,7 +20,7 @@ namespace Corvane {
 namespace {
 
 /// The service's code for a state as ours.
-Task::State toState(quint32 code)
+Task::State stateFromCode(quint32 code)
 {
     switch (code) {
     case 0:
@@ -54,7 +54,7 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
     for (const TaskState &taskState : tasksState) {
         if (taskState.taskId != taskId)
             continue;
-        const Task::State newState = toState(taskState.state);
+        const Task::State newState = stateFromCode(taskState.state);
         if (newState == state)
             continue;
         state = newState;
@@ -75,22 +75,23 @@ void TaskPrivate::start(const std::function<void(const Error &)> &callback)
     meter.add(arguments);
     meter.add(sent);
     if (!meter.problem().isEmpty())
-        return deliver(refusedCall(meter.problem()), callback);
+        return reportOutcome(refusedCall(meter.problem()), callback);
     omissions.log();
-    deliver(TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent), callback);
+    reportOutcome(TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent),
+                  callback);
 }
 
 void TaskPrivate::stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback)
 {
     MessageMeter meter;
     meter.add(qualifiedName);
-    deliver(meter.problem().isEmpty() ? TasksInterface::instance()->asyncCall(QStringLiteral("Stop"), qualifiedName,
-                                                                              flags.testFlag(Task::Force))
-                                      : refusedCall(meter.problem()),
-            callback);
+    reportOutcome(meter.problem().isEmpty() ? TasksInterface::instance()->asyncCall(
+                      QStringLiteral("Stop"), qualifiedName, flags.testFlag(Task::Force))
+                                            : refusedCall(meter.problem()),
+                  callback);
 }
 
-void TaskPrivate::deliver(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback)
+void TaskPrivate::reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback)
 {
     onFinished(call, q, [callback](const QDBusPendingCall &reply) {
         if (callback)

@@ -18,7 +18,7 @@ namespace {
 
 // A frame is what QDataStream makes of a byte array: the size, big-endian, and the bytes.
 constexpr int LengthSize = sizeof(quint32);
-constexpr int MaxCertainFrame = 32 * 1024; // longer ones may arrive in two pieces
+constexpr int MaxUnsplitFrame = 32 * 1024; // longer ones may arrive in two pieces
 constexpr quint32 NullLength = 0xffffffff; // a null byte array, behind which there is nothing
 
 int socketOption(int descriptor, int option)
@@ -42,7 +42,7 @@ bool isHungUp(const QLocalSocket &socket)
 }
 
 /// The size of the message that the frame at the beginning of \a data holds; -1 if the frame is not whole.
-int messageSize(const char *data, int available)
+int payloadSize(const char *data, int available)
 {
     if (available < LengthSize)
         return -1;
@@ -58,7 +58,7 @@ void deleteLater(QObject *object)
 
 /// Closes a socket or server, whose signals are not heard any more.
 template<typename Device>
-void cutOff(const std::shared_ptr<Device> &device)
+void closeSilently(const std::shared_ptr<Device> &device)
 {
     if (!device)
         return;
@@ -72,8 +72,8 @@ TaskMessagingPrivate::TaskMessagingPrivate(TaskMessaging *channel) : q(channel) 
 
 TaskMessagingPrivate::~TaskMessagingPrivate()
 {
-    cutOff(socket);
-    cutOff(server);
+    closeSilently(socket);
+    closeSilently(server);
 }
 
 void TaskMessagingPrivate::connectTo(const QString &socketPath)
@@ -133,22 +133,22 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
 
 void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
 {
-    cutOff(socket);
+    closeSilently(socket);
     socket.reset(newSocket, &deleteLater);
     unread.clear();
-    unread.reserve(MaxCertainFrame); // and keeps it
+    unread.reserve(MaxUnsplitFrame); // and keeps it
     position = 0;
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
         const auto source = socket;
-        acceptClients();
+        resumeAccepting();
         Q_EMIT q->stateChanged(state());
     });
     QObject::connect(newSocket, &QLocalSocket::errorOccurred, newSocket,
                      [newSocket] { qWarning() << "Socket error" << newSocket->errorString(); });
 }
 
-void TaskMessagingPrivate::acceptClients()
+void TaskMessagingPrivate::resumeAccepting()
 {
     if (!server || state() == TaskMessaging::Connected)
         return;
@@ -162,7 +162,7 @@ void TaskMessagingPrivate::onNewConnection()
 {
     const QPointer<TaskMessaging> channel(q);
     const auto listener = server;
-    noticeHangUp();
+    drainIfHungUp();
     if (!channel)
         return;
     if (state() == TaskMessaging::Connected) {
@@ -179,11 +179,11 @@ void TaskMessagingPrivate::onNewConnection()
         if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
             readMessages();
         if (channel)
-            noticeHangUp();
+            drainIfHungUp();
     } while (channel && state() == TaskMessaging::Unconnected);
 }
 
-void TaskMessagingPrivate::noticeHangUp()
+void TaskMessagingPrivate::drainIfHungUp()
 {
     const auto source = socket; // a receiver may drop it
     while (source && isHungUp(*source) && source->waitForReadyRead(0)) { } // delivers its last messages
@@ -195,7 +195,7 @@ void TaskMessagingPrivate::readMessages()
     const QPointer<TaskMessaging> channel(q);
     const auto source = socket;
     while (channel && socket == source) {
-        const int size = messageSize(unread.constData() + position, unread.size() - position);
+        const int size = payloadSize(unread.constData() + position, unread.size() - position);
         if (size < 0) {
             if (source->bytesAvailable() > 0) {
                 unread.remove(0, position);

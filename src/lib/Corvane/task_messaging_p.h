@@ -29,9 +29,9 @@ public:
 
 private:
     void setSocket(QLocalSocket *newSocket);
-    void acceptClients();
+    void resumeAccepting();
     void onNewConnection();
-    void noticeHangUp();
+    void drainIfHungUp();
     void readMessages();
 };
 

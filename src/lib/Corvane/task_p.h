@@ -27,7 +27,7 @@ public:
     Task *const q;
 
 private:
-    void deliver(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
+    void reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
 
     quint32 m_updates = 0; ///< The calls of updateState() so far.
 };
