@@ -21,7 +21,7 @@ using namespace Corvane;
 namespace {
 
 const QString Key = "n";
-const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString TooDeep = "A message cannot nest more than 63 containers";
 const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
 const QString HasNul = "A message cannot hold a text with U+0000";
 const QString TooManyFiles = QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
@@ -122,16 +122,16 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes_data()
     row("objects", Objects, 20, false, true);
     row("objects", Objects, 21, false, true);
     row("objects", Objects, 22, false, false);
-    row("objects around an empty one", Objects, 21, true, true);
-    row("objects around an empty one", Objects, 22, true, false);
+    row("objects around an empty one", Objects, 20, true, true);
+    row("objects around an empty one", Objects, 21, true, false);
     row("mixed arrays", MixedArrays, 29, false, true);
     row("mixed arrays", MixedArrays, 30, false, true);
     row("mixed arrays", MixedArrays, 31, false, false);
-    row("mixed arrays around an empty one", MixedArrays, 30, true, true);
+    row("mixed arrays around an empty one", MixedArrays, 29, true, true);
+    row("mixed arrays around an empty one", MixedArrays, 30, true, false);
     row("mixed arrays around an empty one", MixedArrays, 31, true, false);
-    row("mixed arrays around an empty one", MixedArrays, 32, true, false);
-    row("arrays of objects around an empty one", ArraysOfObjects, 16, true, true);
-    row("arrays of objects around an empty one", ArraysOfObjects, 17, true, false);
+    row("arrays of objects around an empty one", ArraysOfObjects, 15, true, true);
+    row("arrays of objects around an empty one", ArraysOfObjects, 16, true, false);
     row("objects", Objects, 300, false, false);
 }
 
@@ -144,7 +144,8 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes()
 
     if (depth < 100) { // GLib cannot nest deeper itself
         const QString innermost = !isEmpty ? "1.0" : shape == MixedArrays ? "@av []" : "@a{sv} {}";
-        QCOMPARE(peer.survivesSending(nestedText(shape, depth, innermost)), passes);
+        const bool busAccepts = peer.survivesSending(nestedText(shape, depth, innermost));
+        QVERIFY2(busAccepts || !passes, "the bus disconnects the sender of a message that the library sends");
     }
 
     QJsonValue innermost = 1;

@@ -25,7 +25,7 @@ namespace {
 
 const QString UnknownType = "Unknown JSON value type";
 const QString ArrayOfArrays = "JSON array of arrays are not supported";
-const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString TooDeep = "A message cannot nest more than 63 containers";
 const QString ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
 
 } // namespace
@@ -258,12 +258,12 @@ void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused_data()
     QTest::addColumn<int>("levels"); ///< around the value
     QTest::addColumn<QString>("problem");
 
-    // The task's description and the schedule are five levels of the 64, and the value's variant is the sixth.
+    // The task's description and the schedule are five levels of the 63, and the value's variant is the sixth.
     const QString structures = QString(30, '(') + '1' + QString(",)").repeated(30);
-    QTest::newRow("structures") << structures << 28 << QString();
-    QTest::newRow("structures, too deep") << structures << 29 << TooDeep;
-    QTest::newRow("variants") << "(<1>,)" << 56 << QString();
-    QTest::newRow("variants, too deep") << "(<1>,)" << 57 << TooDeep;
+    QTest::newRow("structures") << structures << 27 << QString();
+    QTest::newRow("structures, too deep") << structures << 28 << TooDeep;
+    QTest::newRow("variants") << "(<1>,)" << 55 << QString();
+    QTest::newRow("variants, too deep") << "(<1>,)" << 56 << TooDeep;
 }
 
 void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused()

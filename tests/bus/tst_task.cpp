@@ -457,9 +457,9 @@ void TestTask::hugeDescriptionsAreRefused_data()
         << Sync << QStringList() << QVariant(files)
         << QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
     QTest::newRow("JSON nested too deep")
-        << Sync << QStringList() << QVariant(deepJson.toObject()) << "A message cannot nest more than 64 containers";
+        << Sync << QStringList() << QVariant(deepJson.toObject()) << "A message cannot nest more than 63 containers";
     QTest::newRow("variants nested too deep")
-        << Sync << QStringList() << deepVariant << "A message cannot nest more than 64 containers";
+        << Sync << QStringList() << deepVariant << "A message cannot nest more than 63 containers";
     QVariant bottomless(1);
     QVariant hashes(1);
     for (int i = 0; i < 30000; ++i) {
@@ -467,9 +467,9 @@ void TestTask::hugeDescriptionsAreRefused_data()
         hashes = QVariantHash{{"n", hashes}};
     }
     QTest::newRow("lists nested deeper than a stack is high")
-        << Sync << QStringList() << bottomless << "A message cannot nest more than 64 containers";
+        << Sync << QStringList() << bottomless << "A message cannot nest more than 63 containers";
     QTest::newRow("hashes nested deeper than a stack is high")
-        << Sync << QStringList() << hashes << "A message cannot nest more than 64 containers";
+        << Sync << QStringList() << hashes << "A message cannot nest more than 63 containers";
     QList<qulonglong> largeNumbers;
     largeNumbers.reserve(numbers.size() / 2);
     while (largeNumbers.size() < numbers.size() / 2)
@@ -479,7 +479,7 @@ void TestTask::hugeDescriptionsAreRefused_data()
         << Sync << QStringList(large.left((64 << 20) - 100)) << QVariant(large.left((64 << 20) - 100).toLatin1())
         << "A message cannot be longer than 128 MiB";
     QTest::newRow("nested too deep") << Sync << QStringList() << deep
-                                     << "A message cannot nest more than 64 containers";
+                                     << "A message cannot nest more than 63 containers";
 }
 
 void TestTask::hugeDescriptionsAreRefused()

@@ -17,7 +17,7 @@ using Corvane::MessageMeter;
 namespace {
 
 const QString Key = "n";
-const QString TooDeep = "A message cannot nest more than 64 containers";
+const QString TooDeep = "A message cannot nest more than 63 containers";
 const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
 const QString TooLong = "A message cannot be longer than 128 MiB";
 const QString HasNul = "A message cannot hold a text with U+0000";
@@ -107,16 +107,22 @@ void TestMessageMeter::countsLevels_data()
     const QJsonObject empty;
     QTest::newRow("21 objects") << nestedObjects(21, 1) << QString();
     QTest::newRow("22 objects") << nestedObjects(22, 1) << TooDeep;
-    QTest::newRow("22 objects, the last empty") << nestedObjects(21, empty) << QString();
-    QTest::newRow("23 objects, the last empty") << nestedObjects(22, empty) << TooDeep;
-    QTest::newRow("31 mixed arrays, the last empty")
-        << QJsonObject{{Key, nestedMixedArrays(30, QJsonArray())}} << QString();
-    QTest::newRow("32 mixed arrays, the last empty")
-        << QJsonObject{{Key, nestedMixedArrays(31, QJsonArray())}} << TooDeep;
+    QTest::newRow("20 objects around an empty one") << nestedObjects(20, empty) << QString();
+    QTest::newRow("21 objects around an empty one") << nestedObjects(21, empty) << TooDeep;
+    QTest::newRow("21 objects around an empty array") << nestedObjects(21, QJsonArray()) << TooDeep;
+    QTest::newRow("29 mixed arrays around an empty one")
+        << QJsonObject{{Key, nestedMixedArrays(29, QJsonArray())}} << QString();
+    QTest::newRow("30 mixed arrays around an empty one")
+        << QJsonObject{{Key, nestedMixedArrays(30, QJsonArray())}} << TooDeep;
     QTest::newRow("30 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(30, 1)}} << QString();
     QTest::newRow("31 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(31, 1)}} << TooDeep;
-    QTest::newRow("strings at the last level") << nestedObjects(21, QJsonArray{"x"}) << QString();
-    QTest::newRow("objects below the last level") << nestedObjects(21, QJsonArray{nestedObjects(1, 1)}) << TooDeep;
+    QTest::newRow("20 objects around an array") << nestedObjects(20, QJsonArray{"x"}) << QString();
+    for (const QJsonValue element : {QJsonValue(1), QJsonValue("x"), QJsonValue(true)})
+        QTest::addRow("21 objects around an array of %s", qPrintable(element.toVariant().toString()))
+            << nestedObjects(21, QJsonArray{element}) << TooDeep;
+    QTest::newRow("20 objects around an array of an empty one") << nestedObjects(20, QJsonArray{empty}) << QString();
+    QTest::newRow("20 objects around an array of objects")
+        << nestedObjects(20, QJsonArray{nestedObjects(1, 1)}) << TooDeep;
     QTest::newRow("numbers below the last level")
         << nestedObjects(20, QJsonArray{"x", QJsonArray{"x", QJsonArray{1, 2}}}) << TooDeep;
     QTest::newRow("array of arrays, which is left out") << nestedObjects(21, QJsonArray{QJsonArray{1}}) << QString();
@@ -135,14 +141,14 @@ void TestMessageMeter::countsLevels()
 void TestMessageMeter::countsLevelsOfArraysOfObjects()
 {
     const QJsonObject empty;
-    QCOMPARE(problemOf(nestedObjectArrays(16, empty)), QString());
-    QCOMPARE(problemOf(nestedObjectArrays(17, empty)), TooDeep);
+    QCOMPARE(problemOf(nestedObjectArrays(15, empty)), QString());
+    QCOMPARE(problemOf(nestedObjectArrays(16, empty)), TooDeep);
 
     // In a map only the outermost array is one of objects; those in it are mixed, and take a level more.
-    QCOMPARE(problemOfHints(nestedObjectArrays(13, empty)), QString());
-    QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(13, empty))), QString());
-    QCOMPARE(problemOfHints(nestedObjectArrays(14, empty)), TooDeep);
-    QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(14, empty))), TooDeep);
+    QCOMPARE(problemOfHints(nestedObjectArrays(12, empty)), QString());
+    QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(12, empty))), QString());
+    QCOMPARE(problemOfHints(nestedObjectArrays(13, empty)), TooDeep);
+    QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(13, empty))), TooDeep);
 }
 
 void TestMessageMeter::doesNotDescendForEver()

@@ -36,7 +36,7 @@ public:
         case QJsonValue::Array:
             return array(value.toArray(), place);
         case QJsonValue::Object:
-            return QVariant::fromValue(object(value.toObject(), place));
+            return fits(1) ? QVariant::fromValue(object(value.toObject(), place)) : QVariant();
         case QJsonValue::Null:
         case QJsonValue::Undefined:
             break;
@@ -70,15 +70,15 @@ private:
     {
         const auto type = place == Place::MixedArray || array.isEmpty() ? std::nullopt : Core::commonType(array);
         if (!type)
-            return mixedArray(array);
+            return fits(1) ? mixedArray(array) : QVariant();
         const bool isHint = place == Place::Hints;
         switch (*type) {
         case QJsonValue::Bool:
         case QJsonValue::Double:
         case QJsonValue::String:
-            return Core::scalarList(array, *type);
+            return fits(1) ? Core::scalarList(array, *type) : QVariant();
         case QJsonValue::Object:
-            return objects(array, isHint ? Place::MixedArray : place);
+            return fits(2) ? objects(array, isHint ? Place::MixedArray : place) : QVariant();
         case QJsonValue::Array:
             leaveOutArray(Core::JsonArrayOfArrays, isHint);
             return {};
@@ -116,14 +116,21 @@ private:
     /// Converts the content of so many containers within each other.
     QVariant nested(int containers, const QJsonValue &content, Place place)
     {
-        QVariant converted;
+        if (!fits(containers))
+            return {};
         m_level += containers;
-        if (m_level <= MaxLevels)
-            converted = value(content, place);
-        else
-            m_omissions->addTooDeep({TooDeep, ValueWriter, Writers});
+        const QVariant converted = value(content, place);
         m_level -= containers;
         return converted;
+    }
+
+    /// Returns whether a message can nest so many more containers. If not, the caller leaves the value out.
+    bool fits(int containers)
+    {
+        if (m_level + containers <= MaxLevels)
+            return true;
+        m_omissions->addTooDeep({TooDeep, ValueWriter, Writers});
+        return false;
     }
 
     void leaveOutArray(const char *warning, bool isHint)

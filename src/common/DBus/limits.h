@@ -3,9 +3,9 @@
 
 namespace Corvane {
 
-/// The most containers that a message can nest on every bus.
-constexpr int MaxLevels = 64;
-constexpr char TooDeep[] = "A message cannot nest more than 64 containers";
-static_assert(MaxLevels == 64, "TooDeep contains the number");
+/// The most containers, empty ones included, that a message can nest on every bus. dbus-daemon accepts one more.
+constexpr int MaxLevels = 63;
+constexpr char TooDeep[] = "A message cannot nest more than 63 containers";
+static_assert(MaxLevels == 63, "TooDeep contains the number");
 
 } // namespace Corvane

@@ -272,9 +272,7 @@ void MessageMeter::addArray(int alignment, AddElements addElements)
     addFixed(4);
     align(alignment);
     const qint64 start = m_size;
-    ++m_level;
-    addElements();
-    --m_level;
+    nest(1, addElements);
     if (m_size - start > MaxArrayBody)
         refuse(QStringLiteral("A message cannot hold an array or object of more than 64 MiB"));
 }

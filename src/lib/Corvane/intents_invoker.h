@@ -52,9 +52,9 @@ public:
      *
      * Numbers are sent as doubles. Values that D-Bus cannot represent (a null, an array of arrays or of nulls) are
      * omitted, with a warning. An intent over the limits of the bus is not sent and fails with Error::Failed. The
-     * limits are 64 nested containers (an object counts as three, an array of one type as one, a mixed array as two),
-     * 64 MiB in an array or object, 128 MiB in all, 16 files, and no U+0000 in a string. A call without an answer fails
-     * after 86.4 seconds.
+     * limits are 63 nested containers (an object with members counts as three, a mixed array as two, any other array
+     * or object as one), 64 MiB in an array or object, 128 MiB in all, 16 files, and no U+0000 in a string. A call
+     * without an answer fails after 86.4 seconds.
      */
     void invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 

@@ -143,6 +143,7 @@ int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
 {
     int levels = 0;
     if (value.isObject()) {
+        levels = 1;
         const QJsonObject object = value.toObject();
         for (auto member = object.begin(); member != object.end(); ++member) {
             *hasNul |= member.key().contains(QChar(QChar::Null));
@@ -152,10 +153,11 @@ int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
     } else if (value.isArray()) {
         const QJsonArray array = value.toArray();
         const QJsonValue::Type type = array.first().type();
-        const bool isTyped = place != Place::Mixed
+        const bool isTyped = place != Place::Mixed && !array.isEmpty()
             && std::all_of(array.begin(), array.end(), [type](const QJsonValue &v) { return v.type() == type; });
-        if (isTyped && type != QJsonValue::String && type != QJsonValue::Object)
-            return 0; // of fixed size, or left out as a whole
+        if (isTyped && (type == QJsonValue::Array || type == QJsonValue::Null))
+            return 0; // left out as a whole
+        levels = 1;
         const Place inside = isTyped && place == Place::Params ? place : Place::Mixed;
         for (const auto &element : array)
             levels = std::max(levels, (isTyped ? 1 : 2) + levelsOf(element, inside, hasNul));
@@ -198,8 +200,8 @@ QStringList refusals(const QJsonValue &value, Place place)
 {
     QStringList texts;
     bool hasNul = false;
-    if (levelsOf(value, place, &hasNul) > 64)
-        texts.append("A message cannot nest more than 64 containers");
+    if (levelsOf(value, place, &hasNul) > 63)
+        texts.append("A message cannot nest more than 63 containers");
     if (hasNul)
         texts.append("A message cannot hold a text with U+0000");
     return texts;
