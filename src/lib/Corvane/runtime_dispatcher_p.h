@@ -5,6 +5,8 @@
 
 #include <DBus/names.h>
 
+#include <intent_handler_introspection.h> // generated from data/dbus
+
 #include <QtCore/QMap>
 #include <QtDBus/QDBusContext>
 
@@ -15,15 +17,7 @@ class RuntimeDispatcherPrivate : public QObject, public QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", CORVANE_SERVICE_ROOT ".IntentHandler1")
-    Q_CLASSINFO("D-Bus Introspection",
-                "  <interface name=\"" CORVANE_SERVICE_ROOT ".IntentHandler1\">\n"
-                "    <method name=\"HandleIntent\">\n"
-                "      <arg name=\"intentName\" type=\"s\" direction=\"in\"/>\n"
-                "      <arg name=\"params\" type=\"a{sv}\" direction=\"in\"/>\n"
-                "      <arg name=\"reply\" type=\"a{sv}\" direction=\"out\"/>\n"
-                "      <arg name=\"files\" type=\"a{sv}\" direction=\"out\"/>\n"
-                "    </method>\n"
-                "  </interface>\n")
+    Q_CLASSINFO("D-Bus Introspection", CORVANE_INTENT_HANDLER_INTROSPECTION)
 public:
     explicit RuntimeDispatcherPrivate(RuntimeDispatcher *q);
 
