@@ -5,7 +5,9 @@
 
 #include <DBus/names.h>
 
-#include <intent_handler_introspection.h> // generated from data/dbus
+#ifdef CORVANE_HAS_INTROSPECTION // CMake generates it from data/dbus; without it, Qt describes the slots
+#include <intent_handler_introspection.h>
+#endif
 
 #include <QtCore/QMap>
 #include <QtDBus/QDBusContext>
@@ -17,7 +19,9 @@ class RuntimeDispatcherPrivate : public QObject, public QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", CORVANE_SERVICE_ROOT ".IntentHandler1")
+#ifdef CORVANE_HAS_INTROSPECTION
     Q_CLASSINFO("D-Bus Introspection", CORVANE_INTENT_HANDLER_INTROSPECTION)
+#endif
 public:
     explicit RuntimeDispatcherPrivate(RuntimeDispatcher *q);
 
