@@ -117,7 +117,7 @@ void TestMessageMeter::countsLevels_data()
     QTest::newRow("30 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(30, 1)}} << QString();
     QTest::newRow("31 mixed arrays") << QJsonObject{{Key, nestedMixedArrays(31, 1)}} << TooDeep;
     QTest::newRow("20 objects around an array") << nestedObjects(20, QJsonArray{"x"}) << QString();
-    for (const QJsonValue element : {QJsonValue(1), QJsonValue("x"), QJsonValue(true)})
+    for (const QJsonValue &element : {QJsonValue(1), QJsonValue("x"), QJsonValue(true)})
         QTest::addRow("21 objects around an array of %s", qPrintable(element.toVariant().toString()))
             << nestedObjects(21, QJsonArray{element}) << TooDeep;
     QTest::newRow("20 objects around an array of an empty one") << nestedObjects(20, QJsonArray{empty}) << QString();
