@@ -7,25 +7,25 @@
 
 namespace Corvane {
 
-/// Calls \a handler once with the finished \a call, later, from the event loop; never if \a owner is gone by then.
+/// Calls \a handler once with the finished \a call, from the event loop. Never calls it after \a owner is deleted.
 /// Handlers are called in the order in which their calls finish.
 template<typename Handler>
 void onFinished(const QDBusPendingCall &call, QObject *owner, Handler handler)
 {
     auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, owner);
-    if (call.isFinished()) { // the watcher would emit a turn of the event loop late, or, without a bus, never
+    if (call.isFinished()) { // a watcher would emit one iteration of the event loop later, or never without a bus
         QMetaObject::invokeMethod(
             owner, [call, handler] { handler(call); }, Qt::QueuedConnection);
         return;
     }
-    auto *const watching = watcher.release(); // the owner's
+    auto *const watching = watcher.release(); // owned by the owner
     QObject::connect(watching, &QDBusPendingCallWatcher::finished, owner, [watching, call, handler] {
         watching->deleteLater();
-        handler(call); // may delete the owner, and the watcher with it
+        handler(call); // may delete the owner and the watcher
     });
 }
 
-/// A call that fails for what is wrong with it, without being sent. The problem is told as Error::Failed.
+/// Returns an already failed call that is not sent. The error is Error::Failed with \a problem as its message.
 inline QDBusPendingCall refusedCall(const QString &problem)
 {
     return QDBusPendingCall::fromError(QDBusError(QDBusError::Failed, problem));

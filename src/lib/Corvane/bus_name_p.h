@@ -5,9 +5,9 @@
 
 namespace Corvane {
 
-/// Makes this process the owner of a name on the session bus. Blocks until the bus has answered.
+/// Claims a name on the session bus for this process. Blocks until the bus replies.
 Error claimBusName(const QString &name);
-/// Gives the name up. One that this process does not own is no error. Blocks until the bus has answered.
+/// Releases the name. It is no error if this process does not own the name. Blocks until the bus replies.
 Error releaseBusName(const QString &name);
 
 } // namespace Corvane

@@ -7,7 +7,8 @@ class QDBusError;
 
 namespace Corvane {
 
-/// The bus's error as ours; no error, or one without a name, gives success. Everything without a code is Failed.
+/// Converts an error of the bus. An invalid error and an error without a name give NoError, an unknown name gives
+/// Failed.
 Error errorFromDBusError(const QDBusError &error);
 
 } // namespace Corvane

@@ -23,13 +23,13 @@ namespace {
 
 using Descriptors = QList<QDBusUnixFileDescriptor>;
 
-/// The file that a value names; empty if it names none.
+/// Returns the file that a value names. Empty if the value names no file.
 QString fileName(const QJsonValue &value)
 {
     const QString text = value.toString();
     if (!text.contains(QLatin1Char(':')))
         return text;
-    return QUrl(text, QUrl::TolerantMode).toLocalFile(); // empty for all but local files
+    return QUrl(text, QUrl::TolerantMode).toLocalFile(); // empty if the URL is not a local file
 }
 
 QStringList fileNames(const QJsonObject &source, const QStringList &patterns)
@@ -46,12 +46,12 @@ QStringList fileNames(const QJsonObject &source, const QStringList &patterns)
     return names;
 }
 
-/// An invalid descriptor if the file cannot be opened. Not QFile: it would wait for a FIFO's other end.
+/// Returns an invalid descriptor if the file cannot be opened. QFile is not used: it blocks on a FIFO.
 QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 {
     QDBusUnixFileDescriptor descriptor;
     if (name.contains(QChar(QChar::Null)))
-        return descriptor; // the system would open what stands before it
+        return descriptor; // the system would cut the name there
 
     const int access = mode == QIODevice::ReadOnly ? O_RDONLY : O_RDWR | O_CREAT;
     const QByteArray path = QFile::encodeName(name);
@@ -65,7 +65,7 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 
     struct stat status = {};
     if (::fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)
-        || ::fcntl(fd, F_SETFL, 0) != 0) // clears O_NONBLOCK, and there is no other flag
+        || ::fcntl(fd, F_SETFL, 0) != 0) // clears O_NONBLOCK, the only flag
         return {};
     return descriptor;
 }
@@ -116,12 +116,12 @@ void FileSharing::exportFiles(const QJsonObject &source, QVariantMap &map)
         {Keys::WriteFiles, Keys::WriteFds, QIODevice::ReadWrite},
     };
 
-    Descriptors reserve; // holds room for the duplicates that sending makes
+    Descriptors reserve; // reserves file descriptors for the duplicates that sending makes
     for (const Row &row : rows) {
         const QStringList patterns = map.value(row.files).toStringList();
         if (patterns.isEmpty())
             continue;
-        map.insert(row.files, patterns); // JSON may have given a list of another type
+        map.insert(row.files, patterns); // a list from JSON is a QVariantList
 
         Descriptors descriptors;
         const QStringList names = fileNames(source, patterns);

@@ -8,31 +8,32 @@
 namespace Corvane {
 
 /**
- * Files that travel with an intent or a reply.
+ * The files of an intent or of a reply.
  *
- * A map names them, by JSON path, under "readFiles" and "writeFiles"; opened for reading, and for reading and writing,
- * they stand in it under "readFds" and "writeFds", in the same order. The map owns these descriptors.
+ * A map lists the JSON paths of the files under "readFiles" and "writeFiles". The file descriptors are in the same map,
+ * in the same order: under "readFds" opened for reading, under "writeFds" opened for reading and writing. The map owns
+ * the file descriptors.
  */
 class FileSharing
 {
 public:
-    /// Names the files of a handler's reply; both lists are written, empty or not.
+    /// Writes both lists of JSON paths into \a map, also if they are empty.
     static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
 
     /// Returns the hints with each mixed list of paths as a list of texts: an element that is not a text becomes one, a
     /// null an empty path. As part of any other hint, the nulls would be left out.
     static QJsonObject withTextPaths(const QJsonObject &hints);
 
-    /// If the intent is "OpenURI", names what its "uri" says as the files to read, in place of any other.
+    /// For the intent "OpenURI", replaces "readFiles" by the path of the "uri" in \a params.
     static void setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map);
 
     /**
-     * Opens the files that \a source names at the paths listed in \a map and puts their descriptors into it.
+     * Opens the files that \a source names at the paths in \a map, and adds the file descriptors to \a map.
      *
-     * Plain names and file: URLs name files; all else is passed over. A missing file to be written is made, and no file
-     * is truncated. The first file of a list that cannot be opened is logged and ends that list. Never blocks on a FIFO
-     * or a device. Afterwards the process has room to duplicate each of the descriptors once more, as sending them
-     * does.
+     * A string names a file if it is a file: URL or has no colon. Other values are skipped. A missing file is created
+     * if it is opened for writing. No file is truncated. If a file cannot be opened, a warning is logged and the rest
+     * of its list is skipped. The call never blocks on a FIFO or a device. After the call, the process can duplicate
+     * each file descriptor once more, because sending a message duplicates them.
      */
     static void exportFiles(const QJsonObject &source, QVariantMap &map);
 };

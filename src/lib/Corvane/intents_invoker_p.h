@@ -12,7 +12,7 @@
 
 namespace Corvane {
 
-/// The service's object that takes intents.
+/// The proxy of the service's intents interface.
 class IntentsInterface : public QDBusAbstractInterface
 {
     Q_OBJECT

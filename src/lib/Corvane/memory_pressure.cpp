@@ -76,7 +76,7 @@ MemoryPressure *MemoryPressure::instance()
 
 MemoryPressure::MemoryPressure() : d(std::make_unique<MemoryPressurePrivate>(this))
 {
-    qRegisterMetaType<MemoryLevel>("MemoryLevel"); // as the signal spells it, for connections across threads
+    qRegisterMetaType<MemoryLevel>("MemoryLevel"); // the name in the signal; queued connections need it
 }
 
 MemoryPressure::~MemoryPressure() = default;

@@ -7,7 +7,7 @@
 
 namespace Corvane {
 
-/// The service's object that tells the level, and what it told.
+/// The proxy of the service's memory-pressure interface, and the last known level.
 class MemoryPressurePrivate : public QDBusAbstractInterface
 {
     Q_OBJECT

@@ -11,7 +11,7 @@ namespace Corvane {
 
 void registerMetaTypes()
 {
-    // The names have to be the ones that moc writes; it does not resolve "State".
+    // The names must be the type names in the meta-objects. moc does not resolve "State".
     qRegisterMetaType<Task::State>("Task::State");
     qRegisterMetaType<TaskMessaging::State>("State");
     qRegisterMetaType<ApplicationState>("ApplicationState");

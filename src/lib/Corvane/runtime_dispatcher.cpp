@@ -22,7 +22,7 @@ namespace {
 
 RuntimeDispatcher *currentDispatcher = nullptr;
 
-/// Answers \a call with a handler's result and the files that it names.
+/// Replies to \a call with the result of a handler and the files that the result names.
 void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
                QVariantMap files)
 {
@@ -31,14 +31,14 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
     MessageMeter meter;
     meter.add(omissions);
     meter.add(body);
-    if (meter.problem().isEmpty()) { // else no files are opened
+    if (meter.problem().isEmpty()) { // open no files for a reply that is not sent
         FileSharing::exportFiles(result, files);
         meter.add(files);
     }
     QString problem = meter.problem();
     if (problem.isEmpty()) {
         omissions.log();
-        // Without a bus, sending is no failure to Qt.
+        // QDBusConnection::send() returns true without a bus.
         if (connection.isConnected() && connection.send(call.createReply({QVariant::fromValue(body), files})))
             return;
         problem = QStringLiteral("The message cannot be sent");
@@ -59,7 +59,7 @@ RuntimeDispatcherPrivate::RuntimeDispatcherPrivate(RuntimeDispatcher *dispatcher
 
 int RuntimeDispatcherPrivate::localServerSocket() const
 {
-    // Decimal only; qEnvironmentVariableIntValue() would read 010 and 0x10 as well.
+    // Decimal numbers only. qEnvironmentVariableIntValue() also accepts octal and hexadecimal ones.
     return qgetenv(Core::Environment::TaskSocket).toInt(); // clazy:exclude=qgetenv
 }
 
@@ -88,7 +88,7 @@ void RuntimeDispatcherPrivate::onApplicationStarted(const std::function<void()> 
 void RuntimeDispatcherPrivate::onTaskStarted(const QString &taskName,
                                              const std::function<void(const QString &)> &callback)
 {
-    const QString id = taskId; // a copy, since the callback may delete this
+    const QString id = taskId; // a copy, because the callback may delete this object
     if (!id.isEmpty() && (taskName.isEmpty() || taskName == id))
         callback(id);
 }
@@ -98,7 +98,7 @@ void RuntimeDispatcherPrivate::registerIntent(const QString &intentName,
 {
     Intent intent{intentName, handler, {}, {}};
     std::swap(intents[intentName], intent);
-    // Now the old handler is destroyed, and what it captured may change the table.
+    // The old handler is destroyed last: the destructors of its captures may change the table.
 }
 
 void RuntimeDispatcherPrivate::unregisterIntent(const QString &intentName)
@@ -110,7 +110,7 @@ void RuntimeDispatcherPrivate::unregisterAllIntents()
 {
     decltype(intents) removed;
     removed.swap(intents);
-    // Now the handlers are destroyed. The destructors of their captures may still use the dispatcher.
+    // The handlers are destroyed last: the destructors of their captures may use the dispatcher.
 }
 
 void RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
@@ -127,7 +127,7 @@ void RuntimeDispatcherPrivate::registerIntentOutputFiles(const QString &intentNa
 
 void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJsonObject &params)
 {
-    const Intent intent = intents.value(intentName); // a copy, since the handler may change the table
+    const Intent intent = intents.value(intentName); // a copy, because the handler may change the table
     if (intent.name.isEmpty()) {
         sendErrorReply(QDBusError::Failed, QStringLiteral("Intent not registered by specified application"));
         return;
@@ -139,7 +139,7 @@ void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJs
     intent.handler(params, [connection = connection(), call = message(), files](const QJsonObject &result) {
         sendReply(connection, call, result, files);
     });
-    // The handler may have deleted this.
+    // The handler may have deleted this object.
 }
 
 RuntimeDispatcher *RuntimeDispatcher::instance()

@@ -14,7 +14,7 @@
 
 namespace Corvane {
 
-/// The object that the service calls with intents. Its public slots, and nothing else, are on the bus.
+/// The object to which the service sends intents. Only its public slots are exported on the bus.
 class RuntimeDispatcherPrivate : public QObject, public QDBusContext
 {
     Q_OBJECT
@@ -47,7 +47,7 @@ public:
     const QString applicationId;
     const QString applicationInstanceId;
     const QString taskId;
-    bool registered = false; ///< This object is on the bus. It stays there.
+    bool registered = false; ///< This object is exported on the bus. It is never withdrawn.
     RuntimeDispatcher *const q;
 
 public Q_SLOTS:

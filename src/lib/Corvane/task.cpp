@@ -19,7 +19,7 @@ namespace Corvane {
 
 namespace {
 
-/// The service's code for a state as ours.
+/// Converts the service's code of a state.
 Task::State stateFromCode(quint32 code)
 {
     switch (code) {
@@ -41,7 +41,7 @@ TaskPrivate::TaskPrivate(const QString &id, Task *task)
       q(task)
 {
     TasksInterface *interface = TasksInterface::instance();
-    // While a receiver runs an event loop, a newer list can replace the emitted one.
+    // Not the emitted list: a newer list replaces it if an earlier receiver runs an event loop.
     QObject::connect(interface, &TasksInterface::stateChanged, q,
                      [this, interface] { updateState(interface->announcedStates(taskId)); });
     if (interface->statesKnown)
@@ -61,7 +61,7 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
         const QPointer<Task> task(q);
         Q_EMIT q->stateChanged(newState);
         if (!task || update != m_updates)
-            return; // deleted, or updated with a newer list
+            return; // the task is deleted, or a newer list is applied
     }
 }
 

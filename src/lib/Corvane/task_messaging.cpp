@@ -16,10 +16,10 @@ namespace Corvane {
 
 namespace {
 
-// A frame is what QDataStream makes of a byte array: the size, big-endian, and the bytes.
+// A frame is a byte array as QDataStream writes it: the big-endian length, then the payload.
 constexpr int LengthSize = sizeof(quint32);
-constexpr int MaxUnsplitFrame = 32 * 1024; // longer ones may arrive in two pieces
-constexpr quint32 NullLength = 0xffffffff; // a null byte array, behind which there is nothing
+constexpr int MaxUnsplitFrame = 32 * 1024; // a longer frame may arrive in two pieces
+constexpr quint32 NullLength = 0xffffffff; // a null byte array, which has no payload
 
 int socketOption(int descriptor, int option)
 {
@@ -34,14 +34,14 @@ bool isListeningLocalSocket(int descriptor)
         && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
 }
 
-/// Whether the other end is closed. Qt notices it later, in the event loop.
+/// Returns whether the other end is closed. Qt changes the state of the socket later, in the event loop.
 bool isHungUp(const QLocalSocket &socket)
 {
     pollfd entry{int(socket.socketDescriptor()), POLLRDHUP, 0};
     return ::poll(&entry, 1, 0) > 0;
 }
 
-/// The size of the message that the frame at the beginning of \a data holds; -1 if the frame is not whole.
+/// Returns the payload size of the frame at the beginning of \a data, or -1 if the frame is incomplete.
 int payloadSize(const char *data, int available)
 {
     if (available < LengthSize)
@@ -56,7 +56,7 @@ void deleteLater(QObject *object)
     object->deleteLater();
 }
 
-/// Closes a socket or server, whose signals are not heard any more.
+/// Disconnects all signals of a socket or server, then closes it.
 template<typename Device>
 void closeSilently(const std::shared_ptr<Device> &device)
 {
@@ -84,14 +84,14 @@ void TaskMessagingPrivate::connectTo(const QString &socketPath)
 
 void TaskMessagingPrivate::listen(int socketDescriptor)
 {
-    if (!isListeningLocalSocket(socketDescriptor)) { // Qt would close it, standard input for one
+    if (!isListeningLocalSocket(socketDescriptor)) { // QLocalServer would close any descriptor, even standard input
         qWarning() << "Not a listening local socket:" << socketDescriptor;
         return;
     }
     server.reset(new QLocalServer, &deleteLater);
     QObject::connect(server.get(), &QLocalServer::newConnection, server.get(), [this] { onNewConnection(); });
     server->listen(qintptr(socketDescriptor));
-    // Where it cannot accept a client, as without a free descriptor, the server gives up without a word.
+    // The server stops silently if it cannot accept a client, for example without a free file descriptor.
     const auto notifiers = server->findChildren<QSocketNotifier *>();
     for (const auto *notifier : notifiers)
         QObject::connect(notifier, &QObject::destroyed, server.get(), [this, channel = QPointer<TaskMessaging>(q)] {
@@ -118,11 +118,11 @@ TaskMessaging::State TaskMessagingPrivate::state() const
 bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
 {
     if (state() != TaskMessaging::Connected) {
-        // Not Q_FUNC_INFO, which compilers spell in different ways.
+        // Not Q_FUNC_INFO: its text depends on the compiler.
         qWarning() << "bool Corvane::TaskMessagingPrivate::sendMessage(const QJsonObject&) not connected";
         return false;
     }
-    // In one piece: the reader gives up on a frame whose length arrives without the rest.
+    // One write for each frame: a receiver closes the connection if the length arrives without the payload.
     const QByteArray text = QJsonDocument(message).toJson(QJsonDocument::Compact);
     QByteArray frame(LengthSize + text.size(), Qt::Uninitialized);
     qToBigEndian(quint32(text.size()), frame.data());
@@ -136,7 +136,7 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
     closeSilently(socket);
     socket.reset(newSocket, &deleteLater);
     unread.clear();
-    unread.reserve(MaxUnsplitFrame); // and keeps it
+    unread.reserve(MaxUnsplitFrame); // clear() and truncate() keep the reserved capacity
     position = 0;
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {
@@ -152,7 +152,7 @@ void TaskMessagingPrivate::resumeAccepting()
 {
     if (!server || state() == TaskMessaging::Connected)
         return;
-    // The server pauses while more than 30 clients wait, and would not notice the next one.
+    // The server disables its notifier while more than 30 clients wait, and does not enable it again.
     const auto notifiers = server->findChildren<QSocketNotifier *>(QString(), Qt::FindDirectChildrenOnly);
     for (auto *notifier : notifiers)
         notifier->setEnabled(true);
@@ -169,14 +169,14 @@ void TaskMessagingPrivate::onNewConnection()
         qWarning() << "TaskMessaging can handle only one connection at a time";
         return;
     }
-    // The clients at the head of the queue may have left. The new client's turn is not lost with them.
+    // The first clients in the queue may have disconnected. Continue with the next client then.
     do {
         QLocalSocket *const client = listener->nextPendingConnection();
         if (!client)
             return;
         client->setParent(nullptr);
         setSocket(client);
-        if (client->bytesAvailable() > 0) // it has waited, and sent meanwhile
+        if (client->bytesAvailable() > 0) // sent while the client waited
             readMessages();
         if (channel)
             drainIfHungUp();
@@ -185,13 +185,13 @@ void TaskMessagingPrivate::onNewConnection()
 
 void TaskMessagingPrivate::drainIfHungUp()
 {
-    const auto source = socket; // a receiver may drop it
-    while (source && isHungUp(*source) && source->waitForReadyRead(0)) { } // delivers its last messages
+    const auto source = socket; // a receiver may replace it
+    while (source && isHungUp(*source) && source->waitForReadyRead(0)) { } // emits its last messages
 }
 
 void TaskMessagingPrivate::readMessages()
 {
-    // A receiver may delete the channel, or let the event loop give it another client.
+    // A receiver may delete the channel, or run an event loop in which another client replaces the socket.
     const QPointer<TaskMessaging> channel(q);
     const auto source = socket;
     while (channel && socket == source) {
@@ -207,7 +207,7 @@ void TaskMessagingPrivate::readMessages()
             }
             if (position < unread.size()) {
                 qWarning() << "Insufficient data in the socket";
-                unread.clear(); // so that a loop around this one, whose receiver runs the event loop, is silent
+                unread.clear(); // an outer call, whose receiver runs an event loop, must not warn again
                 position = 0;
                 source->close();
             }

@@ -20,11 +20,12 @@ public:
     TaskMessaging::State state() const;
     bool sendMessage(const QJsonObject &message);
 
-    // Shared with what handles a signal of theirs: a receiver may drop them, and run an event loop as well.
-    std::shared_ptr<QLocalServer> server; ///< in the task
-    std::shared_ptr<QLocalSocket> socket; ///< none in the task before its first client
-    QByteArray unread; ///< What the socket has received, from position on.
-    int position = 0;
+    // Handlers of the signals share the ownership: a receiver may delete the channel or run an event loop.
+    std::shared_ptr<QLocalServer> server; ///< on the task side only
+    std::shared_ptr<QLocalSocket> socket; ///< null on the task side before the first client
+    // Not a QDataStream. Its two writes for each frame can arrive separately, which ends the connection.
+    QByteArray unread; ///< the received bytes
+    int position = 0; ///< of the next frame in unread
     TaskMessaging *const q;
 
 private:

@@ -14,14 +14,14 @@ class TaskPrivate
 public:
     TaskPrivate(const QString &taskId, Task *q);
 
-    /// Applies the entries of this task, in their order. A nested call supersedes the rest of the list.
+    /// Applies the entries of this task, in order. If a receiver causes another call, the rest of the list is dropped.
     void updateState(const QVector<TaskState> &tasksState);
     void start(const std::function<void(const Error &)> &callback);
     void stop(Task::StopFlags flags, const std::function<void(const Error &)> &callback);
 
     Task::State state = Task::Unknown;
     const QString taskId;
-    const QString qualifiedName; ///< what the service calls the task
+    const QString qualifiedName; ///< the name of the task on the bus
     QStringList arguments;
     QVariantMap properties;
     Task *const q;
@@ -29,7 +29,7 @@ public:
 private:
     void reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
 
-    quint32 m_updates = 0; ///< The calls of updateState() so far.
+    quint32 m_updates = 0; ///< the number of calls of updateState()
 };
 
 } // namespace Corvane

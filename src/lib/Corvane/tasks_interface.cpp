@@ -30,7 +30,7 @@ TasksInterface::TasksInterface()
                              QDBusConnection::sessionBus(), nullptr)
 {
     registerRecordTypes();
-    // Before any task can connect, so that each task finds its part of the announced list.
+    // The first connection: the index is current when the tasks receive the signal.
     connect(this, &TasksInterface::stateChanged, this, &TasksInterface::indexStates);
     subscribe(path(), interface(), QStringLiteral("StateChanged"), QStringLiteral("a(sua{sv})"), this,
               SLOT(onStateChanged(QVector<TaskState>)));
@@ -39,7 +39,7 @@ TasksInterface::TasksInterface()
 
 QVector<TaskState> TasksInterface::storedStates(const QString &taskId) const
 {
-    const bool isIndexed = tasksState == m_announced; // quick, as both share their data unless somebody set one alone
+    const bool isIndexed = tasksState == m_announced; // fast: both usually share their data
     return isIndexed ? announcedStates(taskId) : tasksState;
 }
 

@@ -8,33 +8,34 @@
 
 namespace Corvane {
 
-/// The service's object that runs tasks, and the states that it last told; one for the process, shared by all tasks.
+/// The proxy of the service's tasks interface, and the last received states. All tasks of the process share it.
 class TasksInterface : public QDBusAbstractInterface
 {
     Q_OBJECT
 public:
-    /// Made on first use, and never deleted.
+    /// Created on first use, never deleted.
     static TasksInterface *instance();
 
     TasksInterface();
 
-    /// Announces each entry "State" of the reply to GetAll.
+    /// Passes each entry "State" of the reply to GetAll to onStateChanged().
     void applyProperties(const QVariantMap &properties);
 
-    /// The entries of this task in the list that stateChanged() has emitted last, in the same order.
+    /// Returns the entries of this task in the last emitted list, in the same order.
     QVector<TaskState> announcedStates(const QString &taskId) const { return m_announcedById.value(taskId); }
-    /// The part of tasksState that holds all entries of this task, in the same order. It may hold entries of others.
+    /// Returns the entries of this task in tasksState, in the same order. The result may contain entries of other
+    /// tasks.
     QVector<TaskState> storedStates(const QString &taskId) const;
 
     QVector<TaskState> tasksState;
-    bool statesKnown = false; ///< The service has answered what the states are; its signals do not count.
+    bool statesKnown = false; ///< GetAll succeeded. Signals do not change this flag.
 
 Q_SIGNALS:
-    /// The service told the states of all tasks, whether they have changed or not.
+    /// Emitted for each list of the states of all tasks, changed or not.
     void stateChanged(QVector<TaskState> tasksState);
 
 protected:
-    // The base class would take each connection to a signal above for one to a signal of that name on the bus.
+    // The base class would subscribe to a bus signal of the same name for each connection to a signal above.
     void connectNotify(const QMetaMethod &) override { }
     void disconnectNotify(const QMetaMethod &) override { }
 
@@ -46,7 +47,8 @@ private:
     void indexStates(const QVector<TaskState> &announced);
 
     QVector<TaskState> m_announced;
-    QHash<QString, QVector<TaskState>> m_announcedById; ///< Saves each task the walk through the states of all tasks.
+    QHash<QString, QVector<TaskState>>
+        m_announcedById; ///< the list above, sorted by task id: no task searches the whole list
 };
 
 } // namespace Corvane
