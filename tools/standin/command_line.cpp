@@ -35,6 +35,8 @@ session bus of the user is not touched.
   --as ID             Run COMMAND as the application ID of the manifests.
   --start-timeout MS  How long an application may take to claim its bus name,
                       in milliseconds (default: 10000).
+  --bus-program PATH  Program that runs the session bus, started with the options
+                      of dbus-daemon (default: dbus-daemon).
   --verbose           Show each message that is routed, one a line, on standard
                       error.
 
@@ -158,6 +160,8 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
     const QCommandLineOption manifests(QStringLiteral("manifests"), {}, QStringLiteral("DIR"));
     const QCommandLineOption as(QStringLiteral("as"), {}, QStringLiteral("ID"));
     const QCommandLineOption startTimeout(QStringLiteral("start-timeout"), {}, QStringLiteral("MS"));
+    const QCommandLineOption busProgram(QStringLiteral("bus-program"), {}, QStringLiteral("PATH"),
+                                        QStringLiteral("dbus-daemon"));
     const QCommandLineOption verbose(QStringLiteral("verbose"));
 
     // Options of run stand between the word "run" and the command.
@@ -166,7 +170,7 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
     parser.addOptions({help, version});
     if (isRun) {
         parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-        parser.addOptions({manifests, as, startTimeout, verbose});
+        parser.addOptions({manifests, as, startTimeout, busProgram, verbose});
     }
     QStringList rest = arguments;
     if (isRun)
@@ -186,6 +190,7 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
         RunOptions options;
         options.manifests = parser.values(manifests);
         options.applicationId = parser.value(as);
+        options.busProgram = parser.value(busProgram);
         options.verbose = parser.isSet(verbose);
         options.command = words;
         if (parser.isSet(startTimeout)) {

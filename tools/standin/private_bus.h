@@ -6,8 +6,8 @@
 #include <QtCore/QTemporaryDir>
 
 /**
- * A session bus that only this process and those below it know: a dbus-daemon with the limits of a stock session bus,
- * and nothing to activate. It becomes the session bus of this process and of those that it starts from then on, and its
+ * A session bus that only this process and those below it know, with the limits of a stock session bus and nothing to
+ * activate. It becomes the session bus of this process and of those that it starts from then on, and its
  * directory their one for runtime files if they have none.
  */
 class PrivateBus : public QObject
@@ -15,7 +15,8 @@ class PrivateBus : public QObject
     Q_OBJECT
 public:
     /// Starts the bus, and blocks until it is ready. problem() tells whether it is.
-    explicit PrivateBus(QObject *parent = nullptr);
+    /// \a program starts as dbus-daemon does, with the same options.
+    explicit PrivateBus(const QString &program, QObject *parent = nullptr);
 
     QString problem() const { return m_problem; }
     pid_t processId() const { return pid_t(m_daemon.processId()); }
@@ -25,7 +26,7 @@ Q_SIGNALS:
     void lost();
 
 private:
-    void start();
+    void start(const QString &program);
 
     QTemporaryDir m_directory;
     ChildProcess m_daemon{ChildProcess::Terminal::Detached};

@@ -19,12 +19,12 @@ public:
     /// somebody else waits for.
     void reapOrphans(const QSet<pid_t> &others) const;
 
-    /// Ends all but \a spared, with SIGTERM and, after \a grace milliseconds, SIGKILL. Blocks until they are gone, or
-    /// for as long again. Returns those that are left, since they cannot be ended.
+    /// Ends all but \a spared and those below it, with SIGTERM and, after \a grace milliseconds, SIGKILL. Blocks until
+    /// they are gone, or for as long again. Returns those that are left, since they cannot be ended.
     QSet<pid_t> endAll(pid_t spared, int grace) const;
 
 private:
-    QSet<pid_t> descendants() const;
+    QSet<pid_t> descendants(pid_t spared = 0) const;
 
     QSet<pid_t> m_before;
 };
