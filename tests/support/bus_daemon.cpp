@@ -18,12 +18,11 @@ void signalProcess(qint64 processId, int signal)
 
 } // namespace
 
-BusDaemon::BusDaemon()
+BusDaemon::BusDaemon(const QString &configuration)
 {
     setProcessChannelMode(ForwardedErrorChannel);
-    start(QStringLiteral("dbus-daemon"),
-          {QStringLiteral("--config-file=" CORVANE_BUS_CONFIGURATION), QStringLiteral("--nofork"),
-           QStringLiteral("--print-address")});
+    start(qEnvironmentVariable("CORVANE_BUS_PROGRAM"),
+          {"--config-file=" + configuration, "--nofork", "--print-address"});
     while (!canReadLine()) {
         if (!waitForReadyRead(Patience))
             qFatal("The bus does not start");
