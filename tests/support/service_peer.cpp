@@ -37,6 +37,13 @@ QStringList strings(const QJsonValue &array)
     return list;
 }
 
+QJsonObject merged(QJsonObject object, const QJsonObject &more)
+{
+    for (auto member = more.begin(); member != more.end(); ++member)
+        object.insert(member.key(), member.value());
+    return object;
+}
+
 } // namespace
 
 ServicePeer::ServicePeer()
@@ -87,11 +94,9 @@ QStringList ServicePeer::descriptors()
     return m_descriptors;
 }
 
-void ServicePeer::answer(const QString &body, const QString &member)
+void ServicePeer::answer(const QString &body, const QString &member, const QJsonObject &more)
 {
-    request(
-        QStringLiteral("answers"),
-        {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}, {QStringLiteral("member"), member}});
+    request("answers", {{"answer", merged({{"body", body}}, more)}, {"member", member}});
 }
 
 void ServicePeer::answerError(const QString &name, const QString &body, const QString &member)
@@ -106,16 +111,14 @@ void ServicePeer::echo()
     request(QStringLiteral("answers"), {{QStringLiteral("answer"), QJsonObject{{QStringLiteral("echo"), true}}}});
 }
 
-void ServicePeer::hold()
+void ServicePeer::hold(bool on)
 {
-    request(QStringLiteral("hold"), {{QStringLiteral("on"), true}});
+    request(QStringLiteral("hold"), {{QStringLiteral("on"), on}});
 }
 
-void ServicePeer::release(int index, const QString &body)
+void ServicePeer::release(int index, const QString &body, const QJsonObject &more)
 {
-    request(
-        QStringLiteral("release"),
-        {{QStringLiteral("index"), index}, {QStringLiteral("answer"), QJsonObject{{QStringLiteral("body"), body}}}});
+    request("release", {{"index", index}, {"answer", merged({{"body", body}}, more)}});
 }
 
 void ServicePeer::releaseError(int index, const QString &name)
@@ -127,16 +130,14 @@ void ServicePeer::releaseError(int index, const QString &name)
 
 int ServicePeer::beginCall(const QString &member, const QString &body, const QJsonObject &more)
 {
-    QJsonObject arguments{
+    const QJsonObject arguments{
         {QStringLiteral("destination"), QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
         {QStringLiteral("path"), rootPath() + QStringLiteral("/IntentHandler1")},
         {QStringLiteral("interface"), Root + QStringLiteral(".IntentHandler1")},
         {QStringLiteral("member"), member},
         {QStringLiteral("body"), body},
     };
-    for (auto argument = more.begin(); argument != more.end(); ++argument)
-        arguments.insert(argument.key(), argument.value());
-    return send(QStringLiteral("invoke"), arguments);
+    return send(QStringLiteral("invoke"), merged(arguments, more));
 }
 
 bool ServicePeer::isFinished(int call)
@@ -179,7 +180,7 @@ void ServicePeer::emitSignal(const QString &object, const QString &interface, co
     arguments.insert(QStringLiteral("member"), member);
     arguments.insert(QStringLiteral("body"), body);
     request(QStringLiteral("signal"), arguments);
-    if (!busRoundTrip())
+    if (!m_isEventLoopBlocked && !busRoundTrip())
         qFatal("The bus does not answer");
 }
 
@@ -220,6 +221,11 @@ bool ServicePeer::roundTrip()
     return true;
 }
 
+void ServicePeer::waitUntilRead()
+{
+    request("reach", {{"destination", QDBusConnection::sessionBus().baseService()}});
+}
+
 int ServicePeer::send(const QString &request, QJsonObject arguments)
 {
     arguments.insert(QStringLiteral("id"), ++m_lastId);
@@ -230,7 +236,9 @@ int ServicePeer::send(const QString &request, QJsonObject arguments)
 
 QJsonValue ServicePeer::wait(int id)
 {
-    runUntil([this, id] { return m_results.contains(id) || m_process.state() == QProcess::NotRunning; });
+    while (m_isEventLoopBlocked && !m_results.contains(id) && m_process.waitForReadyRead(Patience)) { }
+    if (!m_isEventLoopBlocked)
+        runUntil([this, id] { return m_results.contains(id) || m_process.state() == QProcess::NotRunning; });
     if (!m_results.contains(id))
         qFatal("The peer does not answer");
     return m_results.value(id);

@@ -6,8 +6,7 @@
 
 #include <Core/environment.h>
 #include <DBus/names.h>
-
-#include <QtDBus/QDBusConnection>
+#include <DBus/session_bus.h>
 
 namespace Corvane {
 
@@ -23,9 +22,9 @@ QString instanceId()
 LifecyclePrivate::LifecyclePrivate(Lifecycle *lifecycle) : q(lifecycle)
 {
     // With the signature given, a signal of another shape is not delivered, and so never demarshalled.
-    QDBusConnection::sessionBus().connect(Names::ServiceRoot, Names::Lifecycle.path(),
-                                          QLatin1String(Names::Lifecycle.interface), QStringLiteral("StateChanged"),
-                                          QStringLiteral("su"), this, SLOT(onStateChanged(QString, quint32)));
+    sessionBus().connect(Names::ServiceRoot, Names::Lifecycle.path(), QLatin1String(Names::Lifecycle.interface),
+                         QStringLiteral("StateChanged"), QStringLiteral("su"), this,
+                         SLOT(onStateChanged(QString, quint32)));
 }
 
 void LifecyclePrivate::onStateChanged(const QString &appInstanceId, const quint32 &state)

@@ -4,6 +4,7 @@
 
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/session_bus.h>
 #include <DBus/types.h>
 
 #include <QtCore/QDebug>
@@ -20,7 +21,7 @@ const QString PropertiesInterface = QStringLiteral("org.freedesktop.DBus.Propert
 
 MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
     : QDBusAbstractInterface(Names::ServiceRoot, Names::MemoryPressure.path(), Names::MemoryPressure.interface,
-                             QDBusConnection::sessionBus(), nullptr),
+                             sessionBus(), nullptr),
       q(memoryPressure)
 {
     registerRecordTypes();

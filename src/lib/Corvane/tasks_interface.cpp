@@ -3,6 +3,7 @@
 
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/session_bus.h>
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusPendingReply>
@@ -30,8 +31,7 @@ TasksInterface *TasksInterface::instance()
 }
 
 TasksInterface::TasksInterface()
-    : QDBusAbstractInterface(Names::ServiceRoot, Names::Tasks.path(), Names::Tasks.interface,
-                             QDBusConnection::sessionBus(), nullptr)
+    : QDBusAbstractInterface(Names::ServiceRoot, Names::Tasks.path(), Names::Tasks.interface, sessionBus(), nullptr)
 {
     registerRecordTypes();
     // Before any task can connect, so that each task finds its part of the announced list.
