@@ -33,7 +33,7 @@ class CORVANE_EXPORT RuntimeDispatcher : public QObject
 {
     Q_OBJECT
 public:
-    /// Answers the intent with a JSON object. To be called once, now or later, on the dispatcher's thread.
+    /// Answers the intent with a JSON object. To be called at most once, now or later, on the dispatcher's thread.
     using ReplyFunction = std::function<void(const QJsonObject &result)>;
     /// Handles an intent. The object is what the caller gave as its parameters.
     using IntentHandler = std::function<void(const QJsonObject &params, const ReplyFunction &reply)>;
@@ -91,9 +91,10 @@ public:
      *
      * The handler runs from the event loop, once for each intent. It may delete the dispatcher, register and
      * unregister; so may the destructors of its captures when it is replaced or removed. Calling its reply function
-     * sends the reply; each further call sends one more, which the bus drops. A caller whose handler never does so
-     * waits for its time-out. A result that the bus would not let pass (see IntentsInvoker::invoke() for the limits)
-     * is reported to the caller as an error, and logged.
+     * sends the reply. Call it at most once: the caller receives one reply, and it depends on the bus whether a further
+     * one is dropped there or by the caller. A caller whose handler never replies waits for its time-out. A result that
+     * the bus would not let pass (see IntentsInvoker::invoke() for the limits) is reported to the caller as an error,
+     * and logged.
      *
      * An empty handler throws std::bad_function_call into the event loop when an intent arrives. An intent with an
      * empty name is never delivered.
