@@ -257,8 +257,8 @@ void TestStandIn::nullsInManifestsAreLeftOut()
 
 void TestStandIn::lostBusIsTold()
 {
-    const Result result =
-        standIn(shell("for p in $(cat /proc/$PPID/task/*/children); do test $p = $$ || kill $p; done; sleep 1000"));
+    const Result result = standIn(
+        shell("for p in $(cat /proc/$PPID/task/*/children); do test $p = $$ || kill $p; done; exec sleep 1000"));
     QCOMPARE(result.exitCode, 69);
     QCOMPARE(result.errors, QStringLiteral("corvane-standin: The private bus has ended\n"));
 }
