@@ -1,30 +1,51 @@
 # SPDX-License-Identifier: BSD-3-Clause
 
-# corvane_add_test(tst_name [BUS] [VALGRIND] [RUN command...] [SOURCES file...] [LIBRARIES target...]
+find_program(CORVANE_DBUS_BROKER dbus-broker REQUIRED)
+
+# corvane_add_test(tst_name [BUS|OWN_BUS] [VALGRIND] [RUN command...] [SOURCES file...] [LIBRARIES target...]
 #                  [ENVIRONMENT NAME=value...])
 #
 # Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
 #   BUS       runs it on its own session bus
+#   OWN_BUS   the program, or the command of RUN, starts its bus: the program in the environment variable
+#             CORVANE_BUS_PROGRAM, with the options of dbus-daemon. In the command, BUS_PROGRAM stands for it
 #   RUN       runs it with this command; the program is the last argument
 #   VALGRIND  also runs it under valgrind, as valgrind_tst_name (not in a sanitized build); without VALGRIND that test runs
 #             only in ctest's configuration Valgrind
+# With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker.
 function(corvane_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;OWN_BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE Qt5::Test corvane_test_support ${arg_LIBRARIES})
     target_precompile_headers(${name} REUSE_FROM corvane_test_support)
 
-    set(bus)
-    if(arg_BUS)
-        set(bus dbus-run-session --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
-    endif()
     # ctest limits the time of a program; QtTest's limit of five minutes per function is too short under valgrind.
-    set(environment QTEST_FUNCTION_TIMEOUT=2000000000 LC_ALL=C.UTF-8 TZ=UTC QT_LOGGING_RULES= HOME=/nonexistent ${arg_ENVIRONMENT})
+    set(common_environment QTEST_FUNCTION_TIMEOUT=2000000000 LC_ALL=C.UTF-8 TZ=UTC QT_LOGGING_RULES= HOME=/nonexistent
+        ${arg_ENVIRONMENT})
 
-    add_test(NAME ${name} COMMAND ${bus} ${arg_RUN} $<TARGET_FILE:${name}>)
-    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${environment}"
-        ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200)
-    if(NOT CORVANE_SANITIZE)
+    set(bus_programs dbus-daemon)
+    if(arg_BUS OR arg_OWN_BUS)
+        list(PREPEND bus_programs ${PROJECT_SOURCE_DIR}/tests/support/private_broker.py)
+    endif()
+    foreach(bus_program IN LISTS bus_programs)
+        set(test ${name})
+        set(labels "")
+        if(NOT bus_program STREQUAL dbus-daemon)
+            set(test broker_${name})
+            set(labels broker)
+        endif()
+        set(bus "")
+        if(arg_BUS)
+            set(bus dbus-run-session --dbus-daemon=${bus_program}
+                --config-file=${PROJECT_SOURCE_DIR}/tests/support/bus.conf --)
+        endif()
+        string(REPLACE BUS_PROGRAM ${bus_program} run "${arg_RUN}")
+        set(environment CORVANE_BUS_PROGRAM=${bus_program} ${common_environment})
+        add_test(NAME ${test} COMMAND ${bus} ${run} $<TARGET_FILE:${name}>)
+        set_tests_properties(${test} PROPERTIES ENVIRONMENT "${environment}"
+            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "${labels}")
+    endforeach()
+    if(NOT CORVANE_SANITIZE) # on dbus-daemon, the last of the list
         set(configurations CONFIGURATIONS Valgrind)
         if(arg_VALGRIND)
             set(configurations)
@@ -35,7 +56,7 @@ function(corvane_add_test name)
             --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp --child-silent-after-fork=yes
             --trace-children=yes --trace-children-skip=*/dbus-daemon,*/env,*/python3*,*/sh)
         add_test(NAME valgrind_${name} ${configurations}
-            COMMAND ${bus} ${valgrind} ${arg_RUN} $<TARGET_FILE:${name}>)
+            COMMAND ${bus} ${valgrind} ${run} $<TARGET_FILE:${name}>)
         set_tests_properties(valgrind_${name} PROPERTIES
             ENVIRONMENT "${environment};CORVANE_UNDER_VALGRIND=1;QT_ENABLE_REGEXP_JIT=0"
             ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 3600 LABELS valgrind)

@@ -2,6 +2,7 @@
 #include <Corvane/memory_pressure.h>
 #include <Corvane/memory_pressure_p.h>
 
+#include <bus_text.h>
 #include <message_log.h>
 #include <patience.h>
 #include <service_peer.h>
@@ -392,9 +393,8 @@ void TestMemoryPressure::absentServiceIsLogged()
     peer.ownServiceName(false);
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QVERIFY(peer.busRoundTrip());
-    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The name " CORVANE_SERVICE_ROOT
-                          " was not provided by any .service files\")";
-    QCOMPARE(log->takeWarnings(),
+    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", ...)";
+    QCOMPARE(withoutBusTexts(log->takeWarnings()),
              QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
     peer.ownServiceName(true);
     tellLevel("100"); // the service that comes later is heard
@@ -407,10 +407,9 @@ void TestMemoryPressure::serviceThatVanishesIsLogged()
     const MemoryPressurePrivate another(MemoryPressure::instance());
     QTRY_COMPARE(peer.calls().size(), 2);
     peer.kill();
-    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.NoReply\", \"Message recipient disconnected from "
-                          "message bus without replying\")";
+    const QString error = "QDBusError(\"org.freedesktop.DBus.Error.NoReply\", ...)";
     QStringList warnings;
-    QTRY_COMPARE((warnings += log->takeWarnings(), warnings.size()), 2);
+    QTRY_COMPARE((warnings += withoutBusTexts(log->takeWarnings()), warnings.size()), 2);
     warnings.sort(); // the bus tells them in any order
     QCOMPARE(warnings,
              QStringList({"Failed to get memory level: " + error, "MemoryPressure subscription failed: " + error}));

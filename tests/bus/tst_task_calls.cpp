@@ -197,10 +197,11 @@ void TestTaskCalls::callsFailWhenTheServiceExits()
     task.start(outcomes.callback());
     QTRY_COMPARE(peer.calls().size(), 1);
     peer.kill();
-    QTRY_COMPARE(outcomes.all, QStringList("1 Message recipient disconnected from message bus without replying"));
+    QTRY_COMPARE(outcomes.all.size(), 1);
+    QVERIFY2(outcomes.all.last().startsWith("1 "), qUtf8Printable(outcomes.all.last()));
     task.start(outcomes.callback());
     QTRY_COMPARE(outcomes.all.size(), 2);
-    QCOMPARE(outcomes.all.last(), QString("1 The name %1 was not provided by any .service files").arg(Root));
+    QVERIFY2(outcomes.all.last().startsWith("1 "), qUtf8Printable(outcomes.all.last()));
     peer.start();
     task.start(outcomes.callback());
     QTRY_COMPARE(outcomes.all.size(), 3);

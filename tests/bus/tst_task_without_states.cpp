@@ -2,6 +2,7 @@
 // Tasks of a process that could not ask for their states, since there was no service when it made the first one.
 #include <Corvane/task.h>
 
+#include <bus_text.h>
 #include <message_log.h>
 #include <patience.h>
 #include <service_peer.h>
@@ -30,11 +31,9 @@ void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
     MessageLog log;
     const Task early(sync);
     QVERIFY(peer.busRoundTrip());
-    QCOMPARE(log.takeWarnings(),
-             QStringList(QString("Failed to get the Tasks interface properties "
-                                 "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", \"The name %1 was not "
-                                 "provided by any .service files\")")
-                             .arg(CORVANE_SERVICE_ROOT)));
+    QCOMPARE(withoutBusTexts(log.takeWarnings()),
+             QStringList("Failed to get the Tasks interface properties "
+                         "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", ...)"));
     // Nor is anybody heard while nobody is the service.
     const QString us = QDBusConnection::sessionBus().baseService();
     for (const bool stranger : {false, true}) {

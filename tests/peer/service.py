@@ -55,6 +55,21 @@ def parse(text):
     return GLib.Variant.parse(None, text, None, None)
 
 
+def body_of(request):
+    """The "body" of a request, in which "fill" letters replace the word FILL."""
+    return parse(request["body"].replace("FILL", "x" * request.get("fill", 0)))
+
+
+def attach_descriptors(message, request):
+    """Has a message carry as many descriptors as the request says."""
+    if request.get("descriptors"):
+        fd_list = Gio.UnixFDList.new()
+        with open(os.devnull, "rb") as null:
+            for _ in range(request["descriptors"]):
+                fd_list.append(null.fileno())
+        message.set_unix_fd_list(fd_list)
+
+
 def printed(body):
     if body is None:
         return "() ()"
@@ -148,11 +163,12 @@ class Service:
         else:
             reply = message.new_method_reply()
             if answer.get("body"):
-                reply.set_body(parse(answer["body"]))
+                reply.set_body(body_of(answer))
             elif answer.get("echo"):
                 reply.set_body(GLib.Variant.new_tuple(message.get_body().get_child_value(2)))
             elif "variant" in answer:
                 reply.set_body(answer["variant"])
+            attach_descriptors(reply, answer)
         self.connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
 
     # -- requests
@@ -192,7 +208,7 @@ class Service:
         repeat = request.get("repeat", 1)
         enough = request.get("enough", repeat)
         replies = []
-        message_body = parse(request["body"]) if request.get("body") else None
+        message_body = body_of(request) if request.get("body") else None
 
         def on_reply(connection, result):
             try:
@@ -222,6 +238,7 @@ class Service:
                     fd_list.append(fd)
                     os.close(fd)
                 message.set_unix_fd_list(fd_list)
+            attach_descriptors(message, request)
             self.connection.send_message_with_reply(
                 message, Gio.DBusSendMessageFlags.NONE, request.get("timeout", NO_TIMEOUT), None, on_reply)
         return NotImplemented
@@ -234,7 +251,8 @@ class Service:
         message = Gio.DBusMessage.new_signal(request["path"], request["interface"], request["member"])
         if request.get("destination"):
             message.set_destination(request["destination"])
-        message.set_body(parse(request["body"]))
+        message.set_body(body_of(request))
+        attach_descriptors(message, request)
         connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
         call_bus(connection, "GetId")
 
@@ -259,6 +277,12 @@ class Service:
         except GLib.Error:
             return False
         return True
+
+    def reach(self, request):
+        """Answers when a process has read everything sent to it before, also while its event loop is blocked: libdbus itself
+        answers this call."""
+        self.connection.call_sync(request["destination"], "/", "org.freedesktop.DBus.Peer", "Ping", None, None,
+                                  Gio.DBusCallFlags.NONE, NO_TIMEOUT, None)
 
     def ping(self, request):
         """Answers after all that has arrived by now has been reported; "bus" for all that the bus has passed on by now."""

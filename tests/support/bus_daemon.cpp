@@ -18,10 +18,11 @@ void signalProcess(qint64 processId, int signal)
 
 } // namespace
 
-BusDaemon::BusDaemon()
+BusDaemon::BusDaemon(const QString &configuration)
 {
     setProcessChannelMode(ForwardedErrorChannel);
-    start("dbus-daemon", {"--config-file=" CORVANE_BUS_CONFIGURATION, "--nofork", "--print-address"});
+    start(qEnvironmentVariable("CORVANE_BUS_PROGRAM"),
+          {"--config-file=" + configuration, "--nofork", "--print-address"});
     while (!canReadLine()) {
         if (!waitForReadyRead(Patience))
             qFatal("The bus does not start");

@@ -8,7 +8,7 @@ class BusDaemon : public QProcess
 {
 public:
     /// Starts the bus, and makes it that of this process and of all that it starts.
-    BusDaemon();
+    explicit BusDaemon(const QString &configuration = CORVANE_BUS_CONFIGURATION);
     ~BusDaemon() override;
 
     /// Has the bus hang: on return it takes nothing and answers nothing, until it may go on.

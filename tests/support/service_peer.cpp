@@ -37,6 +37,13 @@ QStringList strings(const QJsonValue &array)
     return list;
 }
 
+QJsonObject merged(QJsonObject object, const QJsonObject &more)
+{
+    for (auto member = more.begin(); member != more.end(); ++member)
+        object.insert(member.key(), member.value());
+    return object;
+}
+
 } // namespace
 
 ServicePeer::ServicePeer()
@@ -87,9 +94,9 @@ QStringList ServicePeer::descriptors()
     return m_descriptors;
 }
 
-void ServicePeer::answer(const QString &body, const QString &member)
+void ServicePeer::answer(const QString &body, const QString &member, const QJsonObject &more)
 {
-    request("answers", {{"answer", QJsonObject{{"body", body}}}, {"member", member}});
+    request("answers", {{"answer", merged({{"body", body}}, more)}, {"member", member}});
 }
 
 void ServicePeer::answerError(const QString &name, const QString &body, const QString &member)
@@ -102,14 +109,14 @@ void ServicePeer::echo()
     request("answers", {{"answer", QJsonObject{{"echo", true}}}});
 }
 
-void ServicePeer::hold()
+void ServicePeer::hold(bool on)
 {
-    request("hold", {{"on", true}});
+    request("hold", {{"on", on}});
 }
 
-void ServicePeer::release(int index, const QString &body)
+void ServicePeer::release(int index, const QString &body, const QJsonObject &more)
 {
-    request("release", {{"index", index}, {"answer", QJsonObject{{"body", body}}}});
+    request("release", {{"index", index}, {"answer", merged({{"body", body}}, more)}});
 }
 
 void ServicePeer::releaseError(int index, const QString &name)
@@ -119,16 +126,14 @@ void ServicePeer::releaseError(int index, const QString &name)
 
 int ServicePeer::beginCall(const QString &member, const QString &body, const QJsonObject &more)
 {
-    QJsonObject arguments{
+    const QJsonObject arguments{
         {"destination", QString::fromUtf8(qgetenv("HALVIR_APP_INSTANCE_ID"))},
         {"path", rootPath() + "/IntentHandler1"},
         {"interface", Root + ".IntentHandler1"},
         {"member", member},
         {"body", body},
     };
-    for (auto argument = more.begin(); argument != more.end(); ++argument)
-        arguments.insert(argument.key(), argument.value());
-    return send("invoke", arguments);
+    return send("invoke", merged(arguments, more));
 }
 
 bool ServicePeer::isFinished(int call)
@@ -170,7 +175,7 @@ void ServicePeer::emitSignal(const QString &object, const QString &interface, co
     arguments.insert("member", member);
     arguments.insert("body", body);
     request("signal", arguments);
-    if (!busRoundTrip())
+    if (!m_isEventLoopBlocked && !busRoundTrip())
         qFatal("The bus does not answer");
 }
 
@@ -209,6 +214,11 @@ bool ServicePeer::roundTrip()
     return true;
 }
 
+void ServicePeer::waitUntilRead()
+{
+    request("reach", {{"destination", QDBusConnection::sessionBus().baseService()}});
+}
+
 int ServicePeer::send(const QString &request, QJsonObject arguments)
 {
     arguments.insert("id", ++m_lastId);
@@ -219,7 +229,9 @@ int ServicePeer::send(const QString &request, QJsonObject arguments)
 
 QJsonValue ServicePeer::wait(int id)
 {
-    runUntil([this, id] { return m_results.contains(id) || m_process.state() == QProcess::NotRunning; });
+    while (m_isEventLoopBlocked && !m_results.contains(id) && m_process.waitForReadyRead(Patience)) { }
+    if (!m_isEventLoopBlocked)
+        runUntil([this, id] { return m_results.contains(id) || m_process.state() == QProcess::NotRunning; });
     if (!m_results.contains(id))
         qFatal("The peer does not answer");
     return m_results.value(id);

@@ -16,6 +16,9 @@
  * The bus and the peer's pipe have no order between them. Each function that returns what the peer has received asks
  * the peer first, through the pipe, and the peer answers after it has reported everything before. The results are
  * therefore complete: a call whose reply has arrived is always among calls().
+ *
+ * In each \a more, "descriptors" is the number of descriptors that the message carries, and "fill" the number of
+ * letters that replace the word FILL in the body.
  */
 class ServicePeer
 {
@@ -33,13 +36,13 @@ public:
     QStringList descriptors();
 
     /// What to answer calls with from now on, of \a member only if one is given.
-    void answer(const QString &body, const QString &member = {});
+    void answer(const QString &body, const QString &member = {}, const QJsonObject &more = {});
     void answerError(const QString &name, const QString &body = "('the reason',)", const QString &member = {});
     /// To answer intents with their own params from now on.
     void echo();
     /// Keeps calls unanswered, until release() answers the one that came in at \a index. It waits for that call.
-    void hold();
-    void release(int index, const QString &body);
+    void hold(bool on = true);
+    void release(int index, const QString &body, const QJsonObject &more = {});
     void releaseError(int index, const QString &name);
 
     struct Reply
@@ -76,6 +79,13 @@ public:
     void claimName(const QString &name);
     bool hasOwner(const QString &name);
 
+    /// Whether the functions wait without the event loop from now on, as when the main thread is busy: this process
+    /// handles no message then. Works for functions that do not need a reply of this process.
+    void setEventLoopBlocked(bool on) { m_isEventLoopBlocked = on; }
+
+    /// Waits until this process has read everything that the peer has sent, also while the event loop is blocked.
+    void waitUntilRead();
+
     /// Ends the peer as a crash would, and starts it anew.
     void kill();
     void start();
@@ -94,6 +104,7 @@ private:
 
     QProcess m_process;
     int m_lastId = 0;
+    bool m_isEventLoopBlocked = false;
     QHash<int, QJsonValue> m_results;
     QStringList m_calls;
     QStringList m_descriptors;

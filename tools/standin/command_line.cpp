@@ -35,6 +35,8 @@ that it has started. The normal session bus of the user is not used.
   --as ID             Run COMMAND as the application ID of the manifests.
   --start-timeout MS  The time in which an application must claim its bus name,
                       in milliseconds (default: 10000).
+  --bus-program PATH  Run this program as the session bus, with the options of
+                      dbus-daemon (default: dbus-daemon).
   --verbose           Print each routed message to standard error, one per line.
 
 The other commands control a running stand-in. Run them on its bus, for example
@@ -157,6 +159,8 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
     const QCommandLineOption manifests(QStringLiteral("manifests"), {}, QStringLiteral("DIR"));
     const QCommandLineOption as(QStringLiteral("as"), {}, QStringLiteral("ID"));
     const QCommandLineOption startTimeout(QStringLiteral("start-timeout"), {}, QStringLiteral("MS"));
+    const QCommandLineOption busProgram(QStringLiteral("bus-program"), {}, QStringLiteral("PATH"),
+                                        QStringLiteral("dbus-daemon"));
     const QCommandLineOption verbose(QStringLiteral("verbose"));
 
     // The options of run are between the word "run" and the command.
@@ -165,7 +169,7 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
     parser.addOptions({help, version});
     if (isRun) {
         parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-        parser.addOptions({manifests, as, startTimeout, verbose});
+        parser.addOptions({manifests, as, startTimeout, busProgram, verbose});
     }
     QStringList rest = arguments;
     if (isRun)
@@ -185,6 +189,7 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
         RunOptions options;
         options.manifests = parser.values(manifests);
         options.applicationId = parser.value(as);
+        options.busProgram = parser.value(busProgram);
         options.verbose = parser.isSet(verbose);
         options.command = words;
         if (parser.isSet(startTimeout)) {

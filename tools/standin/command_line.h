@@ -12,6 +12,7 @@ struct RunOptions
     QStringList manifests;
     QString applicationId;
     int startTimeout = 10000; // milliseconds
+    QString busProgram;
     bool verbose = false;
     QStringList command;
 };

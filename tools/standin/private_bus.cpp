@@ -37,12 +37,12 @@ const int StartTimeout = 10000; // milliseconds
 
 } // namespace
 
-PrivateBus::PrivateBus(QObject *parent) : QObject(parent)
+PrivateBus::PrivateBus(const QString &program, QObject *parent) : QObject(parent)
 {
-    start();
+    start(program);
 }
 
-void PrivateBus::start()
+void PrivateBus::start(const QString &program)
 {
     if (!m_directory.isValid()) {
         m_problem = m_directory.errorString();
@@ -59,13 +59,13 @@ void PrivateBus::start()
     configuration.close();
 
     m_daemon.setProcessChannelMode(QProcess::SeparateChannels);
-    m_daemon.start({QStringLiteral("dbus-daemon"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+    m_daemon.start({program, QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
                     QStringLiteral("--print-address=1"), QStringLiteral("--config-file=") + configuration.fileName()});
     while (!m_daemon.canReadLine()) {
         if (!m_daemon.waitForReadyRead(StartTimeout)) {
             const QString reason = QString::fromLocal8Bit(m_daemon.readAllStandardError()).trimmed();
-            m_problem =
-                QStringLiteral("dbus-daemon does not start: ") + (reason.isEmpty() ? m_daemon.errorString() : reason);
+            m_problem = QStringLiteral("%1 does not start: %2")
+                            .arg(program, reason.isEmpty() ? m_daemon.errorString() : reason);
             return;
         }
     }

@@ -6,7 +6,7 @@
 #include <QtCore/QTemporaryDir>
 
 /**
- * A private session bus: a dbus-daemon with the limits of a stock session bus and without activatable services. It
+ * A private session bus with the limits of a stock session bus and without activatable services. It
  * becomes the session bus of this process and of the processes that it starts later. If they have no runtime directory,
  * its directory becomes that too.
  */
@@ -14,8 +14,8 @@ class PrivateBus : public QObject
 {
     Q_OBJECT
 public:
-    /// Starts the bus, and blocks until it is ready or has failed.
-    explicit PrivateBus(QObject *parent = nullptr);
+    /// Starts the bus, and blocks until it is ready or has failed. \a program takes the options of dbus-daemon.
+    explicit PrivateBus(const QString &program, QObject *parent = nullptr);
 
     /// The reason of a failure, for people; empty if the bus is ready.
     QString problem() const { return m_problem; }
@@ -26,7 +26,7 @@ Q_SIGNALS:
     void lost();
 
 private:
-    void start();
+    void start(const QString &program);
 
     QTemporaryDir m_directory;
     ChildProcess m_daemon{ChildProcess::Terminal::Detached};

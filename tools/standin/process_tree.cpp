@@ -65,13 +65,15 @@ void ProcessTree::reapOrphans(const QSet<pid_t> &others) const
     }
 }
 
-QSet<pid_t> ProcessTree::descendants() const
+/// Those that have not ended, but for \a spared and those below it.
+QSet<pid_t> ProcessTree::descendants(pid_t spared) const
 {
     const QVector<Process> all = processes();
     QVector<pid_t> found{::getpid()};
     for (int i = 0; i < found.size(); ++i) {
         for (const Process &process : all) {
-            if (process.parent == found.at(i) && !process.hasEnded && !m_before.contains(process.id))
+            if (process.parent == found.at(i) && process.id != spared && !process.hasEnded
+                && !m_before.contains(process.id))
                 found.append(process.id);
         }
     }
@@ -85,11 +87,10 @@ QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
     const QDeadlineTimer givenUp(qint64(grace) * 2);
     QSet<pid_t> asked;
     for (;;) {
-        QSet<pid_t> left = descendants();
-        left.remove(spared);
+        const QSet<pid_t> left = descendants(spared);
         if (left.isEmpty() || givenUp.hasExpired())
             return left;
-        for (const pid_t id : qAsConst(left)) {
+        for (const pid_t id : left) {
             if (forced.hasExpired())
                 ::kill(id, SIGKILL);
             else if (!asked.contains(id))

@@ -42,7 +42,7 @@ int run(const RunOptions &options)
     const Trace trace(options.verbose);
     const TerminationSignals signals;
     const ProcessTree processes;
-    PrivateBus bus;
+    PrivateBus bus(options.busProgram);
     if (!bus.problem().isEmpty()) {
         complain(bus.problem());
         return ExitCode::Bus;

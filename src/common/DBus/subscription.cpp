@@ -2,15 +2,14 @@
 #include "subscription.h"
 
 #include "names.h"
-
-#include <QtDBus/QDBusConnection>
+#include "session_bus.h"
 
 namespace Corvane {
 
 void subscribe(const QString &path, const QString &interface, const QString &member, const QString &signature,
                QObject *receiver, const char *slot)
 {
-    QDBusConnection::sessionBus().connect(Names::ServiceRoot, path, interface, member, signature, receiver, slot);
+    sessionBus().connect(Names::ServiceRoot, path, interface, member, signature, receiver, slot);
 }
 
 } // namespace Corvane

@@ -3,14 +3,15 @@
 
 #include "error_p.h"
 
-#include <QtDBus/QDBusConnection>
+#include <DBus/session_bus.h>
+
 #include <QtDBus/QDBusError>
 
 namespace Corvane {
 
 Error claimBusName(const QString &name)
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusConnection bus = sessionBus();
     if (bus.registerService(name))
         return {};
     const Error error = errorFromDBusError(bus.lastError());
@@ -23,7 +24,7 @@ Error claimBusName(const QString &name)
 
 Error releaseBusName(const QString &name)
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusConnection bus = sessionBus();
     return bus.unregisterService(name) ? Error() : errorFromDBusError(bus.lastError());
 }
 

@@ -9,6 +9,7 @@
 #include <DBus/message_meter.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/session_bus.h>
 #include <DBus/types.h>
 
 #include <QtDBus/QDBusPendingReply>
@@ -16,8 +17,7 @@
 namespace Corvane {
 
 IntentsInterface::IntentsInterface()
-    : QDBusAbstractInterface(Names::ServiceRoot, Names::Intents.path(), Names::Intents.interface,
-                             QDBusConnection::sessionBus(), nullptr)
+    : QDBusAbstractInterface(Names::ServiceRoot, Names::Intents.path(), Names::Intents.interface, sessionBus(), nullptr)
 {
     setTimeout(86400); // milliseconds
 }

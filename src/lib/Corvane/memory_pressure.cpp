@@ -5,6 +5,7 @@
 #include <DBus/keys.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/session_bus.h>
 #include <DBus/subscription.h>
 #include <DBus/types.h>
 
@@ -16,7 +17,7 @@ namespace Corvane {
 
 MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
     : QDBusAbstractInterface(Names::ServiceRoot, Names::MemoryPressure.path(), Names::MemoryPressure.interface,
-                             QDBusConnection::sessionBus(), nullptr),
+                             sessionBus(), nullptr),
       q(memoryPressure)
 {
     registerRecordTypes();

@@ -7,10 +7,10 @@
 
 #include <Core/environment.h>
 #include <DBus/message_meter.h>
+#include <DBus/session_bus.h>
 #include <DBus/types.h>
 
 #include <QtCore/QDebug>
-#include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusError>
 #include <QtDBus/QDBusMessage>
 
@@ -66,7 +66,7 @@ int RuntimeDispatcherPrivate::localServerSocket() const
 Error RuntimeDispatcherPrivate::startService()
 {
     if (!registered) {
-        QDBusConnection bus = QDBusConnection::sessionBus();
+        QDBusConnection bus = sessionBus();
         registered = bus.registerObject(Names::IntentHandler.path(), this, QDBusConnection::ExportAllSlots);
         if (!registered)
             return {Error::Failed, QStringLiteral("Registration failed")};

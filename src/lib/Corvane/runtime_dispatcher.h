@@ -34,7 +34,7 @@ class CORVANE_EXPORT RuntimeDispatcher : public QObject
 {
     Q_OBJECT
 public:
-    /// Sends the reply to an intent. Call it once, inside the handler or later, on the dispatcher's thread.
+    /// Sends the reply to an intent. Call it at most once, inside the handler or later, on the dispatcher's thread.
     using ReplyFunction = std::function<void(const QJsonObject &result)>;
     /// Handles an intent. \a params contains the parameters of the caller.
     using IntentHandler = std::function<void(const QJsonObject &params, const ReplyFunction &reply)>;
@@ -95,9 +95,9 @@ public:
      * delete the dispatcher. The same is true of the destructors of its captures, when the handler is replaced or
      * removed.
      *
-     * Each call of the reply function sends a reply; the caller receives only the first one. If the handler never calls
-     * it, the caller waits until its time-out. If the result is over the limits of the bus (see
-     * IntentsInvoker::invoke()), the caller gets an error, and a warning is logged.
+     * Call the reply function at most once. Each call sends a reply; the caller receives one at most, because the bus
+     * or the caller drops any other. If the handler never calls it, the caller waits until its time-out. If the result
+     * is over the limits of the bus (see IntentsInvoker::invoke()), the caller gets an error, and a warning is logged.
      *
      * An empty handler throws std::bad_function_call into the event loop when an intent arrives. An intent with an
      * empty name is never delivered.

@@ -4,6 +4,7 @@
 #include <DBus/keys.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
+#include <DBus/session_bus.h>
 #include <DBus/subscription.h>
 #include <DBus/variants.h>
 
@@ -26,8 +27,7 @@ TasksInterface *TasksInterface::instance()
 }
 
 TasksInterface::TasksInterface()
-    : QDBusAbstractInterface(Names::ServiceRoot, Names::Tasks.path(), Names::Tasks.interface,
-                             QDBusConnection::sessionBus(), nullptr)
+    : QDBusAbstractInterface(Names::ServiceRoot, Names::Tasks.path(), Names::Tasks.interface, sessionBus(), nullptr)
 {
     registerRecordTypes();
     // The first connection: the index is current when the tasks receive the signal.
