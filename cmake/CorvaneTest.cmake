@@ -6,12 +6,12 @@ find_program(CORVANE_DBUS_BROKER dbus-broker REQUIRED)
 #                  [ENVIRONMENT NAME=value...])
 #
 # Adds the QtTest program tst_name, built from tst_name.cpp and the given sources, and runs it as a test.
-#   BUS       runs it on its own session bus
+#   BUS       on a session bus of its own
 #   OWN_BUS   the program, or the command of RUN, starts its bus: the program in the environment variable
-#             CORVANE_BUS_PROGRAM, with the options of dbus-daemon. In the command, BUS_PROGRAM stands for it
-#   RUN       runs it with this command; the program is the last argument
-#   VALGRIND  also runs it under valgrind, as valgrind_tst_name (not in a sanitized build); without VALGRIND that test runs
-#             only in ctest's configuration Valgrind
+#             CORVANE_BUS_PROGRAM, with the options of dbus-daemon. In the command, BUS_PROGRAM stands for it.
+#   RUN       as the last argument of this command
+#   VALGRIND  also under valgrind in each run, as valgrind_tst_name (not in a sanitized build). Other tests run under
+#             valgrind only in ctest's configuration Valgrind.
 # With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker.
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;OWN_BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
@@ -50,7 +50,7 @@ function(corvane_add_test name)
         if(arg_VALGRIND)
             set(configurations)
         endif()
-        # Includes our programs that it starts. Valgrind reports false errors in code that is compiled at run time.
+        # Valgrind follows the child processes of this project, and reports false errors in code of a JIT compiler.
         set(valgrind valgrind --quiet --error-exitcode=99 --vgdb=no
             --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite
             --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp --child-silent-after-fork=yes

@@ -16,7 +16,7 @@
 
 #include <algorithm>
 
-/// Has a slot for each signal of the library, declared in the words of the signal, and records what arrives.
+/// Has a slot for each signal of the library, with the same parameter types as text, and records the emissions.
 class SignalReceiver : public QObject
 {
     Q_OBJECT
@@ -46,7 +46,7 @@ public Q_SLOTS:
 /// One object of each class that has signals.
 struct Senders
 {
-    Senders() { log.takeWarnings(); } // the channel has no other end
+    Senders() { log.takeWarnings(); } // about the channel, which has no other end
 
     void emitAll()
     {
@@ -57,13 +57,13 @@ struct Senders
         Q_EMIT channel.stateChanged(Corvane::TaskMessaging::Closing);
         Q_EMIT channel.messageReceived({{"a", 1}});
     }
-    /// What a receiver of them all records then.
+    /// The records of a receiver that is connected to all signals.
     static QStringList emitted()
     {
         return {"reply 1 1 text", "application demo.instance1 4294967295", "level 200", "task 3", "channel 3",
                 "message 1"};
     }
-    /// Connects them all by the texts of the signals; the number of connections that worked.
+    /// Connects all signals with SIGNAL() and SLOT(), and returns the number of successful connections.
     int connectByText(const QObject *receiver, Qt::ConnectionType type) const
     {
         const QVector<QMetaObject::Connection> connections{
@@ -80,7 +80,7 @@ struct Senders
         };
         return countValid(connections);
     }
-    /// Connects them all by pointers to the functions.
+    /// Connects all signals with pointers to member functions.
     int connectByPointer(const SignalReceiver *receiver, Qt::ConnectionType type) const
     {
         const QVector<QMetaObject::Connection> connections{

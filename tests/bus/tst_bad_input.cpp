@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Values that make no sense, or have no form at the other side: what becomes of each, and that the next call works.
+// Invalid values, and values without a form on the other side. The next call works after each.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
@@ -28,14 +28,14 @@ const QString HasNul = "A message cannot hold a text with U+0000";
 
 enum Place : int { Params, Hints, Result };
 
-/// A type of D-Bus, with a value and what is read of it.
+/// A D-Bus type with a value, and the JSON that is read from the value.
 struct BusType
 {
     const char *signature;
     const char *value;
     const char *json;
-    const char *arrayJson; ///< of an array that holds the value
-    const char *keyJson; ///< of a map with it as the key, to 's'
+    const char *arrayJson; ///< the JSON of an array with the value
+    const char *keyJson; ///< the JSON of a map from the value to 's'
 };
 
 // Descriptors, paths and signatures read as null. A key that is no text is read as the value, and the value not at all.
@@ -70,8 +70,8 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void jsonThatHasNoForm_data();
-    void jsonThatHasNoForm();
+    void partsWithoutAFormAreOmitted_data();
+    void partsWithoutAFormAreOmitted();
     void busTypesInParams_data();
     void busTypesInParams();
     void busTypesInReplies_data();
@@ -86,8 +86,8 @@ private:
     QString give(Place place, const QJsonObject &object);
 
     ServicePeer peer;
-    QJsonObject handled; ///< what the handler of "Take" got
-    QJsonObject given; ///< what the handler of "Give" replies
+    QJsonObject handled; ///< the params that the handler of "Take" received
+    QJsonObject given; ///< the reply of the handler of "Give"
     std::optional<MessageLog> log;
 };
 
@@ -111,7 +111,7 @@ void TestBadInput::cleanup()
 {
     log.reset();
     peer.answer("({'next': <true>},)");
-    IntentsInvoker invoker; // the connection is the same as ever
+    IntentsInvoker invoker; // the connection still works
     Replies replies(invoker);
     invoker.invoke("Next", {}, {});
     QVERIFY(runUntil([&replies] { return !replies.all.isEmpty(); }));
@@ -129,7 +129,7 @@ ServicePeer::Reply TestBadInput::take(const QString &params, int files)
     return peer.call(HandleIntent, QString("('Take', %1)").arg(params), {{"files", names}});
 }
 
-/// What arrives of an object, or why it does not.
+/// Returns the text that arrives of an object, or the error.
 QString TestBadInput::give(Place place, const QJsonObject &object)
 {
     if (place == Result) {
@@ -152,7 +152,7 @@ QString TestBadInput::give(Place place, const QJsonObject &object)
     return place == Hints ? text.chopped(none.size() + 2) : text.mid(none.size() + 2);
 }
 
-void TestBadInput::jsonThatHasNoForm_data()
+void TestBadInput::partsWithoutAFormAreOmitted_data()
 {
     QTest::addColumn<int>("place");
     QTest::addColumn<QJsonObject>("object");
@@ -178,7 +178,7 @@ void TestBadInput::jsonThatHasNoForm_data()
                    place == Result ? QStringList(QString("Failed to reply to an intent: \"%1\"").arg(HasNul))
                                    : QStringList());
     };
-    // In an array of objects hints are told as they are in a mixed one, with arrays in arrays.
+    // In hints, arrays within an array of objects are mixed arrays, which may contain arrays.
     const auto rows = [rowFor](const char *json, const char *inParams, const QStringList &warnings, const char *inHints,
                                const QStringList &hintWarnings) {
         rowFor({Params, Result}, json, inParams, warnings);
@@ -261,7 +261,7 @@ void TestBadInput::jsonThatHasNoForm_data()
     number("minus infinity", -std::numeric_limits<double>::infinity(), "{'k': <-inf>}");
 }
 
-void TestBadInput::jsonThatHasNoForm()
+void TestBadInput::partsWithoutAFormAreOmitted()
 {
     QFETCH(int, place);
     QFETCH(QJsonObject, object);
@@ -302,7 +302,7 @@ void TestBadInput::busTypesInParams_data()
         row(text("{'k': (%1,)}"), "{\"k\":null}", {unsupported(signature("(%1)"))});
     }
 
-    // and what can be made of them
+    // and values that contain them
     row("<(1, <2>)>", "null", {unsupported("(iv)")});
     row("((1, 2), ['x'])", "null", {unsupported("((ii)as)")});
     row("[<(1,)>, <2>, <(3,)>]", "[null,2,null]", {unsupported("(i)"), unsupported("(i)")});
@@ -314,9 +314,9 @@ void TestBadInput::busTypesInParams_data()
     row("{'a': {'b': {'c': 1}}}", R"({"a":{"b":{"c":1}}})");
     row("{'a': <<<<1>>>>}", R"({"a":1})");
     row("[[b'x'], [b'y', b'z']]", R"([["x"],["y","z"]])");
-    row("[byte 0x41, 0x00, 0x42]", R"("A")"); // Qt takes it for a C string
+    row("[byte 0x41, 0x00, 0x42]", R"("A")"); // Qt converts the bytes as a C string
     row("[byte 0xff]", "\"\uFFFD\"");
-    row("handle 7", "null"); // which is not there
+    row("handle 7", "null"); // the message has no such descriptor
     row("[handle 0, 0, 5, 0]", "[null,null,null,null]");
     row("-0.0", "0");
     row("nan", "null");

@@ -57,7 +57,7 @@ private Q_SLOTS:
     void cleanup();
 
     void hungBusBlocksNothing();
-    void hungBusTakesWhatItIsGivenLater();
+    void hungBusReceivesTheCallsLater();
     void replyWaitsForAHungBus();
     void answerAfterTheTimeOutIsDropped();
     void callsMayTimeOutWhileTheBusHangs();
@@ -98,10 +98,10 @@ void TestBusFaults::init()
 void TestBusFaults::cleanup()
 {
     bus.goOn(); // after a failure
-    peer.kill(); // forgets what it holds
+    peer.kill(); // the restarted peer holds no calls
     peer.start();
     peer.takeCalls();
-    QVERIFY(peer.call(HandleIntent, AskBody).text.startsWith("(a{sv}a{sv})")); // all is well again
+    QVERIFY(peer.call(HandleIntent, AskBody).text.startsWith("(a{sv}a{sv})")); // the bus and the handler work
     log.reset();
 }
 
@@ -137,9 +137,9 @@ void TestBusFaults::hungBusBlocksNothing()
     QCOMPARE(peer.calls().size(), 5);
 }
 
-void TestBusFaults::hungBusTakesWhatItIsGivenLater()
+void TestBusFaults::hungBusReceivesTheCallsLater()
 {
-    const int count = underValgrind() ? 4 : 32; // more than its socket holds
+    const int count = underValgrind() ? 4 : 32; // more than the socket buffer holds
     const QJsonObject params{{"text", QString(1024 * 1024, 'x')}};
     IntentsInvoker invoker;
     Replies replies(invoker);
@@ -162,7 +162,7 @@ void TestBusFaults::hungBusTakesWhatItIsGivenLater()
     QCOMPARE(peer.calls().size(), count);
 }
 
-/// The reply function of a \a call that is made now.
+/// Starts a call of the handler, and returns the reply function that the handler received.
 RuntimeDispatcher::ReplyFunction TestBusFaults::keepReply(int &call)
 {
     RuntimeDispatcher::ReplyFunction kept;
@@ -240,7 +240,7 @@ void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
 
 void TestBusFaults::hungBusDelaysNoFurtherObject()
 {
-    Lifecycle::instance(); // whose connection has Qt follow who owns the service's name
+    Lifecycle::instance(); // Qt watches the owner of the service's name from now on
 
     bus.hang();
     const QDBusPendingCall earlier = startCall();
@@ -306,10 +306,10 @@ void TestBusFaults::callerMayDieBeforeItsReply()
     const auto reply = keepReply(call);
     peer.kill();
     reply({{"a", 1}});
-    reply({{"a", QString(QChar(0))}}); // an error then goes to nobody
+    reply({{"a", QString(QChar(0))}}); // the caller does not wait for the error
     QCOMPARE(log->takeWarnings(),
              QStringList("Failed to reply to an intent: \"A message cannot hold a text with U+0000\""));
-    QVERIFY(peer.busRoundTrip()); // the bus has seen both, and lets us live
+    QVERIFY(peer.busRoundTrip()); // the bus has received both replies, and the connection is open
     peer.start();
     QCOMPARE(peer.call(HandleIntent, AskBody).text, Answer);
 }
@@ -317,7 +317,7 @@ void TestBusFaults::callerMayDieBeforeItsReply()
 void TestBusFaults::handlerMayDieBeforeItsReply()
 {
     const QJsonObject destination{{"destination", "demo.instance2"}};
-    for (int i = 0; i < 2; ++i) { // the name is free for the next one
+    for (int i = 0; i < 2; ++i) { // the next process can own the name
         QProcess handler;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("HALVIR_APP_INSTANCE_ID", "demo.instance2");
@@ -382,7 +382,8 @@ void TestBusFaults::repliesWithoutADescriptorToSendWith()
         reply({{"file", file.fileName()}, {"leftOut", QJsonValue()}});
     });
     dispatcher->registerIntentOutputFiles("Give", {"file"}, {});
-    // What is left out is logged when the file is open, and before its descriptor is duplicated into the message.
+    // The warning about the omitted value is logged after the file is opened, and before the message duplicates the
+    // descriptor.
     static std::optional<NoFreeDescriptor> none;
     static QtMessageHandler handler = nullptr;
     handler = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &text) {
@@ -396,7 +397,7 @@ void TestBusFaults::repliesWithoutADescriptorToSendWith()
     none.reset();
     QCOMPARE(log->takeWarnings(), QStringList("Unknown JSON value type"));
     QCOMPARE(
-        reply, // libdbus passes over the file
+        reply, // libdbus omits the descriptor
         QString(
             "(a{sv}a{sv}) ({'file': <'%1'>}, {'readFds': <@ah []>, 'readFiles': <['file']>, 'writeFiles': <@as []>})")
             .arg(file.fileName()));
@@ -404,7 +405,7 @@ void TestBusFaults::repliesWithoutADescriptorToSendWith()
 
 namespace {
 
-/// The process that dies: tells what it does, a line each.
+/// The process that dies. It prints a line for each event.
 int handleIntents(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);

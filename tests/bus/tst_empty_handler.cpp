@@ -12,12 +12,12 @@ using namespace Corvane;
 
 extern "C" const char *__lsan_default_suppressions() // NOLINT(bugprone-reserved-identifier): the sanitizer calls it
 {
-    return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // what QtDBus holds while an exception passes through it
+    return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // memory that QtDBus leaks when an exception passes through it
 }
 
 namespace {
 
-/// An application that outlives what a handler throws.
+/// An application that catches the exceptions of handlers.
 class Application : public QCoreApplication
 {
 public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Files as they arrive at the other side, with an intent and with a reply.
+// Files of intents and of replies, as they arrive at the other side.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
@@ -42,8 +42,8 @@ private Q_SLOTS:
     void filesArriveWithTheirContentAndMode_data();
     void filesArriveWithTheirContentAndMode();
     void listsGoAsListsOfStrings();
-    void nothingStaysOpen();
-    void outOfDescriptorsTheIntentStillGoes();
+    void noDescriptorStaysOpen();
+    void intentIsSentWithoutAFreeDescriptor();
 
 private:
     void send(const QJsonArray &readFiles, const QJsonArray &writeFiles, const QJsonObject &source, bool asReply);
@@ -70,7 +70,7 @@ void TestFileSharing::init()
     }
     QCOMPARE(::mkfifo(QFile::encodeName(file("fifo")).constData(), 0600), 0);
     QVERIFY(QFile::link("/dev/full", file("full")));
-    QVERIFY(QFile::link("/proc/missing", file("unmakeable"))); // whoever runs this
+    QVERIFY(QFile::link("/proc/missing", file("unmakeable"))); // fails for root too
     log.emplace();
 }
 
@@ -80,7 +80,7 @@ void TestFileSharing::cleanup()
     log.reset();
 }
 
-/// Sends the files that \a source names, with an intent or with a reply, and waits for what arrives.
+/// Sends the files that \a source names with an intent or with a reply, and waits until they arrive.
 void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeFiles, const QJsonObject &source,
                            bool asReply)
 {
@@ -183,7 +183,7 @@ void TestFileSharing::filesArriveWithTheirContentAndMode_data()
                           << strings("read: (ESPIPE)", "read: content of a") << QStringList();
     QTest::newRow("full disk") << QJsonArray() << all << strings("full", "a")
                                << strings("read-write: (ENOSPC)", "read-write: content of a")
-                               << QStringList(); // who writes is told
+                               << QStringList(); // the writer gets an error
     QTest::newRow("file that cannot be made") << QJsonArray() << all << strings("a", "unmakeable", "b")
                                               << strings("read-write: content of a") << strings("unmakeable");
     QTest::newRow("URL with U+0000") << all << QJsonArray() << strings("file://%1/a%00.png", "b") << QStringList()
@@ -229,7 +229,7 @@ void TestFileSharing::listsGoAsListsOfStrings()
     QTRY_COMPARE(replies.all.size(), 1);
 }
 
-void TestFileSharing::nothingStaysOpen()
+void TestFileSharing::noDescriptorStaysOpen()
 {
     const QJsonArray all{"files[*]"};
     const QJsonObject source{{"files", QJsonArray{file("a"), file("b")}}};
@@ -245,7 +245,7 @@ void TestFileSharing::nothingStaysOpen()
     QTRY_VERIFY(openDescriptors() <= before);
 }
 
-void TestFileSharing::outOfDescriptorsTheIntentStillGoes()
+void TestFileSharing::intentIsSentWithoutAFreeDescriptor()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
@@ -256,7 +256,7 @@ void TestFileSharing::outOfDescriptorsTheIntentStillGoes()
     QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
     for (int fd = ::dup(0); fd >= 0; fd = ::dup(0))
         taken.push_back(fd);
-    for (int i = 0; i < 7; ++i) { // room for three files, and for their duplicates in the message
+    for (int i = 0; i < 7; ++i) { // descriptors for three files and for their duplicates in the message
         ::close(taken.back());
         taken.pop_back();
     }

@@ -44,14 +44,14 @@ int openDescriptors()
     return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System).size();
 }
 
-/// In bytes; 0 under the sanitizers and under valgrind.
+/// Returns the allocated bytes; 0 under the sanitizers and under valgrind.
 qint64 allocatedMemory()
 {
     const struct mallinfo2 memory = mallinfo2();
     return qint64(memory.uordblks) + qint64(memory.hblkhd);
 }
 
-/// Calls a function when the last copy of what captured it goes.
+/// Calls a function when the last copy is destroyed.
 std::shared_ptr<void> whenDestroyed(const std::function<void()> &function)
 {
     return {nullptr, [function](void *) { function(); }};
@@ -74,7 +74,7 @@ private Q_SLOTS:
     void replyMayComeLater();
     void repliesMayComeInAnyOrder();
     void secondReplyIsDropped();
-    void secondReplyIsSentAllTheSame();
+    void secondReplyIsSentToo();
     void handlerThatDropsItsReplyLeavesTheCallerWaiting();
     void unknownIntentIsAnError();
     void unregisteredIntentIsAnError();
@@ -88,17 +88,17 @@ private Q_SLOTS:
     void handlerMayRunAnEventLoop();
     void replyWorksAfterUnregistering();
     void handlerMayDeleteTheDispatcher();
-    void handlerThatGoesMayUseTheDispatcher_data();
-    void handlerThatGoesMayUseTheDispatcher();
-    void handlerThatGoesMayDeleteTheDispatcher();
+    void destructorOfAHandlerMayUseTheDispatcher_data();
+    void destructorOfAHandlerMayUseTheDispatcher();
+    void destructorOfAHandlerMayDeleteTheDispatcher();
     void anybodyOnTheBusMayAsk();
     void showsOneMethodToTheBus();
     void metaObjectIsTheInterface();
     void interfaceMayBeLeftOut();
-    void nothingElseCanBeCalled_data();
-    void nothingElseCanBeCalled();
+    void onlyHandleIntentCanBeCalled_data();
+    void onlyHandleIntentCanBeCalled();
     void thousandsOfIntentsAreAnswered();
-    void unwantedDescriptorsAreClosed();
+    void unusedDescriptorsAreClosed();
 
 private:
     ServicePeer::Reply ask() { return peer.call(HandleIntent, AskBody); }
@@ -163,18 +163,18 @@ void TestIntentHandler::secondReplyIsDropped()
         reply({{"n", 2}});
     });
     QCOMPARE(ask().text, answer("{'n': <1.0>}"));
-    QVERIFY(peer.roundTrip()); // the bus has seen the second one, and lets us live
+    QVERIFY(peer.roundTrip()); // the bus has received the second reply, and the connection is open
     QCOMPARE(ask().text, answer("{'n': <1.0>}"));
 }
 
-void TestIntentHandler::secondReplyIsSentAllTheSame()
+void TestIntentHandler::secondReplyIsSentToo()
 {
     QProcess monitor;
     monitor.start("dbus-monitor",
                   {QString("type='method_return',sender='%1'").arg(QDBusConnection::sessionBus().baseService())});
     QByteArray seen;
     connect(&monitor, &QProcess::readyRead, this, [&monitor, &seen] { seen += monitor.readAll(); });
-    QTRY_VERIFY(seen.contains("member=NameLost")); // it has become a monitor
+    QTRY_VERIFY(seen.contains("member=NameLost")); // the process is a monitor now
 
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
         reply({{"n", 1}});
@@ -183,7 +183,7 @@ void TestIntentHandler::secondReplyIsSentAllTheSame()
     QCOMPARE(ask().text, answer("{'n': <1.0>}"));
     QTRY_VERIFY(seen.contains("double 2"));
     const QByteArrayList lines = seen.split('\n');
-    QByteArrayList answered; // the calls' numbers
+    QByteArrayList answered; // numbers of the calls
     for (const QByteArray &line : lines) {
         if (line.startsWith("method return "))
             answered << line.mid(line.indexOf(" reply_serial="));
@@ -211,7 +211,7 @@ void TestIntentHandler::unknownIntentIsAnError()
 
 void TestIntentHandler::unregisteredIntentIsAnError()
 {
-    dispatcher->unregisterIntent(Ask); // none of that name: nothing happens
+    dispatcher->unregisterIntent(Ask); // no effect without a handler
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
     dispatcher->unregisterIntent(Ask);
     QCOMPARE(ask().text, NotRegistered);
@@ -230,7 +230,7 @@ void TestIntentHandler::laterHandlerReplacesTheEarlierOne()
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
     dispatcher->registerIntentOutputFiles(Ask, {"file"}, {});
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({{"second", true}}); });
-    QCOMPARE(ask().text, answer("{'second': <true>}")); // and the files are gone
+    QCOMPARE(ask().text, answer("{'second': <true>}")); // the list of files is removed too
 }
 
 void TestIntentHandler::outputFilesAreNamedInTheReply()
@@ -279,7 +279,7 @@ void TestIntentHandler::handlerMayUnregisterItself()
 {
     dispatcher->registerIntent(Ask, [this, captured = "x"](const QJsonObject &, const auto &reply) {
         dispatcher->unregisterIntent(Ask);
-        reply({{captured, 1}}); // the handler is still there
+        reply({{captured, 1}}); // the handler has not been destroyed
     });
     QCOMPARE(ask().text, answer("{'x': <1.0>}"));
     QCOMPARE(ask().text, NotRegistered);
@@ -290,7 +290,7 @@ void TestIntentHandler::handlerMayReplaceItself()
     dispatcher->registerIntent(Ask, [this, captured = "first"](const QJsonObject &, const auto &reply) {
         dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &replyOfSecond) { replyOfSecond({}); });
         dispatcher->registerIntentOutputFiles(Ask, {"now"}, {});
-        reply({{captured, 1}}); // the handler is still there, with its own files
+        reply({{captured, 1}}); // the handler and its files still exist
     });
     dispatcher->registerIntentOutputFiles(Ask, {"then"}, {"then too"});
     QCOMPARE(ask().text,
@@ -340,13 +340,13 @@ void TestIntentHandler::handlerMayDeleteTheDispatcher()
     kept({{"after", true}});
     QCOMPARE(peer.finishCall(call).text, answer("{'after': <true>}"));
 
-    // The path is free again, and the next dispatcher takes it.
+    // The object path is free again: the next dispatcher registers its object.
     dispatcher = RuntimeDispatcher::instance();
     QVERIFY(!dispatcher->startService());
     QCOMPARE(ask().text, NotRegistered);
 }
 
-void TestIntentHandler::handlerThatGoesMayUseTheDispatcher_data()
+void TestIntentHandler::destructorOfAHandlerMayUseTheDispatcher_data()
 {
     QTest::addColumn<QString>("how");
 
@@ -355,7 +355,7 @@ void TestIntentHandler::handlerThatGoesMayUseTheDispatcher_data()
     QTest::newRow("deleted with the dispatcher") << "deleted";
 }
 
-void TestIntentHandler::handlerThatGoesMayUseTheDispatcher()
+void TestIntentHandler::destructorOfAHandlerMayUseTheDispatcher()
 {
     QFETCH(QString, how);
 
@@ -364,7 +364,8 @@ void TestIntentHandler::handlerThatGoesMayUseTheDispatcher()
         replyIsEmpty = true;
         reply({});
     };
-    // The old handler's captures go with it, and change the very entry, other entries, and the shape of the table.
+    // The captures of the old handler are destroyed. They change the same entry, other entries, and the size of the
+    // table.
     auto destroyed = whenDestroyed([this, handler] {
         for (int i = 0; i < 20; ++i)
             dispatcher->registerIntent(QString("New%1").arg(i), handler);
@@ -389,14 +390,14 @@ void TestIntentHandler::handlerThatGoesMayUseTheDispatcher()
         dispatcher->unregisterIntent(Ask);
         QCOMPARE(log->takeWarnings(), notRegistered);
     }
-    // What the captures did came last.
+    // The captures have registered the last handler.
     QCOMPARE(ask().text, answer("@a{sv} {}"));
     QVERIFY(replyIsEmpty);
     QCOMPARE(peer.call(HandleIntent, "('New19', @a{sv} {})").text, answer("@a{sv} {}"));
     QCOMPARE(peer.call(HandleIntent, "('Other', @a{sv} {})").text, NotRegistered);
 }
 
-void TestIntentHandler::handlerThatGoesMayDeleteTheDispatcher()
+void TestIntentHandler::destructorOfAHandlerMayDeleteTheDispatcher()
 {
     for (const bool isReplaced : {true, false}) {
         dispatcher = RuntimeDispatcher::instance();
@@ -431,7 +432,7 @@ void TestIntentHandler::showsOneMethodToTheBus()
         "method HandleIntent(in s intentName, in a{sv} params, out a{sv} reply, out a{sv} files)"};
     QCOMPARE(membersOf(interface, xml), expected);
     QCOMPARE(documentedMembersOf(interface), expected);
-    QCOMPARE(xml.count("<interface "), 4); // and Properties, Introspectable and Peer
+    QCOMPARE(xml.count("<interface "), 4); // the others are Properties, Introspectable and Peer
 }
 
 void TestIntentHandler::metaObjectIsTheInterface()
@@ -453,7 +454,7 @@ void TestIntentHandler::interfaceMayBeLeftOut()
     QCOMPARE(peer.call(HandleIntent, AskBody, withoutInterface()).text, answer("@a{sv} {}"));
 }
 
-void TestIntentHandler::nothingElseCanBeCalled_data()
+void TestIntentHandler::onlyHandleIntentCanBeCalled_data()
 {
     QTest::addColumn<QString>("member");
     QTest::addColumn<QString>("body");
@@ -476,7 +477,7 @@ void TestIntentHandler::nothingElseCanBeCalled_data()
                                       << "('Ask', {'a': <1>}, 3)" << UnknownMethod;
 }
 
-void TestIntentHandler::nothingElseCanBeCalled()
+void TestIntentHandler::onlyHandleIntentCanBeCalled()
 {
     QFETCH(QString, member);
     QFETCH(QString, body);
@@ -487,7 +488,7 @@ void TestIntentHandler::nothingElseCanBeCalled()
         const QString text = peer.call(member, body, more).text;
         QVERIFY2(text.startsWith(error), qUtf8Printable(text));
     }
-    QCOMPARE(ask().text, answer("@a{sv} {}")); // it has survived
+    QCOMPARE(ask().text, answer("@a{sv} {}")); // the handler still works
 
     const QJsonObject properties{{"interface", "org.freedesktop.DBus.Properties"}};
     const QString all = peer.call("GetAll", "('" CORVANE_SERVICE_ROOT ".IntentHandler1',)", properties).text;
@@ -509,7 +510,7 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
         QTRY_COMPARE(handled, count);
         QCOMPARE(reply.counts.value(answer("@a{sv} {}")).toInt(), count / 2);
     };
-    answerThem(); // what is kept for reuse is there
+    answerThem(); // memory for reuse is allocated
     const int descriptors = openDescriptors();
     const qint64 memory = allocatedMemory();
     answerThem();
@@ -517,7 +518,7 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
     QTRY_VERIFY2(allocatedMemory() - memory < 50 * qint64(count), "an intent may not leave as much as its name behind");
 }
 
-void TestIntentHandler::unwantedDescriptorsAreClosed()
+void TestIntentHandler::unusedDescriptorsAreClosed()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &params, const auto &reply) { reply(params); });
     QVERIFY(peer.roundTrip());
@@ -530,12 +531,12 @@ void TestIntentHandler::unwantedDescriptorsAreClosed()
         files.append("/dev/null");
     }
     const QString body = QString("('Ask', {'fds': <[%1]>, 'n': <1>})").arg(handles.join(','));
-    // In batches, for libdbus stops reading while 4096 descriptors wait to be handled.
+    // In batches, because libdbus stops reading at 4096 unhandled descriptors.
     const int batches = underValgrind() ? 3 : 100;
     const int batch = 20;
     for (int i = 0; i < batches; ++i) {
         const auto reply = peer.call(HandleIntent, body, {{"repeat", batch}, {"files", files}});
-        // Descriptors read as nulls, which have no form on the bus.
+        // Descriptors are read as null, which has no form on the bus.
         QCOMPARE(reply.counts.value(answer("{'n': <1.0>}")).toInt(), batch);
     }
     QCOMPARE(log->takeWarnings(), QVector<QString>(batches * batch, "Unknown JSON value type").toList());

@@ -45,21 +45,21 @@ private Q_SLOTS:
     void repliesComeInTheOrderOfCompletion();
     void twoInvokersGetTheirOwnReplies();
     void manyCallsInFlightAreAllAnswered();
-    void absentServiceIsAnError();
-    void serviceThatVanishesFailsItsCalls();
+    void missingServiceIsAnError();
+    void callsFailWhenTheServiceExits();
     void invokerBelongsToItsParent();
     void callsInFlightBelongToThePrivateObject();
     void bothSignalsAreTheSame();
     void invokerMayBeDeletedInItsSlot();
     void invokerMayBeDeletedInItsSlotWhenRefused();
-    void deletedInvokerDeliversNothing();
+    void deletedInvokerNeverEmits();
     void invokingInTheSlotWorks();
     void replyCrossesThreads();
 
 private:
     ServicePeer peer;
     std::optional<MessageLog> log;
-    int deliveries = 0; ///< where the invoker is deleted in the first
+    int deliveries = 0; ///< signals; the first one deletes the invoker
 };
 
 void TestIntentsInvoker::init()
@@ -222,7 +222,7 @@ void TestIntentsInvoker::repliesComeInTheOrderOfCompletion()
         peer.release(i, QString("({'n': <%1>},)").arg(i));
     peer.releaseError(1, ServiceError + "HandlerFailed");
     QTRY_COMPARE(replies.all, QStringList({R"({"n":2} 0 )", R"({"n":0} 0 )", R"({"n":3} 0 )", "{} 3 the reason"}));
-    peer.kill(); // forgets what it holds
+    peer.kill(); // the restarted peer holds no calls
     peer.start();
 }
 
@@ -257,7 +257,7 @@ void TestIntentsInvoker::manyCallsInFlightAreAllAnswered()
     QCOMPARE(replies.all.count("{} 0 "), count);
 }
 
-void TestIntentsInvoker::absentServiceIsAnError()
+void TestIntentsInvoker::missingServiceIsAnError()
 {
     peer.ownServiceName(false);
     IntentsInvoker invoker;
@@ -266,13 +266,13 @@ void TestIntentsInvoker::absentServiceIsAnError()
     QTRY_COMPARE(replies.all.size(), 1);
     QVERIFY2(replies.all.first().startsWith("{} 1 The name "), qUtf8Printable(replies.all.first()));
 
-    peer.ownServiceName(true); // and the same invoker works
+    peer.ownServiceName(true); // the same invoker works
     invoker.invoke("X", {}, {});
     QTRY_COMPARE(replies.all.size(), 2);
     QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
-void TestIntentsInvoker::serviceThatVanishesFailsItsCalls()
+void TestIntentsInvoker::callsFailWhenTheServiceExits()
 {
     peer.hold();
     IntentsInvoker invoker;
@@ -353,7 +353,7 @@ void TestIntentsInvoker::invokerMayBeDeletedInItsSlotWhenRefused()
     QCOMPARE(deliveries, 1);
 }
 
-void TestIntentsInvoker::deletedInvokerDeliversNothing()
+void TestIntentsInvoker::deletedInvokerNeverEmits()
 {
     int received = 0;
     {
@@ -364,7 +364,7 @@ void TestIntentsInvoker::deletedInvokerDeliversNothing()
         invoker.invoke(QString(QChar(0)), {}, {});
     }
     QVERIFY(peer.roundTrip());
-    QCOMPARE(peer.calls().size(), 5); // they have been sent all the same
+    QCOMPARE(peer.calls().size(), 5); // all calls have been sent
     QCOMPARE(received, 0);
 }
 

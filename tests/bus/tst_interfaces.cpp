@@ -32,7 +32,7 @@ private Q_SLOTS:
     void levelIsAnEnumerationProperty();
     void taskStartsWithoutADescription();
     void lifecycleSlotPassesAnyCodeOn();
-    void memoryPressureSlotLooksAtTheMapAlone();
+    void memoryPressureSlotReadsOnlyTheMap();
     void deletedLifecycleIsReturnedAgain();
 
 private:
@@ -141,7 +141,7 @@ void TestInterfaces::lifecycleSlotPassesAnyCodeOn()
     QCOMPARE(received, QStringList({"other.instance7 4294967295", " 3"}));
 }
 
-void TestInterfaces::memoryPressureSlotLooksAtTheMapAlone()
+void TestInterfaces::memoryPressureSlotReadsOnlyTheMap()
 {
     MemoryPressurePrivate direct(MemoryPressure::instance());
     QCOMPARE(direct.q, MemoryPressure::instance());
@@ -150,7 +150,7 @@ void TestInterfaces::memoryPressureSlotLooksAtTheMapAlone()
     QObject context;
     connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &context,
             [&](MemoryPressure::MemoryLevel level) {
-                QCOMPARE(direct.level, int(level)); // it is stored first
+                QCOMPARE(direct.level, int(level)); // the value is stored before the signal
                 received << int(level);
             });
     const QString level = "Level";
@@ -165,12 +165,12 @@ void TestInterfaces::memoryPressureSlotLooksAtTheMapAlone()
 
 void TestInterfaces::deletedLifecycleIsReturnedAgain()
 {
-    // The last of all, since the pointer is not reset.
+    // The last test, because the pointer is not reset.
     const Lifecycle *lifecycle = Lifecycle::instance();
     delete lifecycle;
     QCOMPARE(static_cast<const void *>(Lifecycle::instance()), static_cast<const void *>(lifecycle));
     peer.emitSignal("Lifecycle1", CORVANE_SERVICE_ROOT ".Lifecycle1", "StateChanged",
-                    "('a', uint32 2)"); // reaches nobody
+                    "('a', uint32 2)"); // has no receiver
 }
 
 QTEST_GUILESS_MAIN(TestInterfaces)

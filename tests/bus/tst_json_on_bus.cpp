@@ -35,17 +35,17 @@ private Q_SLOTS:
     void reads();
     void readsRepliesTheSame_data();
     void readsRepliesTheSame();
-    void readsNumbersThatJsonHasNot();
+    void numbersOutsideOfJsonAreRead();
     void readsManyUnsortedMembers();
     void laterDuplicateWins();
-    void echoingHandlerSurvivesWhatItCannotRead();
+    void unreadableValuesAreOmittedFromTheEcho();
 
 private:
     static void addRowsWithoutAForm();
     static QString payloadText(const QString &arrives);
 
     ServicePeer peer;
-    QJsonObject handled; ///< what the handler of "Take" got
+    QJsonObject handled; ///< the params that the handler of "Take" received
     std::optional<MessageLog> log;
 };
 
@@ -82,7 +82,7 @@ void TestJsonOnBus::addRowsWithoutAForm()
                             << "" << QStringList(ArrayOfArrays);
 }
 
-/// Returns the text that arrives of a payload with the value as its member "k".
+/// Returns the text of a payload with the value as its member "k".
 QString TestJsonOnBus::payloadText(const QString &arrives)
 {
     return arrives.isEmpty() ? "{'z': <1.0>}" : QString("{'k': <%1>, 'z': <1.0>}").arg(arrives);
@@ -185,7 +185,7 @@ void TestJsonOnBus::reads_data()
     row("{'aas': <[{'a': <1>}, {}]>}", R"({"aas":[{"a":1},{}]})");
     row("{'v': <<1>>, 'vv': <<<'x'>>>, 'w': <<{'a': <<1>>}>>}", R"({"v":1,"vv":"x","w":{"a":1}})");
 
-    // Structures cannot be read; what is around them can.
+    // Structures cannot be read. The values around them are read.
     row("{'a': <(1, 2)>, 'b': <1>}", R"({"a":null,"b":1})", {unsupported("(ii)")});
     row("{'a': <[(1, 2), (3, 4)]>, 'b': <1>}", R"({"a":[],"b":1})", {unsupported("(ii)")});
     row("{'a': <@a(ii) []>, 'b': <1>}", R"({"a":[],"b":1})");
@@ -228,7 +228,7 @@ void TestJsonOnBus::readsRepliesTheSame()
     peer.answer("(@a{sv} {},)");
 }
 
-void TestJsonOnBus::readsNumbersThatJsonHasNot()
+void TestJsonOnBus::numbersOutsideOfJsonAreRead()
 {
     peer.call("HandleIntent",
               "('Take', {'nan': <nan>, 'inf': <inf>, 'minf': <-inf>, 'big': <uint64 18446744073709551615>})");
@@ -258,7 +258,7 @@ void TestJsonOnBus::laterDuplicateWins()
     QCOMPARE(toJson(handled), QString(R"({"a":2,"b":3})"));
 }
 
-void TestJsonOnBus::echoingHandlerSurvivesWhatItCannotRead()
+void TestJsonOnBus::unreadableValuesAreOmittedFromTheEcho()
 {
     const QString body = "('Echo', {'s': <(1, 2)>, 'o': <objectpath '/a'>, 'a': <[(1, 2)]>, 'i': <1>})";
     QCOMPARE(peer.call("HandleIntent", body).text,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The operators between JSON and QDBusArgument, called directly, wherever Qt lets one stream.
+// The operators between JSON and QDBusArgument, called directly.
 #include "json_rows.h"
 
 #include <DBus/types.h>
@@ -47,8 +47,8 @@ private Q_SLOTS:
     void signaturesOfEmptyValues();
     void writesIntoAFreshArgument_data();
     void writesIntoAFreshArgument();
-    void writesNothing_data();
-    void writesNothing();
+    void valuesWithoutAFormWriteNothing_data();
+    void valuesWithoutAFormWriteNothing();
     void nullIsAnEmptyVariant();
     void writesSeveralValues();
     void writesIntoAStructure_data();
@@ -58,11 +58,11 @@ private Q_SLOTS:
     void writesIntoAnArrayOfArrays();
     void warningsNameTheOperator_data();
     void warningsNameTheOperator();
-    void leavesOutWhatIsNestedTooDeep();
+    void valuesOverTheNestingLimitAreOmitted();
     void writesAVariant_data();
     void writesAVariant();
-    void messageWithAValueIsNotSent();
-    void readersAdd();
+    void variantOfAJsonValueIsNotSent();
+    void readersKeepExistingMembers();
     void registeredReadersRead();
     void readsInto_data();
     void readsInto();
@@ -85,14 +85,14 @@ void TestJsonOperators::init()
     log.emplace();
 }
 
-/// The connection lives, and the next message arrives.
+/// Checks that the connection is open and the next message arrives.
 void TestJsonOperators::cleanup()
 {
     QCOMPARE(sent({true}), QString("(b) (true,)"));
     log.reset();
 }
 
-/// What arrives of a signal with the arguments; empty if it is not sent.
+/// Sends a signal with the arguments, and returns its text at the peer; empty if it was not sent.
 QString TestJsonOperators::sent(const QVariantList &arguments)
 {
     QDBusMessage signal = QDBusMessage::createSignal("/", Interface, "Sent");
@@ -108,7 +108,7 @@ void TestJsonOperators::signaturesOfEmptyValues()
 {
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonObject)), QByteArray("a{sv}"));
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonArray)), QByteArray("av"));
-    // Qt refuses the "v" of a null, and takes an empty signature for one.
+    // A QJsonValue can have any signature. Qt needs one for each type, so that av is a placeholder.
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonValue)), QByteArray("av"));
 }
 
@@ -146,7 +146,7 @@ void TestJsonOperators::writesIntoAFreshArgument()
     }
 }
 
-void TestJsonOperators::writesNothing_data()
+void TestJsonOperators::valuesWithoutAFormWriteNothing_data()
 {
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<QString>("warning");
@@ -157,7 +157,7 @@ void TestJsonOperators::writesNothing_data()
     QTest::newRow("arrays") << fromJson("[[1], [2]]") << ArrayOfArrays << ArrayWriter;
 }
 
-void TestJsonOperators::writesNothing()
+void TestJsonOperators::valuesWithoutAFormWriteNothing()
 {
     QFETCH(QJsonValue, value);
     QFETCH(QString, warning);
@@ -169,7 +169,7 @@ void TestJsonOperators::writesNothing()
     QCOMPARE(log->takeWarnings(), QStringList(warning));
     QCOMPARE(log->lastFunction(), function);
 
-    argument << value.toArray() << true; // what follows is written
+    argument << value.toArray() << true; // the following values are written
     QCOMPARE(argument.currentSignature(), QString(value.isArray() ? "b" : "avb"));
     QCOMPARE(log->takeWarnings(), value.isArray() ? QStringList(warning) : QStringList());
 }
@@ -275,8 +275,8 @@ void TestJsonOperators::warningsNameTheOperator()
     QCOMPARE(log->lastFunction(), function);
 }
 
-/// libdbus does not survive 256 levels.
-void TestJsonOperators::leavesOutWhatIsNestedTooDeep()
+/// libdbus aborts the process at 256 levels.
+void TestJsonOperators::valuesOverTheNestingLimitAreOmitted()
 {
     const QString tooDeep = "A message cannot nest more than 63 containers";
     QJsonObject object{{"a", 1}};
@@ -311,7 +311,7 @@ void TestJsonOperators::writesAVariant_data()
     };
     row("{}", "@a{sv} {}");
     row(R"({"a": [1, 2], "b": {"c": ["x"]}})", "{'a': <[1.0, 2.0]>, 'b': <{'c': <['x']>}>}");
-    // An array is av as a variant, whatever it holds: Qt has asked an empty one for the signature.
+    // As a variant, each array has the signature av, because Qt determines the signature from an empty array.
     row("[]", "@av []");
     row("[true, false]", "[<true>, <false>]");
     row("[1, 2]", "[<1.0>, <2.0>]");
@@ -341,7 +341,7 @@ void TestJsonOperators::writesAVariant()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestJsonOperators::messageWithAValueIsNotSent()
+void TestJsonOperators::variantOfAJsonValueIsNotSent()
 {
 #ifdef __SANITIZE_ADDRESS__
     const __lsan::ScopedDisabler disabler; // Qt leaks the containers around a variant that it does not marshal
@@ -359,7 +359,7 @@ void TestJsonOperators::messageWithAValueIsNotSent()
                  qPrintable(warning));
 }
 
-void TestJsonOperators::readersAdd()
+void TestJsonOperators::readersKeepExistingMembers()
 {
     QJsonObject object{{"a", 1}, {"k", "old"}};
     const auto members = received(peer, "({'k': <'new'>, 'b': <2>},)").value<QDBusArgument>();

@@ -38,17 +38,17 @@ private Q_SLOTS:
     void announcementsArePassedOn_data();
     void announcementsArePassedOn();
     void everyAnnouncementIsEmittedOnceAndInOrder();
-    void announcementsOfAnotherShapeAreIgnored_data();
-    void announcementsOfAnotherShapeAreIgnored();
+    void signalsOfAnotherSignatureAreIgnored_data();
+    void signalsOfAnotherSignatureAreIgnored();
     void otherSignalsAreIgnored_data();
     void otherSignalsAreIgnored();
-    void strangersAreNotHeard_data();
-    void strangersAreNotHeard();
-    void anotherServiceIsHeardAfterTheFirst();
+    void signalsOfOtherSendersAreIgnored_data();
+    void signalsOfOtherSendersAreIgnored();
+    void signalsOfARestartedServiceArrive();
     void startingClaimsTheName();
     void stoppingReleasesTheName();
     void nameIsReadAtEachCall();
-    void takenNameIsAnError();
+    void ownedNameIsAnError();
     void unsetNameIsAnError();
 
 private:
@@ -171,7 +171,7 @@ void TestLifecycle::everyAnnouncementIsEmittedOnceAndInOrder()
     QCOMPARE(takeStates(), expected);
 }
 
-void TestLifecycle::announcementsOfAnotherShapeAreIgnored_data()
+void TestLifecycle::signalsOfAnotherSignatureAreIgnored_data()
 {
     QTest::addColumn<QString>("body");
 
@@ -186,7 +186,7 @@ void TestLifecycle::announcementsOfAnotherShapeAreIgnored_data()
     QTest::newRow("one more") << "('a', uint32 2, 3)";
 }
 
-void TestLifecycle::announcementsOfAnotherShapeAreIgnored()
+void TestLifecycle::signalsOfAnotherSignatureAreIgnored()
 {
     QFETCH(QString, body);
 
@@ -218,7 +218,7 @@ void TestLifecycle::otherSignalsAreIgnored()
     QCOMPARE(takeStates(), QStringList());
 }
 
-void TestLifecycle::strangersAreNotHeard_data()
+void TestLifecycle::signalsOfOtherSendersAreIgnored_data()
 {
     QTest::addColumn<bool>("unicast");
 
@@ -226,7 +226,7 @@ void TestLifecycle::strangersAreNotHeard_data()
     QTest::newRow("unicast") << true;
 }
 
-void TestLifecycle::strangersAreNotHeard()
+void TestLifecycle::signalsOfOtherSendersAreIgnored()
 {
     QFETCH(bool, unicast);
 
@@ -239,18 +239,18 @@ void TestLifecycle::strangersAreNotHeard()
     peer.ownServiceName(false);
     forge();
     QCOMPARE(takeStates(), QStringList());
-    announce("('a', uint32 2)"); // by what was the service before
+    announce("('a', uint32 2)"); // sent by the previous owner of the service's name
     QCOMPARE(takeStates(), QStringList());
     peer.ownServiceName(true);
     forge();
     QCOMPARE(takeStates(), QStringList());
 
     more.remove("stranger");
-    forge(); // the service may do the same
+    forge(); // the same signal from the service counts
     QCOMPARE(takeStates(), QStringList("a 2"));
 }
 
-void TestLifecycle::anotherServiceIsHeardAfterTheFirst()
+void TestLifecycle::signalsOfARestartedServiceArrive()
 {
     peer.kill();
     peer.start();
@@ -288,7 +288,7 @@ void TestLifecycle::nameIsReadAtEachCall()
     QVERIFY(!peer.hasOwner("demo.instance2"));
 }
 
-void TestLifecycle::takenNameIsAnError()
+void TestLifecycle::ownedNameIsAnError()
 {
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.taken");
     peer.claimName("demo.taken");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What the bus would cut the sender off for is refused, and the connection lives on.
+// Messages over the bus's limits are refused, and the connection stays open.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 #include <DBus/message_meter.h>
@@ -43,7 +43,7 @@ QJsonObject nested(int shape, int depth, QJsonValue innermost)
     return shape == MixedArrays ? QJsonObject{{Key, innermost}} : innermost.toObject();
 }
 
-/// The same as GLib's text.
+/// Returns the nested value as GLib's text.
 QString nestedText(int shape, int depth, QString innermost)
 {
     for (int i = 0; i < depth; ++i) {
@@ -74,21 +74,21 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void nestingIsRefusedWhereTheBusDoes_data();
-    void nestingIsRefusedWhereTheBusDoes();
-    void sizeIsRefusedWhereTheBusDoes_data();
-    void sizeIsRefusedWhereTheBusDoes();
+    void messagesOverTheNestingLimitAreRefused_data();
+    void messagesOverTheNestingLimitAreRefused();
+    void messagesOverTheSizeLimitAreRefused_data();
+    void messagesOverTheSizeLimitAreRefused();
     void refusesCalls_data();
     void refusesCalls();
-    void refusesTheWholeOfWhatFits();
+    void messageOfTwoLargePartsIsRefused();
     void refusesHintsThatAreDeepWithinArrays();
     void refusesTooManyFiles();
-    void passesAsManyFilesAsTheBusDoes_data();
-    void passesAsManyFilesAsTheBusDoes();
+    void filesUpToTheLimitAreSent_data();
+    void filesUpToTheLimitAreSent();
     void refusesNameWithNul();
     void refusesReplies_data();
     void refusesReplies();
-    void refusedCallMakesNoFiles();
+    void refusedCallCreatesNoFiles();
 
 private:
     QString fateOf(const QJsonObject &hints, const QJsonObject &params);
@@ -96,7 +96,7 @@ private:
 
     ServicePeer peer;
     QTemporaryFile file;
-    QJsonObject given; ///< what the handler of "Give" replies
+    QJsonObject given; ///< the reply of the handler of "Give"
     std::optional<MessageLog> log;
 };
 
@@ -119,7 +119,7 @@ void TestLimits::cleanup()
     log.reset();
 }
 
-void TestLimits::nestingIsRefusedWhereTheBusDoes_data()
+void TestLimits::messagesOverTheNestingLimitAreRefused_data()
 {
     QTest::addColumn<int>("shape");
     QTest::addColumn<int>("depth");
@@ -145,7 +145,7 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes_data()
     row("objects", Objects, 300, false, false);
 }
 
-void TestLimits::nestingIsRefusedWhereTheBusDoes()
+void TestLimits::messagesOverTheNestingLimitAreRefused()
 {
     QFETCH(int, shape);
     QFETCH(int, depth);
@@ -164,7 +164,7 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes()
     const QJsonObject object = nested(shape, depth, innermost);
     const QString fate = fateOf({}, object);
     QCOMPARE(fate, passes ? QString() : TooDeep);
-    // As hints, all arrays but the outermost are mixed ones, which take a level more.
+    // In hints, only the outermost array has a type. Each inner array is mixed, which is one level more.
     if (shape != ArraysOfObjects)
         QCOMPARE(fateOf(object, {}), fate);
 
@@ -176,10 +176,10 @@ void TestLimits::nestingIsRefusedWhereTheBusDoes()
     QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(TooDeep)));
 }
 
-/// Why an intent is refused; empty if the bus has seen it, and lets us live.
+/// Returns the error of an intent; empty if the bus has received it and the connection is still open.
 QString TestLimits::fateOf(const QJsonObject &hints, const QJsonObject &params)
 {
-    peer.ownServiceName(false); // GLib, though not the bus, refuses to receive some of these
+    peer.ownServiceName(false); // GLib is stricter than the bus, and refuses some of these messages
     IntentsInvoker invoker;
     Replies replies(invoker);
     invoker.invoke("X", hints, params);
@@ -194,7 +194,7 @@ QString TestLimits::fateOf(const QJsonObject &hints, const QJsonObject &params)
     return outcome == absent ? QString() : outcome;
 }
 
-void TestLimits::sizeIsRefusedWhereTheBusDoes_data()
+void TestLimits::messagesOverTheSizeLimitAreRefused_data()
 {
     QTest::addColumn<QString>("text"); // or numbers, if it is empty
     QTest::addColumn<int>("numbers");
@@ -210,7 +210,7 @@ void TestLimits::sizeIsRefusedWhereTheBusDoes_data()
         QTest::addRow("%d numbers", count + more) << QString() << count + more << (more <= 0);
 }
 
-void TestLimits::sizeIsRefusedWhereTheBusDoes()
+void TestLimits::messagesOverTheSizeLimitAreRefused()
 {
     QFETCH(QString, text);
     QFETCH(int, numbers);
@@ -232,7 +232,7 @@ void TestLimits::refusesCalls_data()
     const QString large(64 * 1024 * 1024, 'x');
     QTest::newRow("U+0000 in a value") << QJsonObject{{Key, nul}} << HasNul;
     QTest::newRow("U+0000 in a key") << QJsonObject{{nul, 1}} << HasNul;
-    // Nothing is left out of what is not sent, and so nothing is warned of.
+    // A refused message logs no warnings about omitted parts.
     const QJsonArray leftOut{QJsonArray{1}};
     QTest::newRow("U+0000 beside what would be left out")
         << QJsonObject{{"a", leftOut}, {"b", QJsonValue()}, {Key, nul}} << HasNul;
@@ -251,7 +251,7 @@ void TestLimits::refusesCalls()
         IntentsInvoker invoker;
         Replies replies(invoker);
         invoker.invoke("X", asHints ? object : QJsonObject(), asHints ? QJsonObject() : object);
-        QCOMPARE(replies.all, QStringList()); // never from inside the call
+        QCOMPARE(replies.all, QStringList()); // the callback never runs within the call
         QTRY_COMPARE(replies.all, QStringList("{} 1 " + problem));
         QVERIFY(peer.roundTrip());
         QCOMPARE(peer.calls(), QStringList());
@@ -264,8 +264,8 @@ void TestLimits::refusesCalls()
     }
 }
 
-/// Hints and parameters that would pass by themselves.
-void TestLimits::refusesTheWholeOfWhatFits()
+/// The hints and the parameters are within the limits; the message is not.
+void TestLimits::messageOfTwoLargePartsIsRefused()
 {
     QJsonArray numbers;
     for (int i = 0; i < 64 * 1024 * 1024 / 8 - 2; ++i)
@@ -280,7 +280,7 @@ void TestLimits::refusesTheWholeOfWhatFits()
     QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
-/// What parameters leave out without a look into it, hints keep.
+/// Parameters omit an array of arrays without measuring it; hints marshal it.
 void TestLimits::refusesHintsThatAreDeepWithinArrays()
 {
     QJsonValue deep = QJsonArray{1};
@@ -292,7 +292,7 @@ void TestLimits::refusesHintsThatAreDeepWithinArrays()
     QTRY_COMPARE(replies.all, QStringList("{} 1 " + TooDeep));
 }
 
-/// Has "Give" reply with so many files.
+/// Lets "Give" reply with \a count files.
 void TestLimits::giveFiles(int count)
 {
     QJsonArray files;
@@ -316,10 +316,10 @@ void TestLimits::refusesTooManyFiles()
     QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
              QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(TooManyFiles));
     QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(TooManyFiles)));
-    QVERIFY(peer.hasOwner("demo.instance1")); // still on the bus
+    QVERIFY(peer.hasOwner("demo.instance1")); // the connection is open
 }
 
-void TestLimits::passesAsManyFilesAsTheBusDoes_data()
+void TestLimits::filesUpToTheLimitAreSent_data()
 {
     QTest::addColumn<int>("count");
 
@@ -327,7 +327,7 @@ void TestLimits::passesAsManyFilesAsTheBusDoes_data()
         QTest::addRow("%d", count) << count;
 }
 
-void TestLimits::passesAsManyFilesAsTheBusDoes()
+void TestLimits::filesUpToTheLimitAreSent()
 {
     QFETCH(int, count);
 
@@ -371,7 +371,7 @@ void TestLimits::refusesNameWithNul()
     QTRY_COMPARE(replies.all, QStringList("{} 1 " + HasNul));
 }
 
-void TestLimits::refusedCallMakesNoFiles()
+void TestLimits::refusedCallCreatesNoFiles()
 {
     const QString path = file.fileName() + ".new";
     const QJsonObject hints{{"writeFiles", QJsonArray{"file"}}};

@@ -34,9 +34,9 @@ private Q_SLOTS:
     void callsInFlightHaveFailedOnce();
     void callsFailOnceFromTheEventLoop();
     void replyIsLogged();
-    void replyWithAFileIsLogged();
+    void replyWithADescriptorIsLogged();
     void namesCanNeitherBeClaimedNorReleased();
-    void stateAndLevelStayAsTheyWere();
+    void stateAndLevelAreKept();
     void objectsCanBeMade();
 
 private:
@@ -52,7 +52,7 @@ private:
     Replies replies{invoker};
     Task task{"sync"};
     QStringList outcomes; ///< of the task
-    RuntimeDispatcher::ReplyFunction reply; ///< of an intent that has arrived before
+    RuntimeDispatcher::ReplyFunction reply; ///< of an intent that arrived before the loss
     std::optional<MessageLog> log;
 };
 
@@ -101,7 +101,7 @@ void TestLostBus::callsInFlightHaveFailedOnce()
     IntentsInvoker later;
     Replies laterReplies(later);
     later.invoke("X", {}, {});
-    QTRY_COMPARE(laterReplies.all.size(), 1); // by which the others would have been told twice
+    QTRY_COMPARE(laterReplies.all.size(), 1); // duplicates of earlier outcomes would come first
     QCOMPARE(replies.all.size(), 3);
     for (const QString &failed : qAsConst(replies.all))
         QVERIFY2(failed.startsWith("{} 1 "), qUtf8Printable(failed));
@@ -132,7 +132,7 @@ void TestLostBus::replyIsLogged()
     QCOMPARE(log->takeWarnings(), QStringList("Failed to reply to an intent: \"The message cannot be sent\""));
 }
 
-void TestLostBus::replyWithAFileIsLogged()
+void TestLostBus::replyWithADescriptorIsLogged()
 {
     reply({{"file", "/dev/null"}});
     QCOMPARE(log->takeWarnings(), QStringList("Failed to reply to an intent: \"The message cannot be sent\""));
@@ -148,7 +148,7 @@ void TestLostBus::namesCanNeitherBeClaimedNorReleased()
     }
 }
 
-void TestLostBus::stateAndLevelStayAsTheyWere()
+void TestLostBus::stateAndLevelAreKept()
 {
     QCOMPARE(task.state(), Task::Running);
     QCOMPARE(Task("sync").state(), Task::Running);

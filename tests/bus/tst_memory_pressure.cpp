@@ -46,23 +46,23 @@ private Q_SLOTS:
     void changesArePassedOn();
     void everyEntryIsApplied();
     void mayBeDeletedBetweenTwoEntries();
-    void theSameLevelIsToldOnce();
-    void changesOfAnotherShapeAreIgnored_data();
-    void changesOfAnotherShapeAreIgnored();
+    void repeatedLevelIsEmittedOnce();
+    void changesOfAnotherSignatureAreIgnored_data();
+    void changesOfAnotherSignatureAreIgnored();
     void otherSignalsAreIgnored_data();
     void otherSignalsAreIgnored();
-    void strangersAreNotHeard_data();
-    void strangersAreNotHeard();
+    void signalsOfOtherSendersAreIgnored_data();
+    void signalsOfOtherSendersAreIgnored();
     void subscribesThenReadsTheLevel();
     void firstLevelIsRead_data();
     void firstLevelIsRead();
     void failedSubscriptionIsLogged();
-    void failedReadingIsLogged();
-    void replyOfAnotherShapeIsLogged_data();
-    void replyOfAnotherShapeIsLogged();
-    void absentServiceIsLogged();
-    void serviceThatVanishesIsLogged();
-    void anotherServiceIsHeardAfterTheFirst();
+    void failedFetchIsLogged();
+    void replyOfAnotherSignatureIsLogged_data();
+    void replyOfAnotherSignatureIsLogged();
+    void missingServiceIsLogged();
+    void serviceExitIsLogged();
+    void signalsOfARestartedServiceArrive();
     void repliesAreDroppedAfterDeletion();
     void changesCrossThreads();
     void mayBeDeletedInItsSlot();
@@ -85,7 +85,7 @@ private:
 
 void TestMemoryPressure::initTestCase()
 {
-    // A level that is known before the service has told it.
+    // The level before the first reply of the service.
     peer.answer("({'Level': <200>},)", GetAll);
     MemoryPressure *memoryPressure = MemoryPressure::instance();
     QCOMPARE(memoryPressure->level(), MemoryPressure::NormalLevel);
@@ -203,17 +203,17 @@ void TestMemoryPressure::mayBeDeletedBetweenTwoEntries()
     QVERIFY(peer.roundTrip());
 }
 
-void TestMemoryPressure::theSameLevelIsToldOnce()
+void TestMemoryPressure::repeatedLevelIsEmittedOnce()
 {
     tellLevel("100");
     tellLevel("100");
     tellLevel("uint32 100");
     tellLevel("200");
-    tellLevel("'high'"); // that is no number, and so normal
+    tellLevel("'high'"); // a text is not a number, and so becomes the normal level
     QCOMPARE(takeLevels(), QVector<int>({100, 200, 0}));
 }
 
-void TestMemoryPressure::changesOfAnotherShapeAreIgnored_data()
+void TestMemoryPressure::changesOfAnotherSignatureAreIgnored_data()
 {
     QTest::addColumn<QString>("body");
 
@@ -226,7 +226,7 @@ void TestMemoryPressure::changesOfAnotherShapeAreIgnored_data()
     QTest::newRow("structures") << "('x', [('Level', <100>)], @as [])";
 }
 
-void TestMemoryPressure::changesOfAnotherShapeAreIgnored()
+void TestMemoryPressure::changesOfAnotherSignatureAreIgnored()
 {
     QFETCH(QString, body);
 
@@ -257,7 +257,7 @@ void TestMemoryPressure::otherSignalsAreIgnored()
     QCOMPARE(takeLevels(), QVector<int>());
 }
 
-void TestMemoryPressure::strangersAreNotHeard_data()
+void TestMemoryPressure::signalsOfOtherSendersAreIgnored_data()
 {
     QTest::addColumn<bool>("unicast");
 
@@ -265,7 +265,7 @@ void TestMemoryPressure::strangersAreNotHeard_data()
     QTest::newRow("unicast") << true;
 }
 
-void TestMemoryPressure::strangersAreNotHeard()
+void TestMemoryPressure::signalsOfOtherSendersAreIgnored()
 {
     QFETCH(bool, unicast);
 
@@ -281,14 +281,14 @@ void TestMemoryPressure::strangersAreNotHeard()
     peer.ownServiceName(false);
     forge();
     QCOMPARE(takeLevels(), QVector<int>());
-    tellLevel("100"); // by what was the service before
+    tellLevel("100"); // sent by the previous owner of the service's name
     QCOMPARE(takeLevels(), QVector<int>());
     peer.ownServiceName(true);
     forge();
     QCOMPARE(takeLevels(), QVector<int>());
 
     more.remove("stranger");
-    forge(); // the service may do the same
+    forge(); // the same signal from the service counts
     QCOMPARE(takeLevels(), QVector<int>{100});
 }
 
@@ -324,7 +324,7 @@ void TestMemoryPressure::firstLevelIsRead()
 
     peer.answer(answer, GetAll);
     const MemoryPressurePrivate another(MemoryPressure::instance());
-    QCOMPARE(another.level, 0); // nothing has been waited for
+    QCOMPARE(another.level, 0); // the constructor does not wait for the reply
     QVERIFY(peer.roundTrip());
     QCOMPARE(another.level, expected);
     QCOMPARE(takeLevels(), expected == 0 ? QVector<int>() : QVector<int>{expected});
@@ -339,12 +339,12 @@ void TestMemoryPressure::failedSubscriptionIsLogged()
     QCOMPARE(
         log->takeWarnings(),
         QStringList("MemoryPressure subscription failed: QDBusError(\"com.example.Error.Broken\", \"the reason\")"));
-    QCOMPARE(another.level, 100); // it is read all the same
+    QCOMPARE(another.level, 100); // the level is fetched nevertheless
     tellLevel("200");
     QCOMPARE(another.level, 200);
 }
 
-void TestMemoryPressure::failedReadingIsLogged()
+void TestMemoryPressure::failedFetchIsLogged()
 {
     peer.answerError("com.example.Error.Broken", "('the reason',)", GetAll);
     const MemoryPressurePrivate another(MemoryPressure::instance());
@@ -354,10 +354,10 @@ void TestMemoryPressure::failedReadingIsLogged()
     QCOMPARE(another.level, 0);
     tellLevel("200");
     QCOMPARE(another.level, 200);
-    QCOMPARE(peer.takeCalls(), bothCalls()); // and was not tried again
+    QCOMPARE(peer.takeCalls(), bothCalls()); // no further attempt
 }
 
-void TestMemoryPressure::replyOfAnotherShapeIsLogged_data()
+void TestMemoryPressure::replyOfAnotherSignatureIsLogged_data()
 {
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("signature");
@@ -372,7 +372,7 @@ void TestMemoryPressure::replyOfAnotherShapeIsLogged_data()
                                 << "a(sv)";
 }
 
-void TestMemoryPressure::replyOfAnotherShapeIsLogged()
+void TestMemoryPressure::replyOfAnotherSignatureIsLogged()
 {
     QFETCH(QString, answer);
     QFETCH(QString, signature);
@@ -388,7 +388,7 @@ void TestMemoryPressure::replyOfAnotherShapeIsLogged()
     QCOMPARE(another.level, 0);
 }
 
-void TestMemoryPressure::absentServiceIsLogged()
+void TestMemoryPressure::missingServiceIsLogged()
 {
     peer.ownServiceName(false);
     const MemoryPressurePrivate another(MemoryPressure::instance());
@@ -401,7 +401,7 @@ void TestMemoryPressure::absentServiceIsLogged()
     QCOMPARE(another.level, 100);
 }
 
-void TestMemoryPressure::serviceThatVanishesIsLogged()
+void TestMemoryPressure::serviceExitIsLogged()
 {
     peer.hold();
     const MemoryPressurePrivate another(MemoryPressure::instance());
@@ -418,7 +418,7 @@ void TestMemoryPressure::serviceThatVanishesIsLogged()
     QCOMPARE(another.level, 100);
 }
 
-void TestMemoryPressure::anotherServiceIsHeardAfterTheFirst()
+void TestMemoryPressure::signalsOfARestartedServiceArrive()
 {
     peer.kill();
     peer.start();
@@ -438,7 +438,7 @@ void TestMemoryPressure::repliesAreDroppedAfterDeletion()
     peer.release(1, "({'Level': <100>},)");
     QVERIFY(peer.roundTrip());
     QCOMPARE(takeLevels(), QVector<int>());
-    peer.kill(); // and holds nothing any more
+    peer.kill(); // the restarted peer holds no calls
     peer.start();
 }
 
@@ -459,7 +459,7 @@ void TestMemoryPressure::changesCrossThreads()
 
 void TestMemoryPressure::mayBeDeletedInItsSlot()
 {
-    // The last of all, since the pointer is not reset.
+    // The last test, because the pointer is not reset.
     MemoryPressure *memoryPressure = MemoryPressure::instance();
     connect(memoryPressure, &MemoryPressure::levelChanged, memoryPressure, [memoryPressure] { delete memoryPressure; });
     tellLevel("200");

@@ -35,7 +35,7 @@ void TestMetaTypes::initTestCase()
     peer.answer("(@a{sv} {},)", "GetAll");
 }
 
-/// The replies to what the singletons have asked arrive before the process ends.
+/// Waits for the replies to the calls of the singletons.
 void TestMetaTypes::cleanupTestCase()
 {
     QVERIFY(peer.roundTrip());
@@ -70,7 +70,7 @@ void TestMetaTypes::registeringAgainChangesNothing()
 {
     const int state = QMetaType::type("State");
     const int applicationState = QMetaType::type("ApplicationState");
-    const Senders senders; // which register the record types
+    const Senders senders; // their constructors register the record types
     Corvane::registerMetaTypes();
     QCOMPARE(QMetaType::type("State"), state);
     QCOMPARE(QMetaType::type("ApplicationState"), applicationState);
@@ -109,7 +109,7 @@ void TestMetaTypes::signalsCrossThreads()
     senders.emitAll();
     thread.start();
     QMetaObject::invokeMethod(
-        &receiver, [] {}, Qt::BlockingQueuedConnection); // comes after all signals
+        &receiver, [] {}, Qt::BlockingQueuedConnection); // handled after all signals
     thread.quit();
     QVERIFY(thread.wait());
     QStringList twice;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A process that has no session bus at all.
+// A process without a session bus.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
@@ -20,13 +20,13 @@ class TestNoBus : public QObject
 private Q_SLOTS:
     void invokeFailsOnceFromTheEventLoop();
     void invokerMayBeDeletedInItsSlot();
-    void deletedInvokerDeliversNothing();
+    void deletedInvokerNeverEmits();
     void taskFailsOnceFromTheEventLoop();
     void servicesCannotStart();
-    void nothingIsHeard();
+    void memoryPressureLogsItsFailures();
 
 private:
-    int deliveries = 0; ///< where the invoker is deleted in the first
+    int deliveries = 0; ///< signals; the first one deletes the invoker
 };
 
 void TestNoBus::invokeFailsOnceFromTheEventLoop()
@@ -57,7 +57,7 @@ void TestNoBus::invokerMayBeDeletedInItsSlot()
     QCOMPARE(deliveries, 1);
 }
 
-void TestNoBus::deletedInvokerDeliversNothing()
+void TestNoBus::deletedInvokerNeverEmits()
 {
     int received = 0;
     {
@@ -104,7 +104,7 @@ void TestNoBus::taskFailsOnceFromTheEventLoop()
                          "QDBusError(\"org.freedesktop.DBus.Error.Disconnected\", \"Not connected to D-Bus server\")"));
 }
 
-void TestNoBus::nothingIsHeard()
+void TestNoBus::memoryPressureLogsItsFailures()
 {
     MessageLog log;
     QCOMPARE(MemoryPressure::instance()->level(), MemoryPressure::NormalLevel);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The one way from a pending call to a callback.
+// onFinished(), which connects each pending call to its callback.
 #include <DBus/pending_call.h>
 
 #include <patience.h>
@@ -52,7 +52,7 @@ void TestPendingCall::watch(const char *name, const QDBusPendingCall &call)
     onFinished(call, &owner, [this, name](const QDBusPendingCall &) { finished << name; });
 }
 
-/// The replies to all calls have arrived on return, and nobody has been called.
+/// On return the replies to all calls have arrived, and no handler has run.
 void TestPendingCall::replyArrives()
 {
     const int before = finished.size();
@@ -91,7 +91,7 @@ void TestPendingCall::keepsTheOrder_data()
         QTest::newRow(order) << QString::fromLatin1(order);
 }
 
-/// They finish without a turn of the event loop in between.
+/// The calls finish within one turn of the event loop.
 void TestPendingCall::keepsTheOrder()
 {
     QFETCH(QString, order);

@@ -44,7 +44,7 @@ void TestRecordsOnBus::initTestCase()
     registerRecordTypes();
 }
 
-/// What comes back of the value, whose D-Bus type has to be \a signature, when the peer sends it back.
+/// Sends the value, whose D-Bus type must be \a signature, to the peer, and returns the value in the reply.
 template<typename T>
 QDBusArgument TestRecordsOnBus::argument(const T &value, const char *signature)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Which objects register the types of the bus. Each is the only one of a process: this program again.
+// The constructors that register the record types. Each runs alone in a new process of this program.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
@@ -69,7 +69,7 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--make") == 0) {
         make(argv[2]);
-        // At once: Qt leaks its connection when it ends while a proxy that is never deleted still uses it.
+        // Without destructors: Qt leaks the connection if a proxy that is never deleted still uses it.
         std::_Exit(QMetaType::isRegistered(QMetaType::type("TaskState")) ? 1 : 0);
     }
     TestRegistration test;

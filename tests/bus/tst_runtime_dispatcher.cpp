@@ -28,7 +28,7 @@ class TestRuntimeDispatcher : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void knowsWhoItIs();
+    void identityIsReadFromTheEnvironment();
     void identityIsReadOnce();
     void environmentIsReadAsUtf8();
     void instanceIsMadeOnceAndAgainAfterDeletion();
@@ -48,10 +48,10 @@ private Q_SLOTS:
     void startingTwiceAsksForTheNameAgain();
     void stoppingReleasesTheName();
     void stoppingWithoutTheNameIsNoError();
-    void takenNameIsAnError();
-    void takenPathIsAnError();
+    void ownedNameIsAnError();
+    void usedObjectPathIsAnError();
     void secondDispatcherWaitsForThePath();
-    void invalidNameIsWhatTheBusSays();
+    void errorForAnInvalidNameComesFromTheBus();
     void objectIsOnTheBusOnlyOnceStarted();
     void canBeStartedByName();
     void canBeStartedByIndex();
@@ -72,12 +72,12 @@ void TestRuntimeDispatcher::init()
 
 void TestRuntimeDispatcher::cleanup()
 {
-    static_cast<void>(RuntimeDispatcher::instance()->stopService()); // the name may be one that the bus refuses
+    static_cast<void>(RuntimeDispatcher::instance()->stopService()); // the bus may refuse the name
     delete RuntimeDispatcher::instance();
     log.reset();
 }
 
-void TestRuntimeDispatcher::knowsWhoItIs()
+void TestRuntimeDispatcher::identityIsReadFromTheEnvironment()
 {
     QCOMPARE(RuntimeDispatcher::instance()->applicationId(), QString("demo"));
     QCOMPARE(RuntimeDispatcher::instance()->applicationInstanceId(), InstanceId);
@@ -230,7 +230,7 @@ void TestRuntimeDispatcher::callbacksMayDeleteTheDispatcher()
 void TestRuntimeDispatcher::emptyCallbacksThrow()
 {
     QVERIFY_EXCEPTION_THROWN(RuntimeDispatcher::instance()->onApplicationStarted({}), std::bad_function_call);
-    RuntimeDispatcher::instance()->onTaskStarted({}, {}); // not called, so no harm
+    RuntimeDispatcher::instance()->onTaskStarted({}, {}); // the empty callback is not called
     delete RuntimeDispatcher::instance();
     qputenv("HALVIR_TASK_ID", "sync");
     QVERIFY_EXCEPTION_THROWN(RuntimeDispatcher::instance()->onTaskStarted({}, {}), std::bad_function_call);
@@ -258,7 +258,7 @@ void TestRuntimeDispatcher::localServerSocketIsTheNumberInTheEnvironment()
     QFETCH(int, expected);
 
     QCOMPARE(RuntimeDispatcher::instance()->localServerSocket(), 0); // not set
-    qputenv("HALVIR_TASK_FD", value); // and read at each call
+    qputenv("HALVIR_TASK_FD", value); // the variable is read at each call
     QCOMPARE(RuntimeDispatcher::instance()->localServerSocket(), expected);
 }
 
@@ -285,7 +285,7 @@ void TestRuntimeDispatcher::stoppingReleasesTheName()
     QVERIFY(!dispatcher->stopService());
     QVERIFY(!peer.hasOwner(InstanceId));
 
-    // The object has stayed where it was: registering it again would fail.
+    // The object is still registered: a second registration would fail.
     QVERIFY(QDBusConnection::sessionBus().objectRegisteredAt(Names::IntentHandler.path()));
     QVERIFY(!dispatcher->startService());
     QVERIFY(peer.hasOwner(InstanceId));
@@ -296,7 +296,7 @@ void TestRuntimeDispatcher::stoppingWithoutTheNameIsNoError()
     QVERIFY(!RuntimeDispatcher::instance()->stopService());
 }
 
-void TestRuntimeDispatcher::takenNameIsAnError()
+void TestRuntimeDispatcher::ownedNameIsAnError()
 {
     qputenv("HALVIR_APP_INSTANCE_ID", "demo.taken");
     peer.claimName("demo.taken");
@@ -305,7 +305,7 @@ void TestRuntimeDispatcher::takenNameIsAnError()
     QCOMPARE(error.message(), QString("The bus name demo.taken is taken"));
 }
 
-void TestRuntimeDispatcher::takenPathIsAnError()
+void TestRuntimeDispatcher::usedObjectPathIsAnError()
 {
     QObject other;
     QVERIFY(QDBusConnection::sessionBus().registerObject(Names::IntentHandler.path(), &other));
@@ -325,7 +325,7 @@ void TestRuntimeDispatcher::secondDispatcherWaitsForThePath()
     RuntimeDispatcher second;
     second.registerIntent("Ask", [](const QJsonObject &, const auto &reply) { reply({}); });
     QCOMPARE(second.startService().message(), QString("Registration failed"));
-    QVERIFY(peer.hasOwner(InstanceId)); // the name is the process's
+    QVERIFY(peer.hasOwner(InstanceId)); // this process owns the name
     QVERIFY(!second.stopService());
     QVERIFY(!peer.hasOwner(InstanceId));
 
@@ -335,7 +335,7 @@ void TestRuntimeDispatcher::secondDispatcherWaitsForThePath()
     QVERIFY2(answer.startsWith("(a{sv}a{sv})"), qUtf8Printable(answer));
 }
 
-void TestRuntimeDispatcher::invalidNameIsWhatTheBusSays()
+void TestRuntimeDispatcher::errorForAnInvalidNameComesFromTheBus()
 {
     qunsetenv("HALVIR_APP_INSTANCE_ID");
     const Error error = RuntimeDispatcher::instance()->startService();
@@ -378,7 +378,7 @@ void TestRuntimeDispatcher::canBeStartedByName()
 void TestRuntimeDispatcher::canBeStartedByIndex()
 {
     const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
-    QCOMPARE(type.methodCount() - type.methodOffset(), 2); // and no more
+    QCOMPARE(type.methodCount() - type.methodOffset(), 2); // no other methods
     for (int index = 0; index < 2; ++index) {
         Error error(Error::Failed, "untouched");
         const QMetaMethod method = type.method(type.methodOffset() + index);

@@ -96,7 +96,7 @@ QString TestScheduleOnBus::sent(const QVariantMap &schedule)
     task.withSchedule(schedule);
     std::optional<Error> outcome;
     task.start([&outcome](const Error &error) { outcome = error; });
-    if (!QTest::qWaitFor([&outcome] { return outcome.has_value(); }, 60000) || !peer.roundTrip())
+    if (!QTest::qWaitFor([&outcome] { return outcome.has_value(); }, Patience) || !peer.roundTrip())
         return "no outcome";
     QString text = peer.takeCalls().filter("Start ").join(';');
     if (*outcome)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The peer itself: its results are complete, whatever has arrived through its pipe by then.
+// The test peer: its results are complete, although bus and pipe have no order between them.
 #include <patience.h>
 #include <service_peer.h>
 
@@ -46,7 +46,7 @@ private:
 
 void TestServicePeer::repliedCallsAreReported()
 {
-    // A blocking call: the reply arrives, and the pipe is not read meanwhile.
+    // A blocking call: the pipe is not read until the reply has arrived.
     for (int i = 0; i < 3; ++i) {
         QCOMPARE(bus.call(stopCall()).type(), QDBusMessage::ReplyMessage);
         QCOMPARE(peer.calls(), QStringList(Stop));
@@ -100,10 +100,10 @@ void TestServicePeer::releaseWaitsForTheCall()
     peer.hold();
     QDBusPendingCall call = QDBusPendingCall::fromError({});
     QTimer::singleShot(0, this, [this, &call] { call = bus.asyncCall(stopCall()); });
-    peer.release(0, {}); // has reached the peer before the call
+    peer.release(0, {}); // arrives at the peer before the call
     QTRY_VERIFY(call.isFinished());
     QVERIFY(!call.isError());
-    peer.kill(); // and holds nothing any more
+    peer.kill(); // the restarted peer holds no calls
     peer.start();
 }
 

@@ -27,7 +27,7 @@ void TestSignals::initTestCase()
     peer.answer("(@a{sv} {},)", "GetAll");
 }
 
-/// The replies to what the singletons have asked arrive before the process ends.
+/// Waits for the replies to the calls of the singletons.
 void TestSignals::cleanupTestCase()
 {
     QVERIFY(peer.roundTrip());

@@ -109,11 +109,11 @@ void TestTaskCalls::callbackReceivesTheOutcome()
     Task task(Sync);
     Outcomes outcomes;
     task.start(outcomes.callback());
-    QCOMPARE(outcomes.all, QStringList()); // never from inside the call
+    QCOMPARE(outcomes.all, QStringList()); // the callback never runs within the call
     QTRY_COMPARE(outcomes.all, QStringList(outcome));
     task.stop({}, outcomes.callback());
     QTRY_COMPARE(outcomes.all, QStringList({outcome, outcome}));
-    QCOMPARE(task.state(), Task::Unknown); // that is for the service to announce
+    QCOMPARE(task.state(), Task::Unknown); // only the service announces states
 }
 
 void TestTaskCalls::eachCallHasItsOwnOutcome()
@@ -134,7 +134,7 @@ void TestTaskCalls::eachCallHasItsOwnOutcome()
     QTRY_COMPARE(outcomes, QStringList({"third 0", "first 1", "second 0"}));
     QVERIFY(peer.roundTrip());
     QCOMPARE(outcomes.size(), 3);
-    peer.kill(); // and holds nothing any more
+    peer.kill(); // the restarted peer holds no calls
     peer.start();
 }
 
@@ -174,7 +174,7 @@ void TestTaskCalls::deletedTaskNeverCallsBack()
 
 void TestTaskCalls::callbackMayDeleteTheTask()
 {
-    for (const QString &id : {Sync, QString(QChar(0))}) { // answered, and refused
+    for (const QString &id : {Sync, QString(QChar(0))}) { // one is sent, the other is over a limit
         auto *task = new Task(id);
         QStringList outcomes;
         const auto callback = [&outcomes, task, text = "captured"](const Error &) {
@@ -182,7 +182,7 @@ void TestTaskCalls::callbackMayDeleteTheTask()
             outcomes << text; // the callback outlives the task
         };
         task->start(callback);
-        task->stop({}, callback); // is dropped with the task
+        task->stop({}, callback); // dropped, because the task is deleted
         QTRY_COMPARE(outcomes, QStringList("captured"));
         QVERIFY(peer.roundTrip());
         QCOMPARE(outcomes.size(), 1);

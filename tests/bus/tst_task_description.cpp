@@ -96,7 +96,7 @@ void TestTaskDescription::newTaskIsEmptyAndSendsNothing()
     QCOMPARE(task->maximumRunningTime(), 0);
     QCOMPARE(task->startDelay(), 0);
     QVERIFY(peer.roundTrip());
-    QCOMPARE(peer.calls(), QStringList()); // and asks nobody, for another has asked before
+    QCOMPARE(peer.calls(), QStringList()); // the first task of the process has fetched the states
 }
 
 void TestTaskDescription::gettersReturnTheSetValues()
@@ -185,7 +185,7 @@ void TestTaskDescription::socketPathNamesApplicationAndTask()
     qputenv("HALVIR_APP_ID", application);
     delete RuntimeDispatcher::instance(); // the next one reads the environment
     RuntimeDispatcher::instance();
-    qputenv("HALVIR_APP_ID", "other"); // is what the qualified name alone goes by
+    qputenv("HALVIR_APP_ID", "other"); // only the qualified name depends on it
     QCOMPARE(Task(task).socketPath(), runtime.filePath(path));
     delete RuntimeDispatcher::instance();
 }
@@ -193,7 +193,7 @@ void TestTaskDescription::socketPathNamesApplicationAndTask()
 void TestTaskDescription::startSendsTheDescription_data()
 {
     QTest::addColumn<Describe>("describe");
-    QTest::addColumn<QString>("sent"); // behind the name
+    QTest::addColumn<QString>("sent"); // the arguments after the name
 
     const auto row = [](const char *name, const Describe &describe, const char *sent) {
         QTest::newRow(name) << describe << QString::fromLatin1(sent);
@@ -421,7 +421,7 @@ void TestTaskDescription::descriptionsOverTheLimitsAreNotSent()
     task.withArguments(arguments).withSchedule(Schedule({{"x", value}}));
     Outcomes outcomes;
     task.start(outcomes.callback());
-    QCOMPARE(outcomes.all, QStringList()); // never from inside the call
+    QCOMPARE(outcomes.all, QStringList()); // the callback never runs within the call
     QTRY_COMPARE(outcomes.all, QStringList("1 " + problem));
     QVERIFY(peer.roundTrip());
     QCOMPARE(peer.calls(), QStringList());

@@ -75,7 +75,7 @@ void TestTaskStates::initTestCase()
     peer.answer("({'Other': <1>, 'State': <[('early', uint32 1, {'x': <1>})]>},)", GetAll);
     Task early("early");
     watch(early);
-    QCOMPARE(early.state(), Task::Unknown); // nothing is waited for
+    QCOMPARE(early.state(), Task::Unknown); // the constructor does not wait for the reply
     QTRY_COMPARE(states, QVector<int>{Task::Running});
     QCOMPARE(early.state(), Task::Running);
     QCOMPARE(peer.takeCalls(), QStringList("GetAll () ()"));
@@ -112,7 +112,7 @@ void TestTaskStates::stateCodesBecomeStates()
     QFETCH(int, state);
 
     Task task(Sync);
-    announce(one(Sync, state == Task::Running ? 0 : 1)); // another one before
+    announce(one(Sync, state == Task::Running ? 0 : 1)); // start from another state
     watch(task);
     announce(one(Sync, code));
     QCOMPARE(states, QVector<int>{state});
@@ -137,12 +137,12 @@ void TestTaskStates::statesOfOtherTasksAreIgnored()
     Task task(Sync);
     watch(task);
     announce(one("other", 0));
-    announce(one("demo.task_sync", 0)); // the bare id counts
+    announce(one("demo.task_sync", 0)); // entries have the task id, not the qualified name
     announce(one("Sync", 0));
     announce(one(QString(), 0));
     announce("@a(sua{sv}) []");
     QCOMPARE(states, QVector<int>());
-    QCOMPARE(task.state(), Task::Running); // it keeps what it was
+    QCOMPARE(task.state(), Task::Running); // the state is unchanged
 }
 
 void TestTaskStates::eachMatchingEntryIsEmitted()
@@ -173,7 +173,7 @@ void TestTaskStates::nestedSignalSupersedesTheOlderOne()
     });
     announce("[('one', uint32 1, @a{sv} {}), ('two', 1, {}), ('one', 0, {})]");
     QVERIFY(isNested);
-    QCOMPARE(first.state(), Task::Waiting); // the rest of the older list does not count any more
+    QCOMPARE(first.state(), Task::Waiting); // the rest of the older list is dropped
     QCOMPARE(second.state(), Task::Waiting);
 }
 
@@ -185,7 +185,7 @@ void TestTaskStates::slotMayDeleteTheTask()
         states << int(state);
         delete task;
     });
-    Task neighbour("fresh"); // whose turn comes later
+    Task neighbour("fresh"); // receives the signal later
     announce("[('fresh', uint32 1, @a{sv} {}), ('fresh', 0, {}), ('fresh', 1, {}), ('fresh', 2, {})]");
     QCOMPARE(states, QVector<int>{Task::Running});
     QCOMPARE(neighbour.state(), Task::Waiting);
@@ -264,13 +264,13 @@ void TestTaskStates::signalsOfOtherSendersAreIgnored()
     forge();
     peer.ownServiceName(false);
     forge();
-    announce(one(Sync, 1)); // by what was the service before
+    announce(one(Sync, 1)); // sent by the previous owner of the service's name
     peer.ownServiceName(true);
     forge();
     QCOMPARE(task.state(), Task::Stopped);
 
     more.remove("stranger");
-    forge(); // the service may do the same
+    forge(); // the same signal from the service counts
     QCOMPARE(task.state(), Task::Running);
 }
 
@@ -288,7 +288,7 @@ void TestTaskStates::signalsOfARestartedServiceArrive()
 void TestTaskStates::constructorFetchesTheStates_data()
 {
     QTest::addColumn<QString>("answer");
-    QTest::addColumn<int>("count"); // of the tasks that are read
+    QTest::addColumn<int>("count"); // tasks that are read
 
     const auto row = [](const char *name, const char *state, int count) {
         QTest::newRow(name) << QString("({'State': <%1>},)").arg(state) << count;
@@ -324,7 +324,7 @@ void TestTaskStates::constructorFetchesTheStates()
     QVERIFY(peer.roundTrip());
     QVERIFY(another.statesKnown);
     QCOMPARE(another.tasksState.size(), count);
-    QCOMPARE(emitted, answer.contains("'State'") ? 1 : 0); // even if it is empty
+    QCOMPARE(emitted, answer.contains("'State'") ? 1 : 0); // for an empty list too
     if (count > 0) {
         QCOMPARE(another.tasksState.first().taskId, QString("a"));
         QCOMPARE(another.tasksState.first().state, 1U);
@@ -360,7 +360,7 @@ void TestTaskStates::failedFetchIsLogged()
     QCOMPARE(log->takeWarnings(), QStringList("Failed to get the Tasks interface properties " + error));
     QVERIFY(!another.statesKnown);
     announce(one(Sync, 1));
-    QCOMPARE(another.tasksState.size(), 1); // is heard all the same
+    QCOMPARE(another.tasksState.size(), 1); // the signal arrives nevertheless
     QVERIFY(!another.statesKnown);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Tasks of a process that could not ask for their states, since there was no service when it made the first one.
+// Tasks of a process whose first task was created without a service, so that fetching the states failed.
 #include <Corvane/task.h>
 
 #include <bus_text.h>
@@ -16,10 +16,10 @@ class TestTaskWithoutStates : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void announcementsCountForTasksThatAreThere();
+    void signalUpdatesExistingTasks();
 };
 
-void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
+void TestTaskWithoutStates::signalUpdatesExistingTasks()
 {
     const QString sync = "sync";
     ServicePeer peer;
@@ -34,7 +34,7 @@ void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
     QCOMPARE(withoutBusTexts(log.takeWarnings()),
              QStringList("Failed to get the Tasks interface properties "
                          "QDBusError(\"org.freedesktop.DBus.Error.ServiceUnknown\", ...)"));
-    // Nor is anybody heard while nobody is the service.
+    // While no process owns the service's name, all signals are ignored.
     const QString us = QDBusConnection::sessionBus().baseService();
     for (const bool stranger : {false, true}) {
         announce({{"stranger", stranger}});
@@ -47,10 +47,10 @@ void TestTaskWithoutStates::announcementsCountForTasksThatAreThere()
     QCOMPARE(early.state(), Task::Running);
 
     const Task late(sync);
-    QCOMPARE(late.state(), Task::Unknown); // what was announced before does not count for it
+    QCOMPARE(late.state(), Task::Unknown); // earlier signals are not stored
     announce();
     QCOMPARE(late.state(), Task::Running);
-    QCOMPARE(peer.calls(), QStringList()); // nobody asks again
+    QCOMPARE(peer.calls(), QStringList()); // the states are not fetched again
 }
 
 QTEST_GUILESS_MAIN(TestTaskWithoutStates)

@@ -49,7 +49,7 @@ private Q_SLOTS:
     void updateAppliesEveryEntryOfTheTask();
     void updateMayDeleteTheTask();
     void newerUpdateSupersedesTheList();
-    void emittedListCounts();
+    void tasksFollowTheEmittedList();
     void listEmittedInAReceiverSupersedesTheOuterList();
     void newTaskReadsTheStoredList();
 
@@ -145,7 +145,7 @@ void TestTasksInterface::everyListIsStoredAndEmitted()
     TasksInterface another;
     QVector<QStringList> emitted;
     connect(&another, &TasksInterface::stateChanged, this, [&](const States &list) {
-        QCOMPARE(texts(another.tasksState), texts(list)); // it is stored first
+        QCOMPARE(texts(another.tasksState), texts(list)); // the value is stored before the signal
         emitted << texts(list);
     });
     const States list{entry(Sync, 1), entry(Other, 7)};
@@ -203,7 +203,7 @@ void TestTasksInterface::updateSkipsOtherTasks()
     QCOMPARE(direct.state, Task::Waiting);
     direct.updateState({});
     QCOMPARE(direct.state, Task::Waiting);
-    QCOMPARE(task.state(), Task::Unknown); // its own private object has seen nothing
+    QCOMPARE(task.state(), Task::Unknown); // the private object of the task was not updated
 }
 
 void TestTasksInterface::updateAppliesEveryEntryOfTheTask()
@@ -245,7 +245,7 @@ void TestTasksInterface::newerUpdateSupersedesTheList()
     QCOMPARE(direct.state, Task::Stopped);
 }
 
-void TestTasksInterface::emittedListCounts()
+void TestTasksInterface::tasksFollowTheEmittedList()
 {
     const Task first(Sync);
     const Task second(Other);

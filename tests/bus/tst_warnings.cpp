@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What a message handler of the application sees of each warning: its text, category, function and file.
+// The text, category, function and file of each warning in a message handler of the application.
 #include <Core/intent_uri.h>
 #include <Core/json_path.h>
 #include <Core/types.h>
@@ -79,7 +79,7 @@ void TestWarnings::contexts_data()
 {
     QTest::addColumn<Trigger>("trigger");
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("function"); // a part of it, for what has no name of its own
+    QTest::addColumn<QString>("function"); // a part of its name for a lambda
     QTest::addColumn<QString>("file");
 
     const auto row = [](const char *text, const char *function, const char *file, const Trigger &trigger) {
@@ -215,7 +215,7 @@ void TestWarnings::contexts()
     messages().clear();
     const QtMessageHandler previous = qInstallMessageHandler(collect);
     trigger();
-    // Replies are waited for; what is logged at once is there.
+    // Waits for warnings about replies. Other warnings have been logged already.
     const auto find = [&] {
         return std::find_if(messages().cbegin(), messages().cend(), [&](const Message &m) { return m.text == text; });
     };

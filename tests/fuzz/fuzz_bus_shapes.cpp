@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Messages of any shape to what listens to the service. Each is a letter for what it is, the types of its values, ';',
-// and the values (see BusValueReader):
+// Messages of any signature to the receivers of the service's messages. Each is a letter for its kind, a signature,
+// ';', and the values (see BusValueReader):
 //   l  "StateChanged" of the lifecycle         t  "StateChanged" of the tasks        T  the tasks' answer to "GetAll"
 //   m  "PropertiesChanged" of the memory       M  the memory's answer to "GetAll"
 //   I  the service's answer to an intent
@@ -50,7 +50,7 @@ struct Event
     }
 };
 
-/// What the service told, as far as it counts.
+/// The messages of the service that have an effect.
 struct Model
 {
     QStringList states; ///< of the tasks, with the number of their properties
@@ -58,16 +58,16 @@ struct Model
     int level = 0;
 };
 
-/// The processes on the bus: the service, and one that is not.
+/// The processes on the bus: the service, and another one.
 struct Peers
 {
     BusPeer service;
     BusPeer stranger;
     QObject listener;
-    QStringList lifecycleStates; ///< that the library has told
+    QStringList lifecycleStates; ///< that the library has emitted
     QStringList levels; ///< the same
 
-    /// Answers the next call, whose method is to be \a member.
+    /// Replies to the next call, whose method must be \a member.
     void answer(const char *member, const Event &event)
     {
         const Message call = service.next();
@@ -111,7 +111,7 @@ Peers &peers()
     return *peers;
 }
 
-/// The same beginning for each input: no tasks, and no pressure.
+/// Sets the same initial state for each input: no tasks, and no pressure.
 void reset()
 {
     BusPeer &service = peers().service;
@@ -182,7 +182,7 @@ int toInt(const BusValue &value)
     }
 }
 
-/// Whether a number that is too large for all integers is the level, of which nobody can say what becomes of it.
+/// Returns whether the level is too large for all integers, so that its conversion is undefined.
 bool isUndefined(const Event &event)
 {
     for (const BusValue &value : event.body) {
@@ -216,7 +216,7 @@ QStringList statesOf(const QVector<TaskState> &list)
     return states;
 }
 
-/// Runs one input, on objects of its own where the library lets us.
+/// Runs one input. Its objects are new, except the singletons of the library.
 class Run
 {
 public:
@@ -306,7 +306,7 @@ public:
             expectEqual("Warning", warnings[i].left(expectedWarnings[i].size()), expectedWarnings[i]);
     }
 
-    /// Whether the service has told no tasks and no pressure, or taken them back.
+    /// Returns whether the last messages of the service have no tasks and no pressure.
     bool leavesNothing() const { return sharedModel.states.isEmpty() && sharedModel.level == 0; }
 
 private:
@@ -377,8 +377,8 @@ private:
     int taskState = Task::Unknown;
     std::unique_ptr<TasksInterface> tasks;
     std::unique_ptr<MemoryPressurePrivate> memory;
-    Model sharedModel; ///< of what lives as long as the process
-    Model model; ///< of what was made for this input
+    Model sharedModel; ///< of the singletons
+    Model model; ///< of the objects of this input
     QStringList taskStates;
     QStringList expectedTaskStates;
     QStringList expectedLifecycleStates;

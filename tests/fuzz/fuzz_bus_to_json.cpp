@@ -18,7 +18,7 @@ using namespace Fuzz;
 
 namespace {
 
-/// What the handler got, and whether it was called.
+/// The params that the handler received, and whether it was called.
 struct Handled
 {
     QJsonObject params;
@@ -119,7 +119,7 @@ BusValue paramsOf(BusValueReader &reader)
     return params;
 }
 
-/// Has everything made that is made once, and tells what is open then.
+/// Creates all singletons, and returns the descriptors that are open afterwards.
 QVector<OpenDescriptor> warmUp()
 {
     startHandler();
@@ -137,7 +137,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     BusValueReader reader(data, size);
     const BusValue params = paramsOf(reader);
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS)
-        return; // the bus would not let it pass
+        return; // the bus would refuse it
 
     static const QVector<OpenDescriptor> before = warmUp();
     checkEcho(params);

@@ -114,7 +114,8 @@ QVector<Entry> contentOfTree()
     return content;
 }
 
-/// Whether something in the tree has changed since the last call: made, gone, renamed, written or given another mode.
+/// Returns whether the tree has changed since the last call: a file was created, removed, renamed, written or changed
+/// in mode.
 bool hasTreeChanged()
 {
     static const int watch = [] {

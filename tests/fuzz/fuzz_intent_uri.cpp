@@ -161,7 +161,7 @@ QString decoded(const QByteArray &text, const char *kept)
 constexpr char KeptInFragment[] = "!#$%&'()*+,/:;=?@[]`";
 constexpr char KeptInQuery[] = "!$%'()*+,/:;?@[]";
 
-/// What a URI says, by the grammar. Which ones are valid, and their normal form, is QUrl's business.
+/// Parses a URI by the grammar of intents. QUrl decides about its validity and its normal form.
 Intent modelRead(const QUrl &uri)
 {
     const QByteArray text = uri.toEncoded();
@@ -208,7 +208,7 @@ bool isWritable(const QJsonObject &object)
     return std::all_of(object.begin(), object.end(), [](const QJsonValue &value) { return isWritable(value); });
 }
 
-/// Nothing in it is read as something else, or as an escape.
+/// Returns whether no part of the text is read as a delimiter or as an escape.
 bool comesBack(const QString &text, const char *except)
 {
     const QVector<uint> characters = text.toUcs4();
@@ -227,7 +227,7 @@ bool comesBack(const QJsonObject &object, const char *exceptInKeys, const char *
            });
 }
 
-/// What is written of the intent says the same.
+/// Returns whether the written URI has the same content as the intent.
 bool comesBack(const Intent &intent)
 {
     return comesBack(intent.name, "%;#`") && comesBack(intent.hints, "%", "%") && !intent.params.contains(QString())
@@ -241,7 +241,7 @@ QString numberText(double number)
     return QString::fromLatin1(text);
 }
 
-/// What is left of the numbers, of which six digits are written.
+/// Rounds the numbers to the six digits that are written.
 QJsonObject rounded(QJsonObject object)
 {
     for (auto member = object.begin(); member != object.end(); ++member) {
@@ -312,7 +312,7 @@ QByteArray modelWrite(const Intent &intent)
         + encoded(parts.join(';'), "!$&'()*+,/:;=?@[]");
 }
 
-/// The intent is written as the model says, and what is read of it is what was to be expected.
+/// Checks the written URI against the model, and the intent that is read from it.
 void checkWriting(const Intent &intent)
 {
     const QByteArray written = Core::IntentUri::toUri(intent.name, intent.hints, intent.params).toEncoded();

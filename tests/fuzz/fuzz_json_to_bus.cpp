@@ -51,7 +51,7 @@ IntentsInvoker &invoker()
     return *invoker;
 }
 
-/// What the library sends before this has arrived before it.
+/// Returns after all earlier messages of the library have arrived.
 void sendMarker()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -63,7 +63,7 @@ QString memberOf(sd_bus_message *message)
     return QString::fromLatin1(sd_bus_message_get_member(message));
 }
 
-/// Waits for the outcome, and for whatever else there may be. Most often both come with what the service has sent.
+/// Waits for the outcome and for further messages. Usually both arrive with the service's messages.
 Outcome onlyOutcome()
 {
     settle(service());

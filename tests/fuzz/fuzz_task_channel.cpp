@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Lines, of which each adds to a byte stream, cuts it, or says what else happens:
+// Each line extends a byte stream, cuts it, or describes another event:
 //   f TEXT   a frame with this payload
 //   l N      a length, of any value
 //   b TEXT   bytes
-//   c N      a cut, N bytes before the end of what there is
-//   s TEXT   the channel sends this JSON, when all has been read
-//   r N      the channel does so N times
-//   e N      the channel sends back its first N messages, while it reads
+//   c N      a cut, N bytes before the end of the stream
+//   s TEXT   the channel sends this JSON after the whole stream has been read
+//   r N      the channel sends it N times
+//   e N      the channel sends back its first N messages from their slots
 //   d N      the channel is deleted in its Nth message
 //   t        the channel is the task's end, not the application's
 // A plain socket writes the stream, cut by cut, each when the one before has been read. The messages that arrive and
@@ -35,14 +35,14 @@ using namespace Fuzz;
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the leak detector calls it by this name
 extern "C" const char *__lsan_default_suppressions()
 {
-    return "leak:libQt5Core.so"; // Qt's JSON parser leaks the value of a key that comes twice
+    return "leak:libQt5Core.so"; // Qt's JSON parser leaks the value of a repeated key
 }
 
 namespace {
 
 constexpr int LengthSize = sizeof(quint32);
-constexpr int MaxPiece = 16 * 1024; // the kernel passes it on in one
-constexpr int MaxWhole = 32 * 1024; // a longer frame may be in two
+constexpr int MaxPiece = 16 * 1024; // arrives in one read
+constexpr int MaxWhole = 32 * 1024; // a longer frame may arrive in two reads
 
 struct Script
 {
@@ -129,7 +129,7 @@ QVector<QByteArray> pieces(const Script &script)
     return result;
 }
 
-/// What a piece is to deliver; false if it is to end the connection after that.
+/// Adds the messages that a piece must deliver. Returns false if the piece must end the connection.
 bool readPiece(const QByteArray &piece, QStringList *messages)
 {
     int at = 0;
@@ -231,14 +231,14 @@ public:
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 
-    /// Reads what is there, which must end with a frame.
+    /// Reads the available bytes, which must end with a complete frame.
     void receive()
     {
         static char buffer[64 * 1024]; // on the stack, each call would poison its surroundings
         ssize_t count = 0;
         while ((count = ::recv(socket, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
             m_received.append(buffer, int(count));
-        isClosed = count == 0 || errno == ECONNRESET; // reset if the channel had not read all
+        isClosed = count == 0 || errno == ECONNRESET; // ECONNRESET if the channel has not read all bytes
         int at = 0;
         while (at < m_received.size()) {
             if (m_sent.isEmpty())
@@ -263,7 +263,7 @@ public:
 
 private:
     QList<QByteArray> m_sent; ///< frames that have not been received
-    QByteArray m_received; ///< the beginning of a long one
+    QByteArray m_received; ///< the beginning of a long frame
 };
 
 } // namespace
@@ -338,5 +338,5 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     while (connection.channel->state() != TaskMessaging::Unconnected)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     expectEqual("Messages at the end", messages, expected);
-    takeWarnings(); // that the other end has closed
+    takeWarnings(); // about the closed connection
 }

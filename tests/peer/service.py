@@ -77,7 +77,7 @@ def printed(body):
 
 
 def describe_descriptor(fd):
-    """What a descriptor is good for, and what is behind it; or how reading it, or writing the same again, fails."""
+    """Returns the mode and the content of a descriptor, or the error of reading it or of writing the same content."""
     flags = fcntl.fcntl(fd, fcntl.F_GETFL)
     mode = {os.O_RDONLY: "read", os.O_WRONLY: "write", os.O_RDWR: "read-write"}[flags & os.O_ACCMODE]
     if flags & os.O_NONBLOCK:
@@ -174,37 +174,37 @@ class Service:
     # -- requests
 
     def answers(self, request):
-        """What to answer calls with from now on, of one member or all: a body, an error with a body, or an intent's params."""
+        """Sets the reply to later calls of one member or of all: a body, an error with a body, or the params of an intent."""
         if request.get("member"):
             self.member_answers[request["member"]] = request["answer"]
         else:
             self.answer = request["answer"]
 
     def hold(self, request):
-        """Whether to keep calls unanswered until they are released."""
+        """Sets whether calls stay unanswered until they are released."""
         self.holding = request["on"]
 
     def release(self, request):
-        """Answers one of the calls that are held, given by its place, once it has come."""
+        """Waits for a held call, given by its index, and replies to it."""
         if request["index"] >= len(self.held):
             self.early_releases[request["index"]] = request
             return NotImplemented
         self.send_answer(self.held[request["index"]], request["answer"])
 
     def own(self, request):
-        """Takes the service's name, or drops it."""
+        """Requests or releases the service's name."""
         return self.own_name() if request["on"] else call_bus(self.connection, "ReleaseName", GLib.Variant("(s)", (ROOT,)))
 
     def claim(self, request):
-        """Takes another name."""
+        """Requests another name."""
         return call_bus(self.connection, "RequestName", GLib.Variant("(su)", (request["name"], 4)))
 
     def owner(self, request):
-        """Whether a name has an owner."""
+        """Returns whether a name has an owner."""
         return call_bus(self.connection, "NameHasOwner", GLib.Variant("(s)", (request["name"],)))
 
     def invoke(self, request):
-        """Calls a method, once or several times, and answers, once enough replies have come, with them."""
+        """Calls a method once or several times, and returns the replies after enough have arrived."""
         repeat = request.get("repeat", 1)
         enough = request.get("enough", repeat)
         replies = []
@@ -244,7 +244,7 @@ class Service:
         return NotImplemented
 
     def signal(self, request):
-        """Sends a signal, from another connection if asked to, and answers when the bus has it."""
+        """Sends a signal, optionally from another connection, and returns after the bus has received it."""
         connection = self.connection
         if request.get("stranger"):
             connection = self.stranger = self.stranger or connect()
@@ -257,7 +257,7 @@ class Service:
         call_bus(connection, "GetId")
 
     def watch(self, request):
-        """Reports signals from now on: those of an interface, whoever sends them, or else the service's."""
+        """Reports later signals: of an interface from any sender, or else of the service."""
         def on_signal(connection, sender, path, interface, member, body):
             write({"signal": f"{member} {printed(body)}"})
 
@@ -267,7 +267,7 @@ class Service:
         call_bus(self.connection, "GetId")  # GLib passes no signal on before the bus has told it who owns the name
 
     def survives(self, request):
-        """Sends a body on a connection of its own; whether the bus lets it live."""
+        """Sends a body on a separate connection, and returns whether the bus keeps the connection."""
         connection = connect()
         message = Gio.DBusMessage.new_method_call("com.example.Nobody", "/", None, "Nothing")
         message.set_body(parse(request["body"]))
@@ -285,7 +285,7 @@ class Service:
                                   Gio.DBusCallFlags.NONE, NO_TIMEOUT, None)
 
     def ping(self, request):
-        """Answers after all that has arrived by now has been reported; "bus" for all that the bus has passed on by now."""
+        """Returns after all received messages have been reported; with "bus", after all messages that the bus has delivered."""
         if request["bus"] and not self.connection.is_closed():
             call_bus(self.connection, "GetId")
 
@@ -313,7 +313,7 @@ class Service:
 
 loop = GLib.MainLoop()
 service = Service()
-# Unbuffered, since the loop watches the descriptor and not what Python has read already.
+# Unbuffered, because the loop watches the descriptor and not the buffer of Python.
 GLib.io_add_watch(os.fdopen(os.dup(0), "rb", 0), GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, service.on_request)
 write({"id": 0, "result": "ready"})
 loop.run()

@@ -3,7 +3,7 @@
 
 #include <QtCore/QString>
 
-/// Whether what the library logs is what a soak brings about: ends of a channel go while the other is there.
+/// Returns whether the soak itself causes the warning: one end of a channel closes while the other is connected.
 inline bool isExpectedWarning(const QString &text)
 {
     return text == "Socket error \"QLocalSocket: Remote closed\"";

@@ -5,12 +5,12 @@
 #include <QtCore/QMutex>
 #include <QtCore/QStringList>
 
-/// What went wrong. May be told from any thread, since warnings are logged from any.
+/// The failed expectations. Thread-safe, because warnings are logged in any thread.
 class Findings
 {
 public:
     void add(const QString &expected, const QString &found);
-    /// For people, one line for each expectation that was not met: how it was not, the first time, and how often.
+    /// Returns a line for each failed expectation: the first failure, and the number of failures.
     QStringList lines() const;
 
 private:

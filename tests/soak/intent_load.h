@@ -12,7 +12,7 @@
 
 class Caller;
 
-/// Invokes intents, with many callers at once, and looks at each outcome.
+/// Invokes intents with many concurrent callers, and checks each outcome.
 class IntentLoad : public Load
 {
     Q_OBJECT
@@ -36,10 +36,12 @@ private:
         int id = 0;
         QString intentName;
         QJsonObject params;
-        Corvane::Error::Code code = Corvane::Error::NoError; ///< what is to come of it; if none, the parameters do
-        QString message; ///< how the error's text is to end
+        Corvane::Error::Code code =
+            Corvane::Error::NoError; ///< the expected error; without one, the reply has the parameters
+        QString message; ///< the expected end of the error's text
         bool hasFile = false;
-        QString killable; ///< the application that handles it, if it is killed at times; an error may come of it then
+        QString
+            killable; ///< the application that handles it, if the soak kills that application; the call may fail then
 
         bool isRight(const QJsonObject &reply, const Corvane::Error &error) const;
     };

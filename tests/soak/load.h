@@ -9,16 +9,16 @@
 /// Lines of a table: what was counted, and how often.
 using Rows = QVector<QPair<QString, QString>>;
 
-/// One kind of work that is given to the library, again and again.
+/// One kind of work that runs on the library repeatedly.
 class Load : public QObject
 {
     Q_OBJECT
 public:
     /// Begins, or goes on.
     virtual void start() = 0;
-    /// Begins nothing new. What has been begun is brought to its end.
+    /// Starts no new work, and finishes the current work.
     virtual void stop() = 0;
-    /// What has not come to its end yet, for people; empty if nothing.
+    /// Returns a text about unfinished work; empty if there is none.
     virtual QString outstanding() const = 0;
     /// \param seconds how long it has been at work
     virtual Rows figures(double seconds) const = 0;

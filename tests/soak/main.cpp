@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Gives the library work for as long as it is told to, on the bus of the stand-in that has started it, and looks
-// whether all goes right and nothing grows.
+// Runs work on the library for a given time, on the bus of the stand-in that has started this program, and checks
+// that each outcome is correct and no figure grows.
 #include "expected_warnings.h"
 #include "intent_load.h"
 #include "notice_load.h"

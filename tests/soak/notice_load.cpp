@@ -16,7 +16,7 @@ using Corvane::MemoryPressure;
 
 namespace {
 
-const int FirstLevel = 1; // none that the kernel's pressure amounts to
+const int FirstLevel = 1; // a level that the kernel's pressure never has
 const int LongestPause = 20; // milliseconds between two levels
 const int LongestLife = 500; // milliseconds between two kills
 const int Applications = 3;
@@ -80,7 +80,7 @@ void NoticeLoad::setLevel(int level)
 void NoticeLoad::onLevelChanged(MemoryPressure::MemoryLevel level)
 {
     if (m_level == FirstLevel && level != FirstLevel)
-        return; // what the kernel said before
+        return; // an earlier level of the kernel
     if (!std::exchange(m_isAwaited, false) || level != m_level || level != MemoryPressure::instance()->level())
         m_findings.add("each memory level to be told once", QString("%1 after %2").arg(level).arg(m_level));
     ++m_levels;

@@ -11,7 +11,7 @@
 #include <QtCore/QRandomGenerator>
 #include <QtCore/QTimer>
 
-/// Has the service tell memory levels, kills applications, and looks at what is heard of both.
+/// Sets memory levels in the service, kills applications, and checks the signals about both.
 class NoticeLoad : public Load
 {
     Q_OBJECT
@@ -35,9 +35,9 @@ private:
     QTimer m_levelTimer;
     QTimer m_killTimer;
     int m_level = 0; ///< the last one that was set
-    bool m_isAwaited = false; ///< and has not been heard of
+    bool m_isAwaited = false; ///< whether its signal has not arrived yet
     QMap<QString, Corvane::ApplicationState> m_instances; ///< those that have not stopped
-    QString m_dying; ///< the instance that has been killed, until it is told
+    QString m_dying; ///< the killed instance, until its signal arrives
     int m_levels = 0;
     int m_changes = 0;
     int m_kills = 0;

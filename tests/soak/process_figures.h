@@ -5,7 +5,7 @@
 
 #include <sys/types.h>
 
-/// What a process holds at a moment.
+/// The resources of a process at one moment.
 struct ProcessFigures
 {
     /// In KiB: what it has written, in memory or swapped out, its heap above all. A leak shows here; which pages of

@@ -63,7 +63,7 @@ Rows TaskLoad::figures(double seconds) const
             {"messages dropped with their channel", QString::number(m_messagesDropped)}};
 }
 
-/// A callback that is to be called once, with success, unless the task goes first.
+/// Returns a callback that must be called once, with success, unless the task is deleted first.
 std::function<void(const Error &)> TaskLoad::expectOutcome(const QString &of)
 {
     const int number = ++m_lastOutcome;
@@ -78,7 +78,7 @@ std::function<void(const Error &)> TaskLoad::expectOutcome(const QString &of)
 
 void TaskLoad::makeTask()
 {
-    m_outcomes.clear(); // they go with the old task
+    m_outcomes.clear(); // the old task drops them
     m_task = std::make_unique<Task>("talk");
     m_task->withIpcSocket(true);
     connect(m_task.get(), &Task::stateChanged, this, &TaskLoad::onStateChanged);

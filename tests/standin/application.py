@@ -37,7 +37,7 @@ class Application:
         self.reply(message, GLib.Variant.new_tuple(params, GLib.Variant.parse(None, NO_FILES, None, None)))
 
     def tell(self, message):
-        """Answers with what has arrived, how many were there before, and who it has been made."""
+        """Returns the received files, the number of earlier descriptors, and the identity of the process."""
         arrived = GLib.Variant("s", message.get_body().print_(True))
         environment = {name: GLib.Variant("s", value) for name, value in os.environ.items()
                        if name.startswith("HALVIR_")}
@@ -48,7 +48,7 @@ class Application:
     count = tell
 
     def once(self, message):
-        """Answers, and ends."""
+        """Replies, and exits."""
         self.reply_with(message, {"instance": GLib.Variant("s", os.environ["HALVIR_APP_INSTANCE_ID"])})
         connection.flush_sync(None)
         loop.quit()
@@ -66,18 +66,18 @@ class Application:
         self.reply(message, body, fds)
 
     def smuggle(self, message):
-        """Answers with a file where there should be none."""
+        """Replies with a file in the result, where none is allowed."""
         fds = Gio.UnixFDList.new()
         with tempfile.TemporaryFile() as file:
             fds.append(file.fileno())
         self.reply(message, GLib.Variant.parse(None, f"({{'x': <@h 0>}}, {NO_FILES})", None, None), fds)
 
     def pretend(self, message):
-        """Answers with a file that is not there."""
+        """Replies with the index of a missing file."""
         self.reply(message, GLib.Variant.parse(None, f"({{'x': <@h 0>}}, {NO_FILES})", None, None))
 
     def disguise(self, message):
-        """Answers with numbers and structures in the place of files."""
+        """Replies with numbers and structures instead of files."""
         self.reply(message, GLib.Variant.parse(
             None, "(@a{sv} {}, {'readFds': <[1, 2, 3, 4, 5, 6, 7]>, 'writeFds': <[(1, 2)]>})", None, None))
 
@@ -87,15 +87,15 @@ class Application:
         connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
 
     def misspell(self, message):
-        """Answers with something else."""
+        """Replies with another signature."""
         self.reply(message, GLib.Variant("(s)", ("text",)))
 
     def crash(self, message):
-        """Dies."""
+        """Kills the process."""
         os.kill(os.getpid(), 9)
 
     def hide(self, message):
-        """Is not there: has no name, see below."""
+        """Never called: the process owns no name, see below."""
 
     def reply_with(self, message, result):
         files = GLib.Variant.parse(None, NO_FILES, None, None)

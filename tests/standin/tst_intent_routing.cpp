@@ -32,15 +32,15 @@ class TestIntentRouting : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void valuesTravelAsTheyAre_data();
-    void valuesTravelAsTheyAre();
+    void valuesArriveUnchanged_data();
+    void valuesArriveUnchanged();
     void callsKeepTheirOrderWhileTheApplicationStarts();
-    void applicationIsToldWhoItIs();
-    void commandIsNobody();
+    void applicationReceivesItsIdentity();
+    void commandHasNoIdentity();
     void everyInstanceHasANameOfItsOwn();
-    void failuresAreTold_data();
-    void failuresAreTold();
-    void deathOfTheHandlerIsTold();
+    void failuresAreReported_data();
+    void failuresAreReported();
+    void deathOfTheHandlerIsReported();
     void callerMayDieBeforeItsAnswer();
     void descriptorsAreClosed_data();
     void descriptorsAreClosed();
@@ -74,7 +74,7 @@ private:
     ServicePeer peer;
 };
 
-void TestIntentRouting::valuesTravelAsTheyAre_data()
+void TestIntentRouting::valuesArriveUnchanged_data()
 {
     QTest::addColumn<QString>("params");
 
@@ -91,7 +91,7 @@ void TestIntentRouting::valuesTravelAsTheyAre_data()
     QTest::newRow("any text") << QString::fromUtf8("{'ключ \"\\\\': <'日本\\n\\t😀'>}");
 }
 
-void TestIntentRouting::valuesTravelAsTheyAre()
+void TestIntentRouting::valuesArriveUnchanged()
 {
     QFETCH(QString, params);
 
@@ -111,9 +111,9 @@ void TestIntentRouting::callsKeepTheirOrderWhileTheApplicationStarts()
     }
 }
 
-void TestIntentRouting::applicationIsToldWhoItIs()
+void TestIntentRouting::applicationReceivesItsIdentity()
 {
-    // And not what the stand-in itself has in its environment.
+    // The environment of the stand-in is not passed on.
     QCOMPARE(QString::fromUtf8(qgetenv("HALVIR_OTHER")), QString("kept"));
     const QString text = invoke("Tell");
     const QString expected = "'environment': <{'HALVIR_APP_ID': <'tell'>, 'HALVIR_APP_INSTANCE_ID': "
@@ -123,7 +123,7 @@ void TestIntentRouting::applicationIsToldWhoItIs()
     QVERIFY2(text.contains(expected) || text.contains(reordered), qUtf8Printable(text));
 }
 
-void TestIntentRouting::commandIsNobody()
+void TestIntentRouting::commandHasNoIdentity()
 {
     const QStringList names = QProcessEnvironment::systemEnvironment().keys().filter("HALVIR_");
     QCOMPARE(names, QStringList("HALVIR_OTHER"));
@@ -138,7 +138,7 @@ void TestIntentRouting::everyInstanceHasANameOfItsOwn()
     }
 }
 
-void TestIntentRouting::failuresAreTold_data()
+void TestIntentRouting::failuresAreReported_data()
 {
     QTest::addColumn<QString>("intent");
     QTest::addColumn<QString>("error");
@@ -165,7 +165,7 @@ void TestIntentRouting::failuresAreTold_data()
         << serviceError("HandlerFailed", "pretend.instance1: Descriptors belong in the second map of the reply");
 }
 
-void TestIntentRouting::failuresAreTold()
+void TestIntentRouting::failuresAreReported()
 {
     QFETCH(QString, intent);
     QFETCH(QString, error);
@@ -175,7 +175,7 @@ void TestIntentRouting::failuresAreTold()
     QCOMPARE(invoke("Echo"), QString("(a{sv}) (@a{sv} {},)"));
 }
 
-void TestIntentRouting::deathOfTheHandlerIsTold()
+void TestIntentRouting::deathOfTheHandlerIsReported()
 {
     const QString text = invoke("Crash"); // the bus's own text follows
     QVERIFY2(text.startsWith(serviceError("HandlerFailed", "crash.instance1: ").chopped(3)), qUtf8Printable(text));
@@ -187,7 +187,7 @@ void TestIntentRouting::callerMayDieBeforeItsAnswer()
     for (int i = 0; i < 100; ++i)
         beginInvoke("Echo", QString("{'n': <%1.0>}").arg(i));
     beginInvoke("Crash", "@a{sv} {}");
-    invoke("Nothing"); // by whose answer the others have been sent
+    invoke("Nothing"); // its reply arrives after the earlier ones
     peer.kill();
     peer.start();
     QCOMPARE(invoke("Echo", "{'next': <true>}"), QString("(a{sv}) ({'next': <true>},)"));
@@ -224,10 +224,10 @@ void TestIntentRouting::descriptorsAreClosed()
     QJsonObject more{{"files", names}};
     call(InvokeIntent, body, more); // the application runs
     const int before = descriptorsOfStandIn();
-    more.insert("repeat", 20); // in batches, for those in flight count towards the process's limit
+    more.insert("repeat", 20); // in batches, because descriptors in flight count towards the limit of the process
     for (int i = 0; i < 5; ++i) {
         const auto reply = call(InvokeIntent, body, more);
-        QCOMPARE(reply.counts.size(), 1); // all of them had the same answer
+        QCOMPARE(reply.counts.size(), 1); // all replies are equal
     }
     // The stand-in may have been closing what the first call brought while they were counted. Once suffices: valgrind
     // has the process open files now and then.

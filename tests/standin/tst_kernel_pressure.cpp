@@ -14,7 +14,7 @@ private Q_SLOTS:
     void levelFollowsFromTheLastTenSeconds_data();
     void levelFollowsFromTheLastTenSeconds();
     void levelIsReadOnceSubscribed();
-    void setLevelTakesPrecedence();
+    void setLevelOverridesTheKernel();
     void kernelThatTellsNothingIsNoticed();
 
 private:
@@ -78,7 +78,7 @@ void TestKernelPressure::levelIsReadOnceSubscribed()
     QTRY_COMPARE(pressure.level(), 0);
 }
 
-void TestKernelPressure::setLevelTakesPrecedence()
+void TestKernelPressure::setLevelOverridesTheKernel()
 {
     write(Low);
     MemoryPressure pressure(source());
@@ -102,7 +102,7 @@ void TestKernelPressure::kernelThatTellsNothingIsNoticed()
     ::dup2(errors.handle(), STDERR_FILENO);
     MemoryPressure pressure("/nonexistent/memory");
     pressure.Subscribe();
-    pressure.Subscribe(); // it is said once
+    pressure.Subscribe(); // the warning is logged once
     ::dup2(standardError, STDERR_FILENO);
     ::close(standardError);
     QCOMPARE(pressure.level(), 0);

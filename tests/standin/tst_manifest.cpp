@@ -14,11 +14,11 @@ private Q_SLOTS:
     void readsEverything();
     void nameAndIntentsMayBeLeftOut();
     void readsJsonFilesOfAllDirectories();
-    void mistakesAreExplained_data();
-    void mistakesAreExplained();
+    void usageErrorsAreExplained_data();
+    void usageErrorsAreExplained();
     void idsAndIntentsBelongToOne();
     void directoriesAreChecked();
-    void whatIsNoFileIsRefused();
+    void entriesThatAreNoFilesAreRefused();
 
 private:
     static void write(const QTemporaryDir &directory, const char *name, const QByteArray &content)
@@ -82,7 +82,7 @@ void TestManifest::readsJsonFilesOfAllDirectories()
     QVERIFY(readManifests({}).errors.isEmpty());
 }
 
-void TestManifest::mistakesAreExplained_data()
+void TestManifest::usageErrorsAreExplained_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("errors");
@@ -138,7 +138,7 @@ void TestManifest::mistakesAreExplained_data()
         {"\"intents[1]\": expected a text that is not empty, found a list"});
 }
 
-void TestManifest::mistakesAreExplained()
+void TestManifest::usageErrorsAreExplained()
 {
     QFETCH(QByteArray, content);
     QFETCH(QStringList, errors);
@@ -171,7 +171,7 @@ void TestManifest::directoriesAreChecked()
                           empty.path() + ": expected manifests, found no *.json file"}));
 }
 
-void TestManifest::whatIsNoFileIsRefused()
+void TestManifest::entriesThatAreNoFilesAreRefused()
 {
     const QTemporaryDir directory;
     QVERIFY(QFile::link("/nonexistent", directory.filePath("a.json")));

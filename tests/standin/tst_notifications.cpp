@@ -31,8 +31,8 @@ class TestNotifications : public QObject
 private Q_SLOTS:
     void initTestCase();
     void applicationsComeAndGo();
-    void everyEndIsAnnounced_data();
-    void everyEndIsAnnounced();
+    void everyExitIsAnnounced_data();
+    void everyExitIsAnnounced();
     void programThatCannotStartIsNotAnnounced();
     void applicationIsStartedOnce();
     void nameThatIsOwnedBeforeItIsWatchedCounts();
@@ -80,7 +80,7 @@ void TestNotifications::applicationsComeAndGo()
     QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance2", 1), state("echo.instance2", 2)}));
 }
 
-void TestNotifications::everyEndIsAnnounced_data()
+void TestNotifications::everyExitIsAnnounced_data()
 {
     QTest::addColumn<QString>("intent");
     QTest::addColumn<QStringList>("expected");
@@ -94,7 +94,7 @@ void TestNotifications::everyEndIsAnnounced_data()
     QTest::newRow("at once") << "Exit" << QStringList({state("exit.instance1", 1), state("exit.instance1", 5)});
 }
 
-void TestNotifications::everyEndIsAnnounced()
+void TestNotifications::everyExitIsAnnounced()
 {
     QFETCH(QString, intent);
     QFETCH(QStringList, expected);
@@ -123,7 +123,7 @@ void TestNotifications::applicationIsStartedOnce()
 
 void TestNotifications::nameThatIsOwnedBeforeItIsWatchedCounts()
 {
-    peer.claimName("quiet.instance1"); // in place of a process that is quicker than the bus
+    peer.claimName("quiet.instance1"); // instead of a process that is faster than the bus
     QCOMPARE(start("quiet"), QString("(s) ('quiet.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("quiet.instance1", 1), state("quiet.instance1", 2)}));
     QCOMPARE(stop("quiet"), QString("() ()"));
@@ -167,7 +167,7 @@ void TestNotifications::memoryLevelMayBeSet()
     for (const int number : {100, 200, 150, -1, 0}) {
         set(number);
         QCOMPARE(peer.takeSignals(), QStringList(level(number)));
-        set(number); // no change, no signal
+        set(number); // no signal without a change
         QCOMPARE(peer.takeSignals(), QStringList());
     }
 }

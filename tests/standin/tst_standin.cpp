@@ -54,7 +54,7 @@ bool isRunning(qint64 processId)
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QByteArray line = file.readAll();
-    return !line.mid(line.lastIndexOf(')')).startsWith(") Z"); // it has ended, and its parent has not noticed
+    return !line.mid(line.lastIndexOf(')')).startsWith(") Z"); // a zombie has ended
 }
 
 } // namespace
@@ -74,26 +74,26 @@ private Q_SLOTS:
     void commandReadsStandardInput();
     void commandMayBeAnApplication();
     void busIsPrivate();
-    void missingBusIsTold();
+    void missingBusIsReported();
     void nullsInManifestsAreLeftOut();
-    void lostBusIsTold();
-    void nothingSurvivesTheCommand();
-    void nothingSurvivesASignal_data();
-    void nothingSurvivesASignal();
-    void nothingSurvivesItsOwnDeath();
-    void childrenFromBeforeAreSpared();
-    void orphansAreReleased();
+    void lostBusIsReported();
+    void endOfTheCommandLeavesNoProcesses();
+    void signalLeavesNoProcesses_data();
+    void signalLeavesNoProcesses();
+    void killedStandInLeavesNoProcesses();
+    void earlierChildrenKeepRunning();
+    void orphanedProcessesAreReaped();
     void ignoredSignalsStayIgnored();
     void leavesNoFiles();
     void traceShowsEachMessageInOneLine();
-    void withoutVerboseItIsSilent();
+    void nothingIsPrintedWithoutVerbose();
     void examplesExchangeAnIntentWithAFile();
-    void exampleTellsWhatFails();
+    void exampleReportsErrors();
     void controlNeedsAStandIn();
-    void controlTellsWhatFails();
+    void controlReportsErrors();
     void applicationHasToClaimItsName();
     void monitorShowsWhatHappens();
-    void syncTalksWithItsTask();
+    void syncExchangesMessagesWithItsTask();
 };
 
 void TestStandIn::helpAndVersionAreShown()
@@ -221,7 +221,7 @@ void TestStandIn::busIsPrivate()
     QVERIFY2(!result.output.contains("nonexistent"), qUtf8Printable(result.output));
 }
 
-void TestStandIn::missingBusIsTold()
+void TestStandIn::missingBusIsReported()
 {
     QProcessEnvironment values = environment();
     values.insert("PATH", "/nonexistent");
@@ -243,12 +243,12 @@ void TestStandIn::nullsInManifestsAreLeftOut()
     file.close();
     const Result result =
         standIn({"run", "--manifests", directory.path(), "--", "corvane-standin", "set", "memory", "low"});
-    QCOMPARE(result.exitCode, 0); // and libdbus has not aborted
+    QCOMPARE(result.exitCode, 0); // libdbus has not aborted
     const QString left = "Value without a form on D-Bus: QVariant(std::nullptr_t, (nullptr))\n";
     QCOMPARE(result.errors, left + left + left);
 }
 
-void TestStandIn::lostBusIsTold()
+void TestStandIn::lostBusIsReported()
 {
     const Result result = standIn(
         shell("for p in $(cat /proc/$PPID/task/*/children); do test $p = $$ || kill $p; done; exec sleep 1000"));
@@ -256,9 +256,9 @@ void TestStandIn::lostBusIsTold()
     QCOMPARE(result.errors, QString("corvane-standin: The private bus has ended\n"));
 }
 
-void TestStandIn::nothingSurvivesTheCommand()
+void TestStandIn::endOfTheCommandLeavesNoProcesses()
 {
-    // A child, a child of another session, one that ignores to be asked, and one of a parent that has gone.
+    // A child, a child in another session, a child that ignores SIGTERM, and an orphan.
     QProcess process;
     process.start(StandIn,
                   shell("sleep 1000 & echo $!; setsid sleep 1000 & echo $!; sh -c 'trap \"\" TERM; echo $$; sleep 1000 "
@@ -275,7 +275,7 @@ void TestStandIn::nothingSurvivesTheCommand()
         QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
 }
 
-void TestStandIn::nothingSurvivesASignal_data()
+void TestStandIn::signalLeavesNoProcesses_data()
 {
     QTest::addColumn<int>("signal");
 
@@ -285,7 +285,7 @@ void TestStandIn::nothingSurvivesASignal_data()
     QTest::newRow("SIGHUP") << SIGHUP;
 }
 
-void TestStandIn::nothingSurvivesASignal()
+void TestStandIn::signalLeavesNoProcesses()
 {
     QFETCH(int, signal);
 
@@ -302,7 +302,7 @@ void TestStandIn::nothingSurvivesASignal()
         QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
 }
 
-void TestStandIn::nothingSurvivesItsOwnDeath()
+void TestStandIn::killedStandInLeavesNoProcesses()
 {
     const QTemporaryDir directory; // the bus leaves its files
     QProcessEnvironment values = environment();
@@ -319,7 +319,7 @@ void TestStandIn::nothingSurvivesItsOwnDeath()
         QTRY_VERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
 }
 
-void TestStandIn::childrenFromBeforeAreSpared()
+void TestStandIn::earlierChildrenKeepRunning()
 {
     // A shell has a child, and then becomes the stand-in.
     QProcess process;
@@ -337,9 +337,9 @@ void TestStandIn::childrenFromBeforeAreSpared()
     QVERIFY(isSpared);
 }
 
-void TestStandIn::orphansAreReleased()
+void TestStandIn::orphanedProcessesAreReaped()
 {
-    // A process whose parent has gone ends; whoever waits for it must see it go.
+    // An orphaned process ends. The stand-in must reap it, so that the shell sees its end.
     const Result result = standIn(shell(
         "id=$(sh -c 'sleep 0 >/dev/null & echo $!'); while kill -0 $id 2>/dev/null; do sleep 0.1; done; echo gone"));
     QCOMPARE(result.output, QString("gone\n"));
@@ -395,7 +395,7 @@ corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: 
                  .split('\n'));
 }
 
-void TestStandIn::withoutVerboseItIsSilent()
+void TestStandIn::nothingIsPrintedWithoutVerbose()
 {
     const Result result = standIn({"run", StartTimeout, "--manifests", CORVANE_SOURCES "/examples/viewer", "--",
                                    "corvane-example-launcher", StandIn});
@@ -420,7 +420,7 @@ void TestStandIn::examplesExchangeAnIntentWithAFile()
     QVERIFY2(result.output.contains("launcher: The note says \"Remember the milk.\"\n"), qUtf8Printable(result.output));
 }
 
-void TestStandIn::exampleTellsWhatFails()
+void TestStandIn::exampleReportsErrors()
 {
     const Result result = standIn({"run", "--", "corvane-example-launcher", "/etc/os-release"});
     QCOMPARE(result.exitCode, 1);
@@ -436,7 +436,7 @@ void TestStandIn::controlNeedsAStandIn()
              QString("corvane-standin: There is no stand-in on this session bus; see \"corvane-standin --help\"\n"));
 }
 
-void TestStandIn::controlTellsWhatFails()
+void TestStandIn::controlReportsErrors()
 {
     const Result result =
         standIn({"run", StartTimeout, "--manifests", Applications, "--", "corvane-standin", "start", "exit"});
@@ -459,7 +459,7 @@ void TestStandIn::monitorShowsWhatHappens()
     process.start(StandIn,
                   {"run", StartTimeout, "--manifests", CORVANE_SOURCES "/examples/viewer", "--manifests",
                    CORVANE_SOURCES "/examples/monitor", "--", "sh"});
-    QString output; // what the monitor says; the viewer speaks in between
+    QString output; // the lines of the monitor; the viewer prints in between
     const auto show = [&process, &output](const char *command, const char *expected) {
         process.write(command);
         process.write("\n");
@@ -486,7 +486,7 @@ void TestStandIn::monitorShowsWhatHappens()
     QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
 }
 
-void TestStandIn::syncTalksWithItsTask()
+void TestStandIn::syncExchangesMessagesWithItsTask()
 {
     QProcess process;
     process.setProcessEnvironment(environment());

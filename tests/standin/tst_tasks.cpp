@@ -26,7 +26,7 @@ const QString Stopped = "0";
 const QString Running = "1";
 const QString Waiting = "2";
 
-/// The descriptors that every process down here has from the beginning.
+/// Returns the descriptors that each process inherits.
 QJsonArray inherited()
 {
     QVector<int> numbers;
@@ -43,7 +43,7 @@ QJsonArray inherited()
     return array;
 }
 
-/// The state of a task in the text of a list of states.
+/// Returns the state of a task from the text of a list of states.
 QString stateIn(const QString &text, const QString &id)
 {
     const QRegularExpression pattern(QString("\\('%1', (uint32 )?(\\d+),").arg(id));
@@ -60,11 +60,11 @@ private Q_SLOTS:
     void cleanup();
     void automaticTaskRunsFromTheBeginning();
     void everythingIsListed();
-    void processIsToldWhoItIs();
+    void taskReceivesItsIdentity();
     void socketListensWhereTheApplicationLooks();
     void taskThatEndsIsStopped();
     void runningTaskIsNotStartedAgain();
-    void taskIsAskedToEnd();
+    void stoppedTaskDoesNotRunAgain();
     void stubbornTaskNeedsForce();
     void programThatCannotStartIsStopped();
     void delayedTaskWaits();
@@ -72,15 +72,15 @@ private Q_SLOTS:
     void intervalRepeats();
     void scheduleRepeats();
     void scheduleMayNameEveryMinute();
-    void scheduleThatIsOverStops();
+    void expiredScheduleStopsTheTask();
     void waitingTaskIsPlannedAnew();
     void waitingTaskIsStopped();
     void runningTimeIsLimited();
     void unknownNamesAreRefused_data();
     void unknownNamesAreRefused();
-    void oddPropertiesAreSurvived_data();
-    void oddPropertiesAreSurvived();
-    void hugePropertiesAreSurvived();
+    void invalidPropertiesAreAccepted_data();
+    void invalidPropertiesAreAccepted();
+    void hugePropertiesAreAccepted();
     void clockMovesOnOnly_data();
     void clockMovesOnOnly();
     void descriptorsAreRefused();
@@ -104,7 +104,7 @@ private:
     {
         return call("Tasks1", "Stop", QString("('worker.task_%1', %2)").arg(id, force ? "true" : "false"));
     }
-    /// Seconds; gives the new time.
+    /// Advances the clock of the stand-in by seconds, and returns the new time.
     QDateTime moveClock(qint64 seconds)
     {
         const QString text = call("StandIn1", "MoveClock", QString("(int64 %1,)").arg(seconds * 1000));
@@ -112,7 +112,7 @@ private:
     }
     QString listed() { return call("Tasks1", "GetAll", "()"); }
     QString state(const QString &id) { return stateIn(listed(), id); }
-    /// The states that a task went through, as announced since the last time.
+    /// Returns the announced states of a task since the last call.
     QString takeStates(const QString &id)
     {
         QString states;
@@ -124,7 +124,7 @@ private:
         }
         return states;
     }
-    /// Waits for the states, a regular expression.
+    /// Waits until the states match a regular expression.
     bool goesThrough(const QString &id, const QString &expected)
     {
         const QRegularExpression pattern(QRegularExpression::anchoredPattern(expected));
@@ -191,7 +191,7 @@ void TestTasks::everythingIsListed()
              qUtf8Printable(announced.last()));
 }
 
-void TestTasks::processIsToldWhoItIs()
+void TestTasks::taskReceivesItsIdentity()
 {
     const int niceness = std::min(19, ::getpriority(PRIO_PROCESS, 0) + 3);
     QCOMPARE(
@@ -212,7 +212,7 @@ void TestTasks::processIsToldWhoItIs()
 void TestTasks::socketListensWhereTheApplicationLooks()
 {
     const QString path = QString::fromUtf8(qgetenv("XDG_RUNTIME_DIR")) + "/applications/worker/report.socket";
-    for (int i = 0; i < 2; ++i) { // the second time there is the file of the first
+    for (int i = 0; i < 2; ++i) { // the second run finds the file of the first one
         QCOMPARE(start("report", "{'CreateIPCSocket': <true>}", QString("['%1']").arg(reportPath())), Done);
         QTRY_COMPARE(state("report"), Running);
         QCOMPARE(QFile::permissions(path) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
@@ -224,7 +224,7 @@ void TestTasks::socketListensWhereTheApplicationLooks()
         QCOMPARE(::connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         QCOMPARE(::write(descriptor, "hello", 5), ssize_t(5));
         char answer[6] = {};
-        QCOMPARE(::read(descriptor, answer, 5), ssize_t(5)); // from the process itself
+        QCOMPARE(::read(descriptor, answer, 5), ssize_t(5)); // the process has answered
         QCOMPARE(answer, "hello");
         ::close(descriptor);
         QCOMPARE(stop("report"), Done);
@@ -236,7 +236,7 @@ void TestTasks::taskThatEndsIsStopped()
 {
     QCOMPARE(start("quick"), Done);
     QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
-    QCOMPARE(start("quick"), Done); // and may start again
+    QCOMPARE(start("quick"), Done); // the task can be started again
     QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
 }
 
@@ -249,19 +249,19 @@ void TestTasks::runningTaskIsNotStartedAgain()
     QCOMPARE(state("long"), Running);
 }
 
-void TestTasks::taskIsAskedToEnd()
+void TestTasks::stoppedTaskDoesNotRunAgain()
 {
     QCOMPARE(start("long", "{'Interval': <1>}"), Done);
     QTRY_COMPARE(state("long"), Running);
     QCOMPARE(stop("long", false), Done);
-    QTRY_COMPARE(state("long"), Stopped); // and does not run again
-    QCOMPARE(stop("long", false), Done); // is no error
+    QTRY_COMPARE(state("long"), Stopped); // the task does not run again
+    QCOMPARE(stop("long", false), Done); // stopping it again is no error
 }
 
 void TestTasks::stubbornTaskNeedsForce()
 {
     QCOMPARE(start("stubborn", "@a{sv} {}", QString("['%1']").arg(reportPath())), Done);
-    QTRY_VERIFY(QFile::exists(reportPath())); // it is deaf by now
+    QTRY_VERIFY(QFile::exists(reportPath())); // it ignores SIGTERM from now on
     QCOMPARE(stop("stubborn", false), Done);
     QTRY_VERIFY(QFile::exists(reportPath() + ".asked"));
     QCOMPARE(state("stubborn"), Running);
@@ -313,7 +313,7 @@ void TestTasks::intervalRepeats()
         moveClock(3600);
         QVERIFY(goesThrough("quick", Running + Waiting));
     }
-    moveClock(36000); // what was missed runs once
+    moveClock(36000); // missed times cause one run
     QVERIFY(goesThrough("quick", Running + Waiting));
     QCOMPARE(state("quick"), Waiting);
 }
@@ -346,7 +346,7 @@ void TestTasks::scheduleMayNameEveryMinute()
     }
 }
 
-void TestTasks::scheduleThatIsOverStops()
+void TestTasks::expiredScheduleStopsTheTask()
 {
     const QDateTime now = moveClock(0);
     QCOMPARE(start("quick",
@@ -389,7 +389,7 @@ void TestTasks::runningTimeIsLimited()
         moveClock(601);
         QTRY_COMPARE(state(id), Stopped);
     }
-    QVERIFY(QFile::exists(reportPath() + ".asked")); // before it was killed
+    QVERIFY(QFile::exists(reportPath() + ".asked")); // it received SIGTERM before it was killed
 }
 
 void TestTasks::unknownNamesAreRefused_data()
@@ -413,7 +413,7 @@ void TestTasks::unknownNamesAreRefused()
     QCOMPARE(peer.takeSignals(), QStringList());
 }
 
-void TestTasks::oddPropertiesAreSurvived_data()
+void TestTasks::invalidPropertiesAreAccepted_data()
 {
     QTest::addColumn<QString>("properties");
 
@@ -426,7 +426,7 @@ void TestTasks::oddPropertiesAreSurvived_data()
         QTest::newRow(properties) << QString::fromLatin1(properties);
 }
 
-void TestTasks::oddPropertiesAreSurvived()
+void TestTasks::invalidPropertiesAreAccepted()
 {
     QFETCH(QString, properties);
 
@@ -437,13 +437,13 @@ void TestTasks::oddPropertiesAreSurvived()
     QTRY_COMPARE(state("long"), Stopped);
 }
 
-void TestTasks::hugePropertiesAreSurvived()
+void TestTasks::hugePropertiesAreAccepted()
 {
     QString deep = "<1>";
     for (int i = 0; i < 57; ++i)
         deep = '<' + deep + '>';
     QCOMPARE(start("long", QString("{'Schedule': %1, 'X': %1}").arg(deep)), Done);
-    QCOMPARE(state("long"), Running); // the service has not been cut off for what it tells
+    QCOMPARE(state("long"), Running); // the bus has not disconnected the service
 }
 
 void TestTasks::clockMovesOnOnly_data()

@@ -3,18 +3,18 @@
 
 #include <QtCore/QProcess>
 
-/// A session bus of the test's own, which can hang and die. It has to be there before the process uses any bus.
+/// A private session bus that can hang and die. Must be constructed before the process uses any bus.
 class BusDaemon : public QProcess
 {
 public:
-    /// Starts the bus, and makes it that of this process and of all that it starts.
+    /// Starts the bus as the session bus of this process and of its children.
     explicit BusDaemon(const QString &configuration = CORVANE_BUS_CONFIGURATION);
     ~BusDaemon() override;
 
-    /// Has the bus hang: on return it takes nothing and answers nothing, until it may go on.
+    /// Stops the bus: on return it reads and sends nothing until goOn().
     void hang();
     void goOn();
-    /// Ends the bus as a crash would.
+    /// Kills the bus.
     void crash();
 
 protected:

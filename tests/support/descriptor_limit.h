@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-/// Leaves the process without a single free descriptor, as long as it lives.
+/// Lowers the limit of descriptors, so that none is free until the destructor runs.
 class NoFreeDescriptor
 {
 public:

@@ -3,11 +3,11 @@
 
 #include <QtCore/QStringList>
 
-/// The members of an interface in introspection data: "method Ask(in s name, out a{sv} reply)".
+/// Returns the members of an interface in introspection data: "method Ask(in s name, out a{sv} reply)".
 QStringList membersOf(const QString &interface, const QString &xml);
 
-/// The introspection data in the text of a reply to "Introspect".
+/// Returns the introspection data in the text of a reply to "Introspect".
 QString introspectionIn(const QString &reply);
 
-/// The members that the installed file of an interface has.
+/// Returns the members in the installed XML file of an interface.
 QStringList documentedMembersOf(const QString &interface);

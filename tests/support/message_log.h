@@ -3,7 +3,7 @@
 
 #include <QtCore/QStringList>
 
-/// Collects the warnings that are logged while it lives. One that nobody has taken by its end fails the test.
+/// Collects the warnings that are logged during its lifetime. A warning that was not taken fails the test.
 class MessageLog
 {
 public:
@@ -11,9 +11,9 @@ public:
     ~MessageLog();
     Q_DISABLE_COPY(MessageLog)
 
-    /// The warnings since the last time, each as it would be printed.
+    /// Returns the warnings since the last call, each as it would be printed.
     QStringList takeWarnings();
-    /// The function that logged the last warning.
+    /// Returns the function that logged the last warning.
     QString lastFunction() const { return m_lastFunction; }
 
 private:

@@ -9,7 +9,7 @@
 
 constexpr uid_t Nobody = 65534;
 
-/// While it lives, root has no more rights to files than nobody. Other users have no more anyway.
+/// Gives root only the file permissions of the user nobody until the destructor runs. Does nothing for other users.
 class OrdinaryUser
 {
 public:

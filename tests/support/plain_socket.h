@@ -22,7 +22,7 @@ inline sockaddr_un addressOf(const QString &path)
     return address;
 }
 
-/// A descriptor of the test's own.
+/// Closes a descriptor in the destructor.
 class Descriptor
 {
 public:
@@ -43,7 +43,7 @@ private:
     int m_number;
 };
 
-/// A listening socket, as the service hands it to a task.
+/// Returns a listening socket, as the service passes it to a task.
 inline int listeningSocket(const QString &path, int backlog = 10)
 {
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -54,7 +54,7 @@ inline int listeningSocket(const QString &path, int backlog = 10)
     return descriptor;
 }
 
-/// A plain socket at the other end.
+/// A socket without Qt, for the other end of a channel.
 class PlainSocket
 {
 public:
@@ -66,7 +66,7 @@ public:
         if (::connect(m_descriptor.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
             qFatal("The test cannot connect");
     }
-    /// Accepts who has connected.
+    /// Accepts the next connection.
     explicit PlainSocket(int listener)
         : m_descriptor(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK))
     {
@@ -74,7 +74,7 @@ public:
             qFatal("The test cannot accept");
     }
 
-    /// Has the kernel take so much at once, whatever net.core.wmem_default is.
+    /// Sets the size of the send buffer, independently of net.core.wmem_default.
     void makeRoom(int size)
     {
         if (::setsockopt(m_descriptor.get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof size) != 0)
@@ -84,13 +84,13 @@ public:
     {
         return ::send(m_descriptor.get(), bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
     }
-    /// Whether the other end has taken all that was sent.
+    /// Returns whether the other end has read all sent bytes.
     bool isRead() const
     {
         int unread = 0;
         return ::ioctl(m_descriptor.get(), SIOCOUTQ, &unread) == 0 && unread == 0;
     }
-    /// What has arrived so far, from the beginning.
+    /// Returns all bytes received since the construction.
     QByteArray received()
     {
         char part[4096];
@@ -116,7 +116,7 @@ private:
     bool m_isClosed = false;
 };
 
-/// The message as it travels on the socket of a task.
+/// Returns the payload as a frame: its length in four bytes, and the payload.
 inline QByteArray frame(const QByteArray &payload)
 {
     QByteArray bytes(4, 0);

@@ -7,7 +7,7 @@
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 
-/// The first argument of a reply of the peer with this body, unread.
+/// Returns the first argument of a reply with this body. The argument has not been demarshalled.
 inline QVariant received(ServicePeer &peer, const QString &body)
 {
     peer.answer(body);

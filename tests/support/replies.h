@@ -7,7 +7,7 @@
 
 #include <QtCore/QStringList>
 
-/// What an invoker delivers, in the order of delivery.
+/// Records the replies of an invoker in the order of their signals.
 class Replies
 {
 public:

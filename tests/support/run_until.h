@@ -7,16 +7,16 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QTimer>
 
-/// Runs the event loop, without the pauses that QTRY_VERIFY makes, until the condition holds; false if it never does.
+/// Runs the event loop until the condition holds, without the pauses of QTRY_VERIFY. Returns false after a timeout.
 template<typename Condition>
 bool runUntil(Condition condition)
 {
     QTimer tick;
-    tick.start(100); // to look at the clock
+    tick.start(100); // wakes the loop for the timeout
     const QDeadlineTimer patience(Patience);
     while (!patience.hasExpired()) {
         if (condition())
-            return true; // though it may not hold for long
+            return true; // the next event may change the condition again
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }

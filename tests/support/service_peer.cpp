@@ -18,10 +18,10 @@ QString rootPath()
     return '/' + QString(Root).replace('.', '/');
 }
 
-/// Makes a call of the library's connection, and tells whether it has succeeded. What came before it has been handled.
+/// Makes a call on the library's connection, and returns whether it has succeeded. Earlier messages have been handled.
 bool finishes(const QDBusMessage &message)
 {
-    const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(message)); // which wakes the event loop
+    const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(message)); // wakes the event loop
     if (!runUntil([&call] { return call.isFinished(); }) || call.isError())
         return false;
     QCoreApplication::processEvents();
@@ -55,7 +55,7 @@ ServicePeer::ServicePeer()
 
 ServicePeer::~ServicePeer()
 {
-    m_process.closeWriteChannel(); // it ends at the end of its input
+    m_process.closeWriteChannel(); // the peer exits at the end of its input
     if (!m_process.waitForFinished(Patience))
         qFatal("The peer does not end");
 }
@@ -244,7 +244,7 @@ QJsonValue ServicePeer::request(const QString &name, const QJsonObject &argument
     return m_results.take(id);
 }
 
-/// Reads what the peer has received by now, or had when it was killed.
+/// Reads the messages that the peer has received, or had received when it was killed.
 void ServicePeer::flush(bool throughTheBus)
 {
     if (m_process.state() != QProcess::NotRunning)

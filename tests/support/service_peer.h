@@ -23,7 +23,7 @@
 class ServicePeer
 {
 public:
-    /// Starts the peer; it owns the service's name by then.
+    /// Starts the peer. On return it owns the service's name.
     ServicePeer();
     ~ServicePeer();
     Q_DISABLE_COPY(ServicePeer)
@@ -32,13 +32,13 @@ public:
     /// "InvokeIntent (sa{sv}a{sv}) ('X', @a{sv} {}, ...)". The bus must not hang.
     QStringList calls();
     QStringList takeCalls();
-    /// What came with the last of the calls: "read: content" for each descriptor.
+    /// Returns "read: content" for each descriptor of the last call.
     QStringList descriptors();
 
-    /// What to answer calls with from now on, of \a member only if one is given.
+    /// Sets the body of the replies to later calls, only of \a member if it is given.
     void answer(const QString &body, const QString &member = {}, const QJsonObject &more = {});
     void answerError(const QString &name, const QString &body = "('the reason',)", const QString &member = {});
-    /// To answer intents with their own params from now on.
+    /// Replies to later intents with their own params.
     void echo();
     /// Keeps calls unanswered, until release() answers the one that came in at \a index. It waits for that call.
     void hold(bool on = true);
@@ -54,7 +54,7 @@ public:
     /// Begins a call of a method of this process's handler object, and gives its number. The call has no time-out,
     /// unless \a more has a "timeout" in milliseconds.
     int beginCall(const QString &member, const QString &body, const QJsonObject &more = {});
-    /// Whether the peer has received the reply by now. Works while the bus hangs.
+    /// Returns whether the peer has received the reply. Works while the bus hangs.
     bool isFinished(int call);
     /// Waits for a call's reply.
     Reply finishCall(int call);
@@ -73,26 +73,26 @@ public:
     void emitSignal(const QString &object, const QString &interface, const QString &member, const QString &body,
                     const QJsonObject &more = {});
 
-    /// Whether the bus lets a connection live that sends the body.
+    /// Returns whether the bus keeps a connection that sends the body.
     bool survivesSending(const QString &body);
     void ownServiceName(bool on);
     void claimName(const QString &name);
     bool hasOwner(const QString &name);
 
-    /// Whether the functions wait without the event loop from now on, as when the main thread is busy: this process
-    /// handles no message then. Works for functions that do not need a reply of this process.
+    /// Lets the functions wait without the event loop, so that this process handles no message meanwhile, like a process
+    /// whose main thread is busy. Only for functions that need no reply of this process.
     void setEventLoopBlocked(bool on) { m_isEventLoopBlocked = on; }
 
     /// Waits until this process has read everything that the peer has sent, also while the event loop is blocked.
     void waitUntilRead();
 
-    /// Ends the peer as a crash would, and starts it anew.
+    /// Kills the peer, and starts it again.
     void kill();
     void start();
 
-    /// What the bus has sent to this process before has arrived.
+    /// Returns after all earlier messages from the bus have arrived.
     bool busRoundTrip();
-    /// What this process sent before has arrived at the peer, and what the peer sent before has arrived here.
+    /// Returns after all earlier messages between this process and the peer have arrived, in both directions.
     bool roundTrip();
 
 private:

@@ -33,7 +33,7 @@ QString warningFor(const QString &file)
     return QString("Failed to open file \"%1\"").arg(file);
 }
 
-/// The files behind the descriptors under \a key.
+/// Returns the paths of the files that the descriptors under \a key refer to.
 QStringList filesBehind(const QVariantMap &map, const QString &key)
 {
     QStringList files;
@@ -58,30 +58,30 @@ private Q_SLOTS:
     void openUriSharesItsUri_data();
     void openUriSharesItsUri();
     void outputFilesAreAlwaysWritten();
-    void mapWithoutListsIsLeftAlone_data();
-    void mapWithoutListsIsLeftAlone();
-    void opensLocalFilesOnly();
-    void namesAreTakenAsTheyAre();
+    void mapWithoutListsIsUnchanged_data();
+    void mapWithoutListsIsUnchanged();
+    void onlyLocalFilesAreOpened();
+    void namesAreNotDecoded();
     void duplicatesAreKept();
     void listBecomesStringList_data();
     void listBecomesStringList();
     void warningNamesTheFunction();
     void namesWithAColonAreUrls();
-    void descriptorsAreAListThatQtKnows();
-    void descriptorsReplaceWhatWasThere();
+    void descriptorsAreARegisteredList();
+    void descriptorsReplaceAnEarlierValue();
     void readingComesFirst();
     void permissionsAreThoseOfAnOrdinaryUser_data();
     void permissionsAreThoseOfAnOrdinaryUser();
     void descriptorsHaveTheRightModes();
-    void missingFileIsMadeForWritingOnly();
+    void missingFileIsCreatedOnlyForWriting();
     void fileIsNotTruncated();
     void firstFailureEndsItsListOnly();
     void directoryCannotBeOpened();
     void fileWithNulIsNotAnotherFile();
     void fifoDoesNotBlock();
     void keysThatPathsCannotNameAreNotShared();
-    void outOfDescriptorsIsLikeAFileThatCannotBeOpened();
-    void nothingStaysOpen();
+    void openFailsWithoutAFreeDescriptor();
+    void noDescriptorStaysOpen();
 
 private:
     QString file(const char *name, const QByteArray &content = "content");
@@ -95,7 +95,7 @@ void TestFileExport::init()
     QVERIFY(directory->isValid());
 }
 
-/// A new file of the test's own.
+/// Creates a file in the temporary directory.
 QString TestFileExport::file(const char *name, const QByteArray &content)
 {
     QFile file(directory->filePath(QString::fromUtf8(name)));
@@ -140,7 +140,7 @@ void TestFileExport::outputFilesAreAlwaysWritten()
     QCOMPARE(map, QVariantMap({{ReadFiles, QStringList()}, {WriteFiles, QStringList("a")}}));
 }
 
-void TestFileExport::mapWithoutListsIsLeftAlone_data()
+void TestFileExport::mapWithoutListsIsUnchanged_data()
 {
     QTest::addColumn<QVariantMap>("map");
 
@@ -150,7 +150,7 @@ void TestFileExport::mapWithoutListsIsLeftAlone_data()
     QTest::newRow("no lists") << QVariantMap{{ReadFiles, true}};
 }
 
-void TestFileExport::mapWithoutListsIsLeftAlone()
+void TestFileExport::mapWithoutListsIsUnchanged()
 {
     QFETCH(QVariantMap, map);
 
@@ -159,7 +159,7 @@ void TestFileExport::mapWithoutListsIsLeftAlone()
     QCOMPARE(map, before);
 }
 
-void TestFileExport::opensLocalFilesOnly()
+void TestFileExport::onlyLocalFilesAreOpened()
 {
     const QString a = file("a");
     const QString b = file("b c");
@@ -174,7 +174,7 @@ void TestFileExport::opensLocalFilesOnly()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestFileExport::namesAreTakenAsTheyAre()
+void TestFileExport::namesAreNotDecoded()
 {
     const QString a = file("a");
     const QString link = directory->filePath("link");
@@ -188,7 +188,7 @@ void TestFileExport::namesAreTakenAsTheyAre()
     FileSharing::exportFiles({{"files", files}}, map);
     QVERIFY(QDir::setCurrent(before));
     QCOMPARE(filesBehind(map, ReadFds), QStringList({a, a, a, "/dev/null"}));
-    QCOMPARE(log.takeWarnings(), QStringList(warningFor("//host/a"))); // that is /host/a
+    QCOMPARE(log.takeWarnings(), QStringList(warningFor("//host/a"))); // the path is /host/a
 }
 
 void TestFileExport::duplicatesAreKept()
@@ -211,7 +211,7 @@ void TestFileExport::listBecomesStringList_data()
     QTest::newRow("string") << QVariant(a) << QVariant(QStringList{a}) << 1;
     QTest::newRow("empty string") << QVariant(QString()) << QVariant(QStringList{QString()}) << 0;
 
-    // An empty path leads to the root, which is no string.
+    // An empty path selects the root object, which is not a string.
     QTest::newRow("invalid values") << QVariant(QVariantList{QVariant(), a, QVariant()})
                                     << QVariant(QStringList{QString(), a, QString()}) << 1;
     QTest::newRow("nulls") << QVariant(QVariantList{QVariant::fromValue(nullptr), a})
@@ -221,7 +221,7 @@ void TestFileExport::listBecomesStringList_data()
     QTest::newRow("map within") << QVariant(QVariantList{QVariantMap{{a, a}}, a}) << QVariant(QStringList{QString(), a})
                                 << 1;
 
-    // What no string list can be made of stays.
+    // A value that cannot become a string list is unchanged.
     QTest::newRow("number") << QVariant(5) << QVariant(5) << 0;
     QTest::newRow("map") << QVariant(QVariantMap{{a, a}}) << QVariant(QVariantMap{{a, a}}) << 0;
     QTest::newRow("invalid") << QVariant() << QVariant() << 0;
@@ -255,7 +255,7 @@ void TestFileExport::warningNamesTheFunction()
     FileSharing::exportFiles({{"a", directory->filePath("missing")}}, map);
     QCOMPARE(log.takeWarnings().size(), 1);
     QString function = log.lastFunction();
-    function.replace(" &", "&"); // as clang writes it
+    function.replace(" &", "&"); // clang and GCC differ in the space
     QCOMPARE(function, QString("static void Corvane::FileSharing::exportFiles(const QJsonObject&, QVariantMap&)"));
 }
 
@@ -272,7 +272,7 @@ void TestFileExport::namesWithAColonAreUrls()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestFileExport::descriptorsAreAListThatQtKnows()
+void TestFileExport::descriptorsAreARegisteredList()
 {
     QVariantMap map{{ReadFiles, QStringList("a")}};
     FileSharing::exportFiles({{"a", file("a")}}, map);
@@ -282,13 +282,13 @@ void TestFileExport::descriptorsAreAListThatQtKnows()
     QCOMPARE(descriptors.value<QVariantList>().size(), 1);
 }
 
-void TestFileExport::descriptorsReplaceWhatWasThere()
+void TestFileExport::descriptorsReplaceAnEarlierValue()
 {
     const QString a = file("a");
     QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("none")}, {ReadFds, 1}, {WriteFds, 2}};
     FileSharing::exportFiles({{"a", a}}, map);
     QCOMPARE(filesBehind(map, ReadFds), QStringList(a));
-    QCOMPARE(map.value(WriteFds), QVariant(2)); // an empty list writes nothing
+    QCOMPARE(map.value(WriteFds), QVariant(2)); // no descriptors for an empty list
 }
 
 void TestFileExport::readingComesFirst()
@@ -304,14 +304,15 @@ void TestFileExport::readingComesFirst()
 
 void TestFileExport::permissionsAreThoseOfAnOrdinaryUser_data()
 {
-    QTest::addColumn<int>("fileMode"); // 0: there is no file
+    QTest::addColumn<int>("fileMode"); // 0: the file does not exist
     QTest::addColumn<int>("directoryMode");
     QTest::addColumn<bool>("isReadable");
     QTest::addColumn<bool>("isWritable");
 
     QTest::newRow("all rights") << 0666 << 0777 << true << true;
     QTest::newRow("read-only") << 0444 << 0777 << true << false;
-    QTest::newRow("write-only") << 0222 << 0777 << false << false; // which is less than reading and writing
+    QTest::newRow("write-only") << 0222 << 0777 << false
+                                << false; // files for writing are opened for reading and writing
     QTest::newRow("none") << 0111 << 0777 << false << false;
     QTest::newRow("in a read-only directory") << 0666 << 0555 << true << true;
     QTest::newRow("in a closed directory") << 0666 << 0444 << false << false;
@@ -327,7 +328,7 @@ void TestFileExport::permissionsAreThoseOfAnOrdinaryUser()
     QFETCH(bool, isWritable);
 
     const QString name = fileMode ? file("a") : directory->filePath("a");
-    const QString last = "/dev/null"; // shared only if the list does not end before it
+    const QString last = "/dev/null"; // opened only if no earlier file has failed
     if (fileMode)
         QCOMPARE(::chmod(QFile::encodeName(name).constData(), mode_t(fileMode)), 0);
     QCOMPARE(::chmod(QFile::encodeName(directory->path()).constData(), mode_t(directoryMode)), 0);
@@ -360,7 +361,7 @@ void TestFileExport::descriptorsHaveTheRightModes()
     }
 }
 
-void TestFileExport::missingFileIsMadeForWritingOnly()
+void TestFileExport::missingFileIsCreatedOnlyForWriting()
 {
     const QString missing = directory->filePath("missing");
     MessageLog log;
@@ -440,7 +441,7 @@ void TestFileExport::keysThatPathsCannotNameAreNotShared()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestFileExport::outOfDescriptorsIsLikeAFileThatCannotBeOpened()
+void TestFileExport::openFailsWithoutAFreeDescriptor()
 {
     const QString a = file("a");
     QJsonArray files;
@@ -461,13 +462,13 @@ void TestFileExport::outOfDescriptorsIsLikeAFileThatCannotBeOpened()
     FileSharing::exportFiles({{"files", files}}, map);
     QCOMPARE(::setrlimit(RLIMIT_NOFILE, &original), 0);
 
-    // Each file takes two descriptors until all are open, so that sending can duplicate each.
+    // Each file needs two descriptors until all are open: sending duplicates each descriptor.
     QVERIFY(!free.empty() && free.size() < 24);
     QCOMPARE(filesBehind(map, ReadFds).size(), int(free.size()) / 2);
     QCOMPARE(log.takeWarnings(), QStringList(warningFor(a)));
 }
 
-void TestFileExport::nothingStaysOpen()
+void TestFileExport::noDescriptorStaysOpen()
 {
     const int before = openDescriptors();
     {

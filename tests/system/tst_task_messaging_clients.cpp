@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The task's end of a channel with many clients.
+// A task's channel with many clients.
 #include <Corvane/task_messaging.h>
 
 #include <message_log.h>
@@ -26,17 +26,18 @@ private Q_SLOTS:
     void newcomerIsServedWhenAllOthersHaveLeft();
     void clientsLeaveWhileTheFirstStays_data();
     void clientsLeaveWhileTheFirstStays();
-    void livingClientsKeepTheirOrder_data();
-    void livingClientsKeepTheirOrder();
+    void openClientsKeepTheirOrder_data();
+    void openClientsKeepTheirOrder();
     void newcomerIsServedAfterManyRounds();
-    void clientThatLeavesWithTheNewcomerIsReplaced();
-    void messagesOfClientsThatHaveLeftAreDelivered();
-    void mayBeDeletedByTheMessageOfAClientThatHasLeft();
-    void unsentReplyIsNotLostToTheNextClient();
-    void frameTornInAnEventLoopOfTheReceiverIsLoggedOnce();
+    void newcomerReplacesAClosedClient();
+    void messagesOfClosedClientsAreDelivered();
+    void messageOfAClosedClientMayDeleteTheChannel();
+    void replyDuringAClosedTurnReachesItsClient();
+    void frameTornDuringASlotIsLoggedOnce();
 
 private:
-    static constexpr int MostAccepted = 32; ///< clients that wait in the server; the others wait in the kernel
+    static constexpr int MostAccepted =
+        32; ///< clients that QLocalServer accepts; the others wait in the backlog of the socket
 
     void addCounts();
     std::unique_ptr<PlainSocket> connectClient() const { return std::make_unique<PlainSocket>(path); }
@@ -49,7 +50,7 @@ private:
     std::optional<MessageLog> log;
     std::unique_ptr<TaskMessaging> task;
     QStringList messages;
-    int ends = 0; ///< of connections
+    int ends = 0; ///< connections that have ended
 };
 
 namespace {
@@ -90,7 +91,7 @@ void TestTaskMessagingClients::addCounts()
         QTest::addRow("%d", count) << count;
 }
 
-/// Returns so many clients, after all that the server accepts have been refused.
+/// Connects \a count clients, and waits until the task has logged each that the server accepts.
 std::vector<std::unique_ptr<PlainSocket>> TestTaskMessagingClients::connectClients(int count)
 {
     takeOnly({RemoteClosed});
@@ -109,11 +110,11 @@ std::vector<std::unique_ptr<PlainSocket>> TestTaskMessagingClients::connectClien
     return clients;
 }
 
-/// Whether a message of the task arrives at this client.
+/// Returns whether the client receives a message of the task.
 bool TestTaskMessagingClients::isServed(PlainSocket &client)
 {
     return task->state() == TaskMessaging::Connected && task->sendMessage({})
-        && QTest::qWaitFor([&client] { return client.received() == frame("{}"); }, 60000);
+        && QTest::qWaitFor([&client] { return client.received() == frame("{}"); }, Patience);
 }
 
 void TestTaskMessagingClients::takeOnly(const QStringList &expected)
@@ -161,19 +162,19 @@ void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays()
     QVERIFY(isServed(*first));
     first.reset();
     QTRY_VERIFY(ends > 0);
-    const auto next = connectClient(); // gives the turn to the client that has waited
+    const auto next = connectClient(); // a new connection starts the turn of the waiting client
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     QVERIFY(isServed(*newcomer));
     QCOMPARE(next->received(), QByteArray());
     takeOnly({RemoteClosed, OneOnly});
 }
 
-void TestTaskMessagingClients::livingClientsKeepTheirOrder_data()
+void TestTaskMessagingClients::openClientsKeepTheirOrder_data()
 {
     addCounts();
 }
 
-void TestTaskMessagingClients::livingClientsKeepTheirOrder()
+void TestTaskMessagingClients::openClientsKeepTheirOrder()
 {
     QFETCH(int, count);
 
@@ -186,7 +187,7 @@ void TestTaskMessagingClients::livingClientsKeepTheirOrder()
     }
     first.reset();
     QTRY_VERIFY(ends > 0);
-    clients.push_back(connectClient()); // gives the first one its turn
+    clients.push_back(connectClient()); // a new connection starts the turn of the first one
     for (size_t i = 0; i < size_t(count) + 10; ++i) {
         const auto client = std::move(clients[i]);
         if (!client)
@@ -196,7 +197,7 @@ void TestTaskMessagingClients::livingClientsKeepTheirOrder()
         const int endsBefore = ends;
         client->close();
         QTRY_VERIFY(ends > endsBefore);
-        clients.push_back(connectClient()); // gives the next one its turn
+        clients.push_back(connectClient()); // a new connection starts the turn of the next one
     }
     takeOnly({RemoteClosed, OneOnly});
 }
@@ -216,19 +217,19 @@ void TestTaskMessagingClients::newcomerIsServedAfterManyRounds()
     }
 }
 
-void TestTaskMessagingClients::clientThatLeavesWithTheNewcomerIsReplaced()
+void TestTaskMessagingClients::newcomerReplacesAClosedClient()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     first.reset();
-    const auto newcomer = connectClient(); // before the event loop notices either
+    const auto newcomer = connectClient(); // before the event loop runs
     QTRY_COMPARE(ends, 1);
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     QVERIFY(isServed(*newcomer));
     QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
 }
 
-void TestTaskMessagingClients::messagesOfClientsThatHaveLeftAreDelivered()
+void TestTaskMessagingClients::messagesOfClosedClientsAreDelivered()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
@@ -250,7 +251,7 @@ void TestTaskMessagingClients::messagesOfClientsThatHaveLeftAreDelivered()
     takeOnly({RemoteClosed, OneOnly});
 }
 
-void TestTaskMessagingClients::mayBeDeletedByTheMessageOfAClientThatHasLeft()
+void TestTaskMessagingClients::messageOfAClosedClientMayDeleteTheChannel()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
@@ -266,7 +267,7 @@ void TestTaskMessagingClients::mayBeDeletedByTheMessageOfAClientThatHasLeft()
     takeOnly({RemoteClosed});
 }
 
-void TestTaskMessagingClients::unsentReplyIsNotLostToTheNextClient()
+void TestTaskMessagingClients::replyDuringAClosedTurnReachesItsClient()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
@@ -280,14 +281,14 @@ void TestTaskMessagingClients::unsentReplyIsNotLostToTheNextClient()
     takeOnly({RemoteClosed, "Insufficient data in the socket"});
 }
 
-void TestTaskMessagingClients::frameTornInAnEventLoopOfTheReceiverIsLoggedOnce()
+void TestTaskMessagingClients::frameTornDuringASlotIsLoggedOnce()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     auto waiting = connectClients(1);
     PlainSocket *const client = waiting.front().get();
     QVERIFY(client->send(frame("{}")));
-    QTRY_VERIFY(client->isRead()); // and so delivered as soon as the client gets its turn
+    QTRY_VERIFY(client->isRead()); // delivered when the turn of the client starts
     first.reset();
     QTRY_COMPARE(ends, 1);
     connect(task.get(), &TaskMessaging::messageReceived, this, [this, client] {

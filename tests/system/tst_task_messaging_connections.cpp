@@ -94,7 +94,8 @@ void TestTaskMessagingConnections::applicationIsConnectedAfterConstruction()
     QVERIFY(application->sendMessage({}));
     PlainSocket task(listener.get());
     QTRY_COMPARE(task.received(), frame("{}"));
-    QCOMPARE(application.states, QVector<int>()); // nobody could listen when it connected
+    QCOMPARE(application.states,
+             QVector<int>()); // connected within the constructor, before any connection of the signal
 }
 
 void TestTaskMessagingConnections::missingSocketIsLogged()
@@ -133,7 +134,7 @@ void TestTaskMessagingConnections::channelOutlivesItsPath()
     QTRY_COMPARE(application.messages.size(), 1);
 
     task.channel.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of its server
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // deletes its QLocalServer
     QCOMPARE(log->takeWarnings(), QStringList());
     QTRY_COMPARE(application->state(), TaskMessaging::Unconnected);
     QCOMPARE(log->takeWarnings(), QStringList(RemoteClosed));
@@ -201,7 +202,7 @@ void TestTaskMessagingConnections::secondClientWaits()
     QStringList warnings;
     QTRY_COMPARE((warnings += log->takeWarnings(), warnings), QStringList(OneOnly));
 
-    // The first one is still the one that counts.
+    // The first client stays connected.
     QVERIFY(first.send(frame(R"({"from":"first"})")));
     QTRY_COMPARE(task.messages, QStringList("{\"from\":\"first\"}"));
     QVERIFY(task->sendMessage({}));
@@ -209,7 +210,7 @@ void TestTaskMessagingConnections::secondClientWaits()
     QVERIFY(!second.isClosed());
     QCOMPARE(second.received(), QByteArray());
 
-    // When it has gone, the next that comes lets the one in that has waited.
+    // After the first client has left, the next connection starts the turn of the waiting client.
     first.close();
     QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
     log->takeWarnings();
@@ -234,11 +235,12 @@ void TestTaskMessagingConnections::messagesOfAClientThatLeftWhileWaitingArrive()
     first.close();
     QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
     log->takeWarnings();
-    PlainSocket third(path()); // gives the second one its turn, which has left, and then has its own
+    PlainSocket third(path()); // starts the turn of the second client, which has left; the turn of the third follows
     QVERIFY(third.send(frame(R"({"from":"third"})")));
     QTRY_COMPARE(task.messages, QStringList({"{\"from\":\"second\"}", "{\"from\":\"third\"}"}));
     QCOMPARE(task->state(), TaskMessaging::Connected);
-    const QStringList endings = log->takeWarnings(); // none if Qt noticed the second one's end while it waited
+    const QStringList endings =
+        log->takeWarnings(); // none if Qt has noticed the end of the second client during its wait
     for (const QString &warning : endings)
         QCOMPARE(warning, RemoteClosed);
 }
@@ -303,7 +305,7 @@ void TestTaskMessagingConnections::descriptorsThatDoNotListenStayUntouched()
         QCOMPARE(task->state(), TaskMessaging::Unconnected);
         QVERIFY(!task->sendMessage({}));
     }
-    QCOMPARE(::fcntl(number, F_GETFL), flags); // neither closed nor made non-blocking
+    QCOMPARE(::fcntl(number, F_GETFL), flags); // neither closed nor switched to non-blocking
     const QStringList warnings = log->takeWarnings();
     QCOMPARE(warnings.size(), 2);
     QCOMPARE(warnings.first(), QString("Not a listening local socket: %1").arg(number));
@@ -323,7 +325,7 @@ void TestTaskMessagingConnections::taskWithoutAFreeDescriptorStopsListening()
     }
     QCOMPARE(warnings,
              QStringList("TaskMessaging has stopped listening: \"QLocalSocket::activated: Unknown error 24\""));
-    QVERIFY(first.send(frame("{}"))); // the client that is there stays
+    QVERIFY(first.send(frame("{}"))); // the first client stays connected
     QTRY_COMPARE(task.messages.size(), 1);
 }
 
@@ -363,17 +365,17 @@ void TestTaskMessagingConnections::peerThatDoesNotReadBlocksNothing()
     std::unique_ptr<PlainSocket> other =
         isTask ? std::make_unique<PlainSocket>(path()) : std::make_unique<PlainSocket>(listener.get());
     QTRY_COMPARE(channel->state(), TaskMessaging::Connected);
-    const int count = 1000; // of 32 KiB, far more than the kernel keeps for the other end
+    const int count = 1000; // messages of 32 KiB, many more than the socket buffer holds
     const QJsonObject message{{"x", QString(32 * 1024 - 8, 'x')}};
     for (int i = 0; i < count; ++i) {
         QVERIFY(channel->sendMessage(message));
-        QCoreApplication::processEvents(); // does not wait until there is room
+        QCoreApplication::processEvents(); // does not block while the buffer is full
     }
     QCOMPARE(channel->state(), TaskMessaging::Connected);
-    QVERIFY(other->send(frame("{}"))); // and is heard all the same
+    QVERIFY(other->send(frame("{}"))); // the channel still reads
     QTRY_COMPARE(received, 1);
 
-    // What was sent has been kept, and comes whole.
+    // The channel has queued all messages, and sends each completely.
     const QByteArray bytes = frame(toJson(message).toUtf8());
     QVERIFY(runUntil([&] { return other->received().size() == count * bytes.size(); }));
     QCOMPARE(other->received(), bytes.repeated(count));

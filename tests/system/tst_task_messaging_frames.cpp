@@ -19,7 +19,7 @@ namespace {
 
 const QString Incomplete = "Insufficient data in the socket";
 
-/// A figure of this process's memory, in KiB.
+/// Returns a value of /proc/self/status in KiB.
 qint64 memory(const char *name)
 {
     QFile file("/proc/self/status");
@@ -30,7 +30,7 @@ qint64 memory(const char *name)
     return text.mid(text.indexOf(label) + label.size()).trimmed().split(' ').first().toLongLong();
 }
 
-/// Has "VmHWM" begin anew at what is used now.
+/// Resets "VmHWM", the peak of the used memory, to the current value.
 void forgetPeakMemory()
 {
     QFile file("/proc/self/clear_refs");
@@ -164,7 +164,7 @@ void TestTaskMessagingFrames::eachPayloadIsEmittedAsAMessage_data()
     QTest::newRow("hexadecimal") << frame(R"({"a":0x10})") << "{}";
     QTest::newRow("binary JSON") << frame(QByteArray("qbjs\1\0\0\0\0\0\0\0", 12)) << "{}";
     QTest::newRow("frame in a frame") << frame(frame(R"({"a":1})")) << "{}";
-    for (const int levels : {1023, 1024, 1025}) { // the object is one
+    for (const int levels : {1023, 1024, 1025}) { // the object is the first level
         const QByteArray nested =
             QByteArrayLiteral("{\"a\":") + QByteArray(levels - 1, '[') + QByteArray(levels - 1, ']') + '}';
         QTest::addRow("%d levels", levels)
@@ -208,9 +208,9 @@ void TestTaskMessagingFrames::incompleteFramesCloseTheConnection()
     const qint64 addresses = memory("VmSize");
     QVERIFY(application.send(frame(R"({"whole":true})") + bytes));
     QTRY_VERIFY(application.isClosed());
-    QVERIFY2(memory("VmHWM") - used < qint64(16) * 1024, "a length that is promised is not believed");
-    // An earlier peak may be above what there was before, but not by as much as the lengths.
-    QVERIFY2(memory("VmPeak") - addresses < qint64(1024) * 1024, "nor is room for it set aside");
+    QVERIFY2(memory("VmHWM") - used < qint64(16) * 1024, "no memory is used for the announced length");
+    // An earlier peak may be above the current size, but not by as much as the lengths.
+    QVERIFY2(memory("VmPeak") - addresses < qint64(1024) * 1024, "no addresses are reserved for the announced length");
     QCOMPARE(task.messages, QStringList("{\"whole\":true}"));
     QCOMPARE(task->state(), TaskMessaging::Unconnected);
     QCOMPARE(task.states, QVector<int>({TaskMessaging::Closing, TaskMessaging::Unconnected}));
@@ -239,13 +239,13 @@ void TestTaskMessagingFrames::completeFramesAreRead()
     PlainSocket application(path());
     application.makeRoom(256 * 1024);
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
-    QVERIFY(application.send(frame(payload) + frame("{}"))); // before the other end looks
+    QVERIFY(application.send(frame(payload) + frame("{}"))); // before the channel reads
     QTRY_COMPARE(task.messages, QStringList({"{}", "{}"}));
 }
 
 void TestTaskMessagingFrames::burstsArriveCompletely_data()
 {
-    QTest::addColumn<bool>("isTask"); // what the library is
+    QTest::addColumn<bool>("isTask"); // whether the library is the task or the application
     QTest::addColumn<bool>("sends");
     QTest::addColumn<int>("count");
     QTest::addColumn<int>("size");
@@ -284,7 +284,7 @@ void TestTaskMessagingFrames::burstsArriveCompletely()
         channel = std::make_unique<TaskMessaging>(path());
     }
 
-    // {"n":1017,"x":"xxx..."}, of so many bytes
+    // {"n":1017,"x":"xxx..."} with a length of size bytes
     const auto message = [size](int number) {
         QJsonObject object{{"n", 1000 + number % 9000}};
         if (size > 10)

@@ -42,7 +42,7 @@ private:
 
     std::unique_ptr<QTemporaryDir> directory;
     std::optional<MessageLog> log;
-    int handled = 0; ///< signals, where the channel is deleted in the first
+    int handled = 0; ///< signals; the first one deletes the channel
 };
 
 void TestTaskMessagingLifetime::init()
@@ -115,7 +115,7 @@ void TestTaskMessagingLifetime::stateSlotMayDeleteTheChannel()
 {
     QFETCH(bool, isTask);
 
-    for (const bool isTorn : {true, false}) { // closed by the channel itself, and by the other end
+    for (const bool isTorn : {true, false}) { // the channel closes the connection, or the other end does
         Descriptor listener(listeningSocket(path()));
         auto *channel = isTask ? new TaskMessaging(listener.release()) : new TaskMessaging(path());
         std::unique_ptr<PlainSocket> other =
@@ -181,7 +181,7 @@ void TestTaskMessagingLifetime::eventLoopOfASlotMayDeleteTheChannel()
         QEventLoop loop;
         QTimer::singleShot(0, &loop, [channel, &loop] {
             delete channel;
-            QTimer::singleShot(0, &loop, &QEventLoop::quit); // what is to be deleted later is deleted before
+            QTimer::singleShot(0, &loop, &QEventLoop::quit); // quits after deferred deletions
         });
         loop.exec();
         ++handled;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What a channel does with its sockets, as the kernel sees it.
+// The sockets of a channel: backlog, close-on-exec, unsent data.
 #include <Corvane/task_messaging.h>
 
 #include <message_log.h>
@@ -20,7 +20,7 @@ using namespace Corvane;
 
 namespace {
 
-/// The descriptors of this process that a program started by it would inherit.
+/// Returns the socket descriptors that a child process would inherit.
 QStringList inheritedSockets()
 {
     QStringList names;
@@ -43,7 +43,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void waitsWhileTheBacklogIsFull();
+    void connectWaitsWhileTheBacklogIsFull();
     void socketsAreClosedOnExec();
     void deletedChannelDropsUnsentMessages_data();
     void deletedChannelDropsUnsentMessages();
@@ -67,10 +67,10 @@ void TestTaskMessagingSockets::cleanup()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-void TestTaskMessagingSockets::waitsWhileTheBacklogIsFull()
+void TestTaskMessagingSockets::connectWaitsWhileTheBacklogIsFull()
 {
     const Descriptor listener(listeningSocket(path, 0));
-    auto blocker = std::make_unique<PlainSocket>(path); // the kernel keeps one more than the backlog
+    auto blocker = std::make_unique<PlainSocket>(path); // the kernel queues one connection more than the backlog
     TaskMessaging application(path);
     QCOMPARE(int(application.state()), int(TaskMessaging::Connecting));
     QVERIFY(!application.sendMessage({}));
@@ -81,7 +81,7 @@ void TestTaskMessagingSockets::waitsWhileTheBacklogIsFull()
         QCOMPARE(state, application.state());
         states << int(state);
     });
-    const PlainSocket accepted(listener.get()); // makes room
+    const PlainSocket accepted(listener.get()); // frees a place in the backlog
     QTRY_COMPARE(states, QVector<int>{TaskMessaging::Connected});
     QVERIFY(application.sendMessage({}));
     PlainSocket task(listener.get());
@@ -92,7 +92,7 @@ void TestTaskMessagingSockets::socketsAreClosedOnExec()
 {
     const QStringList before = inheritedSockets();
     const Descriptor inherited(listeningSocket(path));
-    QCOMPARE(::fcntl(inherited.get(), F_SETFD, 0), 0); // as the task gets it
+    QCOMPARE(::fcntl(inherited.get(), F_SETFD, 0), 0); // inheritable, like the socket of a task
     const int copy = ::fcntl(inherited.get(), F_DUPFD, 0);
     TaskMessaging task(copy);
     PlainSocket client(path);
@@ -127,10 +127,10 @@ void TestTaskMessagingSockets::deletedChannelDropsUnsentMessages()
     PlainSocket other = isTask ? PlainSocket(path) : PlainSocket(listener.get());
     QTRY_COMPARE(int(channel->state()), int(TaskMessaging::Connected));
     const QJsonObject message{{"x", QString(1024 * 1024, 'x')}};
-    for (int i = 0; i < 8; ++i) // more than the kernel keeps
+    for (int i = 0; i < 8; ++i) // more than the socket buffer holds
         QVERIFY(channel->sendMessage(message));
     channel.reset();
-    QVERIFY(runUntil([&other] { return other.isClosed(); })); // nothing waits for the other end to read
+    QVERIFY(runUntil([&other] { return other.isClosed(); })); // the channel closes although the other end does not read
     QVERIFY(other.received().size() < 8 * 1024 * 1024);
 }
 

@@ -54,7 +54,7 @@ void TestError::keepsCodeAndMessage()
     QVERIFY(error.isError());
     QVERIFY(error);
 
-    const Error unknown(Error::Code(300), {}); // whatever number it is, it is no success
+    const Error unknown(Error::Code(300), {}); // no unknown code is a success
     QCOMPARE(int(unknown.code()), 300);
     QVERIFY(unknown);
 }
@@ -74,7 +74,7 @@ void TestError::comparesWithCodes()
     QVERIFY(Error::InvalidArgs == error);
     QVERIFY(!(error != Error::InvalidArgs));
     QVERIFY(!(Error::InvalidArgs != error));
-    QVERIFY(error != Error::Failed); // whose number is that of true
+    QVERIFY(error != Error::Failed); // Error::Failed is 1, like true
     QVERIFY(Error::Failed != error);
     QVERIFY(!(error == Error::Failed));
     QVERIFY(!(Error::Failed == error));
@@ -147,7 +147,7 @@ void TestError::busErrorsBecomeCodes_data()
     QTest::newRow("service prefix in another case") << service.toUpper() + "HandlerNotFound" << 1;
     QTest::newRow("standard prefix in another case") << "org.freedesktop.dbus.Error.AccessDenied" << 1;
     QTest::newRow("service prefix elsewhere") << "x." + service + "HandlerNotFound" << 1;
-    // A prefix is removed wherever it stands, if the name begins with it.
+    // If the name begins with the prefix, each occurrence of the prefix is removed.
     QTest::newRow("service prefix twice") << service + service + "HandlerNotFound" << 2;
     QTest::newRow("service prefix again within") << service + "Handler" + service + "NotFound" << 2;
     QTest::newRow("service prefix again at the end") << service + "NoError" + service << 0;

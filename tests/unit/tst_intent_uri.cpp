@@ -37,8 +37,8 @@ private Q_SLOTS:
     void unreadableHintIsNull();
     void readsBackWhatItWrote_data();
     void readsBackWhatItWrote();
-    void someCharactersComeBackEncoded_data();
-    void someCharactersComeBackEncoded();
+    void someCharactersAreReadEncoded_data();
+    void someCharactersAreReadEncoded();
     void invokerWritesTheSame();
     void takesThousandsOfParams();
 };
@@ -207,7 +207,7 @@ void TestIntentUri::reads_data()
     row("hints", "intent://?a=S.b%26c&d=B.true#Intent;name=X;end", "X", {{a, "b&c"}, {"d", true}}, {});
     row("without authority", "intent:#Intent;name=X;end", "X", {}, {});
     row("with an authority and a path", "intent://host/path?a=d.1#Intent;name=X;end", "X", {{a, 1}}, {});
-    row("scheme in capitals", "INTENT://#Intent;name=X;end", "X", {}, {}); // QUrl makes it small
+    row("scheme in capitals", "INTENT://#Intent;name=X;end", "X", {}, {}); // QUrl converts the scheme to lower case
     row("empty name and a param", "intent://#Intent;name=;a=d.1;end", "", {}, {{a, 1}});
     row("another end within", "intent://#Intent;name=X;a=S.x;End=d.1;end", "X", {}, {{a, "x"}, {"End", 1}});
     row("param called end", "intent://#Intent;name=X;end=d.1;end", "X", {}, {{"end", 1}});
@@ -314,7 +314,7 @@ void TestIntentUri::readsBackWhatItWrote()
     QCOMPARE(hints, object);
 }
 
-void TestIntentUri::someCharactersComeBackEncoded_data()
+void TestIntentUri::someCharactersAreReadEncoded_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("inHints");
@@ -334,7 +334,7 @@ void TestIntentUri::someCharactersComeBackEncoded_data()
                                     << "A";
 }
 
-void TestIntentUri::someCharactersComeBackEncoded()
+void TestIntentUri::someCharactersAreReadEncoded()
 {
     QFETCH(QString, text);
     QFETCH(QString, inHints);
@@ -361,7 +361,7 @@ void TestIntentUri::takesThousandsOfParams()
 {
     QJsonObject params;
     QString fragment = "Intent;name=X";
-    for (int i = 20000; i-- > 0;) { // in descending order
+    for (int i = 20000; i-- > 0;) { // descending keys
         const QString key = QString("k%1").arg(i, 5, 10, QLatin1Char('0'));
         fragment += QString(";%1=i.%2").arg(key).arg(i);
         params.insert(key, i);

@@ -24,12 +24,12 @@ private Q_SLOTS:
     void expands();
     void findsValues_data();
     void findsValues();
-    void takesElementsOffThePath_data();
-    void takesElementsOffThePath();
+    void nextElementIsRemovedFromThePath_data();
+    void nextElementIsRemovedFromThePath();
     void reportsSyntaxErrors_data();
     void reportsSyntaxErrors();
-    void messagesNameTheTokenizer_data();
-    void messagesNameTheTokenizer();
+    void messagesComeFromTheTokenizer_data();
+    void messagesComeFromTheTokenizer();
     void takesLongPaths();
 };
 
@@ -136,7 +136,7 @@ void TestJsonPath::findsValues()
     QCOMPARE(Core::JsonPath::value(root, path), expected);
 }
 
-void TestJsonPath::takesElementsOffThePath_data()
+void TestJsonPath::nextElementIsRemovedFromThePath_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<int>("element");
@@ -145,7 +145,7 @@ void TestJsonPath::takesElementsOffThePath_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<QString>("message");
 
-    // "before" and 99 are what the variables hold already.
+    // "before" and 99 are the initial values of the variables.
     const auto row = [](const char *path, int element, const char *rest, const char *key, int index,
                         const char *message = "") {
         QTest::newRow(path) << QString::fromUtf8(path) << element << QString::fromUtf8(rest) << QString::fromUtf8(key)
@@ -183,7 +183,7 @@ void TestJsonPath::takesElementsOffThePath_data()
     row("[2147483648]", 0, "", "before", 0, R"(JSON path error: could not parse index "2147483648")");
 }
 
-void TestJsonPath::takesElementsOffThePath()
+void TestJsonPath::nextElementIsRemovedFromThePath()
 {
     QFETCH(QString, path);
     QFETCH(int, element);
@@ -203,7 +203,7 @@ void TestJsonPath::takesElementsOffThePath()
     QCOMPARE(shortened, rest);
     QCOMPARE(takenKey, key);
     QCOMPARE(takenIndex, index);
-    QCOMPARE(path, before); // which shared its characters
+    QCOMPARE(path, before); // path shares its characters with the shortened copy
 }
 
 void TestJsonPath::reportsSyntaxErrors_data()
@@ -235,7 +235,7 @@ void TestJsonPath::reportsSyntaxErrors()
     QCOMPARE(Core::JsonPath::expand(root, path), expanded);
 }
 
-void TestJsonPath::messagesNameTheTokenizer_data()
+void TestJsonPath::messagesComeFromTheTokenizer_data()
 {
     QTest::addColumn<QString>("path");
 
@@ -243,11 +243,11 @@ void TestJsonPath::messagesNameTheTokenizer_data()
     QTest::newRow("no number") << "a[x]";
 }
 
-void TestJsonPath::messagesNameTheTokenizer()
+void TestJsonPath::messagesComeFromTheTokenizer()
 {
     QFETCH(QString, path);
 
-    static QStringList contexts; // of the messages
+    static QStringList contexts; // where the messages were logged
     contexts.clear();
     const auto previous =
         qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &) {

@@ -86,7 +86,7 @@ private Q_SLOTS:
     void countsLevels_data();
     void countsLevels();
     void countsLevelsOfArraysOfObjects();
-    void doesNotDescendForEver();
+    void recursionIsLimited();
     void measuresArrays_data();
     void measuresArrays();
     void measuresLists_data();
@@ -144,14 +144,14 @@ void TestMessageMeter::countsLevelsOfArraysOfObjects()
     QCOMPARE(problemOf(nestedObjectArrays(15, empty)), QString());
     QCOMPARE(problemOf(nestedObjectArrays(16, empty)), TooDeep);
 
-    // In a map only the outermost array is one of objects; those in it are mixed, and take a level more.
+    // In hints only the outermost array is an array of objects. Inner arrays are mixed, which is one level more.
     QCOMPARE(problemOfHints(nestedObjectArrays(12, empty)), QString());
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(12, empty))), QString());
     QCOMPARE(problemOfHints(nestedObjectArrays(13, empty)), TooDeep);
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(13, empty))), TooDeep);
 }
 
-void TestMessageMeter::doesNotDescendForEver()
+void TestMessageMeter::recursionIsLimited()
 {
     const QJsonObject mixedArrays{{Key, nestedMixedArrays(20000, 1)}};
     for (const auto problem : {static_cast<QString (*)(const QJsonObject &)>(problemOf), problemOfHints}) {
@@ -159,7 +159,7 @@ void TestMessageMeter::doesNotDescendForEver()
         QCOMPARE(problem(mixedArrays), TooDeep);
         QCOMPARE(problem(nestedObjectArrays(10000, 1)), TooDeep);
     }
-    // An array of arrays is left out, and so not looked into, unless it is within another.
+    // An array of arrays is omitted, and so not measured, unless it is within another array.
     const QJsonObject arrays{{Key, nestedArrays(20000)}};
     QCOMPARE(problemOf(arrays), QString());
     QCOMPARE(problemOfHints(arrays), QString());
@@ -226,7 +226,7 @@ void TestMessageMeter::measuresLists_data()
     QTest::newRow("texts") << QVariant(texts) << 2 << 4 << 8;
 }
 
-/// As bytes beside the list show that just fit.
+/// Finds the size by the number of bytes that fit beside the list.
 void TestMessageMeter::measuresLists()
 {
     QFETCH(QVariant, list);
@@ -258,7 +258,7 @@ void TestMessageMeter::measuresTheWholeMessage_data()
     QTest::newRow("numbers") << QVariant::fromValue(QList<double>{1, 2}) << 32;
 }
 
-/// Whatever comes last may be what is too much.
+/// The last member exceeds the limit.
 void TestMessageMeter::measuresTheWholeMessage()
 {
     QFETCH(QVariant, last);

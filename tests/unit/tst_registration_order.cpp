@@ -27,7 +27,7 @@ QStringList names(const QVector<int> &types)
 
 } // namespace
 
-/// Takes the place of Qt's function in this program, and only notes the type.
+/// Replaces Qt's function in this program, and only records the type.
 void QDBusMetaType::registerMarshallOperators(int type, MarshallFunction write, DemarshallFunction read)
 {
     if (write && read)
@@ -74,7 +74,7 @@ void TestRegistrationOrder::operatorsAreRegisteredInOrder()
         QMetaType::QJsonObject,
         QMetaType::QJsonValue,
     };
-    QVector<int> actual; // without the types of the library's own
+    QVector<int> actual; // without the types of the library
     for (const int type : qAsConst(marshalled())) {
         if (expected.contains(type))
             actual << type;

@@ -11,19 +11,19 @@ class TestSchedule : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void emptyScheduleSaysNothing();
-    void whatIsSetIsRead();
+    void emptyScheduleIsAnEmptyMap();
+    void gettersReturnTheSetValues();
     void datesKeepTheSecond_data();
     void datesKeepTheSecond();
     void listsAreKeptAsTheyAre();
     void laterCallReplacesTheEarlierOne();
     void buildersChainInPlace();
     void copiesAreIndependent();
-    void mapsAreTakenAsTheyAre_data();
-    void mapsAreTakenAsTheyAre();
+    void mapsAreStoredUnchanged_data();
+    void mapsAreStoredUnchanged();
 };
 
-void TestSchedule::emptyScheduleSaysNothing()
+void TestSchedule::emptyScheduleIsAnEmptyMap()
 {
     for (const Schedule &schedule : {Schedule(), Schedule(QVariantMap())}) {
         QVERIFY(!schedule.startDate().isValid());
@@ -35,7 +35,7 @@ void TestSchedule::emptyScheduleSaysNothing()
     }
 }
 
-void TestSchedule::whatIsSetIsRead()
+void TestSchedule::gettersReturnTheSetValues()
 {
     const QDateTime start(QDate(2030, 1, 2), QTime(3, 4, 5), Qt::UTC);
     const QDateTime end(QDate(2031, 1, 2), QTime(3, 4, 5), Qt::UTC);
@@ -108,7 +108,7 @@ void TestSchedule::copiesAreIndependent()
     QCOMPARE(schedule.hours(), QList<int>({2}));
 }
 
-void TestSchedule::mapsAreTakenAsTheyAre_data()
+void TestSchedule::mapsAreStoredUnchanged_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QList<int>>("numbers");
@@ -124,7 +124,7 @@ void TestSchedule::mapsAreTakenAsTheyAre_data()
     QTest::newRow("nothing") << QVariant() << QList<int>() << QDateTime();
 }
 
-void TestSchedule::mapsAreTakenAsTheyAre()
+void TestSchedule::mapsAreStoredUnchanged()
 {
     QFETCH(QVariant, value);
     QFETCH(QList<int>, numbers);

@@ -15,7 +15,7 @@ namespace {
 const QString ArrayOfArrays = "JSON array of arrays are not supported";
 const QString UnknownType = "Unknown JSON value type";
 
-/// The value with the types of its parts, since QVariant compares 1 and 1.0 and "1" as equal.
+/// Returns the value as text with all types, because QVariant treats 1, 1.0 and "1" as equal.
 QString described(const QVariant &value)
 {
     QStringList parts;
@@ -92,7 +92,7 @@ void TestTypes::convertsArrays()
     QCOMPARE(variant.isValid(), !expected.isEmpty());
     QCOMPARE(described(variant), expected);
     QCOMPARE(log.takeWarnings(), warnings);
-    QCOMPARE(variant.value<QVariantList>().size(), // Qt knows what kind of list it is
+    QCOMPARE(variant.value<QVariantList>().size(), // Qt converts any registered list
              variant.isValid() ? fromJson(json).toArray().size() : 0);
 }
 
@@ -129,7 +129,7 @@ void TestTypes::convertsObjects()
 
 void TestTypes::makesObjects_data()
 {
-    QTest::addColumn<QStringList>("keys"); // each with its position as its value
+    QTest::addColumn<QStringList>("keys"); // the value of each key is its position
     QTest::addColumn<QByteArray>("expected");
 
     QTest::newRow("none") << QStringList() << QByteArray("{}");

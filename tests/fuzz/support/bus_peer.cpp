@@ -103,7 +103,7 @@ void addValues(QString *text, sd_bus_message *message, bool isDictionary, const 
         sortEntries(text, starts);
 }
 
-/// Hears a signal that was sent after what is to have arrived.
+/// Receives a signal that is sent after the messages to wait for.
 class Marker : public QObject
 {
     Q_OBJECT

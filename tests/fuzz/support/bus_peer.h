@@ -42,7 +42,7 @@ public:
 };
 
 /// The values of a message from where it is read to the end of what it is in, as text. Entries of dictionaries are
-/// sorted, and variants bear their signature.
+/// sorted, and variants have their signature.
 QString textOf(sd_bus_message *message);
 
 /// Makes the QCoreApplication, once, and sees that it has a connection to the bus.

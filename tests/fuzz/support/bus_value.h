@@ -58,7 +58,7 @@ std::vector<QByteArray> completeTypes(const QByteArray &signature);
 
 void append(sd_bus_message *message, const BusValue &value);
 
-/// What the value is as JSON, and the warnings about what is not read.
+/// Returns the value as JSON, and adds the warnings about values that are not read.
 QJsonValue jsonOf(const BusValue &value, QStringList *warnings);
 
 /// A number of any type; others are 0.

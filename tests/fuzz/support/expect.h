@@ -6,7 +6,7 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
 
-/// What the fuzzing targets judge with.
+/// The checks of the fuzzing targets.
 namespace Fuzz {
 
 /// Ends the process with a text.
@@ -41,7 +41,7 @@ QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor);
 
 constexpr int MaxDescriptorsAsked = 512;
 
-/// What the process has open, of the numbers below \a end.
+/// Returns the open descriptors with numbers below \a end.
 QVector<OpenDescriptor> openDescriptors(int end = MaxDescriptorsAsked);
 
 /// A directory of this process, gone at its end; in memory if the system has a place for that.

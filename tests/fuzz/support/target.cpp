@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What each target has in common: the options of the sanitizers and of libFuzzer, and the search for leaks.
+// The common parts of all targets: the options of the sanitizers and of libFuzzer, and the leak check.
 #include "target.h"
 
 #include "expect.h"

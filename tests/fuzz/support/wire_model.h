@@ -14,11 +14,11 @@ enum class Place {
     Mixed, ///< Within a mixed array no array is typed.
 };
 
-/// What is to become of JSON on the bus.
+/// The expected form of JSON on the bus.
 struct Wire
 {
     QString text; ///< as textOf() writes a message
-    QJsonObject json; ///< what is read from it again
+    QJsonObject json; ///< the JSON that is read from it
     QStringList warnings; ///< about what is left out
 };
 
