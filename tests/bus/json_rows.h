@@ -3,8 +3,8 @@
 
 #include <QtTest/QtTest>
 
-const QString UnknownType = "Unknown JSON value type";
-const QString ArrayOfArrays = "JSON array of arrays are not supported";
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
 
 /// Adds rows of JSON values. A value is written in the same way alone, as a parameter and as a hint. The columns are
 /// the value, its D-Bus signature, the text that arrives, and the warnings about parts that have no form on the bus.

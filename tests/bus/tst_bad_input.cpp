@@ -20,11 +20,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString HandleIntent = "HandleIntent";
-const QString NoFiles = "{'readFiles': <@as []>, 'writeFiles': <@as []>}";
-const QString Unknown = "Unknown JSON value type";
-const QString OfArrays = "JSON array of arrays are not supported";
-const QString HasNul = "A message cannot hold a text with U+0000";
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString NoFiles = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
+const QString Unknown = QStringLiteral("Unknown JSON value type");
+const QString OfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
 
 enum Place : int { Params, Hints, Result };
 

@@ -28,10 +28,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString HandleIntent = "HandleIntent";
-const QString AskBody = "('Ask', @a{sv} {})";
-const QString Answer = "(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})";
-const QString Number = "n";
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString AskBody = QStringLiteral("('Ask', @a{sv} {})");
+const QString Answer = QStringLiteral("(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})");
+const QString Number = QStringLiteral("n");
 
 bool underValgrind()
 {

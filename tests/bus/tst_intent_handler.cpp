@@ -21,13 +21,13 @@ using namespace Corvane;
 
 namespace {
 
-const QString Files = "{'readFiles': <@as []>, 'writeFiles': <@as []>}";
+const QString Files = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
 const QString NotRegistered =
     "org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)";
-const QString UnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
-const QString HandleIntent = "HandleIntent";
-const QString Ask = "Ask";
-const QString AskBody = "('Ask', {'q': <1>})";
+const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod");
+const QString HandleIntent = QStringLiteral("HandleIntent");
+const QString Ask = QStringLiteral("Ask");
+const QString AskBody = QStringLiteral("('Ask', {'q': <1>})");
 
 QJsonObject withoutInterface()
 {

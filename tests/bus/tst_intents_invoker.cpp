@@ -18,7 +18,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString ServiceError = CORVANE_SERVICE_ROOT ".Error.";
+const QString ServiceError = QStringLiteral(CORVANE_SERVICE_ROOT ".Error.");
 
 QString invocation(const QString &arguments)
 {

@@ -22,10 +22,10 @@
 
 namespace {
 
-const QString Interface = "com.example.Operators";
-const QString ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
-const QString ArrayWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)";
-const QString ValueReader = "const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)";
+const QString Interface = QStringLiteral("com.example.Operators");
+const QString ValueWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)");
+const QString ArrayWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)");
+const QString ValueReader = QStringLiteral("const QDBusArgument& operator>>(const QDBusArgument&, QJsonValue&)");
 
 QVariant variantOf(const QJsonValue &value)
 {

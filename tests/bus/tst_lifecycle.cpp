@@ -18,10 +18,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString InstanceId = "demo.instance1";
-const QString Object = "Lifecycle1";
-const QString Interface = CORVANE_SERVICE_ROOT ".Lifecycle1";
-const QString StateChanged = "StateChanged";
+const QString InstanceId = QStringLiteral("demo.instance1");
+const QString Object = QStringLiteral("Lifecycle1");
+const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".Lifecycle1");
+const QString StateChanged = QStringLiteral("StateChanged");
 
 } // namespace
 

@@ -22,11 +22,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString Key = "n";
-const QString TooDeep = "A message cannot nest more than 63 containers";
-const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
-const QString HasNul = "A message cannot hold a text with U+0000";
-const QString TooManyFiles = QString("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
+const QString Key = QStringLiteral("n");
+const QString TooDeep = QStringLiteral("A message cannot nest more than 63 containers");
+const QString ArrayTooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
+const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
+const QString TooManyFiles = QStringLiteral("A message cannot carry more than %1 files").arg(CORVANE_MAX_DESCRIPTORS);
 
 enum Shape : int { Objects, MixedArrays, ArraysOfObjects };
 

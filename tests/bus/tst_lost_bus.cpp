@@ -20,7 +20,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString NotConnected = "Not connected to D-Bus server";
+const QString NotConnected = QStringLiteral("Not connected to D-Bus server");
 
 } // namespace
 

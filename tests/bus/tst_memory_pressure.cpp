@@ -19,12 +19,12 @@ using namespace Corvane;
 
 namespace {
 
-const QString Object = "MemoryPressure1";
-const QString Interface = CORVANE_SERVICE_ROOT ".MemoryPressure1";
-const QString Properties = "org.freedesktop.DBus.Properties";
-const QString PropertiesChanged = "PropertiesChanged";
-const QString Subscribe = "Subscribe";
-const QString GetAll = "GetAll";
+const QString Object = QStringLiteral("MemoryPressure1");
+const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".MemoryPressure1");
+const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");
+const QString PropertiesChanged = QStringLiteral("PropertiesChanged");
+const QString Subscribe = QStringLiteral("Subscribe");
+const QString GetAll = QStringLiteral("GetAll");
 
 QStringList bothCalls()
 {

@@ -18,7 +18,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString InstanceId = "demo.instance1";
+const QString InstanceId = QStringLiteral("demo.instance1");
 
 } // namespace
 

@@ -23,10 +23,10 @@ using namespace Corvane;
 
 namespace {
 
-const QString UnknownType = "Unknown JSON value type";
-const QString ArrayOfArrays = "JSON array of arrays are not supported";
-const QString TooDeep = "A message cannot nest more than 63 containers";
-const QString ValueWriter = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString TooDeep = QStringLiteral("A message cannot nest more than 63 containers");
+const QString ValueWriter = QStringLiteral("QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)");
 
 } // namespace
 

@@ -11,8 +11,8 @@
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
-const QString Stop = "Stop (sb) ('demo.task_sync', true)";
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Stop = QStringLiteral("Stop (sb) ('demo.task_sync', true)");
 
 QString pathOf(const QString &interface)
 {

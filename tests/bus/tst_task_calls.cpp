@@ -15,8 +15,8 @@ using namespace Corvane;
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
-const QString Sync = "sync";
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Sync = QStringLiteral("sync");
 
 } // namespace
 

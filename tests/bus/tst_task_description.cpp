@@ -26,7 +26,7 @@ Q_DECLARE_METATYPE(Describe)
 
 namespace {
 
-const QString Sync = "sync";
+const QString Sync = QStringLiteral("sync");
 
 } // namespace
 

@@ -17,11 +17,11 @@ using namespace Corvane;
 
 namespace {
 
-const QString Object = "Tasks1";
-const QString Interface = CORVANE_SERVICE_ROOT ".Tasks1";
-const QString StateChanged = "StateChanged";
-const QString GetAll = "GetAll";
-const QString Sync = "sync";
+const QString Object = QStringLiteral("Tasks1");
+const QString Interface = QStringLiteral(CORVANE_SERVICE_ROOT ".Tasks1");
+const QString StateChanged = QStringLiteral("StateChanged");
+const QString GetAll = QStringLiteral("GetAll");
+const QString Sync = QStringLiteral("sync");
 
 } // namespace
 

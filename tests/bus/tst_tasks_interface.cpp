@@ -19,8 +19,8 @@ using States = QVector<TaskState>;
 
 namespace {
 
-const QString Sync = "sync";
-const QString Other = "other";
+const QString Sync = QStringLiteral("sync");
+const QString Other = QStringLiteral("other");
 
 TaskState entry(const QString &id, quint32 code)
 {

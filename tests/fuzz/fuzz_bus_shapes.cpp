@@ -30,7 +30,7 @@ using namespace Fuzz;
 
 namespace {
 
-const QString TaskId = "sync";
+const QString TaskId = QStringLiteral("sync");
 constexpr char PropertiesInterface[] = "org.freedesktop.DBus.Properties";
 
 struct Event

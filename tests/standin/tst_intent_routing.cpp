@@ -12,9 +12,9 @@
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
-const QString Intents = Root + ".Intents1";
-const QString InvokeIntent = "InvokeIntent";
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Intents = Root + QStringLiteral(".Intents1");
+const QString InvokeIntent = QStringLiteral("InvokeIntent");
 
 QString serviceError(const char *name, const QString &reason)
 {

@@ -8,8 +8,8 @@
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
-const QString Properties = "org.freedesktop.DBus.Properties";
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");
 
 QString state(const char *instance, int code)
 {

@@ -9,11 +9,11 @@
 
 namespace {
 
-const QString Binaries = CORVANE_BINARIES;
-const QString StandIn = Binaries + "/corvane-standin";
-const QString Applications = CORVANE_APPLICATIONS;
-const QString BusProgram = "--bus-program=" + qEnvironmentVariable("CORVANE_BUS_PROGRAM");
-const QString StartTimeout = "--start-timeout=%1".arg(Patience);
+const QString Binaries = QStringLiteral(CORVANE_BINARIES);
+const QString StandIn = Binaries + QStringLiteral("/corvane-standin");
+const QString Applications = QStringLiteral(CORVANE_APPLICATIONS);
+const QString BusProgram = QStringLiteral("--bus-program=") + qEnvironmentVariable("CORVANE_BUS_PROGRAM");
+const QString StartTimeout = QStringLiteral("--start-timeout=%1").arg(Patience);
 
 struct Result
 {

@@ -20,11 +20,11 @@
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
-const QString Done = "() ()";
-const QString Stopped = "0";
-const QString Running = "1";
-const QString Waiting = "2";
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
+const QString Done = QStringLiteral("() ()");
+const QString Stopped = QStringLiteral("0");
+const QString Running = QStringLiteral("1");
+const QString Waiting = QStringLiteral("2");
 
 /// Returns the descriptors that each process inherits.
 QJsonArray inherited()

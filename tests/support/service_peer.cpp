@@ -11,7 +11,7 @@
 
 namespace {
 
-const QString Root = CORVANE_SERVICE_ROOT;
+const QString Root = QStringLiteral(CORVANE_SERVICE_ROOT);
 
 QString rootPath()
 {

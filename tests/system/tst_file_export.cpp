@@ -23,10 +23,10 @@ static_assert(std::is_same_v<decltype(&FileSharing::exportFiles), void (*)(const
 
 namespace {
 
-const QString ReadFiles = "readFiles";
-const QString WriteFiles = "writeFiles";
-const QString ReadFds = "readFds";
-const QString WriteFds = "writeFds";
+const QString ReadFiles = QStringLiteral("readFiles");
+const QString WriteFiles = QStringLiteral("writeFiles");
+const QString ReadFds = QStringLiteral("readFds");
+const QString WriteFds = QStringLiteral("writeFds");
 
 QString warningFor(const QString &file)
 {

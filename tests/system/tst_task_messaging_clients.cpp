@@ -55,8 +55,8 @@ private:
 
 namespace {
 
-const QString OneOnly = "TaskMessaging can handle only one connection at a time";
-const QString RemoteClosed = "Socket error \"QLocalSocket: Remote closed\"";
+const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
+const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
 
 } // namespace
 

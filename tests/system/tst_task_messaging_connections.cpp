@@ -21,9 +21,9 @@ using namespace Corvane;
 
 namespace {
 
-const QString OneOnly = "TaskMessaging can handle only one connection at a time";
-const QString NoSocket = "Socket error \"QLocalSocket::connectToServer: Invalid name\"";
-const QString RemoteClosed = "Socket error \"QLocalSocket: Remote closed\"";
+const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
+const QString NoSocket = QStringLiteral("Socket error \"QLocalSocket::connectToServer: Invalid name\"");
+const QString RemoteClosed = QStringLiteral("Socket error \"QLocalSocket: Remote closed\"");
 
 } // namespace
 

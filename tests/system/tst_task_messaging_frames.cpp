@@ -17,7 +17,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString Incomplete = "Insufficient data in the socket";
+const QString Incomplete = QStringLiteral("Insufficient data in the socket");
 
 /// Returns a value of /proc/self/status in KiB.
 qint64 memory(const char *name)

@@ -17,7 +17,7 @@ using namespace Corvane;
 
 namespace {
 
-const QString OneOnly = "TaskMessaging can handle only one connection at a time";
+const QString OneOnly = QStringLiteral("TaskMessaging can handle only one connection at a time");
 
 } // namespace
 

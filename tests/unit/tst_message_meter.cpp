@@ -16,11 +16,11 @@ using Corvane::MessageMeter;
 
 namespace {
 
-const QString Key = "n";
-const QString TooDeep = "A message cannot nest more than 63 containers";
-const QString ArrayTooLarge = "A message cannot hold an array or object of more than 64 MiB";
-const QString TooLong = "A message cannot be longer than 128 MiB";
-const QString HasNul = "A message cannot hold a text with U+0000";
+const QString Key = QStringLiteral("n");
+const QString TooDeep = QStringLiteral("A message cannot nest more than 63 containers");
+const QString ArrayTooLarge = QStringLiteral("A message cannot hold an array or object of more than 64 MiB");
+const QString TooLong = QStringLiteral("A message cannot be longer than 128 MiB");
+const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000");
 
 QJsonObject nestedObjects(int depth, QJsonValue innermost)
 {

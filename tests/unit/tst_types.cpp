@@ -12,8 +12,8 @@ using namespace Core;
 
 namespace {
 
-const QString ArrayOfArrays = "JSON array of arrays are not supported";
-const QString UnknownType = "Unknown JSON value type";
+const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
+const QString UnknownType = QStringLiteral("Unknown JSON value type");
 
 /// Returns the value as text with all types, because QVariant treats 1, 1.0 and "1" as equal.
 QString described(const QVariant &value)
