@@ -302,14 +302,19 @@ void TestIntentsInvoker::invokerBelongsToItsParent()
 
 void TestIntentsInvoker::callsInFlightBelongToThePrivateObject()
 {
+    peer.hold(); // a call that has finished already has no watcher
     IntentsInvokerPrivate invoker;
     int delivered = 0;
     connect(&invoker, &IntentsInvokerPrivate::replyReceived, this, [&delivered] { ++delivered; });
     for (int i = 0; i < 3; ++i)
         invoker.invoke("X", {}, {});
     QCOMPARE(invoker.findChildren<QDBusPendingCallWatcher *>(QString(), Qt::FindDirectChildrenOnly).size(), 3);
+    for (int i = 0; i < 3; ++i)
+        peer.release(i, "(@a{sv} {},)");
     QTRY_COMPARE(delivered, 3);
     QTRY_VERIFY(invoker.findChildren<QDBusPendingCallWatcher *>().isEmpty());
+    peer.kill(); // the restarted peer holds no calls
+    peer.start();
 }
 
 void TestIntentsInvoker::bothSignalsAreTheSame()
