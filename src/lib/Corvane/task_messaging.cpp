@@ -136,7 +136,7 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
     closeSilently(socket);
     socket.reset(newSocket, &deleteLater);
     unread.clear();
-    unread.reserve(MaxUnsplitFrame); // clear() and truncate() keep the reserved capacity
+    unread.reserve(MaxUnsplitFrame); // resize() and remove() keep the capacity
     position = 0;
     QObject::connect(newSocket, &QLocalSocket::readyRead, newSocket, [this] { readMessages(); });
     QObject::connect(newSocket, &QLocalSocket::stateChanged, newSocket, [this] {

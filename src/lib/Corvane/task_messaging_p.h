@@ -23,7 +23,8 @@ public:
     // Handlers of the signals share the ownership: a receiver may delete the channel or run an event loop.
     std::shared_ptr<QLocalServer> server; ///< on the task side only
     std::shared_ptr<QLocalSocket> socket; ///< null on the task side before the first client
-    // Not a QDataStream. Its two writes for each frame can arrive separately, which ends the connection.
+    // Frames are written and read without a QDataStream, which writes the length and the payload separately: a receiver
+    // that reads between the two writes closes the connection.
     QByteArray unread; ///< the received bytes
     int position = 0; ///< of the next frame in unread
     TaskMessaging *const q;

@@ -47,8 +47,7 @@ private:
     void indexStates(const QVector<TaskState> &announced);
 
     QVector<TaskState> m_announced;
-    QHash<QString, QVector<TaskState>>
-        m_announcedById; ///< the list above, sorted by task id: no task searches the whole list
+    QHash<QString, QVector<TaskState>> m_announcedById; ///< the same list by task id, so that no task searches it
 };
 
 } // namespace Corvane
