@@ -18,8 +18,8 @@ using namespace Corvane;
 
 namespace {
 
-const QString TooDeep = "A message cannot nest more than 63 containers";
-const QString Delivered = "delivered";
+const char TooDeep[] = "A message cannot nest more than 63 containers";
+const char Delivered[] = "delivered";
 
 enum Layer : int { Objects, MixedArrays, ArraysOfObjects };
 

@@ -23,8 +23,9 @@ using namespace Corvane;
 namespace {
 
 const int Messages = 20;
-const QJsonObject TenMebibytes{{"fill", 10 * 1024 * 1024}}; // 200 MiB in all; libdbus would pause at 63 MiB
+const int TenMebibytes = 10 * 1024 * 1024; // 200 MiB in all; libdbus would pause at 63 MiB
 const int DescriptorsInUse = 4096; // at which libdbus would pause
+const rlim_t DescriptorsNeeded = 12000; // in the peer, which has those of all messages and of their files open
 
 int openDescriptors()
 {
@@ -103,17 +104,16 @@ void TestReceiving::announceLevel(int level, const QJsonObject &more)
 
 void TestReceiving::intentsArriveWhileTheEventLoopIsBlocked()
 {
-    QJsonObject more = TenMebibytes;
-    more["repeat"] = Messages;
     peer.setEventLoopBlocked(true);
-    const int call = peer.beginCall("HandleIntent", "('Ask', {'text': <'FILL'>})", more);
+    const int call =
+        peer.beginCall("HandleIntent", "('Ask', {'text': <'FILL'>})", {{"repeat", Messages}, {"fill", TenMebibytes}});
     peer.waitUntilRead();
     peer.setEventLoopBlocked(false);
     QCOMPARE(asked, QStringList());
     const ServicePeer::Reply reply = peer.finishCall(call);
     QCOMPARE(reply.counts, QJsonObject({{reply.text, Messages}}));
     QVERIFY2(reply.text.startsWith("(a{sv}a{sv}) ({'a': <1.0>}, "), qUtf8Printable(reply.text));
-    QCOMPARE(asked, QVector<QString>(Messages, QString::number(10 * 1024 * 1024)).toList());
+    QCOMPARE(asked, QVector<QString>(Messages, QString::number(TenMebibytes)).toList());
 }
 
 void TestReceiving::signalsArriveWhileTheEventLoopIsBlocked()
@@ -121,7 +121,7 @@ void TestReceiving::signalsArriveWhileTheEventLoopIsBlocked()
     QVector<int> announced;
     peer.setEventLoopBlocked(true);
     for (int i = 1; i <= Messages; ++i) {
-        announceLevel(i, TenMebibytes);
+        announceLevel(i, {{"fill", TenMebibytes}});
         announced << i;
     }
     peer.waitUntilRead();
@@ -142,12 +142,12 @@ void TestReceiving::repliesArriveWhileTheEventLoopIsBlocked()
     QTRY_COMPARE(peer.calls().size(), Messages);
     peer.setEventLoopBlocked(true);
     for (int i = 0; i < Messages; ++i)
-        peer.release(i, "({'text': <'FILL'>},)", TenMebibytes);
+        peer.release(i, "({'text': <'FILL'>},)", {{"fill", TenMebibytes}});
     peer.hold(false);
     peer.waitUntilRead();
     peer.setEventLoopBlocked(false);
     QCOMPARE(sizes, QVector<int>());
-    QTRY_COMPARE(sizes, QVector<int>(Messages, 10 * 1024 * 1024));
+    QTRY_COMPARE(sizes, QVector<int>(Messages, TenMebibytes));
 }
 
 void TestReceiving::descriptorsArriveWhileTheEventLoopIsBlocked()
@@ -194,9 +194,9 @@ void TestReceiving::messagesMayCarryManyDescriptors()
 int main(int argc, char **argv)
 {
     rlimit limit = {}; // for the bus and the peer too
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_max < 3 * DescriptorsInUse)
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_max < DescriptorsNeeded)
         qFatal("The limit of descriptors is too low");
-    limit.rlim_cur = 3 * DescriptorsInUse;
+    limit.rlim_cur = DescriptorsNeeded;
     if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
         qFatal("The limit of descriptors cannot be set");
     QCoreApplication application(argc, argv);

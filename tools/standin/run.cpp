@@ -18,6 +18,7 @@
 #include "termination_signals.h"
 
 #include <DBus/names.h>
+#include <DBus/session_bus.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtDBus/QDBusConnection>
@@ -60,7 +61,7 @@ int run(const RunOptions &options)
     new TasksAdaptor(&tasks);
     Control control(applications, &memoryPressure, &clock);
     new ControlAdaptor(&control);
-    QDBusConnection connection = QDBusConnection::sessionBus();
+    QDBusConnection connection = Corvane::sessionBus();
     if (!connection.registerObject(Names::Intents.path(), &intents)
         || !connection.registerObject(Names::Lifecycle.path(), &lifecycle)
         || !connection.registerObject(Names::MemoryPressure.path(), &memoryPressure)

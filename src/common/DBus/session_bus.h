@@ -5,9 +5,9 @@
 
 namespace Corvane {
 
-/// Returns Qt's connection to the session bus, with the limits of libdbus raised at which a process loses the bus
-/// because of received messages. The library gets the connection nowhere else. A second call sets the same limits
-/// again: it costs little, and an application may have replaced the connection.
+/// Returns Qt's connection to the session bus. Raises the limits of libdbus for received messages first: at these
+/// limits a process loses the bus. All code of the library uses this function. A further call sets the same limits
+/// again, which costs little; the application may have replaced the connection.
 QDBusConnection sessionBus();
 
 } // namespace Corvane
