@@ -7,6 +7,8 @@
 #include <QtCore/QList>
 #include <QtCore/QVariantMap>
 
+class QDebug;
+
 namespace Corvane {
 
 /**
@@ -49,6 +51,9 @@ public:
     QList<int> weekDays() const;
     QList<int> hours() const;
     QList<int> minutes() const;
+
+    /// Prints all properties of the schedule, such as Corvane::Schedule(Hours: (8), Minutes: (0, 30)).
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Schedule &schedule);
 
 private:
     friend class Task;
