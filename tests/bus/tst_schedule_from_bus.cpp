@@ -29,6 +29,7 @@ private Q_SLOTS:
     void initTestCase();
 
     void receivedScheduleEqualsTheSentOne();
+    void listsArePrinted();
     void problemsAreNamed_data();
     void problemsAreNamed();
 
@@ -62,6 +63,13 @@ void TestScheduleFromBus::receivedScheduleEqualsTheSentOne()
     QVERIFY(same == same); // NOLINT(misc-redundant-expression): reading the list leaves it as it was
     QVERIFY(schedule != received("{'Hours': <[8, 21]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
     QVERIFY(schedule != received("{'Hours': <[8.0, 20.0]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
+}
+
+void TestScheduleFromBus::listsArePrinted()
+{
+    QString text;
+    QDebug(&text) << received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
+    QCOMPARE(text, R"(Corvane::Schedule(Hours: (8, 20), StartDate: "2030-01-02T03:04:00Z") )");
 }
 
 void TestScheduleFromBus::problemsAreNamed_data()

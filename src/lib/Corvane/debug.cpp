@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The debug output of the public enumerations and values. The enumerations are not in the meta-objects of their
-// classes, so that Qt does not know their names.
+// The debug output of the enumerations and of Error. The enumerations are not in the meta-objects of their classes, so
+// that Qt does not know their names.
 #include "error.h"
 #include "lifecycle.h"
-#include "schedule.h"
 #include "task.h"
 #include "task_messaging.h"
 
@@ -161,27 +160,6 @@ QDebug operator<<(QDebug debug, Task::StopFlags flags)
 QDebug operator<<(QDebug debug, TaskMessaging::State state)
 {
     return print(debug, "Corvane::TaskMessaging", "State", state);
-}
-
-QDebug operator<<(QDebug debug, const Schedule &schedule)
-{
-    const QDebugStateSaver saver(debug);
-    debug.nospace() << "Corvane::Schedule(";
-    const char *separator = "";
-    for (auto entry = schedule.m_map.begin(); entry != schedule.m_map.end(); ++entry) {
-        debug.noquote() << separator << entry.key() << ": ";
-        debug.quote();
-        if (entry->userType() == qMetaTypeId<QList<int>>())
-            debug << entry->value<QList<int>>();
-        else if (entry->userType() == QMetaType::QString)
-            debug << entry->toString();
-        else
-            debug << *entry;
-        debug.nospace();
-        separator = ", ";
-    }
-    debug << ')';
-    return debug;
 }
 
 } // namespace Corvane

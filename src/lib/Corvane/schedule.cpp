@@ -4,6 +4,8 @@
 #include <DBus/keys.h>
 #include <DBus/variants.h>
 
+#include <QtCore/QDebug>
+
 #include <algorithm>
 #include <optional>
 
@@ -172,6 +174,26 @@ bool Schedule::operator==(const Schedule &other) const
     return std::equal(m_map.keyValueBegin(), m_map.keyValueEnd(), other.m_map.keyValueBegin(),
                       other.m_map.keyValueEnd(),
                       [](const auto &a, const auto &b) { return a.first == b.first && areEqual(a.second, b.second); });
+}
+
+QDebug operator<<(QDebug debug, const Schedule &schedule)
+{
+    const QDebugStateSaver saver(debug);
+    debug.nospace() << "Corvane::Schedule(";
+    const char *separator = "";
+    for (auto entry = schedule.m_map.begin(); entry != schedule.m_map.end(); ++entry) {
+        debug.noquote().nospace() << separator << entry.key() << ": ";
+        debug.quote();
+        if (const auto numbers = toNumbers(*entry))
+            debug << *numbers;
+        else if (entry->userType() == QMetaType::QString)
+            debug << entry->toString();
+        else
+            debug << *entry;
+        separator = ", ";
+    }
+    debug.nospace() << ')';
+    return debug;
 }
 
 } // namespace Corvane
