@@ -18,37 +18,33 @@ const QString FragmentTail = QStringLiteral("end");
 /// A null string if the value cannot be written.
 QString valueToString(const QJsonValue &value)
 {
-    switch (value.type()) {
-    case QJsonValue::Bool:
-        return value.toBool() ? QStringLiteral("B.true") : QStringLiteral("B.false");
-    case QJsonValue::Double:
-        return QStringLiteral("d.%1").arg(value.toDouble());
-    case QJsonValue::String: {
-        const QString text = value.toString();
-        if (text.contains(QLatin1Char(';'))) {
-            qWarning() << "Cannot encode strings with semicolons";
-            return {};
-        }
-        return QLatin1String("S.") + text;
-    }
-    case QJsonValue::Array:
-    case QJsonValue::Object:
+    switch (faultOf(value)) {
+    case ValueFault::Semicolon:
+        qWarning() << "Cannot encode strings with semicolons";
+        return {};
+    case ValueFault::Container:
         qWarning() << "Intent URI conversion does not support arrays or maps";
         return {};
-    case QJsonValue::Null:
-    case QJsonValue::Undefined:
+    case ValueFault::Null:
+        return {};
+    case ValueFault::None:
         break;
     }
-    return {};
+    if (value.isBool())
+        return value.toBool() ? QStringLiteral("B.true") : QStringLiteral("B.false");
+    return value.isDouble() ? QStringLiteral("d.%1").arg(value.toDouble()) : QLatin1String("S.") + value.toString();
+}
+
+bool hasType(const QString &text)
+{
+    return text.size() >= 2 && text[1] == QLatin1Char('.');
 }
 
 /// Null if the text is not a value.
-QJsonValue valueFromString(const QString &text)
+QJsonValue decoded(const QString &text)
 {
-    if (text.size() < 2 || text[1] != QLatin1Char('.')) {
-        qWarning() << "Intent URI with invalid value";
+    if (!hasType(text))
         return {};
-    }
     const QString rest = text.mid(2);
     switch (text[0].unicode()) {
     case 'd':
@@ -60,12 +56,76 @@ QJsonValue valueFromString(const QString &text)
     case 'i':
         return rest.toInt();
     default:
-        qWarning() << "Unknown intent value type:" << text[0];
         return {};
     }
 }
 
+/// The same, with a warning.
+QJsonValue valueFromString(const QString &text)
+{
+    const QJsonValue value = decoded(text);
+    if (!hasType(text))
+        qWarning() << "Intent URI with invalid value";
+    else if (value.isNull())
+        qWarning() << "Unknown intent value type:" << text[0];
+    return value;
+}
+
+/// \param decode reads a value; null if the text is not one
+Intent parse(const QUrl &uri, QJsonValue (*decode)(const QString &text))
+{
+    using Fault = Intent::Fault;
+    const auto failed = [](Fault fault, const QString &part = {}) { return Intent{fault, {}, {}, {}, part}; };
+
+    if (!uri.isValid())
+        return failed(Fault::InvalidUrl);
+    if (uri.scheme() != Scheme)
+        return failed(Fault::WrongScheme);
+    const QString fragment = uri.fragment();
+    if (!fragment.startsWith(FragmentHead) || !fragment.endsWith(FragmentTail))
+        return failed(Fault::WrongFragment);
+
+    ObjectBuilder hints;
+    const auto items = QUrlQuery(uri).queryItems();
+    for (const auto &[key, text] : items)
+        hints.insert(key, decode(text));
+
+    ObjectBuilder params;
+    const QVector<QStringRef> parts = fragment.midRef(FragmentHead.size()).split(QLatin1Char(';'));
+    for (int i = 1; i < parts.size() && parts[i] != FragmentTail; ++i) {
+        const int equals = parts[i].indexOf(QLatin1Char('='));
+        const QJsonValue value = equals > 0 ? decode(parts[i].mid(equals + 1).toString()) : QJsonValue();
+        if (value.isNull())
+            return failed(Fault::InvalidParam, parts[i].toString());
+        params.insert(parts[i].left(equals).toString(), value);
+    }
+    return {Fault::None, parts.first().toString(), hints.take(), params.take(), {}};
+}
+
 } // namespace
+
+ValueFault faultOf(const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::Bool:
+    case QJsonValue::Double:
+        break;
+    case QJsonValue::String:
+        return value.toString().contains(QLatin1Char(';')) ? ValueFault::Semicolon : ValueFault::None;
+    case QJsonValue::Array:
+    case QJsonValue::Object:
+        return ValueFault::Container;
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        return ValueFault::Null;
+    }
+    return ValueFault::None;
+}
+
+Intent read(const QUrl &uri)
+{
+    return parse(uri, decoded);
+}
 
 QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
 {
@@ -99,34 +159,22 @@ QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObjec
 
 std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri)
 {
-    if (!uri.isValid()) {
+    const Intent intent = parse(uri, valueFromString);
+    switch (intent.fault) {
+    case Intent::Fault::InvalidUrl:
         qWarning() << "Invalid intent URI" << uri.errorString();
-        return {};
-    }
-
-    const QString fragment = uri.fragment();
-    if (uri.scheme() != Scheme || !fragment.startsWith(FragmentHead) || !fragment.endsWith(FragmentTail)) {
+        break;
+    case Intent::Fault::WrongScheme:
+    case Intent::Fault::WrongFragment:
         qWarning() << "Not an intent URI:" << uri;
-        return {};
+        break;
+    case Intent::Fault::InvalidParam:
+        qWarning() << "Invalid intent URI:" << uri;
+        break;
+    case Intent::Fault::None:
+        break;
     }
-
-    ObjectBuilder hints;
-    const auto items = QUrlQuery(uri).queryItems();
-    for (const auto &[key, text] : items)
-        hints.insert(key, valueFromString(text));
-
-    ObjectBuilder params;
-    const QVector<QStringRef> parts = fragment.midRef(FragmentHead.size()).split(QLatin1Char(';'));
-    for (int i = 1; i < parts.size() && parts[i] != FragmentTail; ++i) {
-        const int equals = parts[i].indexOf(QLatin1Char('='));
-        const QJsonValue value = equals > 0 ? valueFromString(parts[i].mid(equals + 1).toString()) : QJsonValue();
-        if (value.isNull()) {
-            qWarning() << "Invalid intent URI:" << uri;
-            return {};
-        }
-        params.insert(parts[i].left(equals).toString(), value);
-    }
-    return {parts.first().toString(), hints.take(), params.take()};
+    return {intent.name, intent.hints, intent.params};
 }
 
 } // namespace Core::IntentUri

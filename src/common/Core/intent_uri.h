@@ -16,6 +16,26 @@
  */
 namespace Core::IntentUri {
 
+enum class ValueFault { None, Semicolon, Container, Null };
+
+/// Returns the reason why a value cannot be written.
+ValueFault faultOf(const QJsonValue &value);
+
+/// An intent that was read, or the fault of its URI.
+struct Intent
+{
+    enum class Fault { None, InvalidUrl, WrongScheme, WrongFragment, InvalidParam };
+
+    Fault fault = Fault::None;
+    QString name;
+    QJsonObject hints; ///< A hint that cannot be read is null.
+    QJsonObject params;
+    QString invalidParam; ///< The part of the fragment that is not a param.
+};
+
+/// Reads a URI and logs nothing.
+Intent read(const QUrl &uri);
+
 /// An empty URL if the name is empty or a value cannot be written, which is logged unless the value is null.
 QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "corvane_export.h"
+
+#include <QtCore/QString>
+
 /// \file
 /// The version of the headers. The build system reads it from this file.
 
@@ -14,3 +18,11 @@
      || (CORVANE_VERSION_MAJOR == (major)                                                                              \
          && (CORVANE_VERSION_MINOR > (minor)                                                                           \
              || (CORVANE_VERSION_MINOR == (minor) && CORVANE_VERSION_PATCH >= (patch)))))
+
+namespace Corvane {
+
+/// Returns the version of the library in the running process, such as "1.0.0". The macros give the version of the
+/// headers that a program was compiled with.
+CORVANE_EXPORT QString versionString();
+
+} // namespace Corvane

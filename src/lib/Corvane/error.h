@@ -1,25 +1,35 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "corvane_export.h"
+
 #include <QtCore/QMetaType>
 #include <QtCore/QString>
+#include <QtCore/qobjectdefs.h>
+
+class QDebug;
 
 namespace Corvane {
+
+class [[nodiscard]] Error; // GCC 12 rejects CORVANE_EXPORT beside [[nodiscard]], and moc rejects both as attributes
 
 /**
  * The result of an operation: a code and a human-readable message.
  *
- * Error is a value class; threads may pass copies to each other. A default-constructed Error means success. An Error
- * converts to true if the operation failed:
+ * Error is a value class, and a gadget: the meta-object system reads its properties. Threads may pass copies to each
+ * other. A default-constructed Error means success. An Error converts to true if the operation failed:
  * \code
  * if (const Corvane::Error error = dispatcher->startService())
- *     qWarning() << "Cannot receive intents:" << error.message();
+ *     qWarning() << "Cannot receive intents:" << error;
  * \endcode
  *
  * docs/compatibility.md lists the bus error names that have a code.
  */
-class [[nodiscard]] [[gnu::visibility("default")]] Error // GCC 12 rejects CORVANE_EXPORT beside [[nodiscard]]
+class CORVANE_EXPORT Error
 {
+    Q_GADGET
+    Q_PROPERTY(int code READ code) // a number: the enumeration is not in the meta-object system
+    Q_PROPERTY(QString message READ message)
 public:
     enum Code : int {
         NoError = 0,
@@ -47,31 +57,19 @@ public:
     operator bool() const;
 
     /// Returns true if \a error has the code \a code. Ignores the message.
-    friend bool operator==(const Error &error, Code code)
-    {
-        return error.m_code == code;
-    }
-    friend bool operator==(Code code, const Error &error)
-    {
-        return error == code;
-    }
-    friend bool operator!=(const Error &error, Code code)
-    {
-        return !(error == code);
-    }
-    friend bool operator!=(Code code, const Error &error)
-    {
-        return !(error == code);
-    }
+    friend bool operator==(const Error &error, Code code) { return error.m_code == code; }
+    friend bool operator==(Code code, const Error &error) { return error == code; }
+    friend bool operator!=(const Error &error, Code code) { return !(error == code); }
+    friend bool operator!=(Code code, const Error &error) { return !(error == code); }
     /// Returns true if the codes and the messages are equal.
-    friend bool operator==(const Error &a, const Error &b)
-    {
-        return a == b.m_code && a.m_message == b.m_message;
-    }
-    friend bool operator!=(const Error &a, const Error &b)
-    {
-        return !(a == b);
-    }
+    friend bool operator==(const Error &a, const Error &b) { return a == b.m_code && a.m_message == b.m_message; }
+    friend bool operator!=(const Error &a, const Error &b) { return !(a == b); }
+
+    /// Prints an error such as Corvane::Error(Failed, "message").
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Error &error);
+    /// Prints the name of the code, such as Corvane::Error::Failed. An unknown number prints as
+    /// Corvane::Error::Code(300); the enumerators of the other classes print in the same way.
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, Code code);
 
 private:
     Code m_code;

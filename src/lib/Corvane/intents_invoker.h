@@ -63,7 +63,8 @@ public:
      *
      * The values may be booleans, numbers (written with six significant digits) and strings without ';'. Keys are not
      * escaped: those with ';' or '=' cannot be read back. The URL is empty if \a intentName is empty or if a value
-     * cannot be written; a warning names the reason, except for a null.
+     * cannot be written; a warning names the reason, except for a null. IntentUri::check() returns the reason, and
+     * IntentUri reads the URIs.
      */
     static QUrl intentToUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 

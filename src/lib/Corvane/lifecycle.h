@@ -8,6 +8,8 @@
 
 #include <memory>
 
+class QDebug;
+
 namespace Corvane {
 
 class LifecyclePrivate;
@@ -21,6 +23,9 @@ enum ApplicationState : quint32 {
     SuspendedState = 4, ///< The process exists, but gets no processor time.
     StoppedState = 5, ///< The process has ended, for any reason.
 };
+
+/// Prints the name of the state, such as Corvane::ForegroundState, or its number: Corvane::ApplicationState(7).
+CORVANE_EXPORT QDebug operator<<(QDebug debug, ApplicationState state);
 
 /**
  * Follows the states of all application instances, as announced by the service.

@@ -5,7 +5,12 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
+#include <QtCore/QStringList>
+#include <QtCore/QTime>
 #include <QtCore/QVariantMap>
+#include <QtCore/Qt>
+
+class QDebug;
 
 namespace Corvane {
 
@@ -14,12 +19,15 @@ namespace Corvane {
  * which the service runs the task.
  *
  * \code
+ * const auto daily = Corvane::Schedule::dailyAt({3, 0});
  * const auto workdays = Corvane::Schedule().onWeekDays({1, 2, 3, 4, 5}).onHours({8}).onMinutes({0, 30});
+ * for (const QString &problem : workdays.problems())
+ *     qWarning() << problem;
  * \endcode
  *
  * Schedule is an implicitly shared value class. Builders modify the schedule in place; a second call replaces the value
- * of the first one. Numbers are stored unchecked and unsorted. The service defines the numbering of months and week
- * days, and the combination of the lists. See also docs/compatibility.md.
+ * of the first one. Numbers are stored unchecked and unsorted; problems() checks them. The service defines the
+ * combination of the lists. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Schedule
 {
@@ -32,6 +40,11 @@ public:
     Schedule(const Schedule &other);
     Schedule &operator=(const Schedule &other);
     ~Schedule();
+
+    /// Returns a schedule that runs the task once on each day, at the hour and the minute of \a time.
+    static Schedule dailyAt(QTime time);
+    /// Returns a schedule that runs the task once on each of the week days, at the hour and the minute of \a time.
+    static Schedule weeklyAt(const QList<Qt::DayOfWeek> &weekDays, QTime time);
 
     /// Dates are sent as ISO 8601 strings, without milliseconds. A time zone is reduced to its offset.
     Schedule &sinceDate(const QDateTime &date);
@@ -49,6 +62,25 @@ public:
     QList<int> weekDays() const;
     QList<int> hours() const;
     QList<int> minutes() const;
+
+    /**
+     * Returns a sentence in English for each error in the schedule, such as "\"Hours\" contains 25, which is not
+     * between 0 and 23". The list is empty if there is no error. No other function checks the schedule, and
+     * Task::start() sends it in any case.
+     *
+     * Errors are: a month that is not between 1 and 12, a week day that is not between 1 (Monday) and 7, an hour that
+     * is not between 0 and 23, a minute that is not between 0 and 59, an empty list, a value that is neither a list of
+     * integers nor a date in ISO 8601 format, an unknown key, and an end date before the start date.
+     */
+    QStringList problems() const;
+
+    /// Returns true if both schedules have the same properties with equal values. The order of numbers and the time
+    /// zone of dates count. A list of integers that was received from the bus equals the list that a builder stored.
+    bool operator==(const Schedule &other) const;
+    bool operator!=(const Schedule &other) const { return !(*this == other); }
+
+    /// Prints all properties of the schedule, such as Corvane::Schedule(Hours: (8), Minutes: (0, 30)).
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Schedule &schedule);
 
 private:
     friend class Task;

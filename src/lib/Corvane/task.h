@@ -11,6 +11,8 @@
 #include <functional>
 #include <memory>
 
+class QDebug;
+
 namespace Corvane {
 
 class TaskPrivate;
@@ -49,6 +51,12 @@ public:
         Force = 0x1, ///< Do not wait until the task ends by itself.
     };
     Q_DECLARE_FLAGS(StopFlags, StopFlag)
+
+    /// Prints the name of the state, such as Corvane::Task::Running, or its number: Corvane::Task::State(7).
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, State state);
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, StopFlag flag);
+    /// Prints the flags as Qt does: QFlags<Corvane::Task::StopFlag>(Force).
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, StopFlags flags);
 
     /**
      * Creates the handle of a task of this application. The service knows the task by its qualified name,

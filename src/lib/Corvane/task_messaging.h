@@ -8,6 +8,8 @@
 
 #include <memory>
 
+class QDebug;
+
 namespace Corvane {
 
 class TaskMessagingPrivate;
@@ -45,6 +47,8 @@ public:
         Connected = 2,
         Closing = 3, ///< Sent data is still being written.
     };
+    /// Prints the name of the state, such as Corvane::TaskMessaging::Connected, or its number.
+    friend CORVANE_EXPORT QDebug operator<<(QDebug debug, State state);
 
     /**
      * Creates the application's end and connects it to the socket of the task. Usually the connection is made or has

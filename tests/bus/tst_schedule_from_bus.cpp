@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Schedules that are made of a map which was received from the bus.
+#include <Corvane/schedule.h>
+
+#include <message_log.h>
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtDBus/QDBusConnection>
+#include <QtTest/QtTest>
+
+using Corvane::Schedule;
+
+/// Keeps the map that it is called with.
+class Receiver : public QObject
+{
+    Q_OBJECT
+public:
+    QVariantMap map;
+
+public Q_SLOTS:
+    void Take(const QVariantMap &received) { map = received; }
+};
+
+class TestScheduleFromBus : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+
+    void receivedScheduleEqualsTheSentOne();
+    void listsArePrinted();
+    void problemsAreNamed_data();
+    void problemsAreNamed();
+
+private:
+    Schedule received(const QString &map);
+
+    ServicePeer peer;
+    Receiver receiver;
+};
+
+void TestScheduleFromBus::initTestCase()
+{
+    QVERIFY(QDBusConnection::sessionBus().registerObject("/receiver", &receiver, QDBusConnection::ExportAllSlots));
+}
+
+Schedule TestScheduleFromBus::received(const QString &map)
+{
+    peer.call("Take", QString("(%1,)").arg(map),
+              {{"destination", QDBusConnection::sessionBus().baseService()},
+               {"path", "/receiver"},
+               {"interface", QJsonValue()}});
+    return receiver.map;
+}
+
+void TestScheduleFromBus::receivedScheduleEqualsTheSentOne()
+{
+    const auto schedule = Schedule().onHours({8, 20}).sinceDate(QDateTime({2030, 1, 2}, {3, 4}, Qt::UTC));
+    const Schedule same = received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
+    QVERIFY(schedule == same);
+    QVERIFY(same == schedule);
+    QVERIFY(same == same); // NOLINT(misc-redundant-expression): reading the list leaves it as it was
+    QVERIFY(schedule != received("{'Hours': <[8, 21]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
+    QVERIFY(schedule != received("{'Hours': <[8.0, 20.0]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
+}
+
+void TestScheduleFromBus::listsArePrinted()
+{
+    QString text;
+    QDebug(&text) << received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
+    QCOMPARE(text, R"(Corvane::Schedule(Hours: (8, 20), StartDate: "2030-01-02T03:04:00Z") )");
+}
+
+void TestScheduleFromBus::problemsAreNamed_data()
+{
+    QTest::addColumn<QString>("map");
+    QTest::addColumn<QStringList>("problems");
+
+    QTest::newRow("list") << "{'Hours': <[8, 20]>}" << QStringList();
+    QTest::newRow("hour") << "{'Hours': <[8, 25]>}"
+                          << QStringList("\"Hours\" contains 25, which is not between 0 and 23");
+    QTest::newRow("empty list") << "{'Hours': <@ai []>}" << QStringList("\"Hours\" is an empty list");
+    const QStringList type("\"Hours\" is not a list of integers");
+    QTest::newRow("list of doubles") << "{'Hours': <[8.0]>}" << type;
+    QTest::newRow("list of unsigned integers") << "{'Hours': <[uint32 8]>}" << type;
+    QTest::newRow("list of variants") << "{'Hours': <[<8>]>}" << type;
+    QTest::newRow("structure") << "{'Hours': <(8, 20)>}" << type;
+}
+
+void TestScheduleFromBus::problemsAreNamed()
+{
+    QFETCH(QString, map);
+    QFETCH(QStringList, problems);
+
+    MessageLog log;
+    const Schedule schedule = received(map);
+    QCOMPARE(schedule.problems(), problems);
+    QCOMPARE(schedule.problems(), problems); // reading the list leaves it as it was
+}
+
+QTEST_GUILESS_MAIN(TestScheduleFromBus)
+#include "tst_schedule_from_bus.moc"
