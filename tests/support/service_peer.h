@@ -79,8 +79,8 @@ public:
     void claimName(const QString &name);
     bool hasOwner(const QString &name);
 
-    /// Lets the functions wait without the event loop, so that this process handles no message meanwhile, like a process
-    /// whose main thread is busy. Only for functions that need no reply of this process.
+    /// Lets the functions wait without the event loop, so that this process handles no message meanwhile, like a
+    /// process whose main thread is busy. Only for functions that need no reply of this process.
     void setEventLoopBlocked(bool on) { m_isEventLoopBlocked = on; }
 
     /// Waits until this process has read everything that the peer has sent, also while the event loop is blocked.
