@@ -6,6 +6,9 @@
 #include <Core/json_array.h>
 
 #include <QtCore/QJsonArray>
+#include <QtDBus/QDBusVariant>
+
+#include <utility>
 
 namespace Corvane {
 
@@ -49,8 +52,8 @@ public:
     {
         BusObject converted;
         converted.members.reserve(object.size());
-        forEachMember(object, place, [&converted](const QString &key, const QVariant &content) {
-            converted.members.append({key, QDBusVariant(content)});
+        forEachMember(object, place, [&converted](const QString &key, QVariant &&content) {
+            converted.members.append({key, std::move(content)});
         });
         return converted;
     }
@@ -59,9 +62,9 @@ public:
     void forEachMember(const QJsonObject &object, Place place, Add add)
     {
         for (auto member = object.begin(); member != object.end(); ++member) {
-            const QVariant content = nested(3, member.value(), place); // in the array, the entry and the variant
+            QVariant content = nested(3, member.value(), place); // in the array, the entry and the variant
             if (content.isValid())
-                add(member.key(), content);
+                add(member.key(), std::move(content));
         }
     }
 
@@ -149,7 +152,7 @@ QDBusArgument &operator<<(QDBusArgument &arg, const BusObject &object)
     arg.beginMap(QMetaType::QString, qMetaTypeId<QDBusVariant>());
     for (const BusMember &member : object.members) {
         arg.beginMapEntry();
-        arg << member.key << member.value;
+        arg << member.key << QDBusVariant(member.value);
         arg.endMapEntry();
     }
     arg.endMap();
@@ -169,9 +172,8 @@ BusObject toBusObject(const QJsonObject &object, Place place, Omissions *omissio
 QVariantMap toBusMap(const QJsonObject &object, Place place, Omissions *omissions)
 {
     QVariantMap map;
-    Converter(omissions).forEachMember(object, place, [&map](const QString &key, const QVariant &content) {
-        map.insert(map.constEnd(), key, content);
-    });
+    Converter(omissions).forEachMember(
+        object, place, [&map](const QString &key, QVariant &&content) { map.insert(map.constEnd(), key, content); });
     return map;
 }
 

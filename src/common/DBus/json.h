@@ -10,7 +10,6 @@
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
 #include <QtDBus/QDBusArgument>
-#include <QtDBus/QDBusVariant>
 
 /**
  * The conversion from JSON to values of the bus.
@@ -24,7 +23,7 @@ namespace Corvane {
 struct BusMember
 {
     QString key;
-    QDBusVariant value; ///< bool, double, QString, a list of one of these, BusObject, QVector<BusObject>, QVariantList
+    QVariant value; ///< bool, double, QString, a list of one of these, BusObject, QVector<BusObject>, QVariantList
 };
 
 /// A JSON object as values of the bus. QtDBus marshals it faster than a QVariantMap.

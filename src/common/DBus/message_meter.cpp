@@ -127,7 +127,7 @@ void MessageMeter::add(const BusObject &object)
 {
     addArray(8, [&] {
         for (auto member = object.members.begin(); member != object.members.end() && m_problem.isEmpty(); ++member)
-            addMember(member->key, member->value.variant());
+            addMember(member->key, member->value);
     });
 }
 
