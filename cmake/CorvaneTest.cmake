@@ -1,6 +1,10 @@
 # SPDX-License-Identifier: BSD-3-Clause
 
 find_program(CORVANE_DBUS_BROKER dbus-broker REQUIRED)
+# Root becomes an ordinary user with this command. A checkout in root's home directory is not readable for that user.
+set(as_ordinary_user setpriv --reuid=nobody --regid=nogroup --clear-groups)
+execute_process(COMMAND ${as_ordinary_user} test -r ${CMAKE_CURRENT_SOURCE_DIR}/CMakeLists.txt
+    RESULT_VARIABLE corvane_no_ordinary_user ERROR_QUIET)
 
 # corvane_add_test(tst_name [BUS|OWN_BUS] [VALGRIND] [RUN command...] [SOURCES file...] [LIBRARIES target...]
 #                  [ENVIRONMENT NAME=value...])
@@ -12,7 +16,8 @@ find_program(CORVANE_DBUS_BROKER dbus-broker REQUIRED)
 #   RUN       as the last argument of this command
 #   VALGRIND  also under valgrind in each run, as valgrind_tst_name (not in a sanitized build). Other tests run under
 #             valgrind only in ctest's configuration Valgrind.
-# With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker.
+# With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker. If root configures the build
+# in a readable checkout, both run again as an ordinary user: user_tst_name, user_broker_tst_name (not in a sanitized build).
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;OWN_BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
@@ -44,6 +49,11 @@ function(corvane_add_test name)
         add_test(NAME ${test} COMMAND ${bus} ${run} $<TARGET_FILE:${name}>)
         set_tests_properties(${test} PROPERTIES ENVIRONMENT "${environment}"
             ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "${labels}")
+        if(NOT corvane_no_ordinary_user AND NOT CORVANE_SANITIZE AND (arg_BUS OR arg_OWN_BUS))
+            add_test(NAME user_${test} COMMAND ${as_ordinary_user} ${bus} ${run} $<TARGET_FILE:${name}>)
+            set_tests_properties(user_${test} PROPERTIES ENVIRONMENT "${environment}"
+                ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "user;${labels}")
+        endif()
     endforeach()
     if(NOT CORVANE_SANITIZE) # on dbus-daemon, the last of the list
         set(configurations CONFIGURATIONS Valgrind)
