@@ -147,14 +147,13 @@ QString MessageMeter::problem() const
 /// Adds the content of a variant, which begins with its signature.
 void MessageMeter::add(const QVariant &content)
 {
-    const int type = content.userType();
-    if (type == qMetaTypeId<QDBusArgument>()) {
+    if (const char *const signature = signatureOf(content.userType())) {
+        addSignature(signature[1] == '\0' ? 1 : int(std::strlen(signature)));
+        addValue(content, signature[0], signature[1]);
+    } else if (content.userType() == qMetaTypeId<QDBusArgument>()) {
         const auto arg = content.value<QDBusArgument>();
         addSignature(arg.currentSignature().size());
         addNext(arg);
-    } else if (const char *const signature = signatureOf(type)) {
-        addSignature(signature[1] == '\0' ? 1 : int(std::strlen(signature)));
-        addValue(content, signature[0], signature[1]);
     }
 }
 
