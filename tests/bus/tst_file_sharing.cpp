@@ -3,6 +3,7 @@
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
+#include <json.h>
 #include <message_log.h>
 #include <patience.h>
 #include <replies.h>
@@ -37,6 +38,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
+    void replacedHintCausesNoWarning();
     void nullsAmongTheHintsAreEmptyPaths_data();
     void nullsAmongTheHintsAreEmptyPaths();
     void filesArriveWithTheirContentAndMode_data();
@@ -122,6 +124,23 @@ void TestFileSharing::nullsAmongTheHintsAreEmptyPaths_data()
                                         << QStringList();
     QTest::newRow("only nulls") << QJsonValue(QJsonArray{null, null}) << "" << false << unknown;
     QTest::newRow("null itself") << null << "" << false << unknown;
+}
+
+void TestFileSharing::replacedHintCausesNoWarning()
+{
+    for (const char *hint : {"null", "[null]", R"({"a": null})", R"(["x", {"a": [[1]]}])"}) {
+        IntentsInvoker invoker;
+        Replies replies(invoker);
+        invoker.invoke("OpenURI", fromJson(QByteArray(R"({"readFiles": )") + hint + '}').toObject(),
+                       {{"uri", file("a")}});
+        QTRY_COMPARE(replies.all, QStringList("{} 0 "));
+        QCOMPARE(
+            peer.takeCalls(),
+            QStringList("InvokeIntent (sa{sv}a{sv}) ('OpenURI', {'readFds': <[handle 0]>, 'readFiles': <['uri']>}, "
+                        "{'uri': <'"
+                        + file("a") + "'>})"));
+        QCOMPARE(log->takeWarnings(), QStringList());
+    }
 }
 
 void TestFileSharing::nullsAmongTheHintsAreEmptyPaths()

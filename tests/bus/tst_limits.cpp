@@ -89,6 +89,7 @@ private Q_SLOTS:
     void refusesReplies_data();
     void refusesReplies();
     void refusedCallCreatesNoFiles();
+    void refusedReplyCreatesNoFiles();
 
 private:
     QString fateOf(const QJsonObject &hints, const QJsonObject &params);
@@ -379,6 +380,17 @@ void TestLimits::refusedCallCreatesNoFiles()
     Replies replies(invoker);
     invoker.invoke("X", hints, {{"file", path}, {"text", QString(QChar(0))}});
     QTRY_COMPARE(replies.all, QStringList("{} 1 " + HasNul));
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestLimits::refusedReplyCreatesNoFiles()
+{
+    const QString path = file.fileName() + ".new";
+    RuntimeDispatcher::instance()->registerIntentOutputFiles("Give", {}, {"file", QString(QChar(0))});
+    given = {{"file", path}};
+    QCOMPARE(peer.call("HandleIntent", "('Give', @a{sv} {})").text,
+             QString("org.freedesktop.DBus.Error.Failed (s) ('%1',)").arg(HasNul));
+    QCOMPARE(log->takeWarnings(), QStringList(QString("Failed to reply to an intent: \"%1\"").arg(HasNul)));
     QVERIFY(!QFile::exists(path));
 }
 

@@ -32,6 +32,7 @@ private Q_SLOTS:
     void listsArePrinted();
     void problemsAreNamed_data();
     void problemsAreNamed();
+    void writtenArgumentIsNoList();
 
 private:
     Schedule received(const QString &map);
@@ -97,6 +98,15 @@ void TestScheduleFromBus::problemsAreNamed()
     const Schedule schedule = received(map);
     QCOMPARE(schedule.problems(), problems);
     QCOMPARE(schedule.problems(), problems); // reading the list leaves it as it was
+}
+
+void TestScheduleFromBus::writtenArgumentIsNoList()
+{
+    MessageLog log;
+    QDBusArgument argument;
+    argument << QList<int>{8};
+    QCOMPARE(Schedule({{"Hours", QVariant::fromValue(argument)}}).problems(),
+             QStringList("\"Hours\" is not a list of integers"));
 }
 
 QTEST_GUILESS_MAIN(TestScheduleFromBus)

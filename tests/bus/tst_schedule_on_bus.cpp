@@ -7,8 +7,12 @@
 #include <patience.h>
 #include <service_peer.h>
 
+#include <QtCore/QCborArray>
+#include <QtCore/QCborMap>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonObject>
+#include <QtCore/QRect>
+#include <QtCore/QUrl>
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
@@ -53,6 +57,11 @@ private Q_SLOTS:
     void jsonArrives();
     void jsonOverTheLimitsIsRefused_data();
     void jsonOverTheLimitsIsRefused();
+    void refusedScheduleCausesNoWarning();
+    void structuresOverTheLimitsAreRefused_data();
+    void structuresOverTheLimitsAreRefused();
+    void valuesWithoutAFormAreLeftOut_data();
+    void valuesWithoutAFormAreLeftOut();
     void receivedMapArrivesUnchanged_data();
     void receivedMapArrivesUnchanged();
     void receivedFilesArrive();
@@ -205,7 +214,65 @@ void TestScheduleOnBus::jsonOverTheLimitsIsRefused()
     QFETCH(QString, problem);
 
     QCOMPARE(sent({{"x", value}}), problem);
-    QVERIFY(log->takeWarnings().size() <= 1); // of the null, if it was left out before
+    QCOMPARE(log->takeWarnings(), QStringList());
+}
+
+void TestScheduleOnBus::refusedScheduleCausesNoWarning()
+{
+    QCOMPARE(sent({{"a", QJsonValue()}, {"b", QVariant::fromValue(QCborArray{1})}, {"x", QString(QChar(0))}}),
+             QString("A message cannot hold a text with U+0000"));
+    QCOMPARE(log->takeWarnings(), QStringList());
+}
+
+void TestScheduleOnBus::structuresOverTheLimitsAreRefused_data()
+{
+    QTest::addColumn<QVariant>("structure");
+    QTest::addColumn<int>("maps"); ///< around the structure
+    QTest::addColumn<bool>("isRefused");
+
+    // Around the maps are six levels, as above. Each map is three levels, a QRect is one, a QDateTime two.
+    QTest::newRow("QRect") << QVariant(QRect(1, 2, 3, 4)) << 18 << false;
+    QTest::newRow("QRect, too deep") << QVariant(QRect(1, 2, 3, 4)) << 19 << true;
+    QTest::newRow("QDateTime") << QVariant(QDateTime::fromSecsSinceEpoch(0)) << 18 << false;
+    QTest::newRow("QDateTime, too deep") << QVariant(QDateTime::fromSecsSinceEpoch(0)) << 19 << true;
+    QTest::newRow("list of times, too deep") << QVariant::fromValue(QList<QTime>{QTime(1, 2)}) << 19 << true;
+    QTest::newRow("list of times") << QVariant::fromValue(QList<QTime>{QTime(1, 2)}) << 18 << false;
+}
+
+void TestScheduleOnBus::structuresOverTheLimitsAreRefused()
+{
+    QFETCH(QVariant, structure);
+    QFETCH(int, maps);
+    QFETCH(bool, isRefused);
+
+    qDBusRegisterMetaType<QList<QTime>>();
+    for (int i = 0; i < maps; ++i)
+        structure = QVariantMap{{"k", structure}};
+    const QString result = sent({{"x", structure}});
+    QVERIFY2(isRefused ? result == TooDeep : result.startsWith("{'x': "), qUtf8Printable(result));
+    QCOMPARE(sent({{"x", 1}}), QString("{'x': <1>}")); // the connection exists still
+}
+
+void TestScheduleOnBus::valuesWithoutAFormAreLeftOut_data()
+{
+    QTest::addColumn<QVariant>("value");
+
+    QTest::newRow("QCborArray") << QVariant::fromValue(QCborArray{1});
+    QTest::newRow("QCborMap") << QVariant::fromValue(QCborMap{{1, 2}});
+    QTest::newRow("QCborValue") << QVariant::fromValue(QCborValue(1));
+    QTest::newRow("QUrl") << QVariant(QUrl("file:///a"));
+}
+
+void TestScheduleOnBus::valuesWithoutAFormAreLeftOut()
+{
+    QFETCH(QVariant, value);
+
+    QCOMPARE(sent({{"x", value}, {"z", 1}}), QString("{'z': <1>}"));
+    const QStringList warnings = log->takeWarnings();
+    QCOMPARE(warnings.size(), 1);
+    QString expected;
+    QDebug(&expected) << "Value without a form on D-Bus:" << value;
+    QCOMPARE(warnings.first(), expected.trimmed());
 }
 
 void TestScheduleOnBus::receivedMapArrivesUnchanged_data()

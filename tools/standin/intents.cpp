@@ -38,7 +38,7 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
                                m_applications.nameOf(message().service()), Trace::descriptors(hints)));
 
     if (holdsDescriptors(message().arguments().at(2))) {
-        refuse(request, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+        refuse(request, QDBusError::errorString(QDBusError::InvalidArgs),
                QStringLiteral("Descriptors belong in the hints"));
         return {};
     }

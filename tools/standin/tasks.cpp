@@ -55,11 +55,13 @@ void Tasks::Stop(const QString &name, bool force)
 
 void Tasks::startAutomatic()
 {
-    Corvane::Omissions leftOut; // as when an application starts the task
     for (BackgroundTask *task : qAsConst(m_list)) {
         const QVariantMap properties = task->manifest().properties;
-        if (properties.value(Keys::Autostart).toBool())
+        if (properties.value(Keys::Autostart).toBool()) {
+            Corvane::Omissions leftOut;
             task->start({}, Corvane::sendable(properties, &leftOut));
+            leftOut.log();
+        }
     }
 }
 

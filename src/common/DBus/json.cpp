@@ -14,7 +14,7 @@ namespace Corvane {
 
 namespace {
 
-// The warnings are part of the behaviour of these functions, whose rules this conversion applies.
+// The log context of a warning is the function that defines the rule for the value.
 constexpr char Writers[] = "src/common/DBus/types.cpp";
 constexpr char ValueWriter[] = "QDBusArgument& operator<<(QDBusArgument&, const QJsonValue&)";
 constexpr char ArrayWriter[] = "QDBusArgument& operator<<(QDBusArgument&, const QJsonArray&)";
@@ -39,12 +39,12 @@ public:
         case QJsonValue::Array:
             return array(value.toArray(), place);
         case QJsonValue::Object:
-            return fits(1) ? QVariant::fromValue(object(value.toObject(), place)) : QVariant();
+            return allows(1) ? QVariant::fromValue(object(value.toObject(), place)) : QVariant();
         case QJsonValue::Null:
         case QJsonValue::Undefined:
             break;
         }
-        m_omissions->add({Core::UnknownJsonType, ValueWriter, Writers});
+        m_omissions->add({QLatin1String(Core::UnknownJsonType), ValueWriter, Writers});
         return {};
     }
 
@@ -73,15 +73,15 @@ private:
     {
         const auto type = place == Place::MixedArray || array.isEmpty() ? std::nullopt : Core::commonType(array);
         if (!type)
-            return fits(1) ? mixedArray(array) : QVariant();
+            return allows(1) ? mixedArray(array) : QVariant();
         const bool isHint = place == Place::Hints;
         switch (*type) {
         case QJsonValue::Bool:
         case QJsonValue::Double:
         case QJsonValue::String:
-            return fits(1) ? Core::scalarList(array, *type) : QVariant();
+            return allows(1) ? Core::scalarList(array, *type) : QVariant();
         case QJsonValue::Object:
-            return fits(2) ? objects(array, isHint ? Place::MixedArray : place) : QVariant();
+            return allows(2) ? objects(array, isHint ? Place::MixedArray : place) : QVariant();
         case QJsonValue::Array:
             leaveOutArray(Core::JsonArrayOfArrays, isHint);
             return {};
@@ -116,10 +116,10 @@ private:
         return QVariant::fromValue(objects);
     }
 
-    /// Converts the content of so many containers within each other.
+    /// Converts a value inside so many more containers. Returns an invalid variant if a message cannot nest them.
     QVariant nested(int containers, const QJsonValue &content, Place place)
     {
-        if (!fits(containers))
+        if (!allows(containers))
             return {};
         m_level += containers;
         const QVariant converted = value(content, place);
@@ -127,18 +127,18 @@ private:
         return converted;
     }
 
-    /// Returns whether a message can nest so many more containers. If not, the caller leaves the value out.
-    bool fits(int containers)
+    /// Returns whether a message can nest so many more containers. If not, the value counts as left out.
+    bool allows(int containers)
     {
         if (m_level + containers <= MaxLevels)
             return true;
-        m_omissions->addTooDeep({TooDeep, ValueWriter, Writers});
+        m_omissions->addTooDeep({QLatin1String(TooDeep), ValueWriter, Writers});
         return false;
     }
 
     void leaveOutArray(const char *warning, bool isHint)
     {
-        m_omissions->add({warning, isHint ? ArrayToVariant : ArrayWriter, isHint ? Variants : Writers});
+        m_omissions->add({QLatin1String(warning), isHint ? ArrayToVariant : ArrayWriter, isHint ? Variants : Writers});
     }
 
     Omissions *const m_omissions;
@@ -172,8 +172,9 @@ BusObject toBusObject(const QJsonObject &object, Place place, Omissions *omissio
 QVariantMap toBusMap(const QJsonObject &object, Place place, Omissions *omissions)
 {
     QVariantMap map;
-    Converter(omissions).forEachMember(
-        object, place, [&map](const QString &key, QVariant &&content) { map.insert(map.constEnd(), key, content); });
+    Converter(omissions).forEachMember(object, place, [&map](const QString &key, const QVariant &content) {
+        map.insert(map.constEnd(), key, content);
+    });
     return map;
 }
 

@@ -2,12 +2,12 @@
 #include "message_meter.h"
 
 #include "limits.h"
+#include "variants.h"
 
 #include <QtCore/QSequentialIterable>
 #include <QtDBus/QDBusMetaType>
 #include <QtDBus/QDBusObjectPath>
 #include <QtDBus/QDBusSignature>
-#include <QtDBus/QDBusUnixFileDescriptor>
 
 #include <cstring>
 
@@ -91,14 +91,6 @@ bool hasFixedSize(char code)
     return std::strchr("ybnqiuxtdh", code);
 }
 
-/// Returns the number of elements of an array, or 0 if only the application knows it.
-int countOf(const QVariant &array)
-{
-    if (array.userType() == QMetaType::QByteArray)
-        return array.toByteArray().size();
-    return array.canConvert<QVariantList>() ? array.value<QSequentialIterable>().size() : 0;
-}
-
 } // namespace
 
 void MessageMeter::add(const QString &text)
@@ -149,77 +141,108 @@ void MessageMeter::add(const QVariant &content)
 {
     if (const char *const signature = signatureOf(content.userType())) {
         addSignature(signature[1] == '\0' ? 1 : int(std::strlen(signature)));
-        addValue(content, signature[0], signature[1]);
+        addValue(content, signature);
     } else if (content.userType() == qMetaTypeId<QDBusArgument>()) {
         const auto arg = content.value<QDBusArgument>();
-        addSignature(arg.currentSignature().size());
-        addNext(arg);
+        const QByteArray unread = arg.currentSignature().toLatin1();
+        addSignature(unread.size());
+        if (arg.currentType() != QDBusArgument::UnknownType)
+            addNext(arg);
+        else if (!unread.isEmpty())
+            addUnread(unread.constData()); // the application has written it; it cannot be read
     }
 }
 
-void MessageMeter::addValue(const QVariant &value, char code, char elementCode)
+void MessageMeter::addValue(const QVariant &value, const char *signature)
 {
-    switch (code) {
+    switch (signature[0]) {
     case 's':
         return add(value.toString());
     case 'o':
         return add(value.value<QDBusObjectPath>().path());
     case 'g':
         return addSignature(value.value<QDBusSignature>().signature().size());
-    case 'h':
-        addDescriptors(1);
-        return addFixed(4);
     case 'v':
         return nest(1, [&] { add(value.value<QDBusVariant>().variant()); });
     case 'a':
-        return addContainer(value, elementCode);
-    default: // a number, or a structure that the application marshals
-        return addFixed(alignmentOf(code));
+        return addContainer(value, signature);
+    default: // a number, a file descriptor or a structure
+        addUnread(signature);
     }
 }
 
-void MessageMeter::addContainer(const QVariant &container, char elementCode)
+void MessageMeter::addContainer(const QVariant &container, const char *signature)
 {
-    if (hasFixedSize(elementCode)) {
-        const int count = countOf(container);
-        const int size = alignmentOf(elementCode);
-        if (elementCode == 'h')
-            addDescriptors(count);
-        addArray(size, [&] { m_size += qint64(count) * size; });
-        return;
-    }
     const int type = container.userType();
-    if (type == QMetaType::QVariantMap)
-        add(container.toMap());
-    else if (type == QMetaType::QVariantList)
-        addElements(container.toList(), 1, 1);
-    else if (type == QMetaType::QStringList)
-        add(container.toStringList());
-    else if (type == qMetaTypeId<BusObject>())
+    if (type == qMetaTypeId<BusObject>()) {
         add(container.value<BusObject>());
-    else if (type == qMetaTypeId<QVector<BusObject>>())
+    } else if (type == QMetaType::QVariantMap) {
+        add(container.toMap());
+    } else if (type == QMetaType::QVariantList) {
+        addElements(container.toList(), 1, 1);
+    } else if (type == QMetaType::QStringList) {
+        add(container.toStringList());
+    } else if (type == qMetaTypeId<QVector<BusObject>>()) {
         addElements(container.value<QVector<BusObject>>(), 4);
-    else
-        addArray(alignmentOf(elementCode), [&] {
-            if (countOf(container) == 0)
-                return;
-            const auto elements = container.value<QSequentialIterable>();
-            for (auto element = elements.begin(); element != elements.end() && m_problem.isEmpty(); ++element) {
-                const QVariant value = *element;
-                if (const char *const signature = signatureOf(value.userType()))
-                    addValue(value, signature[0], signature[1]);
-            }
+    } else if (type == QMetaType::QByteArray) {
+        addFixedArray(container.toByteArray().size(), 'y');
+    } else if (!isSequence(container)) {
+        addUnread(signature);
+    } else if (const auto elements = container.value<QSequentialIterable>(); hasFixedSize(signature[1])) {
+        addFixedArray(elements.size(), signature[1]);
+    } else {
+        addArray(alignmentOf(signature[1]), [&] {
+            for (auto element = elements.begin(); element != elements.end() && m_problem.isEmpty(); ++element)
+                addValue(*element, signature + 1);
         });
+    }
 }
 
-/// Adds the next value of \a arg. An argument that the application has written cannot be read, and counts as small.
+/// Adds a value of which only the signature is known, because the application or Qt marshals it. Texts count as empty,
+/// and arrays as arrays of one element. Returns the rest of the signature.
+const char *MessageMeter::addUnread(const char *signature)
+{
+    const char code = *signature++;
+    switch (code) {
+    case 's':
+    case 'o':
+        add(QString());
+        return signature;
+    case 'g':
+        addSignature(0);
+        return signature;
+    case 'v':
+        nest(1, [&] { addSignature(1); });
+        return signature;
+    case 'h':
+        addDescriptors(1);
+        break;
+    case 'a':
+        addArray(alignmentOf(*signature), [&] { signature = addUnread(signature); });
+        return signature;
+    case '(':
+    case '{':
+        align(8);
+        nest(1, [&] {
+            while (*signature != ')' && *signature != '}' && m_problem.isEmpty())
+                signature = addUnread(signature);
+        });
+        return m_problem.isEmpty() ? signature + 1 : signature;
+    default:
+        break;
+    }
+    addFixed(alignmentOf(code));
+    return signature;
+}
+
+/// Adds the next value of \a arg.
 void MessageMeter::addNext(const QDBusArgument &arg)
 {
     const auto codeOfNext = [&arg] { return arg.currentSignature().leftRef(1).toLatin1().at(0); };
     switch (arg.currentType()) {
     case QDBusArgument::BasicType: {
-        const char code = codeOfNext();
-        return addValue(arg.asVariant(), code);
+        const QByteArray signature = arg.currentSignature().toLatin1();
+        return addValue(arg.asVariant(), signature.constData());
     }
     case QDBusArgument::VariantType: {
         const QVariant content = qdbus_cast<QDBusVariant>(arg).variant();
@@ -281,6 +304,14 @@ void MessageMeter::addElements(const List &list, int alignment, int levels)
     });
 }
 
+void MessageMeter::addFixedArray(int count, char code)
+{
+    if (code == 'h')
+        addDescriptors(count);
+    const int size = alignmentOf(code);
+    addArray(size, [&] { m_size += qint64(count) * size; });
+}
+
 template<typename AddElements>
 void MessageMeter::addArray(int alignment, AddElements addElements)
 {
@@ -316,7 +347,7 @@ void MessageMeter::addFixed(int size)
 
 void MessageMeter::addSignature(int length)
 {
-    m_size += length + 2; // its length before it, a NUL behind
+    m_size += length + 2; // a length byte before it, a NUL after it
 }
 
 void MessageMeter::refuse(const QString &problem)

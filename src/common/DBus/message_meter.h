@@ -24,8 +24,8 @@ class MessageMeter
 public:
     void add(const QString &text);
     void add(const QStringList &texts);
-    /// Adds a map of types that QtDBus marshals, of BusMember::value, or of unread values from the bus. A value of a
-    /// type that the application has registered with QtDBus counts as small.
+    /// Adds a map. Its values have a type that QtDBus marshals or a type of BusMember::value, or are unread arguments.
+    /// The texts, arrays and variants inside a structure that the application or Qt marshals are not measured.
     void add(const QVariantMap &map);
     void add(const BusObject &object);
     /// Adds a problem if the conversion left out a value that nests too deep.
@@ -37,12 +37,14 @@ public:
 private:
     void add(const QVariant &content);
     void addNext(const QDBusArgument &arg);
-    void addValue(const QVariant &value, char code, char elementCode = 0);
-    void addContainer(const QVariant &container, char elementCode);
+    void addValue(const QVariant &value, const char *signature);
+    void addContainer(const QVariant &container, const char *signature);
+    const char *addUnread(const char *signature);
     template<typename List>
     void addElements(const List &list, int alignment, int levels = 0);
     void addMember(const QString &key, const QVariant &content);
     void addDescriptors(int count);
+    void addFixedArray(int count, char code);
     void addFixed(int size);
     void addSignature(int length);
     template<typename AddElements>

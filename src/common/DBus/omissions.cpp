@@ -15,7 +15,7 @@ void Omissions::addTooDeep(const Omission &omission)
 void Omissions::log() const
 {
     for (const Omission &omission : m_omissions)
-        QMessageLogger(omission.file, 0, omission.function).warning() << omission.text;
+        QMessageLogger(omission.file, 0, omission.function).warning().noquote() << omission.text;
 }
 
 } // namespace Corvane

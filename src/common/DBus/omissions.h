@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <QtCore/QString>
 #include <QtCore/QVector>
 
 namespace Corvane {
 
-/// A value that is left out of a message: the text of the warning, and the function and file in whose name it is
-/// logged.
+/// A value that is left out of a message: the text of the warning, and the function and file of its log context.
 struct Omission
 {
-    const char *text;
+    QString text;
     const char *function;
     const char *file;
 };

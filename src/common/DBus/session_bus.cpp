@@ -9,7 +9,7 @@ namespace Corvane {
 
 namespace {
 
-constexpr long MaxDescriptors = 253; // in one message; the kernel's SCM_MAX_FD
+constexpr long MaxReceivedDescriptors = 253; // in one message; the kernel's SCM_MAX_FD
 
 /// Calls a function of libdbus that sets a limit of a connection.
 void setLimit(void *libdbus, const char *function, void *connection, long limit)
@@ -37,7 +37,7 @@ void raiseLimits(void *connection)
         return;
     setLimit(libdbus, "dbus_connection_set_max_received_size", connection, LONG_MAX);
     setLimit(libdbus, "dbus_connection_set_max_received_unix_fds", connection, LONG_MAX);
-    setLimit(libdbus, "dbus_connection_set_max_message_unix_fds", connection, MaxDescriptors);
+    setLimit(libdbus, "dbus_connection_set_max_message_unix_fds", connection, MaxReceivedDescriptors);
     ::dlclose(libdbus); // QtDBus keeps it loaded
 }
 

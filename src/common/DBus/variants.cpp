@@ -20,12 +20,13 @@ bool isJson(int type)
 /// marshal all elements with the one signature of their type.
 QVariant jsonAsVariants(const QVariant &container)
 {
-    if (container.canConvert<QVariantList>()) {
+    if (isSequence(container)) {
         const auto elements = container.value<QSequentialIterable>();
         return elements.size() > 0 && isJson((*elements.begin()).userType()) ? container.value<QVariantList>()
                                                                              : QVariant();
     }
-    if (container.canConvert<QVariantMap>()) {
+    const int associative = qMetaTypeId<QtMetaTypePrivate::QAssociativeIterableImpl>();
+    if (QMetaType::hasRegisteredConverterFunction(container.userType(), associative)) {
         const auto members = container.value<QAssociativeIterable>();
         return members.size() > 0 && isJson((*members.begin()).userType()) ? container.value<QVariantMap>()
                                                                            : QVariant();
@@ -104,13 +105,16 @@ private:
         return result;
     }
 
-    static bool isSendable(const QVariant &value)
+    bool isSendable(const QVariant &value)
     {
         const bool sendable = value.userType() == qMetaTypeId<QDBusArgument>()
             ? isSingle(value.value<QDBusArgument>().currentSignature())
             : value.isValid() && QDBusMetaType::typeToSignature(value.userType());
-        if (!sendable)
-            qWarning() << "Value without a form on D-Bus:" << value;
+        if (!sendable) {
+            QString text;
+            QDebug(&text) << "Value without a form on D-Bus:" << value;
+            m_omissions->add({text.trimmed(), Q_FUNC_INFO, __FILE__});
+        }
         return sendable;
     }
 
@@ -118,6 +122,13 @@ private:
 };
 
 } // namespace
+
+bool isSequence(const QVariant &value)
+{
+    const int type = value.userType();
+    return type == QMetaType::QVariantList || type == QMetaType::QStringList || type == QMetaType::QByteArrayList
+        || QMetaType::hasRegisteredConverterFunction(type, qMetaTypeId<QtMetaTypePrivate::QSequentialIterableImpl>());
+}
 
 QVariantMap sendable(const QVariantMap &map, Omissions *omissions)
 {

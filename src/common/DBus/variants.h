@@ -9,6 +9,18 @@
 
 namespace Corvane {
 
+/// Returns whether the value is an unread QDBusArgument that QtDBus can demarshal as a \a T. An argument that the
+/// application has written cannot be read.
+template<typename T>
+bool isUnread(const QVariant &value)
+{
+    if (value.userType() != qMetaTypeId<QDBusArgument>())
+        return false;
+    const auto argument = value.value<QDBusArgument>();
+    return argument.currentType() != QDBusArgument::UnknownType
+        && argument.currentSignature() == QLatin1String(QDBusMetaType::typeToSignature(qMetaTypeId<T>()));
+}
+
 /**
  * Returns a value of the bus as a \a T. Returns T() if it is of another type.
  *
@@ -21,14 +33,16 @@ T fromBus(const QVariant &value)
 {
     if (value.userType() != qMetaTypeId<QDBusArgument>())
         return value.value<T>();
-    const auto argument = value.value<QDBusArgument>();
-    const QLatin1String signature(QDBusMetaType::typeToSignature(qMetaTypeId<T>()));
-    return argument.currentSignature() == signature ? qdbus_cast<T>(argument) : T();
+    return isUnread<T>(value) ? qdbus_cast<T>(value) : T();
 }
+
+/// Returns whether QSequentialIterable can iterate over the value. QVariant::canConvert<QVariantList>() is not the
+/// same: it is also true for types that convert only as a whole, and an iterable over such a type crashes.
+bool isSequence(const QVariant &value);
 
 /**
  * Returns the map as QtDBus can marshal it, at any depth: JSON is converted, and each value without a form on D-Bus is
- * left out. Logs a warning about each of these, but adds the values that are left out of JSON to \a omissions.
+ * left out and added to \a omissions.
  */
 QVariantMap sendable(const QVariantMap &map, Omissions *omissions);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The debug output of the enumerations and of Error. The enumerations are not in the meta-objects of their classes, so
-// that Qt does not know their names.
+// The debug output of the enumerations and of Error. The enumerations are not in the meta-objects of their classes,
+// therefore Qt does not know their names.
 #include "error.h"
 #include "lifecycle.h"
 #include "task.h"

@@ -23,6 +23,8 @@ namespace {
 
 using Descriptors = QList<QDBusUnixFileDescriptor>;
 
+constexpr QLatin1String OpenUri("OpenURI");
+
 /// Returns the file that a value names. Empty if the value names no file.
 QString fileName(const QJsonValue &value)
 {
@@ -78,11 +80,13 @@ void FileSharing::setFileLists(const QStringList &readFiles, const QStringList &
     map.insert(Keys::WriteFiles, writeFiles);
 }
 
-QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
+QJsonObject FileSharing::convertibleHints(const QString &intentName, const QJsonObject &hints)
 {
     QJsonObject result = hints;
+    if (intentName == OpenUri)
+        result.remove(Keys::ReadFiles);
     for (const QString &key : {Keys::ReadFiles, Keys::WriteFiles}) {
-        const QJsonArray list = hints.value(key).toArray();
+        const QJsonArray list = result.value(key).toArray();
         if (list.isEmpty() || Core::commonType(list))
             continue;
         QJsonArray paths;
@@ -97,7 +101,7 @@ QJsonObject FileSharing::withTextPaths(const QJsonObject &hints)
 
 void FileSharing::setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map)
 {
-    if (intentName != QLatin1String("OpenURI"))
+    if (intentName != OpenUri)
         return;
     const bool several = params.value(QLatin1String("uri")).isArray();
     map.insert(Keys::ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));

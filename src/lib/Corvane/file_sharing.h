@@ -17,12 +17,13 @@ namespace Corvane {
 class FileSharing
 {
 public:
-    /// Writes both lists of JSON paths into \a map, also if they are empty.
+    /// Writes both lists of JSON paths into \a map, even if they are empty.
     static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
 
-    /// Returns the hints with each mixed list of paths as a list of texts: an element that is not a text becomes one, a
-    /// null an empty path. As part of any other hint, the nulls would be left out.
-    static QJsonObject withTextPaths(const QJsonObject &hints);
+    /// Returns the hints of an intent as they are converted for the bus: a text for each element of a mixed list of
+    /// paths, which is empty for a null, because the conversion would leave the nulls out; and for the intent "OpenURI"
+    /// no "readFiles", because setUriHint() replaces it.
+    static QJsonObject convertibleHints(const QString &intentName, const QJsonObject &hints);
 
     /// For the intent "OpenURI", replaces "readFiles" by the path of the "uri" in \a params.
     static void setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map);

@@ -39,13 +39,13 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
                                              const QJsonObject &params)
 {
     Omissions omissions;
-    QVariantMap map = toBusMap(FileSharing::withTextPaths(hints), Place::Hints, &omissions);
+    QVariantMap map = toBusMap(FileSharing::convertibleHints(intentName, hints), Place::Hints, &omissions);
     const BusObject body = toBusObject(params, Place::Params, &omissions);
     MessageMeter meter;
     meter.add(omissions);
     meter.add(intentName);
     meter.add(body);
-    MessageMeter withoutFiles = meter; // a message that is refused opens no files
+    MessageMeter withoutFiles = meter; // checked before any file is opened
     withoutFiles.add(map);
     if (!withoutFiles.problem().isEmpty())
         return refusedCall(withoutFiles.problem());

@@ -31,11 +31,14 @@ void sendReply(const QDBusConnection &connection, const QDBusMessage &call, cons
     MessageMeter meter;
     meter.add(omissions);
     meter.add(body);
-    if (meter.problem().isEmpty()) { // open no files for a reply that is not sent
+    MessageMeter withoutFiles = meter; // checked before any file is opened
+    withoutFiles.add(files);
+    QString problem = withoutFiles.problem();
+    if (problem.isEmpty()) {
         FileSharing::exportFiles(result, files);
         meter.add(files);
+        problem = meter.problem();
     }
-    QString problem = meter.problem();
     if (problem.isEmpty()) {
         omissions.log();
         // QDBusConnection::send() returns true without a bus.

@@ -16,9 +16,7 @@ namespace {
 /// Returns the list of integers that a builder stored or that the bus sent; nothing if the value has another type.
 std::optional<QList<int>> toNumbers(const QVariant &value)
 {
-    const bool isReceived = value.userType() == qMetaTypeId<QDBusArgument>()
-        && value.value<QDBusArgument>().currentSignature() == QLatin1String("ai");
-    if (isReceived || value.userType() == qMetaTypeId<QList<int>>())
+    if (isUnread<QList<int>>(value) || value.userType() == qMetaTypeId<QList<int>>())
         return fromBus<QList<int>>(value);
     return {};
 }

@@ -75,7 +75,8 @@ public:
     QStringList problems() const;
 
     /// Returns true if both schedules have the same properties with equal values. The order of numbers and the time
-    /// zone of dates count. A list of integers that was received from the bus equals the list that a builder stored.
+    /// zone of dates count. Lists of integers are compared by content, also with a list that was received from the bus;
+    /// other values are compared as QVariant compares them.
     bool operator==(const Schedule &other) const;
     bool operator!=(const Schedule &other) const { return !(*this == other); }
 
