@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Messages of any signature to the receivers of the service's messages. Each is a letter for its kind, a signature,
-// ';', and the values (see BusValueReader):
-//   l  "StateChanged" of the lifecycle         t  "StateChanged" of the tasks        T  the tasks' answer to "GetAll"
-//   m  "PropertiesChanged" of the memory       M  the memory's answer to "GetAll"
-//   I  the service's answer to an intent
-// before which may stand: x for one from a stranger, u for a signal to this process alone, e for an error instead of an
-// answer. Only what has the right shape and sender may have an effect, and that must be what the model says.
+// Sends the library signals and replies of any signature. The input is a list of messages. Each message is a letter for
+// its kind, a signature, ';', and the values (see BusValueReader):
+//   l  the signal "StateChanged" of Lifecycle1
+//   t  the signal "StateChanged" of Tasks1
+//   m  the signal "PropertiesChanged" of MemoryPressure1
+//   T  the reply to "GetAll" of Tasks1
+//   M  the reply to "GetAll" of MemoryPressure1
+//   I  the reply to an intent
+// Letters before the kind modify the message: x sends it from a process that is not the service, u sends a signal to
+// this process only, e sends an error instead of a reply. Only a message with the correct signature and sender may have
+// an effect, and the effect must agree with the model.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure_p.h>
@@ -50,10 +54,10 @@ struct Event
     }
 };
 
-/// The messages of the service that have an effect.
+/// The expected state of the library.
 struct Model
 {
-    QStringList states; ///< of the tasks, with the number of their properties
+    QStringList states; ///< The states of all tasks, with the number of their properties.
     bool statesKnown = false;
     int level = 0;
 };
@@ -64,8 +68,8 @@ struct Peers
     BusPeer service;
     BusPeer stranger;
     QObject listener;
-    QStringList lifecycleStates; ///< that the library has emitted
-    QStringList levels; ///< the same
+    QStringList lifecycleStates; ///< The emitted states.
+    QStringList levels; ///< The emitted levels.
 
     /// Replies to the next call, whose method must be \a member.
     void answer(const char *member, const Event &event)
@@ -141,7 +145,7 @@ Event readEvent(BusValueReader &reader)
     return event;
 }
 
-/// The values of the entries with this key in a dictionary of variants, in the order of a QMap: the last one first.
+/// Returns the values of \a key in a dictionary of variants, the last one first, like a QMap.
 QVector<const BusValue *> find(const BusValue &dictionary, const char *key)
 {
     QVector<const BusValue *> found;
@@ -216,7 +220,7 @@ QStringList statesOf(const QVector<TaskState> &list)
     return states;
 }
 
-/// Runs one input. Its objects are new, except the singletons of the library.
+/// Runs one input with new objects. Only the singletons of the library remain from earlier inputs.
 class Run
 {
 public:
@@ -243,14 +247,14 @@ public:
         case 't':
             send(event, Names::Tasks.path(), Names::Tasks.interface, "StateChanged");
             if (!event.isStrange && event.signature() == "a(sua{sv})")
-                tellTasks(event.body.front());
+                applyStates(event.body.front());
             break;
         case 'm':
             send(event, Names::MemoryPressure.path(), PropertiesInterface, "PropertiesChanged");
             if (!event.isStrange && event.signature() == "sa{sv}as") {
-                tellLevel(event.body[1], &sharedModel);
+                applyLevel(event.body[1], &sharedModel);
                 if (memory)
-                    tellLevel(event.body[1], &model);
+                    applyLevel(event.body[1], &model);
             }
             break;
         case 'T':
@@ -272,7 +276,7 @@ public:
             peers().answer("GetAll", event);
             model.level = 0;
             if (isAnswer(event))
-                tellLevel(event.body.front(), &model);
+                applyLevel(event.body.front(), &model);
             else
                 expectedWarnings.append("Failed to get memory level:");
             break;
@@ -282,7 +286,7 @@ public:
         default:
             return;
         }
-        if (event.kind != 'I') // which has been waited for
+        if (event.kind != 'I') // invoke() has waited for the reply
             settle(event.isStrange ? peers().stranger : peers().service);
 
         expectEqual("Lifecycle states", peers().lifecycleStates, std::exchange(expectedLifecycleStates, {}));
@@ -290,15 +294,15 @@ public:
         expectEqual("State of the task", int(task.state()), taskState);
         expectEqual("States of all tasks", statesOf(TasksInterface::instance()->tasksState), sharedModel.states);
         if (tasks) {
-            expectEqual("States of all tasks, told anew", statesOf(tasks->tasksState), model.states);
-            expectEqual("Whether they are known", tasks->statesKnown, model.statesKnown);
+            expectEqual("States of all tasks in the new proxy", statesOf(tasks->tasksState), model.states);
+            expectEqual("statesKnown of the new proxy", tasks->statesKnown, model.statesKnown);
         }
         peers().levels.sort();
         expectedLevels.sort();
         expectEqual("Changes of the level", peers().levels, std::exchange(expectedLevels, {}));
         expectEqual("Level", int(MemoryPressure::instance()->level()), sharedModel.level);
         if (memory)
-            expectEqual("Level, told anew", memory->level, model.level);
+            expectEqual("Level of the new object", memory->level, model.level);
 
         QStringList warnings = takeWarnings();
         expectEqual("Number of warnings", warnings.size(), expectedWarnings.size());
@@ -306,7 +310,7 @@ public:
             expectEqual("Warning", warnings[i].left(expectedWarnings[i].size()), expectedWarnings[i]);
     }
 
-    /// Returns whether the last messages of the service have no tasks and no pressure.
+    /// Returns whether the library has no tasks and no pressure now, as after reset().
     bool leavesNothing() const { return sharedModel.states.isEmpty() && sharedModel.level == 0; }
 
 private:
@@ -346,7 +350,7 @@ private:
 
     static bool isAnswer(const Event &event) { return !event.isError && event.signature().startsWith("a{sv}"); }
 
-    void tellTasks(const BusValue &list)
+    void applyStates(const BusValue &list)
     {
         sharedModel.states = statesOf(list);
         if (tasks)
@@ -362,14 +366,14 @@ private:
         }
     }
 
-    void tellLevel(const BusValue &properties, Model *told)
+    void applyLevel(const BusValue &properties, Model *changed)
     {
         const auto levels = find(properties, "Level");
         for (const BusValue *level : levels) {
-            if (toInt(*level) == told->level)
+            if (toInt(*level) == changed->level)
                 continue;
-            told->level = toInt(*level);
-            expectedLevels.append(QString::number(told->level));
+            changed->level = toInt(*level);
+            expectedLevels.append(QString::number(changed->level));
         }
     }
 
@@ -377,8 +381,8 @@ private:
     int taskState = Task::Unknown;
     std::unique_ptr<TasksInterface> tasks;
     std::unique_ptr<MemoryPressurePrivate> memory;
-    Model sharedModel; ///< of the singletons
-    Model model; ///< of the objects of this input
+    Model sharedModel; ///< The model of the singletons.
+    Model model; ///< The model of the objects of this input.
     QStringList taskStates;
     QStringList expectedTaskStates;
     QStringList expectedLifecycleStates;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The params of an intent, as the entries of a dictionary: a text for the key, and a variant (see BusValueReader). A
-// peer on sd-bus sends them to a handler that answers with what it got. What the handler gets and what comes back must
-// be what the models say.
+// Converts the params of an intent from D-Bus to JSON and back. The input is the entries of a dictionary: each is a
+// text, its key, and a variant (see BusValueReader). A peer on sd-bus sends the params to a handler, which replies with
+// the params that it received. The received params and the reply must agree with the models.
 #include <Corvane/runtime_dispatcher.h>
 #include <DBus/names.h>
 
@@ -60,7 +60,7 @@ void checkEcho(const BusValue &params)
     const QString text = toText(expected);
     const QVector<uint> characters = text.toUcs4();
     if (std::any_of(characters.begin(), characters.end(), [](uint c) { return QChar::isNonCharacter(c); }))
-        return; // an array of bytes read as text; sd-bus does not read such a reply
+        return; // sd-bus refuses a reply with noncharacters, which an array of bytes may contain
     takeWarnings();
     handled() = {};
     sd_bus_message *made = nullptr;
@@ -103,13 +103,13 @@ void checkEcho(const BusValue &params)
         expectEqual("Error", QByteArray(error->name), QByteArray("org.freedesktop.DBus.Error.Failed"));
         const QString reason = QString::fromUtf8(error->message);
         if (!refusals.contains(reason))
-            fail("Refused for what is not so: " + reason);
+            fail("Refused for a wrong reason: " + reason);
         warnings.append(QString("Failed to reply to an intent: \"%1\"").arg(reason));
         expectWarnings(warnings);
     }
 }
 
-/// The entries of a dictionary.
+/// Reads the input as the entries of a dictionary.
 BusValue paramsOf(BusValueReader &reader)
 {
     BusValue params;
@@ -137,12 +137,12 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     BusValueReader reader(data, size);
     const BusValue params = paramsOf(reader);
     if (reader.descriptors() > CORVANE_MAX_DESCRIPTORS)
-        return; // the bus would refuse it
+        return; // the bus would refuse the message
 
     static const QVector<OpenDescriptor> before = warmUp();
     checkEcho(params);
     if (openDescriptors() == before)
         return;
-    settle(peer()); // QtDBus closes what came with a message in a thread
+    settle(peer()); // QtDBus closes received descriptors in its own thread
     expectEqual("Open descriptors", openDescriptors(), before);
 }

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Files that an object names at paths: {"name": "X", "readFiles": ["a[*]"], "writeFiles": [], "source": {"a":
-// ["file"]}}. They stand in a tree of every kind of file, which is the current directory and is called TREE in the
-// input. What is opened, and how, must be what the model says. Run by root, the library is given the rights of nobody.
+// Opens the files that an object names at JSON paths. The input is {"name": "X", "readFiles": ["a[*]"], "writeFiles":
+// [], "source": {"a": ["file"]}}. The current directory contains a file of every kind; TREE in the input is its path.
+// The opened files and their modes must agree with the model. If root runs the target, the library has the file
+// permissions of the user nobody.
 #include <Corvane/file_sharing.h>
 
 #include <expect.h>
@@ -29,10 +30,10 @@ using namespace Fuzz;
 
 namespace {
 
-constexpr int MaxFiles = 200; // each takes two descriptors
-constexpr int MaxOtherDescriptors = 64; // that are open anyway
+constexpr int MaxFiles = 200; // each needs two descriptors
+constexpr int MaxOtherDescriptors = 64; // of the program itself
 constexpr off_t ContentSize = 7;
-constexpr mode_t Umask = 002; // leaves a bit that a mode of its own would not have
+constexpr mode_t Umask = 002; // keeps the group's write bit, which a fixed mode such as 0644 lacks
 
 void check(int result, const char *what)
 {
@@ -92,7 +93,7 @@ QDebug operator<<(QDebug debug, const Entry &entry)
         << QString("%1 %2 %3").arg(QFile::decodeName(entry.name), QString::number(entry.mode, 8)).arg(entry.size);
 }
 
-/// The kind, mode and size of all that is in the tree.
+/// Returns the name, mode and size of every file in the tree.
 QVector<Entry> contentOfTree()
 {
     char root[] = ".";
@@ -104,7 +105,7 @@ QVector<Entry> contentOfTree()
         fail("Cannot list the tree: " + qt_error_string(errno));
     QVector<Entry> content;
     while (const FTSENT *entry = ::fts_read(walk.get())) {
-        if (entry->fts_info == FTS_DP) // a directory, after what is in it
+        if (entry->fts_info == FTS_DP) // the second visit of a directory
             continue;
         if (!entry->fts_statp || entry->fts_info == FTS_NS || entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR)
             fail("Cannot list the tree at " + QFile::decodeName(entry->fts_path));
@@ -133,13 +134,13 @@ bool hasTreeChanged()
     return hasChanged;
 }
 
-/// Within the tree, as far as its text can tell.
+/// Returns whether the name is within the tree. Symbolic links are not resolved.
 bool isInTree(const QByteArray &name, const QByteArray &tree)
 {
     return !name.split('/').contains("..") && (!name.startsWith('/') || name.startsWith(tree + '/'));
 }
 
-/// Whether it is a file that can be opened, or for writing also one that can be made.
+/// Returns whether the file can be opened or, for writing, created.
 bool canOpen(const QByteArray &name, bool forWriting)
 {
     struct stat status = {};
@@ -150,7 +151,7 @@ bool canOpen(const QByteArray &name, bool forWriting)
     if (!forWriting || errno != ENOENT || name.isEmpty() || name.endsWith('/'))
         return false;
     std::array<char, PATH_MAX>
-        target; // NOLINT(cppcoreguidelines-pro-type-member-init): cleared, it costs more than all else
+        target; // NOLINT(cppcoreguidelines-pro-type-member-init): clearing it would need most of the time
     const ssize_t size = ::readlink(name.constData(), target.data(), target.size());
     if (size > 0)
         return canOpen(name.left(name.lastIndexOf('/') + 1) + QByteArray(target.data(), int(size)), true);
@@ -158,7 +159,7 @@ bool canOpen(const QByteArray &name, bool forWriting)
     return ::stat(parent.constData(), &status) == 0 && S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) != 0;
 }
 
-/// The files that values at the paths name.
+/// Returns the names of the files in the values at the paths.
 QStringList namesIn(const QJsonObject &source, const QStringList &patterns)
 {
     QVector<QJsonValue> values;
@@ -186,8 +187,8 @@ struct Row
     QString descriptors;
     bool isForWriting;
     QStringList patterns;
-    QStringList named; ///< by the values at the paths
-    QStringList names; ///< of the files that can be opened
+    QStringList named; ///< All files that the values at the paths name.
+    QStringList names; ///< The files that can be opened.
 };
 
 QString quoted(const QString &text)
@@ -249,7 +250,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         fileCount += row.named.size();
     }
 
-    // The lowest free number is given out first: what stays open is below this.
+    // The kernel assigns the lowest free number. A descriptor that stays open therefore has a number below this one.
     const int descriptorEnd = MaxOtherDescriptors + 2 * fileCount;
     const QVector<OpenDescriptor> before = openDescriptors(descriptorEnd);
     QStringList warnings;
@@ -280,7 +281,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         for (int i = 0; i < descriptors.size(); ++i)
             expectDescriptor(descriptors[i], row.names[i], row.isForWriting);
     }
-    expectEqual("What else is in the map", map, expected);
+    expectEqual("The rest of the map", map, expected);
     expectEqual("Open descriptors", openDescriptors(descriptorEnd), before);
 
     for (const QByteArray &path : qAsConst(made)) {
@@ -288,11 +289,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         expectEqual("A file was made", ::stat(path.constData(), &status), 0);
         expectEqual("Kind and mode of a file that was made", status.st_mode, S_IFREG | (0666 & ~Umask));
     }
-    for (const QByteArray &path : qAsConst(made)) { // which may name the same file
+    for (const QByteArray &path : qAsConst(made)) { // two names may be of the same file
         std::array<char, PATH_MAX> real = {};
         if (::realpath(path.constData(), real.data()))
             ::unlink(real.data());
     }
     if (hasTreeChanged())
-        expectEqual("What is in the tree", contentOfTree(), content);
+        expectEqual("Files in the tree", contentOfTree(), content);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A URI to be read, and an intent to be written: {"uri": "intent://...", "name": "X", "hints": {}, "params": {}}.
+// Reads a URI and writes an intent. The input is {"uri": "intent://...", "name": "X", "hints": {}, "params": {}}.
 #include <Core/intent_uri.h>
 
 #include <expect.h>
@@ -59,7 +59,7 @@ bool isUnreserved(char c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c && std::strchr("-._~", c));
 }
 
-/// The value of a hexadecimal digit; -1 for another character.
+/// Returns the value of a hexadecimal digit, or -1 for another character.
 int digitValue(uint c)
 {
     if (c >= '0' && c <= '9')
@@ -68,7 +68,7 @@ int digitValue(uint c)
     return letter >= 'a' && letter <= 'f' ? int(letter - 'a') + 10 : -1;
 }
 
-/// The byte that two digits give; -1 if they are no digits.
+/// Returns the byte with these two digits, or -1 if they are not digits.
 int byteOf(uint high, uint low)
 {
     const int highValue = digitValue(high);
@@ -76,7 +76,7 @@ int byteOf(uint high, uint low)
     return highValue < 0 || lowValue < 0 ? -1 : highValue * 16 + lowValue;
 }
 
-/// The byte that is escaped there; -1 if none is.
+/// Returns the byte of the escape at the index \a at, or -1 if there is no escape.
 int escapedByte(const QString &text, int at)
 {
     const QChar *const characters = text.constData();
@@ -85,7 +85,7 @@ int escapedByte(const QString &text, int at)
     return byteOf(characters[at + 1].unicode(), characters[at + 2].unicode());
 }
 
-/// The same for an escape in capitals, as in the normal form of a URI.
+/// Does the same, but only accepts digits in upper case, as in the normal form of a URI.
 int escapedByte(const QByteArray &text, int at)
 {
     const char *const bytes = text.constData();
@@ -94,7 +94,7 @@ int escapedByte(const QByteArray &text, int at)
     return byteOf(std::uint8_t(bytes[at + 1]), std::uint8_t(bytes[at + 2]));
 }
 
-/// Whether each percent sign begins an escape. If not, none is taken for one.
+/// Returns whether each percent sign begins an escape. Otherwise QUrl treats all of them as plain characters.
 bool hasOnlyEscapes(const QString &text)
 {
     for (int at = text.indexOf('%'); at >= 0; at = text.indexOf('%', at + 3)) {
@@ -104,13 +104,13 @@ bool hasOnlyEscapes(const QString &text)
     return true;
 }
 
-/// How many bytes the character takes in UTF-8 that begins with this one; 1 for what begins none beyond ASCII.
+/// Returns the size of the UTF-8 sequence that begins with the byte \a first; 1 if the byte begins no longer sequence.
 int utf8Size(int first)
 {
     return 1 + int(first >= 0xc2) + int(first >= 0xe0) + int(first >= 0xf0);
 }
 
-/// The character beyond ASCII whose UTF-8 is escaped there; 0 if it is no Unicode text.
+/// Returns the character of the escaped UTF-8 sequence at the index \a at, or 0 if the sequence is not valid.
 uint escapedCharacter(const QByteArray &text, int at)
 {
     static const uint smallest[] = {UINT_MAX, 0x80, 0x800, 0x10000};
@@ -128,7 +128,8 @@ uint escapedCharacter(const QByteArray &text, int at)
     return isText ? character : 0;
 }
 
-/// The text without its escapes, but for those of control characters, of \a kept, and of what is no Unicode text.
+/// Decodes the escapes in the text, except those of control characters, of the characters in \a kept, and of invalid
+/// UTF-8.
 QString decoded(const QByteArray &text, const char *kept)
 {
     QString result;
@@ -157,7 +158,7 @@ QString decoded(const QByteArray &text, const char *kept)
     return result;
 }
 
-// Escapes that stay: of what may stand for itself, where the escape may mean something else.
+// Characters whose escapes are kept, because the plain character may have another meaning in a URI.
 constexpr char KeptInFragment[] = "!#$%&'()*+,/:;=?@[]`";
 constexpr char KeptInQuery[] = "!$%'()*+,/:;?@[]";
 
@@ -208,7 +209,7 @@ bool isWritable(const QJsonObject &object)
     return std::all_of(object.begin(), object.end(), [](const QJsonValue &value) { return isWritable(value); });
 }
 
-/// Returns whether no part of the text is read as a delimiter or as an escape.
+/// Returns whether the text reads back unchanged: no part of it is read as a delimiter or as an escape.
 bool comesBack(const QString &text, const char *except)
 {
     const QVector<uint> characters = text.toUcs4();
@@ -260,7 +261,7 @@ QString modelText(const QJsonValue &value)
     return "d." + numberText(value.toDouble());
 }
 
-/// The text in a URI. Escapes stay, but those of characters that need none.
+/// Returns the text as part of a URI. Keeps its escapes, except those of unreserved characters.
 QByteArray encoded(const QString &text, const char *literal)
 {
     const bool hasEscapes = hasOnlyEscapes(text);
@@ -284,7 +285,7 @@ QByteArray encoded(const QString &text, const char *literal)
             result.append(char(c));
         } else if (c < 0x80 || isEscape) {
             addEscaped(c);
-        } else { // in UTF-8, half of a character too
+        } else { // UTF-8, also for a lone surrogate
             const int size = 2 + int(c >= 0x800) + int(c >= 0x10000);
             addEscaped((0xf00U >> size & 0xff) | c >> 6 * (size - 1));
             for (int i = size - 2; i >= 0; --i)
@@ -294,7 +295,7 @@ QByteArray encoded(const QString &text, const char *literal)
     return result;
 }
 
-/// The text of the URI that \a intent is to give.
+/// Returns the expected URI of \a intent.
 QByteArray modelWrite(const Intent &intent)
 {
     if (intent.name.isEmpty() || !isWritable(intent.hints) || !isWritable(intent.params))
@@ -312,18 +313,19 @@ QByteArray modelWrite(const Intent &intent)
         + encoded(parts.join(';'), "!$&'()*+,/:;=?@[]");
 }
 
-/// Checks the written URI against the model, and the intent that is read from it.
+/// Compares the written URI, and the intent that is read from this URI, with the model.
 void checkWriting(const Intent &intent)
 {
     const QByteArray written = Core::IntentUri::toUri(intent.name, intent.hints, intent.params).toEncoded();
-    expectEqual("What is written", written, modelWrite(intent));
+    expectEqual("Written URI", written, modelWrite(intent));
     if (written.isEmpty())
         return;
     const QUrl uri = QUrl::fromEncoded(written);
     const Intent back = read(uri);
-    expectEqual("What is read of what was written", back, modelRead(uri));
+    expectEqual("Intent read from the written URI", back, modelRead(uri));
     if (comesBack(intent))
-        expectEqual("What comes back", back, Intent{intent.name, rounded(intent.hints), rounded(intent.params)});
+        expectEqual("Intent after the round trip", back,
+                    Intent{intent.name, rounded(intent.hints), rounded(intent.params)});
 }
 
 } // namespace
@@ -332,13 +334,13 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 {
     const QJsonObject input = jsonInput(data, size);
     if (hasNoncharacters(input))
-        return; // QUrl writes half of one that is beyond U+FFFF
+        return; // QUrl writes only one surrogate of a noncharacter beyond U+FFFF
     takeWarnings();
 
-    // In its normal form: of a text QUrl keeps a second number sign as it is, which a URI has not.
+    // The second conversion normalizes the URI: from a text, QUrl keeps a second number sign, which is not valid.
     const QUrl uri = QUrl::fromEncoded(QUrl(input.value("uri").toString()).toEncoded());
     const Intent first = read(uri);
-    expectEqual("What is read", first, modelRead(uri));
+    expectEqual("Read intent", first, modelRead(uri));
     checkWriting(first);
     checkWriting({input.value("name").toString(), input.value("hints").toObject(), input.value("params").toObject()});
 }

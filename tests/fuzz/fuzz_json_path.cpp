@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A path and an object: {"path": "a.*[0]", "root": {...}}. The paths that the one expands to in the other, and what
-// they lead to, must be those of the model; its elements, one by one, lead to the value as well.
+// Expands and reads a JSON path. The input is {"path": "a.*[0]", "root": {...}}. The expanded paths and their values
+// must agree with the model. Reading the path element by element must give the same value.
 #include <Core/json_path.h>
 
 #include <expect.h>
@@ -14,7 +14,7 @@ using namespace Fuzz;
 
 namespace {
 
-/// The value at the path, with the path taken apart by the public function.
+/// Returns the value at the path, element by element with nextPathElement().
 QJsonValue valueByElements(const QJsonObject &root, QString path)
 {
     QJsonValue current = root;
@@ -51,7 +51,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         expectEqual("Value at an expanded path", value, valueAt(root, paths[i]));
         expectEqual("Expanded path", paths[i], expected[i].first);
         if (!isAmbiguous)
-            expectEqual("Value at what was matched", value, expected[i].second);
+            expectEqual("Value of the match", value, expected[i].second);
     }
     expectWarnings({});
 }

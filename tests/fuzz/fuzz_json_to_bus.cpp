@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// An intent, {"name": "X", "hints": {...}, "params": {...}}, is sent to a service on sd-bus, which sends the params
-// back. What arrives at either end must be what the model says; what the bus would not let pass must be refused.
+// Converts an intent from JSON to D-Bus. The input is {"name": "X", "hints": {...}, "params": {...}}. A service on
+// sd-bus receives the intent and replies with its params. The received messages must agree with the model. An intent
+// over the limits of the bus must be refused.
 #include <Corvane/intents_invoker.h>
 #include <DBus/names.h>
 
@@ -51,7 +52,7 @@ IntentsInvoker &invoker()
     return *invoker;
 }
 
-/// Returns after all earlier messages of the library have arrived.
+/// Sends a signal that the service receives after all earlier messages of the library.
 void sendMarker()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -71,7 +72,7 @@ Outcome onlyOutcome()
         runUntil([] { return !outcomes().isEmpty(); });
         settle(service());
     }
-    QCoreApplication::processEvents(); // and what the outcome may have left to do
+    QCoreApplication::processEvents(); // handles events that the outcome has posted
     expectEqual("Number of outcomes", outcomes().size(), 1);
     return outcomes().takeFirst();
 }
@@ -85,7 +86,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
     QJsonObject hints = input.value("hints").toObject();
     const QJsonObject params = input.value("params").toObject();
     if (name == "OpenURI" || hasNoncharacters(input))
-        return; // files are another target's, and sd-bus does not read U+FFFF and its like
+        return; // fuzz_file_export shares files, and sd-bus refuses noncharacters such as U+FFFF
     hints.remove("readFiles");
     hints.remove("writeFiles");
     const QStringList refusals = Fuzz::refusals(name, Place::Params) + Fuzz::refusals(hints, Place::Hints)
@@ -99,11 +100,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 
     const Message arrived = service().next();
     if (!refusals.isEmpty()) {
-        expectEqual("What arrives of an intent that is refused", memberOf(arrived.get()), "Marker");
+        expectEqual("Next message after a refused intent", memberOf(arrived.get()), "Marker");
         const Outcome outcome = onlyOutcome();
         expectEqual("Code", outcome.error.code(), Error::Failed);
         if (!refusals.contains(outcome.error.message()))
-            fail("Refused for what is not so: " + outcome.error.message());
+            fail("Refused for a wrong reason: " + outcome.error.message());
         expectEqual("Reply", outcome.reply, QJsonObject());
         expectWarnings({});
         return;
@@ -111,11 +112,11 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
 
     const Wire hintsWire = wireOf(hints, Place::Hints);
     const Wire paramsWire = wireOf(params, Place::Params);
-    expectEqual("What arrives", memberOf(arrived.get()), "InvokeIntent");
+    expectEqual("Message", memberOf(arrived.get()), "InvokeIntent");
     expectEqual("Signature", QByteArray(sd_bus_message_get_signature(arrived.get(), 1)), QByteArray("sa{sv}a{sv}"));
     expectEqual("Content", textOf(arrived.get()),
                 QString("\"%1\", ").arg(QString::fromUtf8(name.toUtf8())) + hintsWire.text + ", " + paramsWire.text);
-    expectEqual("What follows", memberOf(service().next().get()), "Marker");
+    expectEqual("Next message", memberOf(service().next().get()), "Marker");
     expectWarnings(hintsWire.warnings + paramsWire.warnings);
 
     sd_bus_message *made = nullptr;

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Each line extends a byte stream, cuts it, or describes another event:
+// Writes a byte stream to a channel. Each line of the input extends the stream, cuts it, or describes another event:
 //   f TEXT   a frame with this payload
-//   l N      a length, of any value
+//   l N      a length prefix, of any value
 //   b TEXT   bytes
 //   c N      a cut, N bytes before the end of the stream
-//   s TEXT   the channel sends this JSON after the whole stream has been read
-//   r N      the channel sends it N times
-//   e N      the channel sends back its first N messages from their slots
-//   d N      the channel is deleted in its Nth message
+//   s TEXT   the channel sends this JSON after it has read the whole stream
+//   r N      the channel sends that JSON N times
+//   e N      a slot sends back the first N messages
+//   d N      a slot deletes the channel at the Nth message
 //   t        the channel is the task's end, not the application's
-// A plain socket writes the stream, cut by cut, each when the one before has been read. The messages that arrive and
-// the end of the connection must be what the model of the frames says. What the channel sends must arrive frame by
-// frame, and whole unless the channel was deleted; then the connection must have ended.
+// The cuts divide the stream into pieces. A plain socket writes a piece when the channel has read the piece before. The
+// emitted messages and the end of the connection must agree with the model of the frames. Sent messages must arrive as
+// complete frames. Only after the channel was deleted may some be missing; the connection must have ended then.
 #include <Corvane/task_messaging.h>
 
 #include <expect.h>
@@ -129,7 +129,7 @@ QVector<QByteArray> pieces(const Script &script)
     return result;
 }
 
-/// Adds the messages that a piece must deliver. Returns false if the piece must end the connection.
+/// Adds the expected messages of a piece. Returns false if the piece must end the connection.
 bool readPiece(const QByteArray &piece, QStringList *messages)
 {
     int at = 0;
@@ -201,7 +201,7 @@ public:
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    /// Writes a piece, and lets the channel read it; false if the channel has closed.
+    /// Writes a piece, and waits until the channel has read it. Returns false if the channel has closed.
     bool write(const QByteArray &piece) const
     {
         const ssize_t written = ::send(socket, piece.constData(), std::size_t(piece.size()), MSG_NOSIGNAL);
@@ -224,7 +224,7 @@ public:
         m_sent.append(frame);
     }
 
-    /// Reads all that was sent, unless the channel closes before.
+    /// Reads all sent messages, unless the channel closes before.
     void receiveAll()
     {
         while (receive(), !isClosed && (!m_sent.isEmpty() || channel->state() == TaskMessaging::Closing))
@@ -234,7 +234,7 @@ public:
     /// Reads the available bytes, which must end with a complete frame.
     void receive()
     {
-        static char buffer[64 * 1024]; // on the stack, each call would poison its surroundings
+        static char buffer[64 * 1024]; // on the stack, AddressSanitizer would poison the memory around it at each call
         ssize_t count = 0;
         while ((count = ::recv(socket, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
             m_received.append(buffer, int(count));
@@ -262,8 +262,8 @@ public:
     bool isClosed = false;
 
 private:
-    QList<QByteArray> m_sent; ///< frames that have not been received
-    QByteArray m_received; ///< the beginning of a long frame
+    QList<QByteArray> m_sent; ///< The frames that have not been received.
+    QByteArray m_received; ///< The beginning of a long frame.
 };
 
 } // namespace
@@ -300,7 +300,7 @@ void Fuzz::runInput(const std::uint8_t *data, std::size_t size)
         expectEqual("Messages", messages, expected);
         expectEqual("Deleted", connection.channel == nullptr, isDeleted);
         if (isDeleted) {
-            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // of the socket
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // deletes the socket
             connection.receive();
         } else {
             connection.receiveAll();

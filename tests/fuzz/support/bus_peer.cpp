@@ -64,7 +64,7 @@ void addValue(QString *text, sd_bus_message *message, char type, const char *con
         *text += basicText(message, type);
         return;
     }
-    const QString signature = QString::fromLatin1(contents); // entering moves on
+    const QString signature = QString::fromLatin1(contents); // entering the container changes contents
     check(sd_bus_message_enter_container(message, type, contents), "enter a container");
     if (type == 'v') {
         *text += '<' + signature + ' ';
@@ -103,22 +103,22 @@ void addValues(QString *text, sd_bus_message *message, bool isDictionary, const 
         sortEntries(text, starts);
 }
 
-/// Receives a signal that is sent after the messages to wait for.
+/// Receives the signal of settle(), which is sent after all messages to wait for.
 class Marker : public QObject
 {
     Q_OBJECT
 public:
-    int heard = 0;
+    int received = 0;
 
 public Q_SLOTS:
-    void hear() { ++heard; }
+    void onMarker() { ++received; }
 };
 
 Marker &marker()
 {
     static auto *const marker = [] {
         auto *result = new Marker;
-        QDBusConnection::sessionBus().connect(QString(), "/", "a.b", "Marker", result, SLOT(hear()));
+        QDBusConnection::sessionBus().connect(QString(), "/", "a.b", "Marker", result, SLOT(onMarker()));
         return result;
     }();
     return *marker;
@@ -170,7 +170,7 @@ void BusPeer::wait()
     const int waited = sd_bus_wait(bus, Patience);
     if (waited == 0)
         fail("Nothing arrived at the peer");
-    if (waited != -EINTR) // libFuzzer looks at the time by a signal
+    if (waited != -EINTR) // a timer signal of libFuzzer
         check(waited, "wait for the bus");
 }
 
@@ -205,10 +205,10 @@ void startApplication()
 
 void settle(BusPeer &peer)
 {
-    const int expected = marker().heard + 1;
+    const int expected = marker().received + 1;
     const Message message = peer.newSignal("/", "a.b", "Marker");
     peer.send(message.get());
-    runUntil([expected] { return marker().heard == expected; });
+    runUntil([expected] { return marker().received == expected; });
 }
 
 } // namespace Fuzz

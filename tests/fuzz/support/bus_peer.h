@@ -19,8 +19,8 @@ using Message = std::unique_ptr<sd_bus_message, MessageRelease>;
 /// Ends the process if a call of sd-bus has failed.
 int check(int result, const char *what);
 
-/// Another process on the session bus, as far as the library can tell: a connection of its own, by sd-bus. It is served
-/// on the only thread, between turns of the event loop.
+/// Represents another process on the session bus. It has its own connection, by sd-bus, but runs in this process: its
+/// functions read and write the connection directly.
 class BusPeer
 {
 public:
@@ -31,9 +31,9 @@ public:
 
     void own(const char *name);
 
-    /// Waits for the next message that does not come from the bus itself. None for ten seconds ends the process.
+    /// Waits for the next message that the bus itself has not sent. Ends the process after ten seconds without data.
     Message next();
-    /// Waits for something to read, as long.
+    /// Waits for data to read. Ends the process after ten seconds.
     void wait();
     Message newSignal(const QString &path, const char *interface, const char *member);
     void send(sd_bus_message *message);
@@ -41,14 +41,14 @@ public:
     sd_bus *bus = nullptr;
 };
 
-/// The values of a message from where it is read to the end of what it is in, as text. Entries of dictionaries are
-/// sorted, and variants have their signature.
+/// Returns the remaining values of the current container of a message as text. Entries of dictionaries are sorted, and
+/// variants show their signature.
 QString textOf(sd_bus_message *message);
 
-/// Makes the QCoreApplication, once, and sees that it has a connection to the bus.
+/// Creates the QCoreApplication on the first call. Ends the process if it is not connected to a session bus.
 void startApplication();
 
-/// Runs the event loop until \a isDone.
+/// Runs the event loop until \a isDone returns true.
 template<typename Predicate>
 void runUntil(Predicate isDone)
 {
@@ -56,7 +56,7 @@ void runUntil(Predicate isDone)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 
-/// Waits until this process has got, and dealt with, all that \a peer has sent.
+/// Waits until the library has handled all earlier messages of \a peer.
 void settle(BusPeer &peer);
 
 } // namespace Fuzz

@@ -16,8 +16,8 @@ namespace Fuzz {
 namespace {
 
 constexpr char BasicTypes[] = "ybnqiuxtdsogh";
-constexpr int MaxTypeLevel = 12; // a signature of 255 bytes holds it
-constexpr int MaxLevel = 56; // with what it is sent in the bus lets it pass
+constexpr int MaxTypeLevel = 12; // keeps a signature within 255 bytes
+constexpr int MaxLevel = 56; // keeps a message, with its outer containers, within the limit of the bus
 
 bool isBasic(char type)
 {
@@ -49,13 +49,13 @@ Number as(std::uint64_t bits)
     return number;
 }
 
-/// Text as Qt reads it: to the first NUL, and what is no UTF-8 replaced.
+/// Returns the text as Qt reads it: up to the first NUL, with invalid UTF-8 replaced.
 QString textOf(const QByteArray &bytes)
 {
     return QString::fromUtf8(bytes.constData());
 }
 
-/// What sd-bus takes of the bytes as a text: no U+0000, U+FFFF and its like.
+/// Returns the bytes as a text that sd-bus accepts: without U+0000 and noncharacters such as U+FFFF.
 QByteArray busText(const QByteArray &bytes)
 {
     if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return c > 0 && c < 0x7f; }))
@@ -192,7 +192,7 @@ void append(sd_bus_message *message, const BusValue &value)
     const char type = value.signature[0];
     if (isBasic(type)) {
         static const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        const void *data = &value.number; // a little-endian number is at its start, whatever its size
+        const void *data = &value.number; // little-endian: a smaller number is in the first bytes
         if (type == 'h')
             data = &descriptor;
         else if (type == 's' || type == 'o' || type == 'g')
@@ -261,13 +261,13 @@ QJsonValue jsonOf(const BusValue &value, QStringList *warnings)
         for (const BusValue &byte : value.parts)
             bytes.append(char(byte.number));
         const QString text = textOf(bytes);
-        return text.isEmpty() ? QJsonValue() : text; // as QJsonValue::fromVariant() has it
+        return text.isEmpty() ? QJsonValue() : text; // like QJsonValue::fromVariant()
     }
     if (value.signature[1] == '{') {
         QJsonObject object;
         for (const BusValue &entry : value.parts) {
             const BusValue &key = entry.parts.front();
-            // A key that is no text is not read, and so taken for the value.
+            // The library does not read a key that is not a text; it reads that key in place of the value.
             if (key.signature == "s" || key.signature == "o" || key.signature == "g")
                 object[textOf(key.text)] = jsonOf(entry.parts.back(), warnings);
             else

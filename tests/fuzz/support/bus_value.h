@@ -12,21 +12,21 @@
 
 namespace Fuzz {
 
-/// A D-Bus value of any type. Containers have their signature and what is in them; a variant is a container of one.
+/// A D-Bus value of any type. Containers have a signature and parts; a variant has one part.
 struct BusValue
 {
     QByteArray signature;
     std::vector<BusValue> parts;
-    std::uint64_t number = 0; ///< of a number, its bits; 0 or 1 for a boolean
-    QByteArray text; ///< of a text, path or signature
+    std::uint64_t number = 0; ///< The bits of a number; 0 or 1 for a boolean.
+    QByteArray text; ///< The bytes of a string, object path or signature.
 };
 
 /**
- * Makes values of bytes, of which all have a meaning and many can be read:
+ * Reads D-Bus values from the bytes of an input. Every input is valid, and most inputs are readable text:
  *
- * A type is its signature. A number is its bytes. A text ends at ';', a path as well, without the first slash; a
- * signature is one. An array or dictionary is a digit for how many, and then these. A variant is the type and then the
- * value.
+ * A type or a signature is written as its signature, and a number as its bytes. A string or an object path ends at ';';
+ * the path has no first slash. An array or dictionary is a digit, the number of its elements, and then the elements. A
+ * variant is a type and then a value.
  */
 class BusValueReader
 {
@@ -41,7 +41,7 @@ public:
     QByteArray type() { return type(0); }
     BusValue value(const QByteArray &signature, int level = 0);
 
-    /// How many descriptors are in what has been read so far.
+    /// Returns the number of file descriptors in the values read so far.
     int descriptors() const { return m_descriptors; }
 
 private:
@@ -53,7 +53,7 @@ private:
     int m_descriptors = 0;
 };
 
-/// The complete types in a signature.
+/// Returns the single complete types in a signature.
 std::vector<QByteArray> completeTypes(const QByteArray &signature);
 
 void append(sd_bus_message *message, const BusValue &value);
@@ -61,7 +61,7 @@ void append(sd_bus_message *message, const BusValue &value);
 /// Returns the value as JSON, and adds the warnings about values that are not read.
 QJsonValue jsonOf(const BusValue &value, QStringList *warnings);
 
-/// A number of any type; others are 0.
+/// Returns a number of any D-Bus type.
 double numberOf(const BusValue &value);
 
 } // namespace Fuzz

@@ -21,7 +21,7 @@ namespace {
 
 struct Log
 {
-    QMutex mutex; // QtDBus has a thread, which may log too
+    QMutex mutex; // the thread of QtDBus may log too
     QStringList warnings;
 };
 
@@ -77,8 +77,8 @@ QDebug operator<<(QDebug debug, const OpenDescriptor &descriptor)
 
 QVector<OpenDescriptor> openDescriptors(int end)
 {
-    // One call asks about all, for a fraction of what a directory of /proc takes. The lowest free number is given out
-    // first, so that what stays open is among these.
+    // One call of poll() checks all numbers, much faster than reading /proc/self/fd. The kernel assigns the lowest free
+    // number, so a descriptor that stays open has one of these numbers.
     static std::vector<pollfd> asked = [] {
         rlimit limit = {};
         ::getrlimit(RLIMIT_NOFILE, &limit);

@@ -12,7 +12,7 @@ namespace Fuzz {
 /// Ends the process with a text.
 [[noreturn]] void fail(const QString &text);
 
-/// Ends the process unless the two are equal, with a text that says what was expected.
+/// Ends the process if the values differ, and prints both. \a what names the compared value.
 template<typename Actual, typename Expected>
 void expectEqual(const char *what, const Actual &actual, const Expected &expected)
 {
@@ -23,10 +23,10 @@ void expectEqual(const char *what, const Actual &actual, const Expected &expecte
     fail(text);
 }
 
-/// The warnings since the last call. From the first call on messages are collected instead of printed.
+/// Returns the warnings since the last call. From the first call on, warnings are collected instead of printed.
 QStringList takeWarnings();
 
-/// Ends the process unless these warnings, in any order, were logged since the last time.
+/// Ends the process unless exactly these warnings, in any order, were logged since the last call of takeWarnings().
 void expectWarnings(QStringList expected);
 
 struct OpenDescriptor
@@ -44,7 +44,7 @@ constexpr int MaxDescriptorsAsked = 512;
 /// Returns the open descriptors with numbers below \a end.
 QVector<OpenDescriptor> openDescriptors(int end = MaxDescriptorsAsked);
 
-/// A directory of this process, gone at its end; in memory if the system has a place for that.
+/// Returns a temporary directory, in /dev/shm if possible. It is removed at the end of the process.
 QString temporaryDirectory();
 
 QString toText(const QJsonObject &object);

@@ -15,7 +15,7 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, st
 
 namespace {
 
-/// Changes one thing, somewhere in a tree.
+/// Makes one random change in a JSON tree.
 class TreeMutator
 {
 public:
@@ -103,7 +103,7 @@ private:
     {
         if (below(3) == 0)
             return QJsonArray{value};
-        // Deeper with what always has a form on the bus, to just above the deepest that it lets pass.
+        // Adds levels that D-Bus can represent, at most a few more than the bus accepts.
         const int levels = below(2) == 0 ? 1 : 20 + below(14);
         for (int i = 0; i < levels; ++i)
             value = below(2) == 0 ? QJsonValue(QJsonObject{{"a", value}}) : QJsonArray{true, value};
@@ -159,7 +159,7 @@ private:
         case 1:
             return "\U0001F40E";
         case 2:
-            return QChar(below(0x10000)); // with U+0000 and lone surrogates
+            return QChar(below(0x10000)); // may be U+0000 or a lone surrogate
         case 3:
             return changedText(QString());
         default:
@@ -167,7 +167,7 @@ private:
         }
     }
 
-    /// As libFuzzer changes bytes, with its dictionary and with what it has seen compared.
+    /// Lets libFuzzer change the text. It uses its dictionary and the operands of comparisons.
     QString changedText(const QString &text)
     {
         QByteArray bytes = text.toUtf8();
@@ -202,8 +202,8 @@ namespace Fuzz {
 
 namespace {
 
-/// The value, its members inserted one by one: the parser sorts keys beyond U+FFFF to where look-ups do not find them,
-/// and those with a byte order mark as well.
+/// Returns the value with all members inserted one by one. The parser sorts keys beyond U+FFFF, and keys with a byte
+/// order mark, in another order than look-ups expect.
 QJsonValue inserted(const QJsonValue &value)
 {
     if (value.isArray()) {
@@ -244,7 +244,7 @@ bool hasNoncharacters(const QJsonValue &value)
     return value.isObject() ? Fuzz::hasNoncharacters(value.toObject()) : hasNoncharacters(value.toString());
 }
 
-/// Whether there may be such texts in it, as they are or escaped.
+/// Returns whether the input may contain such keys, plain or escaped.
 bool mayNeedInserting(const QByteArray &json)
 {
     return json.contains("\\u") || json.contains("\xEF\xBB\xBF")
@@ -255,14 +255,14 @@ bool mayNeedInserting(const QByteArray &json)
 
 QJsonObject jsonInput(const std::uint8_t *data, std::size_t size)
 {
-    // What the target has had is what is changed next.
+    // libFuzzer often mutates the input that it has just run.
     static QByteArray lastText;
     static QJsonObject last;
     const QByteArray text = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(size));
     if (text == lastText)
         return last;
 
-    const __lsan::ScopedDisabler disabler; // the parser leaks the value of a key that comes twice
+    const __lsan::ScopedDisabler disabler; // the parser leaks the value of a repeated key
     const QJsonObject object = QJsonDocument::fromJson(text).object();
     last = mayNeedInserting(text) ? inserted(object).toObject() : object;
     lastText = QByteArray(text.constData(), text.size());

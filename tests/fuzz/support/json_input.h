@@ -8,12 +8,12 @@
 
 namespace Fuzz {
 
-/// The input as JSON, so that a corpus can be read and written by people. A target that calls this is given inputs
-/// that were changed as trees: a member more or less, a value of another type, a level deeper. The names and types of
-/// the outermost members stay.
+/// Returns the input as JSON. People can read and write a corpus of such inputs. In a target that calls this function,
+/// inputs are mutated as trees: a member is added or removed, a value gets another type or another level. The names
+/// and types of the outermost members do not change.
 QJsonObject jsonInput(const std::uint8_t *data, std::size_t size);
 
-/// Whether U+FFFF or its like is somewhere in it, of which not everybody makes the same.
+/// Returns whether the input contains a noncharacter such as U+FFFF. Qt and sd-bus treat them differently.
 bool hasNoncharacters(const QJsonObject &input);
 
 } // namespace Fuzz

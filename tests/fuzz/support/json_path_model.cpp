@@ -17,7 +17,8 @@ struct Step
     int index;
 };
 
-/// Each dot ends a part; a part is a key, then indices in brackets, in which dots are nothing special.
+/// Parses a path. A dot separates parts. A part is a key and then indices in brackets. A dot in brackets has no
+/// meaning.
 QVector<Step> steps(const QString &path)
 {
     QVector<Step> result;
@@ -64,7 +65,7 @@ QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QStri
 {
     struct Match
     {
-        QStringList parts; ///< of its path; a wildcard ends one
+        QStringList parts; ///< The parts of its path; each wildcard ends a part.
         QJsonValue value;
     };
     QVector<Match> current{{{QString()}, root}};

@@ -8,14 +8,14 @@
 
 namespace Fuzz {
 
-/// Whether some key, at any depth, cannot be named by a path.
+/// Returns whether the value contains, at any depth, a key that a path cannot name.
 bool hasAmbiguousKeys(const QJsonValue &value);
 
-/// What a path with wildcards matches: the path and the value of each match. Ambiguous keys are in the path as they
-/// are, which then may lead to something else.
+/// Returns the path and the value of each match of a path with wildcards. A path contains ambiguous keys without
+/// escapes, and may then be the path of another value.
 QVector<QPair<QString, QJsonValue>> matches(const QJsonObject &root, const QString &path);
 
-/// The one value that a path leads to, wildcards passed over.
+/// Returns the value at a path. Ignores wildcards.
 QJsonValue valueAt(const QJsonObject &root, const QString &path);
 
 } // namespace Fuzz

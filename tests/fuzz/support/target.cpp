@@ -17,21 +17,21 @@ constexpr int InputsBetweenLeakChecks = 5000;
 // NOLINTNEXTLINE(bugprone-reserved-identifier): AddressSanitizer calls it by this name
 extern "C" const char *__asan_default_options()
 {
-    // Debian's Qt has no frame pointers, so that longer stacks of an allocation are mostly guesses, and cost time.
-    // What is freed waits in the thread's own quarantine alone, which stays in the cache of the processor: a larger one
-    // takes half of all time. It holds about what an input frees.
-    // max_allocation_size_mb stands for libFuzzer's malloc_limit_mb, which needs its leak detection.
+    // malloc_context_size: Debian's Qt has no frame pointers, so longer stacks are mostly wrong, and slow.
+    // Quarantine: freed memory is kept only in the quarantine of the thread, which fits the cache of the processor and
+    // about the memory that one input frees. A larger quarantine would need half of all time.
+    // max_allocation_size_mb replaces libFuzzer's malloc_limit_mb, which needs libFuzzer's leak detection.
     return "malloc_context_size=2:quarantine_size_mb=0:thread_local_quarantine_size_kb=256:max_allocation_size_mb=4096";
 }
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
-    // libFuzzer's own leak detection counts all allocations, runs an input twice where the counts differ, and gives up
-    // after a thousand such inputs. Arguments of the command line follow, and override these.
+    // libFuzzer's own leak detection counts all allocations, runs an input again if the counts differ, and stops after
+    // a thousand such inputs. The arguments of the command line follow these options and override them.
     static char withoutLeakChecks[] = "-detect_leaks=0";
-    // What takes long is changed less often, in favour of what does not; it has its turn, too.
+    // libFuzzer mutates slow inputs less often than fast ones.
     static char quickOnesFirst[] = "-entropic_scale_per_exec_time=1";
-    // To name a new function it starts a program, to which it keeps pipes open, and descriptors are counted.
+    // To print function names, libFuzzer starts a program and keeps pipes open; the targets count open descriptors.
     static char withoutFunctionNames[] = "-print_funcs=0";
     static std::vector<char *> arguments(*argv, *argv + *argc);
     arguments.insert(arguments.begin() + 1, {withoutLeakChecks, quickOnesFirst, withoutFunctionNames});

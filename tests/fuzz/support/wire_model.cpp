@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    /// Empty, with a warning, if the bus has no form for the value.
+    /// Returns an empty signature, with a warning, if D-Bus cannot represent the value.
     QString signatureOf(const QJsonValue &value, Place place)
     {
         switch (value.type()) {
@@ -130,7 +130,7 @@ private:
                            [type](const QJsonValue &value) { return value.type() == type; });
     }
 
-    /// What arrives of a text: UTF-8 has no lone surrogates, and a byte order mark at the start is not read.
+    /// Returns the received form of a text. UTF-8 has no lone surrogates; Qt removes a byte order mark at the start.
     static QString arriving(const QString &string)
     {
         const bool isSame = string.isValidUtf16() && !string.startsWith(QChar(QChar::ByteOrderMark));
@@ -138,7 +138,8 @@ private:
     }
 };
 
-/// How deep the value nests, whatever is left out of it, and whether U+0000 is in it.
+/// Returns the number of nested containers in the value, omitted members included. Sets \a hasNul if a text contains
+/// U+0000.
 int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
 {
     int levels = 0;
@@ -156,7 +157,7 @@ int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
         const bool isTyped = place != Place::Mixed && !array.isEmpty()
             && std::all_of(array.begin(), array.end(), [type](const QJsonValue &v) { return v.type() == type; });
         if (isTyped && (type == QJsonValue::Array || type == QJsonValue::Null))
-            return 0; // left out as a whole
+            return 0; // the whole array is omitted
         levels = 1;
         const Place inside = isTyped && place == Place::Params ? place : Place::Mixed;
         for (const auto &element : array)

@@ -7,28 +7,28 @@
 
 namespace Fuzz {
 
-/// Where JSON is written, which decides about the arrays in it.
+/// The place of JSON in a message. It determines the signatures of the arrays in the JSON.
 enum class Place {
-    Params, ///< Of params and replies, all arrays of one type are typed.
-    Hints, ///< Of hints, those in the objects of an array are not.
-    Mixed, ///< Within a mixed array no array is typed.
+    Params, ///< Params and replies: every array with elements of one type has the signature of these elements.
+    Hints, ///< Hints: the same, except for arrays inside another array.
+    Mixed, ///< Inside a mixed array: every array is "av".
 };
 
 /// The expected form of JSON on the bus.
 struct Wire
 {
-    QString text; ///< as textOf() writes a message
-    QJsonObject json; ///< the JSON that is read from it
-    QStringList warnings; ///< about what is left out
+    QString text; ///< The message in the format of textOf().
+    QJsonObject json; ///< The JSON that is read from the message.
+    QStringList warnings; ///< The warnings about omitted values.
 };
 
-/// Sorts the entries of a dictionary, which begin at \a starts, are separated by ", ", and end with the text.
+/// Sorts the entries of a dictionary at the end of \a text. They begin at \a starts and are separated by ", ".
 void sortEntries(QString *text, const QVector<int> &starts);
 
 Wire wireOf(const QJsonObject &object, Place place);
 
-/// Why the value is to be refused, in no order; empty if it is not. What is left out of an array counts, but not an
-/// array that is left out.
+/// Returns the possible reasons to refuse the value, in any order; empty if it must be sent. Omitted elements of an
+/// array count towards the limits; an omitted array does not.
 QStringList refusals(const QJsonValue &value, Place place);
 
 } // namespace Fuzz
