@@ -112,7 +112,7 @@ void Auditor::check(sd_bus_message *message)
         checkDescriptors(content);
         ++m_requests;
         if (!m_sent.remove(content.id))
-            m_findings.add("each intent with a file to come by once", QString("intent %1 once more").arg(content.id));
+            m_findings.add("each intent with a file once on the bus", QString("intent %1 again").arg(content.id));
     } else if (sd_bus_message_has_signature(message, "a{sv}a{sv}")) { // a reply: its result, and files
         readMap(message, content);
         readMap(message, content);
@@ -122,8 +122,8 @@ void Auditor::check(sd_bus_message *message)
         ++m_replies;
         if (!m_answered.remove(content.id) && !m_dropped.remove(content.id)) {
             if (m_early.contains(content.id))
-                m_findings.add("each reply with a file to come by once",
-                               QString("the reply to intent %1 once more").arg(content.id));
+                m_findings.add("each reply with a file once on the bus",
+                               QString("the reply to intent %1 again").arg(content.id));
             m_early.insert(content.id);
         }
     }
@@ -136,7 +136,7 @@ void Auditor::checkDescriptors(const Content &content)
     if ((isToRead && m_files.isThat(content.readDescriptors.first(), content.file, O_RDONLY))
         || (isToWrite && m_files.isThat(content.writeDescriptors.first(), content.file, O_RDWR)))
         return;
-    m_findings.add("one descriptor of the file that a message names, in the mode that it says",
+    m_findings.add("one descriptor of the file that a message names, in the selected mode",
                    QString("%1 to read and %2 to write in a message with %3")
                        .arg(content.readDescriptors.size())
                        .arg(content.writeDescriptors.size())

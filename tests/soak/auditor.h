@@ -14,35 +14,35 @@ using sd_bus = struct sd_bus;
 using sd_bus_message = struct sd_bus_message;
 
 /**
- * Looks at the descriptors that travel with intents and their replies, as a monitor of the bus that does not use
- * QtDBus: each has to be open on the file that the message names, in the mode that it says.
+ * Checks the file descriptors in intents and their replies. It is a bus monitor that does not use QtDBus. Each file
+ * descriptor must refer to the file that the message names, and must be opened in the mode that the message selects.
  */
 class Auditor : public QObject
 {
     Q_OBJECT
 public:
-    /// \param intents the names of those that carry a file each
+    /// \param intents the names of the intents that contain one file
     Auditor(const QStringList &intents, const SharedFiles &files, Findings &findings);
     ~Auditor() override;
 
-    /// An intent with a file is about to be sent.
+    /// Call this before an intent with a file is sent.
     void onSent(int id);
-    /// An intent with a file has been answered, so that a reply with the file has to come by.
+    /// Call this when the reply to an intent with a file was received. The monitor must receive this reply too.
     void onAnswered(int id);
-    /// A reply with a file may come by, or none.
+    /// Call this when the outcome of an intent with a file was dropped. The monitor may receive a reply.
     void onDropped(int id);
 
-    /// How many messages have yet to come by.
+    /// Returns the number of messages that the monitor must still receive.
     int outstanding() const { return m_sent.size() + m_answered.size(); }
     Rows figures() const;
 
 private:
-    /// What there is of interest in a message.
+    /// The checked parts of a message.
     struct Content
     {
         int id = -1;
         QString file;
-        QVector<int> readDescriptors; ///< They live as long as the message.
+        QVector<int> readDescriptors; ///< The message owns them.
         QVector<int> writeDescriptors;
     };
     static void readMap(sd_bus_message *message, Content &content);
@@ -54,10 +54,10 @@ private:
     Findings &m_findings;
     sd_bus *m_bus = nullptr;
     std::unique_ptr<QSocketNotifier> m_notifier;
-    QSet<int> m_sent;
-    QSet<int> m_answered; ///< with no reply come by yet
-    QSet<int> m_dropped; ///< likewise
-    QSet<int> m_early; ///< whose reply has come by, and has not been delivered yet
+    QSet<int> m_sent; ///< Intents that the monitor has not received.
+    QSet<int> m_answered; ///< Answered intents whose reply the monitor has not received.
+    QSet<int> m_dropped; ///< Dropped intents whose reply the monitor has not received.
+    QSet<int> m_early; ///< Intents whose reply the monitor has received, and the caller has not.
     int m_requests = 0;
     int m_replies = 0;
 };

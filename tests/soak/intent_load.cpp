@@ -13,13 +13,13 @@ namespace {
 
 const int Callers = 8;
 const int MostAtOnce = 16; // calls of one caller in flight
-const int MostPerInvoker = 300; // calls, before another invoker takes its place
-const int MostUnaudited = 512; // messages with a file that the auditor has not seen yet
+const int MostPerInvoker = 300; // calls, before another invoker replaces it
+const int MostUnaudited = 512; // messages with a file that the auditor has not received
 const int RefillInterval = 20; // milliseconds
 const int LongestDelay = 100; // milliseconds
 const int LongestText = 20000; // characters
 
-/// The one that is never killed comes first.
+/// The soak never kills the first one.
 const char *const Applications[] = {"steady", "fragile", "brittle"};
 
 QString toText(const QJsonObject &object)
@@ -37,12 +37,12 @@ bool IntentLoad::Call::isRight(const QJsonObject &reply, const Error &error) con
         return false;
     if (!killable.isEmpty() && error.code() == Error::HandlerFailed
         && error.message().startsWith(killable + ".instance"))
-        return true; // never ApplicationNotRunning: it is killed once it has run, and is started again for those that
-                     // wait
+        return true; // not ApplicationNotRunning: the soak kills running applications only, and the stand-in starts
+                     // an application again for waiting calls
     return code == error.code() && error.message().endsWith(message);
 }
 
-/// Has some calls in flight, always on one invoker, which it replaces from time to time.
+/// Keeps several calls of one invoker in flight. Replaces the invoker from time to time.
 class Caller : public QObject
 {
     Q_OBJECT
@@ -51,10 +51,10 @@ public:
 
     explicit Caller(IntentLoad &load) : m_load(load) { renew(); }
 
-    /// Makes as many calls as there is room for.
+    /// Makes calls until the limits are reached.
     void fill();
     void invoke(const Call &call);
-    /// Those in flight, by their ids.
+    /// Returns the calls in flight by their ids.
     const QMap<int, Call> &calls() const { return m_calls; }
 
 private:
@@ -65,11 +65,11 @@ private:
 
     IntentLoad &m_load;
     std::unique_ptr<IntentsInvoker> m_invoker;
-    /// In the order of the calls: what came of a killed process belongs to the oldest, as it had no younger ones.
+    /// In the order of the calls. An error without an id belongs to the oldest call that may fail this way.
     QMap<int, Call> m_calls;
-    int m_left = 0; ///< calls that the invoker is still to make
+    int m_left = 0; ///< The number of calls that the invoker has not made.
     int m_atOnce = 1;
-    bool m_isImpatient = false; ///< deletes the invoker without waiting for the last outcomes
+    bool m_isImpatient = false; ///< Delete the invoker without waiting for the last outcomes.
 };
 
 void Caller::renew()
@@ -132,7 +132,7 @@ IntentLoad::Call Caller::makeCall()
         call.intentName = "Forgotten.steady";
         call.code = Error::HandlerFailed;
         call.message = "Intent not registered by specified application";
-    } else if (kind < 106) { // not sent, since it would be cut there
+    } else if (kind < 106) { // the library refuses U+0000
         call.killable.clear();
         call.params.insert("text", QString(QChar(QChar::Null)));
         call.code = Error::Failed;
@@ -153,8 +153,8 @@ void Caller::onReply(const QJsonObject &reply, const Error &error)
         : std::find_if(m_calls.cbegin(), m_calls.cend(), [&](const Call &call) { return call.isRight(reply, error); });
     if (expecting == m_calls.cend()) {
         ++m_load.m_counts.unexpected;
-        m_load.m_findings.add("each call to have one outcome, the right one",
-                              QString("one that no call in flight is to have: %1, error %2 \"%3\"")
+        m_load.m_findings.add("one correct outcome for each call",
+                              QString("an outcome that no call in flight expects: %1, error %2 \"%3\"")
                                   .arg(toText(reply))
                                   .arg(error.code())
                                   .arg(error.message()));
@@ -224,15 +224,15 @@ Rows IntentLoad::figures(double seconds) const
     for (const auto &caller : m_callers)
         lost += caller->calls().size();
     return Rows{{"intents invoked", QString::number(m_counts.invoked)},
-                {"... a second", QString::number(double(m_counts.invoked) / seconds, 'f', 0)},
+                {"... per second", QString::number(double(m_counts.invoked) / seconds, 'f', 0)},
                 {"... with a file", QString::number(m_counts.withFile)},
-                {"outcomes: the right reply", QString::number(m_counts.answered)},
-                {"outcomes: the error to expect", QString::number(m_counts.refused)},
-                {"outcomes: the handler was killed", QString::number(m_counts.killed)},
+                {"outcomes: correct reply", QString::number(m_counts.answered)},
+                {"outcomes: expected error", QString::number(m_counts.refused)},
+                {"outcomes: handler killed", QString::number(m_counts.killed)},
                 {"outcomes dropped with their invoker", QString::number(m_counts.dropped)},
                 {"outcomes lost", QString::number(lost)},
-                {"outcomes twice, or wrong", QString::number(m_counts.unexpected)},
-                {"invokers made", QString::number(m_counts.invokers)}}
+                {"outcomes repeated or wrong", QString::number(m_counts.unexpected)},
+                {"invokers created", QString::number(m_counts.invokers)}}
     + m_auditor.figures();
 }
 

@@ -25,7 +25,7 @@ public:
     QString outstanding() const override;
     Rows figures(double seconds) const override;
 
-    /// Has each application answer once, so that it runs.
+    /// Sends an intent to each application, so that the stand-in starts it.
     void wakeApplications();
 
 private:
@@ -36,12 +36,12 @@ private:
         int id = 0;
         QString intentName;
         QJsonObject params;
-        Corvane::Error::Code code =
-            Corvane::Error::NoError; ///< the expected error; without one, the reply has the parameters
-        QString message; ///< the expected end of the error's text
+        /// The expected error. Without an error, the reply is equal to the parameters.
+        Corvane::Error::Code code = Corvane::Error::NoError;
+        QString message; ///< The expected end of the error's text.
         bool hasFile = false;
-        QString
-            killable; ///< the application that handles it, if the soak kills that application; the call may fail then
+        /// The application that handles the intent, if the soak kills this application; the call may fail then.
+        QString killable;
 
         bool isRight(const QJsonObject &reply, const Corvane::Error &error) const;
     };
@@ -50,9 +50,9 @@ private:
         qint64 invoked = 0;
         qint64 withFile = 0;
         qint64 answered = 0;
-        qint64 refused = 0; ///< as they had to be
-        qint64 killed = 0; ///< with the application that handled them
-        qint64 dropped = 0; ///< with their invoker
+        qint64 refused = 0; ///< Calls that failed as expected.
+        qint64 killed = 0; ///< Calls that failed because their handler was killed.
+        qint64 dropped = 0; ///< Calls whose invoker was deleted.
         qint64 unexpected = 0;
         qint64 invokers = 0;
     };
@@ -62,7 +62,7 @@ private:
     const SharedFiles &m_files;
     Findings &m_findings;
     Auditor m_auditor;
-    QTimer m_refill; ///< for callers that have nothing in flight
+    QTimer m_refill; ///< Starts callers that have no calls in flight.
     bool m_isOn = false;
     int m_lastId = 0;
     Counts m_counts;

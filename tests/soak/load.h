@@ -6,7 +6,7 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
-/// Lines of a table: what was counted, and how often.
+/// Lines of a table: a name and a number.
 using Rows = QVector<QPair<QString, QString>>;
 
 /// One kind of work that runs on the library repeatedly.
@@ -14,12 +14,13 @@ class Load : public QObject
 {
     Q_OBJECT
 public:
-    /// Begins, or goes on.
+    /// Starts or continues the work.
     virtual void start() = 0;
     /// Starts no new work, and finishes the current work.
     virtual void stop() = 0;
-    /// Returns a text about unfinished work; empty if there is none.
+    /// Returns a description of the unfinished work; empty if there is none.
     virtual QString outstanding() const = 0;
-    /// \param seconds how long it has been at work
+    /// Returns the results.
+    /// \param seconds the total time of the work
     virtual Rows figures(double seconds) const = 0;
 };

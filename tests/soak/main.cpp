@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Runs work on the library for a given time, on the bus of the stand-in that has started this program, and checks
-// that each outcome is correct and no figure grows.
+// The driver of the soak. It uses the library for a given time, on the bus of the stand-in that has started this
+// program. It checks that each outcome is correct, and that memory and file descriptors do not grow.
 #include "expected_warnings.h"
 #include "intent_load.h"
 #include "notice_load.h"
@@ -19,11 +19,11 @@
 
 namespace {
 
-const double WarmUp = 0.1; // of the time
-const double Window = 0.1; // of the time, over which the median of the memory is taken
+const double WarmUp = 0.1; // part of the time
+const double Window = 0.1; // part of the time for each median of the memory
 const qint64 MostGrowth = 2048; // KiB
 const int SampleInterval = 200; // milliseconds
-const int RestTime = 1000; // milliseconds, of which the fewest descriptors count
+const int RestTime = 1000; // milliseconds; the lowest number of descriptors in this time counts
 const int LongestSettling = 30000; // milliseconds
 
 struct Sample
@@ -33,7 +33,7 @@ struct Sample
     ProcessFigures standIn;
 };
 
-/// One of the two processes that are watched.
+/// One of the two measured processes.
 struct Watched
 {
     QString name;
@@ -54,7 +54,7 @@ qint64 median(QVector<qint64> values)
     return *middle;
 }
 
-/// One run: work to warm up, a rest, the rest of the work, and another rest.
+/// One run: a warm-up, a pause, the rest of the work, and another pause.
 class Soak : public QObject
 {
     Q_OBJECT
@@ -63,7 +63,7 @@ public:
         : m_seconds(minutes * 60), m_samplesFile(samplesFile), m_findings(findings), m_files(seed),
           m_intents(seed, m_files, findings), m_tasks(seed + 1, findings), m_notices(seed + 2, findings)
     {
-        m_samples.reserve(int(m_seconds * 1000 / SampleInterval * 2)); // not to be taken for a leak
+        m_samples.reserve(int(m_seconds * 1000 / SampleInterval * 2)); // allocated now: the samples must not grow
         connect(&m_timer, &QTimer::timeout, this, &Soak::onTimer);
         m_timer.start(SampleInterval);
         m_clock.start();
@@ -99,9 +99,10 @@ private:
     QElapsedTimer m_clock;
     Phase m_phase = Phase::Work;
     bool m_isWarm = false;
-    double m_phaseBegin = 0; // seconds, as all that follow
+    // All times are in seconds.
+    double m_phaseBegin = 0;
     double m_firstRest = 0;
-    double m_workBegin = 0; ///< when it was warm
+    double m_workBegin = 0; ///< The begin of the work after the warm-up.
     double m_workEnd = 0;
     double m_worked = 0;
     QVector<Sample> m_samples;
@@ -153,7 +154,7 @@ void Soak::rest()
         load->stop();
 }
 
-/// Waits until nothing is left of the work, and all applications run as they always do at rest.
+/// Waits until all work is finished and all applications run.
 void Soak::settle()
 {
     QStringList outstanding;
@@ -164,7 +165,7 @@ void Soak::settle()
         m_phase = Phase::Rest;
         m_phaseBegin = seconds();
     } else if (seconds() - m_phaseBegin > double(LongestSettling) / 1000) {
-        m_findings.add(QString("all work to come to its end within %1 s").arg(LongestSettling / 1000),
+        m_findings.add(QString("the end of all work within %1 s").arg(LongestSettling / 1000),
                        "outstanding: " + outstanding.join("; "));
         finish();
     } else if (m_intents.outstanding().isEmpty() && !m_notices.outstanding().isEmpty()) {
@@ -175,7 +176,7 @@ void Soak::settle()
 void Soak::finish()
 {
     m_timer.stop();
-    m_figures << qMakePair(QString("seconds at work"), QString::number(m_worked, 'f', 1));
+    m_figures << qMakePair(QString("seconds of work"), QString::number(m_worked, 'f', 1));
     for (Load *load : m_loads)
         m_figures << load->figures(m_worked);
     if (m_phase == Phase::Rest) {
@@ -196,7 +197,7 @@ void Soak::compareDescriptors(const Watched &watched)
                            QString("%1, then %2").arg(before).arg(after));
     if (after > before)
         m_findings.add(
-            QString("the %1 to hold at most %2 descriptors, as after the warm-up").arg(watched.name).arg(before),
+            QString("at most %2 open descriptors in the %1, as after the warm-up").arg(watched.name).arg(before),
             QString::number(after));
 }
 
@@ -207,11 +208,11 @@ void Soak::compareMemory(const Watched &watched)
     m_figures << qMakePair(QString("memory of the %1").arg(watched.name),
                            QString("%1 KiB, then %2 KiB").arg(before).arg(after));
     if (after - before > MostGrowth)
-        m_findings.add(QString("the memory of the %1 to grow by at most %2 KiB").arg(watched.name).arg(MostGrowth),
+        m_findings.add(QString("at most %2 KiB more memory in the %1").arg(watched.name).arg(MostGrowth),
                        QString("%1 KiB").arg(after - before));
 }
 
-/// Samples from a tenth of the time.
+/// Returns the samples of one window that begins at \a from.
 QVector<qint64> Soak::memory(const Watched &watched, double from) const
 {
     QVector<qint64> values;
@@ -255,7 +256,7 @@ void Soak::report() const
     QCoreApplication::exit(lines.isEmpty() ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
-/// Every warning of the library is a finding, unless the soak has brought it about.
+/// Every warning is a finding, except the warnings that the soak itself causes.
 Findings *warnings = nullptr;
 
 void onWarning(QtMsgType type, const QMessageLogContext &, const QString &text)

@@ -16,7 +16,7 @@ using Corvane::MemoryPressure;
 
 namespace {
 
-const int FirstLevel = 1; // a level that the kernel's pressure never has
+const int FirstLevel = 1; // a level that the stand-in never derives from the kernel
 const int LongestPause = 20; // milliseconds between two levels
 const int LongestLife = 500; // milliseconds between two kills
 const int Applications = 3;
@@ -58,7 +58,7 @@ QString NoticeLoad::outstanding() const
     const int running = int(std::count(states.cbegin(), states.cend(), Corvane::ForegroundState));
     return running == Applications && states.size() == Applications
         ? QString()
-        : QString("%1 applications to run, of which %2 do").arg(Applications).arg(running);
+        : QString("%2 of %1 applications run").arg(Applications).arg(running);
 }
 
 Rows NoticeLoad::figures(double /*seconds*/) const
@@ -80,9 +80,9 @@ void NoticeLoad::setLevel(int level)
 void NoticeLoad::onLevelChanged(MemoryPressure::MemoryLevel level)
 {
     if (m_level == FirstLevel && level != FirstLevel)
-        return; // an earlier level of the kernel
+        return; // a level from before the first SetMemoryLevel()
     if (!std::exchange(m_isAwaited, false) || level != m_level || level != MemoryPressure::instance()->level())
-        m_findings.add("each memory level to be told once", QString("%1 after %2").arg(level).arg(m_level));
+        m_findings.add("one signal for each memory level", QString("%1 after %2").arg(level).arg(m_level));
     ++m_levels;
     if (m_isOn)
         m_levelTimer.start(m_random.bounded(LongestPause));
@@ -103,7 +103,7 @@ void NoticeLoad::kill()
     const QString victim = victims.at(m_random.bounded(victims.size()));
     const QDBusReply<uint> process = QDBusConnection::sessionBus().interface()->servicePid(victim);
     if (!process.isValid()) {
-        m_findings.add("applications in the foreground to own their bus names", victim);
+        m_findings.add("a bus name for each application in the foreground", victim);
         return;
     }
     ::kill(pid_t(process.value()), SIGKILL);
@@ -120,10 +120,10 @@ void NoticeLoad::onStateChanged(const QString &instanceId, Corvane::ApplicationS
         || (state == Corvane::ForegroundState && before == Corvane::LaunchingState)
         || (state == Corvane::StoppedState && before == Corvane::ForegroundState);
     if (!isRight)
-        m_findings.add("an application to be launched, in the foreground and stopped, each told once",
+        m_findings.add("one signal each for an application that is launched, in the foreground and stopped",
                        QString("%1 in state %2 after %3").arg(instanceId).arg(state).arg(before));
     if (state == Corvane::StoppedState && instanceId != m_dying)
-        m_findings.add("applications to stop when they are killed", instanceId);
+        m_findings.add("only killed applications to stop", instanceId);
     if (state == Corvane::StoppedState) {
         m_instances.remove(instanceId);
         m_dying.clear();

@@ -34,10 +34,10 @@ private:
     bool m_isOn = false;
     QTimer m_levelTimer;
     QTimer m_killTimer;
-    int m_level = 0; ///< the last one that was set
-    bool m_isAwaited = false; ///< whether its signal has not arrived yet
-    QMap<QString, Corvane::ApplicationState> m_instances; ///< those that have not stopped
-    QString m_dying; ///< the killed instance, until its signal arrives
+    int m_level = 0; ///< The last level that was set.
+    bool m_isAwaited = false; ///< The signal for m_level has not arrived yet.
+    QMap<QString, Corvane::ApplicationState> m_instances; ///< The instances that have not stopped.
+    QString m_dying; ///< The killed instance, until its signal arrives.
     int m_levels = 0;
     int m_changes = 0;
     int m_kills = 0;

@@ -8,8 +8,8 @@
 /// The resources of a process at one moment.
 struct ProcessFigures
 {
-    /// In KiB: what it has written, in memory or swapped out, its heap above all. A leak shows here; which pages of
-    /// libraries other processes map too, and whether it has just forked, does not.
+    /// The memory that the process has written, in KiB: mainly its heap, swapped pages included. A leak increases it.
+    /// Pages of libraries that are shared with other processes do not count.
     qint64 memory = 0;
     int descriptors = 0;
 

@@ -41,7 +41,8 @@ bool SharedFiles::isThat(int descriptor, const QString &name, int access) const
     const auto content = m_contents.constFind(name);
     if (content == m_contents.cend() || (::fcntl(descriptor, F_GETFL) & O_ACCMODE) != access)
         return false;
-    QByteArray read(content->size() + 1, Qt::Uninitialized); // from the start, since several share the position
+    QByteArray read(content->size() + 1, Qt::Uninitialized);
+    // pread(), because the other processes share the position in the file.
     const ssize_t size = ::pread(descriptor, read.data(), size_t(read.size()), 0);
     return size == content->size() && read.startsWith(*content);
 }

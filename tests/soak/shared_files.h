@@ -6,14 +6,15 @@
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 
-/// Files to be shared, no two of the same content.
+/// The files that intents share. Each has other content.
 class SharedFiles
 {
 public:
     explicit SharedFiles(quint32 seed);
 
     QString any(QRandomGenerator &random) const;
-    /// Whether a descriptor is that of the file \a name, opened in the mode \a access, O_RDONLY or O_RDWR.
+    /// Returns whether \a descriptor refers to the file \a name and is opened in the mode \a access (O_RDONLY or
+    /// O_RDWR).
     bool isThat(int descriptor, const QString &name, int access) const;
 
 private:

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The task of the soak: it sends each message back, then as many others as the message says, and numbers them all.
+// The task of the soak. It sends each message back, and then as many other messages as "others" in the message. All
+// sent messages are numbered.
 #include "expected_warnings.h"
 
 #include <Corvane/RuntimeDispatcher>

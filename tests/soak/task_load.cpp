@@ -10,9 +10,9 @@ using Corvane::TaskMessaging;
 namespace {
 
 const int LongestRun = 2000; // messages
-const int MostAtOnce = 5; // messages that have not come back
-const int MostOthers = 10; // that the task sends for one message
-const int LongestText = 30000; // characters, since messages of up to 32 KiB arrive in any case
+const int MostAtOnce = 5; // messages that the task has not sent back
+const int MostOthers = 10; // messages that the task adds to a message that it sends back
+const int LongestText = 30000; // characters; frames of up to 32 KiB are reliable
 
 QString toText(const QJsonObject &object)
 {
@@ -48,17 +48,17 @@ QString TaskLoad::outstanding() const
         return QString("%1 messages from the task").arg(m_sent.size());
     if (!m_outcomes.isEmpty())
         return QString("%1 outcomes of starting or stopping the task").arg(m_outcomes.size());
-    return m_phase == Phase::Idle ? QString() : "the task to run, or to end";
+    return m_phase == Phase::Idle ? QString() : "the start or the end of the task";
 }
 
 Rows TaskLoad::figures(double seconds) const
 {
     return {{"task runs", QString::number(m_runs)},
-            {"task objects and channels made", QString::number(m_tasks + m_runs)},
+            {"task objects and channels created", QString::number(m_tasks + m_runs)},
             {"outcomes of starting and stopping", QString::number(m_outcomesReceived)},
             {"messages to the task", QString::number(m_messagesSent)},
             {"messages from the task", QString::number(m_messagesReceived)},
-            {"messages both ways, a second",
+            {"messages both ways, per second",
              QString::number(double(m_messagesSent + m_messagesReceived) / seconds, 'f', 0)},
             {"messages dropped with their channel", QString::number(m_messagesDropped)}};
 }
@@ -71,7 +71,7 @@ std::function<void(const Error &)> TaskLoad::expectOutcome(const QString &of)
     return [this, of, number](const Error &error) {
         ++m_outcomesReceived;
         if (!m_outcomes.remove(number) || error)
-            m_findings.add("success, once, of " + of,
+            m_findings.add("one successful outcome of " + of,
                            QString("error %1 \"%2\"").arg(error.code()).arg(error.message()));
     };
 }
@@ -116,11 +116,11 @@ void TaskLoad::talk()
     m_channel = std::make_unique<TaskMessaging>(m_task->socketPath());
     connect(m_channel.get(), &TaskMessaging::messageReceived, this, &TaskLoad::onMessage);
     if (m_channel->state() != TaskMessaging::Connected)
-        m_findings.add("a channel to the task that runs", QString("one in state %1").arg(m_channel->state()));
+        m_findings.add("a connected channel to a running task", QString("state %1").arg(m_channel->state()));
     goOn();
 }
 
-/// Sends as many messages as there is room for, or ends the run when it is time.
+/// Sends messages until the limit is reached, or ends the run after its last message.
 void TaskLoad::goOn()
 {
     while (m_left > 0 && m_sent.size() < MostAtOnce) {
@@ -132,7 +132,7 @@ void TaskLoad::goOn()
         else if (kind < 10)
             message.insert("others", m_random.bounded(MostOthers));
         if (!m_channel->sendMessage(message))
-            m_findings.add("messages to be sent while the task runs", "one refused");
+            m_findings.add("sendMessage() to succeed while the task runs", "false");
         m_sent.enqueue(message);
         ++m_messagesSent;
     }
@@ -152,7 +152,7 @@ void TaskLoad::onMessage(const QJsonObject &message)
     }
     expected.insert("number", m_nextNumber++);
     if (message != expected)
-        m_findings.add("each message of the task once, and in order",
+        m_findings.add("each message of the task once and in order",
                        QString("%1 in place of %2").arg(toText(message), toText(expected)));
     if (m_phase == Phase::Talking)
         goOn();
@@ -163,7 +163,7 @@ void TaskLoad::endRun()
     m_phase = Phase::Stopping;
     m_messagesDropped += m_sent.size() + m_othersDue;
     if (m_isImpatient || m_random.bounded(2) == 0)
-        m_channel.reset(); // and not when the task has ended
+        m_channel.reset(); // otherwise it is deleted when the task has ended
     m_sent.clear();
     m_othersDue = 0;
     m_task->stop(m_random.bounded(2) == 0 ? Task::StopFlags(Task::Force) : Task::StopFlags(),

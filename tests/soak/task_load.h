@@ -15,7 +15,7 @@
 #include <functional>
 #include <memory>
 
-/// Starts a task, talks with it, and stops it, again and again. The task answers as task.cpp says.
+/// Starts a task, exchanges messages with it, and stops it, repeatedly. The task is in task.cpp.
 class TaskLoad : public Load
 {
     Q_OBJECT
@@ -46,12 +46,12 @@ private:
     Phase m_phase = Phase::Idle;
     std::unique_ptr<Corvane::Task> m_task;
     std::unique_ptr<Corvane::TaskMessaging> m_channel;
-    QSet<int> m_outcomes; ///< of start() and stop(), that are to come
+    QSet<int> m_outcomes; ///< The calls of start() and stop() without an outcome yet.
     int m_lastOutcome = 0;
-    int m_left = 0; ///< messages that are to be sent in this run
-    bool m_isImpatient = false; ///< deletes the channel without waiting for the last messages
-    QQueue<QJsonObject> m_sent; ///< and not come back
-    int m_othersDue = 0; ///< messages that are to come before the next one of those comes back
+    int m_left = 0; ///< The number of messages to send in this run.
+    bool m_isImpatient = false; ///< Delete the channel without waiting for the last messages.
+    QQueue<QJsonObject> m_sent; ///< The messages that the task has not sent back.
+    int m_othersDue = 0; ///< The number of messages that must arrive before the first of m_sent.
     int m_nextNumber = 0;
 
     qint64 m_runs = 0;
