@@ -70,16 +70,16 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void partsWithoutAFormAreOmitted_data();
-    void partsWithoutAFormAreOmitted();
-    void busTypesInParams_data();
-    void busTypesInParams();
-    void busTypesInReplies_data();
-    void busTypesInReplies();
-    void argumentsOfAnotherType_data();
-    void argumentsOfAnotherType();
-    void repliesOfAnotherType_data();
-    void repliesOfAnotherType();
+    void valuesThatDBusCannotRepresentAreOmitted_data();
+    void valuesThatDBusCannotRepresentAreOmitted();
+    void paramsOfEveryTypeAreRead_data();
+    void paramsOfEveryTypeAreRead();
+    void repliesOfEveryTypeAreRead_data();
+    void repliesOfEveryTypeAreRead();
+    void argumentsOfAnotherTypeAreRefused_data();
+    void argumentsOfAnotherTypeAreRefused();
+    void repliesOfAnotherTypeAreErrors_data();
+    void repliesOfAnotherTypeAreErrors();
 
 private:
     ServicePeer::Reply take(const QString &params, int files = 0);
@@ -152,7 +152,7 @@ QString TestBadInput::give(Place place, const QJsonObject &object)
     return place == Hints ? text.chopped(none.size() + 2) : text.mid(none.size() + 2);
 }
 
-void TestBadInput::partsWithoutAFormAreOmitted_data()
+void TestBadInput::valuesThatDBusCannotRepresentAreOmitted_data()
 {
     QTest::addColumn<int>("place");
     QTest::addColumn<QJsonObject>("object");
@@ -261,7 +261,7 @@ void TestBadInput::partsWithoutAFormAreOmitted_data()
     number("minus infinity", -std::numeric_limits<double>::infinity(), "{'k': <-inf>}");
 }
 
-void TestBadInput::partsWithoutAFormAreOmitted()
+void TestBadInput::valuesThatDBusCannotRepresentAreOmitted()
 {
     QFETCH(int, place);
     QFETCH(QJsonObject, object);
@@ -272,7 +272,7 @@ void TestBadInput::partsWithoutAFormAreOmitted()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestBadInput::busTypesInParams_data()
+void TestBadInput::paramsOfEveryTypeAreRead_data()
 {
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("json");
@@ -325,7 +325,7 @@ void TestBadInput::busTypesInParams_data()
     row("int64 -9223372036854775808", "-9223372036854776000");
 }
 
-void TestBadInput::busTypesInParams()
+void TestBadInput::paramsOfEveryTypeAreRead()
 {
     QFETCH(QString, value);
     QFETCH(QString, json);
@@ -337,12 +337,12 @@ void TestBadInput::busTypesInParams()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestBadInput::busTypesInReplies_data()
+void TestBadInput::repliesOfEveryTypeAreRead_data()
 {
-    busTypesInParams_data();
+    paramsOfEveryTypeAreRead_data();
 }
 
-void TestBadInput::busTypesInReplies()
+void TestBadInput::repliesOfEveryTypeAreRead()
 {
     QFETCH(QString, value);
     QFETCH(QString, json);
@@ -357,7 +357,7 @@ void TestBadInput::busTypesInReplies()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestBadInput::argumentsOfAnotherType_data()
+void TestBadInput::argumentsOfAnotherTypeAreRefused_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("signature");
@@ -385,7 +385,7 @@ void TestBadInput::argumentsOfAnotherType_data()
     row("(['Take'], @a{sv} {})", "asa{sv}");
 }
 
-void TestBadInput::argumentsOfAnotherType()
+void TestBadInput::argumentsOfAnotherTypeAreRefused()
 {
     QFETCH(QString, body);
     QFETCH(QString, signature);
@@ -402,7 +402,7 @@ void TestBadInput::argumentsOfAnotherType()
     QCOMPARE(handled, QJsonObject());
 }
 
-void TestBadInput::repliesOfAnotherType_data()
+void TestBadInput::repliesOfAnotherTypeAreErrors_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("signature");
@@ -426,7 +426,7 @@ void TestBadInput::repliesOfAnotherType_data()
     row("(1, @a{sv} {})", "ia{sv}");
 }
 
-void TestBadInput::repliesOfAnotherType()
+void TestBadInput::repliesOfAnotherTypeAreErrors()
 {
     QFETCH(QString, body);
     QFETCH(QString, signature);

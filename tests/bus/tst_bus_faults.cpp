@@ -61,16 +61,16 @@ private Q_SLOTS:
     void replyWaitsForAHungBus();
     void answerAfterTheTimeOutIsDropped();
     void callsMayTimeOutWhileTheBusHangs();
-    void hungBusDelaysNoFurtherObject();
+    void onlyTheFirstObjectWaitsForTheBus();
     void queuedIntentsAreReportedOnceAndInOrder();
 
     void serviceMayDieAndComeBack();
     void callerMayDieBeforeItsReply();
     void handlerMayDieBeforeItsReply();
 
-    void invokesWithoutAFreeDescriptor();
-    void handlesWithoutAFreeDescriptor();
-    void repliesWithoutADescriptorToSendWith();
+    void intentIsSentWithoutAFreeDescriptor();
+    void replyIsSentWithoutAFreeDescriptor();
+    void replyIsSentIfItsDescriptorCannotBeDuplicated();
 
 private:
     RuntimeDispatcher::ReplyFunction keepReply(int &call);
@@ -238,7 +238,7 @@ void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
     QTRY_COMPARE(codes, QVector<int>({Error::Failed, Error::Failed, Error::NoError}));
 }
 
-void TestBusFaults::hungBusDelaysNoFurtherObject()
+void TestBusFaults::onlyTheFirstObjectWaitsForTheBus()
 {
     Lifecycle::instance(); // Qt watches the owner of the service's name from now on
 
@@ -339,7 +339,7 @@ void TestBusFaults::handlerMayDieBeforeItsReply()
     }
 }
 
-void TestBusFaults::invokesWithoutAFreeDescriptor()
+void TestBusFaults::intentIsSentWithoutAFreeDescriptor()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);
@@ -356,7 +356,7 @@ void TestBusFaults::invokesWithoutAFreeDescriptor()
                                  .arg(file.fileName())));
 }
 
-void TestBusFaults::handlesWithoutAFreeDescriptor()
+void TestBusFaults::replyIsSentWithoutAFreeDescriptor()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
     dispatcher->registerIntent("Give", [this](const QJsonObject &, const auto &reply) {
@@ -375,7 +375,7 @@ void TestBusFaults::handlesWithoutAFreeDescriptor()
     QVERIFY(peer.call(HandleIntent, "('Give', @a{sv} {})").descriptors.size() == 1);
 }
 
-void TestBusFaults::repliesWithoutADescriptorToSendWith()
+void TestBusFaults::replyIsSentIfItsDescriptorCannotBeDuplicated()
 {
     auto *dispatcher = RuntimeDispatcher::instance();
     dispatcher->registerIntent("Give", [this](const QJsonObject &, const auto &reply) {

@@ -42,10 +42,10 @@ class TestEmptyHandler : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void throwsWhenItsIntentArrives();
+    void emptyHandlerThrowsWhenItsIntentArrives();
 };
 
-void TestEmptyHandler::throwsWhenItsIntentArrives()
+void TestEmptyHandler::emptyHandlerThrowsWhenItsIntentArrives()
 {
     const QString ask = "Ask";
     const QString handleIntent = "HandleIntent";

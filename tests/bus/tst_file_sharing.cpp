@@ -39,11 +39,11 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void replacedHintCausesNoWarning();
-    void nullsAmongTheHintsAreEmptyPaths_data();
-    void nullsAmongTheHintsAreEmptyPaths();
+    void nullsInFileHintsAreEmptyPaths_data();
+    void nullsInFileHintsAreEmptyPaths();
     void filesArriveWithTheirContentAndMode_data();
     void filesArriveWithTheirContentAndMode();
-    void listsGoAsListsOfStrings();
+    void fileListsAreSentAsStringLists();
     void noDescriptorStaysOpen();
     void intentIsSentWithoutAFreeDescriptor();
 
@@ -106,7 +106,7 @@ void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeF
     arrived = peer.descriptors();
 }
 
-void TestFileSharing::nullsAmongTheHintsAreEmptyPaths_data()
+void TestFileSharing::nullsInFileHintsAreEmptyPaths_data()
 {
     QTest::addColumn<QJsonValue>("paths");
     QTest::addColumn<QString>("sent"); // with %1 for the key of the list
@@ -143,7 +143,7 @@ void TestFileSharing::replacedHintCausesNoWarning()
     }
 }
 
-void TestFileSharing::nullsAmongTheHintsAreEmptyPaths()
+void TestFileSharing::nullsInFileHintsAreEmptyPaths()
 {
     QFETCH(QJsonValue, paths);
     QFETCH(QString, sent);
@@ -235,7 +235,7 @@ void TestFileSharing::filesArriveWithTheirContentAndMode()
         QVERIFY(log->lastFunction().contains("exportFiles("));
 }
 
-void TestFileSharing::listsGoAsListsOfStrings()
+void TestFileSharing::fileListsAreSentAsStringLists()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);

@@ -73,16 +73,16 @@ private Q_SLOTS:
     void replyInsideTheHandlerIsTheOnlyOne();
     void replyMayComeLater();
     void repliesMayComeInAnyOrder();
-    void secondReplyIsDropped();
-    void secondReplyIsSentToo();
-    void handlerThatDropsItsReplyLeavesTheCallerWaiting();
+    void callerReceivesOnlyTheFirstReply();
+    void secondReplyIsSentToTheBus();
+    void callerWaitsIfTheHandlerNeverReplies();
     void unknownIntentIsAnError();
     void unregisteredIntentIsAnError();
     void intentWithEmptyNameIsNeverDelivered();
     void laterHandlerReplacesTheEarlierOne();
     void outputFilesAreNamedInTheReply();
     void outputFilesOfUnknownIntentAreRefused();
-    void replyNamesTheFilesOfItsCall();
+    void replyUsesTheFileListsOfItsCall();
     void handlerMayUnregisterItself();
     void handlerMayReplaceItself();
     void handlerMayRunAnEventLoop();
@@ -91,10 +91,10 @@ private Q_SLOTS:
     void destructorOfAHandlerMayUseTheDispatcher_data();
     void destructorOfAHandlerMayUseTheDispatcher();
     void destructorOfAHandlerMayDeleteTheDispatcher();
-    void anybodyOnTheBusMayAsk();
-    void showsOneMethodToTheBus();
-    void metaObjectIsTheInterface();
-    void interfaceMayBeLeftOut();
+    void anyProcessOnTheBusCanCallTheHandler();
+    void introspectionShowsOneMethod();
+    void metaObjectHasOneMethod();
+    void callWithoutAnInterfaceIsHandled();
     void onlyHandleIntentCanBeCalled_data();
     void onlyHandleIntentCanBeCalled();
     void thousandsOfIntentsAreAnswered();
@@ -156,7 +156,7 @@ void TestIntentHandler::repliesMayComeInAnyOrder()
     }
 }
 
-void TestIntentHandler::secondReplyIsDropped()
+void TestIntentHandler::callerReceivesOnlyTheFirstReply()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) {
         reply({{"n", 1}});
@@ -167,7 +167,7 @@ void TestIntentHandler::secondReplyIsDropped()
     QCOMPARE(ask().text, answer("{'n': <1.0>}"));
 }
 
-void TestIntentHandler::secondReplyIsSentToo()
+void TestIntentHandler::secondReplyIsSentToTheBus()
 {
     QProcess monitor;
     monitor.start("dbus-monitor",
@@ -194,7 +194,7 @@ void TestIntentHandler::secondReplyIsSentToo()
     QVERIFY(monitor.waitForFinished());
 }
 
-void TestIntentHandler::handlerThatDropsItsReplyLeavesTheCallerWaiting()
+void TestIntentHandler::callerWaitsIfTheHandlerNeverReplies()
 {
     int handled = 0;
     dispatcher->registerIntent(Ask, [&handled](const QJsonObject &, const auto &) { ++handled; });
@@ -262,7 +262,7 @@ void TestIntentHandler::outputFilesOfUnknownIntentAreRefused()
     QCOMPARE(ask().text, answer("@a{sv} {}"));
 }
 
-void TestIntentHandler::replyNamesTheFilesOfItsCall()
+void TestIntentHandler::replyUsesTheFileListsOfItsCall()
 {
     RuntimeDispatcher::ReplyFunction kept;
     dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) { kept = reply; });
@@ -412,7 +412,7 @@ void TestIntentHandler::destructorOfAHandlerMayDeleteTheDispatcher()
     }
 }
 
-void TestIntentHandler::anybodyOnTheBusMayAsk()
+void TestIntentHandler::anyProcessOnTheBusCanCallTheHandler()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
     peer.ownServiceName(false);
@@ -423,7 +423,7 @@ void TestIntentHandler::anybodyOnTheBusMayAsk()
     peer.ownServiceName(true);
 }
 
-void TestIntentHandler::showsOneMethodToTheBus()
+void TestIntentHandler::introspectionShowsOneMethod()
 {
     const QString interface = CORVANE_SERVICE_ROOT ".IntentHandler1";
     const QString xml =
@@ -435,7 +435,7 @@ void TestIntentHandler::showsOneMethodToTheBus()
     QCOMPARE(xml.count("<interface "), 4); // the others are Properties, Introspectable and Peer
 }
 
-void TestIntentHandler::metaObjectIsTheInterface()
+void TestIntentHandler::metaObjectHasOneMethod()
 {
     const QMetaObject &type = RuntimeDispatcherPrivate::staticMetaObject;
     QCOMPARE(QByteArray(type.classInfo(type.indexOfClassInfo("D-Bus Interface")).value()),
@@ -448,7 +448,7 @@ void TestIntentHandler::metaObjectIsTheInterface()
     QCOMPARE(method.returnType(), int(QMetaType::Void));
 }
 
-void TestIntentHandler::interfaceMayBeLeftOut()
+void TestIntentHandler::callWithoutAnInterfaceIsHandled()
 {
     dispatcher->registerIntent(Ask, [](const QJsonObject &, const auto &reply) { reply({}); });
     QCOMPARE(peer.call(HandleIntent, AskBody, withoutInterface()).text, answer("@a{sv} {}"));

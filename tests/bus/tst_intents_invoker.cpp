@@ -49,7 +49,7 @@ private Q_SLOTS:
     void callsFailWhenTheServiceExits();
     void invokerBelongsToItsParent();
     void callsInFlightBelongToThePrivateObject();
-    void bothSignalsAreTheSame();
+    void invokerAndItsPrivateObjectHaveOneSignal();
     void invokerMayBeDeletedInItsSlot();
     void invokerMayBeDeletedInItsSlotWhenRefused();
     void deletedInvokerNeverEmits();
@@ -317,7 +317,7 @@ void TestIntentsInvoker::callsInFlightBelongToThePrivateObject()
     peer.start();
 }
 
-void TestIntentsInvoker::bothSignalsAreTheSame()
+void TestIntentsInvoker::invokerAndItsPrivateObjectHaveOneSignal()
 {
     for (const QMetaObject *type : {&IntentsInvoker::staticMetaObject, &IntentsInvokerPrivate::staticMetaObject}) {
         QCOMPARE(type->methodCount() - type->methodOffset(), 1);

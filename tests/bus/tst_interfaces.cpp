@@ -31,7 +31,7 @@ private Q_SLOTS:
     void metaObjectsHaveTheseMembers();
     void levelIsAnEnumerationProperty();
     void taskStartsWithoutADescription();
-    void lifecycleSlotPassesAnyCodeOn();
+    void lifecycleSlotEmitsAnyCode();
     void memoryPressureSlotReadsOnlyTheMap();
     void deletedLifecycleIsReturnedAgain();
 
@@ -125,7 +125,7 @@ void TestInterfaces::taskStartsWithoutADescription()
     QCOMPARE(direct.q, &task);
 }
 
-void TestInterfaces::lifecycleSlotPassesAnyCodeOn()
+void TestInterfaces::lifecycleSlotEmitsAnyCode()
 {
     LifecyclePrivate direct(Lifecycle::instance());
     QVERIFY(!direct.parent());

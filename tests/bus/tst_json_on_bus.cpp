@@ -25,20 +25,20 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void writesParams_data();
-    void writesParams();
-    void writesReplies_data();
-    void writesReplies();
-    void writesHints_data();
-    void writesHints();
-    void reads_data();
-    void reads();
-    void readsRepliesTheSame_data();
-    void readsRepliesTheSame();
-    void numbersOutsideOfJsonAreRead();
-    void readsManyUnsortedMembers();
-    void laterDuplicateWins();
-    void unreadableValuesAreOmittedFromTheEcho();
+    void paramsAreWritten_data();
+    void paramsAreWritten();
+    void repliesAreWritten_data();
+    void repliesAreWritten();
+    void hintsAreWritten_data();
+    void hintsAreWritten();
+    void paramsAreRead_data();
+    void paramsAreRead();
+    void repliesAreReadLikeParams_data();
+    void repliesAreReadLikeParams();
+    void numbersOutsideTheRangeOfJsonAreRead();
+    void manyUnsortedMembersAreRead();
+    void laterValueOfARepeatedKeyIsRead();
+    void valuesReadAsNullAreOmittedFromTheReply();
 
 private:
     static void addRowsWithoutAForm();
@@ -88,7 +88,7 @@ QString TestJsonOnBus::payloadText(const QString &arrives)
     return arrives.isEmpty() ? "{'z': <1.0>}" : QString("{'k': <%1>, 'z': <1.0>}").arg(arrives);
 }
 
-void TestJsonOnBus::writesParams_data()
+void TestJsonOnBus::paramsAreWritten_data()
 {
     addJsonRows();
     addRowsWithoutAForm();
@@ -96,7 +96,7 @@ void TestJsonOnBus::writesParams_data()
                                                    << "[{'b': <[1.0, 2.0]>}, {}, {}]" << QStringList(ArrayOfArrays);
 }
 
-void TestJsonOnBus::writesParams()
+void TestJsonOnBus::paramsAreWritten()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, arrives);
@@ -112,12 +112,12 @@ void TestJsonOnBus::writesParams()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestJsonOnBus::writesReplies_data()
+void TestJsonOnBus::repliesAreWritten_data()
 {
-    writesParams_data();
+    paramsAreWritten_data();
 }
 
-void TestJsonOnBus::writesReplies()
+void TestJsonOnBus::repliesAreWritten()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, arrives);
@@ -131,7 +131,7 @@ void TestJsonOnBus::writesReplies()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestJsonOnBus::writesHints_data()
+void TestJsonOnBus::hintsAreWritten_data()
 {
     addJsonRows();
     addRowsWithoutAForm();
@@ -140,7 +140,7 @@ void TestJsonOnBus::writesHints_data()
         << "[{'b': <[<1.0>, <2.0>]>}, {'c': <[<[<1.0>]>]>}, {}]" << QStringList();
 }
 
-void TestJsonOnBus::writesHints()
+void TestJsonOnBus::hintsAreWritten()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, arrives);
@@ -156,7 +156,7 @@ void TestJsonOnBus::writesHints()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestJsonOnBus::reads_data()
+void TestJsonOnBus::paramsAreRead_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("json");
@@ -196,7 +196,7 @@ void TestJsonOnBus::reads_data()
     row("{'a': <{1: 's'}>, 'b': <1>}", R"({"a":{"":1},"b":1})");
 }
 
-void TestJsonOnBus::reads()
+void TestJsonOnBus::paramsAreRead()
 {
     QFETCH(QString, body);
     QFETCH(QString, json);
@@ -208,12 +208,12 @@ void TestJsonOnBus::reads()
     QCOMPARE(log->takeWarnings(), warnings);
 }
 
-void TestJsonOnBus::readsRepliesTheSame_data()
+void TestJsonOnBus::repliesAreReadLikeParams_data()
 {
-    reads_data();
+    paramsAreRead_data();
 }
 
-void TestJsonOnBus::readsRepliesTheSame()
+void TestJsonOnBus::repliesAreReadLikeParams()
 {
     QFETCH(QString, body);
     QFETCH(QString, json);
@@ -228,7 +228,7 @@ void TestJsonOnBus::readsRepliesTheSame()
     peer.answer("(@a{sv} {},)");
 }
 
-void TestJsonOnBus::numbersOutsideOfJsonAreRead()
+void TestJsonOnBus::numbersOutsideTheRangeOfJsonAreRead()
 {
     peer.call("HandleIntent",
               "('Take', {'nan': <nan>, 'inf': <inf>, 'minf': <-inf>, 'big': <uint64 18446744073709551615>})");
@@ -238,7 +238,7 @@ void TestJsonOnBus::numbersOutsideOfJsonAreRead()
     QCOMPARE(handled.value("big").toDouble(), std::pow(2., 64.));
 }
 
-void TestJsonOnBus::readsManyUnsortedMembers()
+void TestJsonOnBus::manyUnsortedMembersAreRead()
 {
     constexpr int count = 100000;
     QStringList members;
@@ -252,13 +252,13 @@ void TestJsonOnBus::readsManyUnsortedMembers()
         QCOMPARE(handled.value(QString::number(i)).toInt(-1), i);
 }
 
-void TestJsonOnBus::laterDuplicateWins()
+void TestJsonOnBus::laterValueOfARepeatedKeyIsRead()
 {
     peer.call("HandleIntent", "('Take', {'b': <1>, 'a': <2>, 'b': <3>})");
     QCOMPARE(toJson(handled), QString(R"({"a":2,"b":3})"));
 }
 
-void TestJsonOnBus::unreadableValuesAreOmittedFromTheEcho()
+void TestJsonOnBus::valuesReadAsNullAreOmittedFromTheReply()
 {
     const QString body = "('Echo', {'s': <(1, 2)>, 'o': <objectpath '/a'>, 'a': <[(1, 2)]>, 'i': <1>})";
     QCOMPARE(peer.call("HandleIntent", body).text,

@@ -47,8 +47,8 @@ private Q_SLOTS:
     void signaturesOfEmptyValues();
     void writesIntoAFreshArgument_data();
     void writesIntoAFreshArgument();
-    void valuesWithoutAFormWriteNothing_data();
-    void valuesWithoutAFormWriteNothing();
+    void valuesThatDBusCannotRepresentWriteNothing_data();
+    void valuesThatDBusCannotRepresentWriteNothing();
     void nullIsAnEmptyVariant();
     void writesSeveralValues();
     void writesIntoAStructure_data();
@@ -64,8 +64,8 @@ private Q_SLOTS:
     void variantOfAJsonValueIsNotSent();
     void readersKeepExistingMembers();
     void registeredReadersRead();
-    void readsInto_data();
-    void readsInto();
+    void readableValuesReplaceTheOldValue_data();
+    void readableValuesReplaceTheOldValue();
 
 private:
     QString sent(const QVariantList &arguments);
@@ -146,7 +146,7 @@ void TestJsonOperators::writesIntoAFreshArgument()
     }
 }
 
-void TestJsonOperators::valuesWithoutAFormWriteNothing_data()
+void TestJsonOperators::valuesThatDBusCannotRepresentWriteNothing_data()
 {
     QTest::addColumn<QJsonValue>("value");
     QTest::addColumn<QString>("warning");
@@ -157,7 +157,7 @@ void TestJsonOperators::valuesWithoutAFormWriteNothing_data()
     QTest::newRow("arrays") << fromJson("[[1], [2]]") << ArrayOfArrays << ArrayWriter;
 }
 
-void TestJsonOperators::valuesWithoutAFormWriteNothing()
+void TestJsonOperators::valuesThatDBusCannotRepresentWriteNothing()
 {
     QFETCH(QJsonValue, value);
     QFETCH(QString, warning);
@@ -396,7 +396,7 @@ void TestJsonOperators::registeredReadersRead()
     QCOMPARE(toJson(value), QString("[2]"));
 }
 
-void TestJsonOperators::readsInto_data()
+void TestJsonOperators::readableValuesReplaceTheOldValue_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("result"); ///< of reading into "old"
@@ -417,7 +417,7 @@ void TestJsonOperators::readsInto_data()
     row("<<byte 0x07>>", "7");
 }
 
-void TestJsonOperators::readsInto()
+void TestJsonOperators::readableValuesReplaceTheOldValue()
 {
     QFETCH(QString, body);
     QFETCH(QString, result);

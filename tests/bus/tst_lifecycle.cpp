@@ -35,8 +35,8 @@ private Q_SLOTS:
     void thereIsOneInstance();
     void statesAreNumbersOf32Bits();
     void queuedConnectionNeedsTheRegistration();
-    void announcementsArePassedOn_data();
-    void announcementsArePassedOn();
+    void announcementsAreEmitted_data();
+    void announcementsAreEmitted();
     void everyAnnouncementIsEmittedOnceAndInOrder();
     void signalsOfAnotherSignatureAreIgnored_data();
     void signalsOfAnotherSignatureAreIgnored();
@@ -134,7 +134,7 @@ void TestLifecycle::queuedConnectionNeedsTheRegistration()
     thread.wait();
 }
 
-void TestLifecycle::announcementsArePassedOn_data()
+void TestLifecycle::announcementsAreEmitted_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QString>("state");
@@ -152,7 +152,7 @@ void TestLifecycle::announcementsArePassedOn_data()
                                    << "a 4294967295";
 }
 
-void TestLifecycle::announcementsArePassedOn()
+void TestLifecycle::announcementsAreEmitted()
 {
     QFETCH(QString, body);
     QFETCH(QString, state);

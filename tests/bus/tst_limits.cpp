@@ -78,16 +78,16 @@ private Q_SLOTS:
     void messagesOverTheNestingLimitAreRefused();
     void messagesOverTheSizeLimitAreRefused_data();
     void messagesOverTheSizeLimitAreRefused();
-    void refusesCalls_data();
-    void refusesCalls();
+    void callsOverTheLimitsAreRefused_data();
+    void callsOverTheLimitsAreRefused();
     void messageOfTwoLargePartsIsRefused();
-    void refusesHintsThatAreDeepWithinArrays();
-    void refusesTooManyFiles();
+    void hintsThatNestInArraysAreRefused();
+    void tooManyFilesAreRefused();
     void filesUpToTheLimitAreSent_data();
     void filesUpToTheLimitAreSent();
-    void refusesNameWithNul();
-    void refusesReplies_data();
-    void refusesReplies();
+    void nameWithNulIsRefused();
+    void repliesOverTheLimitsAreRefused_data();
+    void repliesOverTheLimitsAreRefused();
     void refusedCallCreatesNoFiles();
     void refusedReplyCreatesNoFiles();
 
@@ -224,7 +224,7 @@ void TestLimits::messagesOverTheSizeLimitAreRefused()
     QCOMPARE(fateOf({}, {{Key, value}}), passes ? QString() : ArrayTooLarge);
 }
 
-void TestLimits::refusesCalls_data()
+void TestLimits::callsOverTheLimitsAreRefused_data()
 {
     QTest::addColumn<QJsonObject>("object"); // as params and as hints
     QTest::addColumn<QString>("problem");
@@ -243,7 +243,7 @@ void TestLimits::refusesCalls_data()
     QTest::newRow("nested deeper than a stack is high") << nested(Objects, 30000, 1) << TooDeep;
 }
 
-void TestLimits::refusesCalls()
+void TestLimits::callsOverTheLimitsAreRefused()
 {
     QFETCH(QJsonObject, object);
     QFETCH(QString, problem);
@@ -282,7 +282,7 @@ void TestLimits::messageOfTwoLargePartsIsRefused()
 }
 
 /// Parameters omit an array of arrays without measuring it; hints marshal it.
-void TestLimits::refusesHintsThatAreDeepWithinArrays()
+void TestLimits::hintsThatNestInArraysAreRefused()
 {
     QJsonValue deep = QJsonArray{1};
     for (int i = 0; i < 30000; ++i)
@@ -303,7 +303,7 @@ void TestLimits::giveFiles(int count)
     RuntimeDispatcher::instance()->registerIntentOutputFiles("Give", {"files[*]"}, {});
 }
 
-void TestLimits::refusesTooManyFiles()
+void TestLimits::tooManyFilesAreRefused()
 {
     giveFiles(CORVANE_MAX_DESCRIPTORS + 1);
     const QJsonObject hints{{"readFiles", QJsonArray{"files[*]"}}};
@@ -345,12 +345,12 @@ void TestLimits::filesUpToTheLimitAreSent()
     QCOMPARE(reply.descriptors.size(), count);
 }
 
-void TestLimits::refusesReplies_data()
+void TestLimits::repliesOverTheLimitsAreRefused_data()
 {
-    refusesCalls_data();
+    callsOverTheLimitsAreRefused_data();
 }
 
-void TestLimits::refusesReplies()
+void TestLimits::repliesOverTheLimitsAreRefused()
 {
     QFETCH(QJsonObject, object);
     QFETCH(QString, problem);
@@ -364,7 +364,7 @@ void TestLimits::refusesReplies()
     QVERIFY(peer.call("HandleIntent", "('Give', @a{sv} {})").text.startsWith("(a{sv}a{sv}) ({'n': <1.0>}"));
 }
 
-void TestLimits::refusesNameWithNul()
+void TestLimits::nameWithNulIsRefused()
 {
     IntentsInvoker invoker;
     Replies replies(invoker);

@@ -37,7 +37,7 @@ private Q_SLOTS:
     void replyWithADescriptorIsLogged();
     void namesCanNeitherBeClaimedNorReleased();
     void stateAndLevelAreKept();
-    void objectsCanBeMade();
+    void objectsCanBeCreated();
 
 private:
     void loseTheBus();
@@ -155,7 +155,7 @@ void TestLostBus::stateAndLevelAreKept()
     QCOMPARE(MemoryPressure::instance()->level(), MemoryPressure::NormalLevel);
 }
 
-void TestLostBus::objectsCanBeMade()
+void TestLostBus::objectsCanBeCreated()
 {
     IntentsInvoker fresh;
     Replies freshReplies(fresh);

@@ -42,10 +42,10 @@ private Q_SLOTS:
     void cleanup();
     void thereIsOneInstance();
     void levelsAreKnownToTheMetaObject();
-    void changesArePassedOn_data();
-    void changesArePassedOn();
+    void changesAreEmitted_data();
+    void changesAreEmitted();
     void everyEntryIsApplied();
-    void mayBeDeletedBetweenTwoEntries();
+    void objectMayBeDeletedBetweenTwoEntries();
     void repeatedLevelIsEmittedOnce();
     void changesOfAnotherSignatureAreIgnored_data();
     void changesOfAnotherSignatureAreIgnored();
@@ -65,7 +65,7 @@ private Q_SLOTS:
     void signalsOfARestartedServiceArrive();
     void repliesAreDroppedAfterDeletion();
     void changesCrossThreads();
-    void mayBeDeletedInItsSlot();
+    void slotMayDeleteTheObject();
 
 private:
     void tell(const QString &body) { peer.emitSignal(Object, Properties, PropertiesChanged, body); }
@@ -133,7 +133,7 @@ void TestMemoryPressure::levelsAreKnownToTheMetaObject()
     QCOMPARE(property.notifySignal().methodSignature(), QByteArray("levelChanged(MemoryLevel)"));
 }
 
-void TestMemoryPressure::changesArePassedOn_data()
+void TestMemoryPressure::changesAreEmitted_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QVector<int>>("expected");
@@ -165,7 +165,7 @@ void TestMemoryPressure::changesArePassedOn_data()
     row("of another interface", "('com.example.Other', {'Level': <100>}, @as [])", {100});
 }
 
-void TestMemoryPressure::changesArePassedOn()
+void TestMemoryPressure::changesAreEmitted()
 {
     QFETCH(QString, body);
     QFETCH(QVector<int>, expected);
@@ -190,7 +190,7 @@ void TestMemoryPressure::everyEntryIsApplied()
     QVERIFY(peer.roundTrip());
 }
 
-void TestMemoryPressure::mayBeDeletedBetweenTwoEntries()
+void TestMemoryPressure::objectMayBeDeletedBetweenTwoEntries()
 {
     auto *direct = new MemoryPressurePrivate(MemoryPressure::instance());
     QObject context;
@@ -457,7 +457,7 @@ void TestMemoryPressure::changesCrossThreads()
     thread.wait();
 }
 
-void TestMemoryPressure::mayBeDeletedInItsSlot()
+void TestMemoryPressure::slotMayDeleteTheObject()
 {
     // The last test, because the pointer is not reset.
     MemoryPressure *memoryPressure = MemoryPressure::instance();

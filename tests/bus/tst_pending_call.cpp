@@ -27,15 +27,15 @@ class TestPendingCall : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void finishesLater();
-    void isCalledOnce();
-    void keepsTheOrder_data();
-    void keepsTheOrder();
-    void deletedOwnerIsNotCalled();
+    void handlersAreCalledLater();
+    void handlersAreCalledOnce();
+    void handlersAreCalledInOrder_data();
+    void handlersAreCalledInOrder();
+    void handlerOfADeletedOwnerIsNotCalled();
 
 private:
     void watch(const char *name, const QDBusPendingCall &call);
-    void replyArrives();
+    void receiveReplies();
 
     ServicePeer peer;
     QObject owner;
@@ -53,19 +53,19 @@ void TestPendingCall::watch(const char *name, const QDBusPendingCall &call)
 }
 
 /// On return the replies to all calls have arrived, and no handler has run.
-void TestPendingCall::replyArrives()
+void TestPendingCall::receiveReplies()
 {
     const int before = finished.size();
     QCOMPARE(QDBusConnection::sessionBus().call(roundTrip(), QDBus::Block).type(), QDBusMessage::ReplyMessage);
     QCOMPARE(finished.size(), before);
 }
 
-void TestPendingCall::finishesLater()
+void TestPendingCall::handlersAreCalledLater()
 {
     watch("null", QDBusConnection("none").asyncCall(roundTrip()));
     watch("refused", refusedCall("the reason"));
     const QDBusPendingCall replied = QDBusConnection::sessionBus().asyncCall(roundTrip());
-    replyArrives();
+    receiveReplies();
     QVERIFY(replied.isFinished());
     watch("replied", replied);
     watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
@@ -73,7 +73,7 @@ void TestPendingCall::finishesLater()
     QTRY_COMPARE(finished, QStringList({"null", "refused", "replied", "in flight"}));
 }
 
-void TestPendingCall::isCalledOnce()
+void TestPendingCall::handlersAreCalledOnce()
 {
     watch("refused", refusedCall("the reason"));
     watch("in flight", QDBusConnection::sessionBus().asyncCall(roundTrip()));
@@ -83,7 +83,7 @@ void TestPendingCall::isCalledOnce()
     QCOMPARE(finished.size(), 2);
 }
 
-void TestPendingCall::keepsTheOrder_data()
+void TestPendingCall::handlersAreCalledInOrder_data()
 {
     QTest::addColumn<QString>("order"); ///< in which calls finish: r is one that is refused, a one that is answered
 
@@ -92,7 +92,7 @@ void TestPendingCall::keepsTheOrder_data()
 }
 
 /// The calls finish within one turn of the event loop.
-void TestPendingCall::keepsTheOrder()
+void TestPendingCall::handlersAreCalledInOrder()
 {
     QFETCH(QString, order);
 
@@ -105,21 +105,21 @@ void TestPendingCall::keepsTheOrder()
             onFinished(refusedCall("the reason"), &owner, note);
         } else {
             onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), &owner, note);
-            replyArrives();
+            receiveReplies();
         }
     }
     QTRY_COMPARE(finished.size(), expected.size());
     QCOMPARE(finished, expected);
 }
 
-void TestPendingCall::deletedOwnerIsNotCalled()
+void TestPendingCall::handlerOfADeletedOwnerIsNotCalled()
 {
     auto *gone = new QObject;
     int calls = 0;
     const auto count = [&calls](const QDBusPendingCall &) { ++calls; };
     onFinished(refusedCall("the reason"), gone, count);
     onFinished(QDBusConnection::sessionBus().asyncCall(roundTrip()), gone, count);
-    replyArrives();
+    receiveReplies();
     delete gone;
     watch("last", refusedCall("the reason"));
     QTRY_COMPARE(finished.size(), 1);

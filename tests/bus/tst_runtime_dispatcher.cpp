@@ -31,13 +31,13 @@ private Q_SLOTS:
     void identityIsReadFromTheEnvironment();
     void identityIsReadOnce();
     void environmentIsReadAsUtf8();
-    void instanceIsMadeOnceAndAgainAfterDeletion();
+    void instanceIsCreatedOnceAndAgainAfterDeletion();
     void aNewDispatcherReplacesTheInstance();
-    void deletingAnyDispatcherForgetsTheInstance_data();
-    void deletingAnyDispatcherForgetsTheInstance();
-    void belongsToNobody();
-    void callbacksRunByKindOfProcess_data();
-    void callbacksRunByKindOfProcess();
+    void deletingAnyDispatcherResetsTheInstance_data();
+    void deletingAnyDispatcherResetsTheInstance();
+    void dispatcherHasNoParent();
+    void callbackDependsOnTheKindOfProcess_data();
+    void callbackDependsOnTheKindOfProcess();
     void callbackRunsAtOnceAndOnce();
     void callbacksMayDeleteTheDispatcher_data();
     void callbacksMayDeleteTheDispatcher();
@@ -45,16 +45,16 @@ private Q_SLOTS:
     void localServerSocketIsTheNumberInTheEnvironment_data();
     void localServerSocketIsTheNumberInTheEnvironment();
     void startingClaimsTheName();
-    void startingTwiceAsksForTheNameAgain();
+    void startingTwiceRequestsTheNameAgain();
     void stoppingReleasesTheName();
-    void stoppingWithoutTheNameIsNoError();
+    void stoppingWithoutTheNameSucceeds();
     void ownedNameIsAnError();
     void usedObjectPathIsAnError();
     void secondDispatcherWaitsForThePath();
     void errorForAnInvalidNameComesFromTheBus();
-    void objectIsOnTheBusOnlyOnceStarted();
-    void canBeStartedByName();
-    void canBeStartedByIndex();
+    void startServiceRegistersTheObject();
+    void startServiceCanBeInvokedByName();
+    void startServiceCanBeInvokedByIndex();
 
 private:
     ServicePeer peer;
@@ -105,7 +105,7 @@ void TestRuntimeDispatcher::environmentIsReadAsUtf8()
     QCOMPARE(RuntimeDispatcher::instance()->taskId(), QString::fromUtf8("🐎"));
 }
 
-void TestRuntimeDispatcher::instanceIsMadeOnceAndAgainAfterDeletion()
+void TestRuntimeDispatcher::instanceIsCreatedOnceAndAgainAfterDeletion()
 {
     auto *first = RuntimeDispatcher::instance();
     QCOMPARE(RuntimeDispatcher::instance(), first);
@@ -122,7 +122,7 @@ void TestRuntimeDispatcher::aNewDispatcherReplacesTheInstance()
     delete second;
 }
 
-void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance_data()
+void TestRuntimeDispatcher::deletingAnyDispatcherResetsTheInstance_data()
 {
     QTest::addColumn<bool>("deletesOlder");
 
@@ -130,7 +130,7 @@ void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance_data()
     QTest::newRow("the newer") << false;
 }
 
-void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance()
+void TestRuntimeDispatcher::deletingAnyDispatcherResetsTheInstance()
 {
     QFETCH(bool, deletesOlder);
 
@@ -146,7 +146,7 @@ void TestRuntimeDispatcher::deletingAnyDispatcherForgetsTheInstance()
     delete fresh;
 }
 
-void TestRuntimeDispatcher::belongsToNobody()
+void TestRuntimeDispatcher::dispatcherHasNoParent()
 {
     QVERIFY(!RuntimeDispatcher::instance()->parent());
     const RuntimeDispatcherPrivate direct(RuntimeDispatcher::instance());
@@ -155,7 +155,7 @@ void TestRuntimeDispatcher::belongsToNobody()
     QVERIFY(!static_cast<const QDBusContext &>(direct).calledFromDBus());
 }
 
-void TestRuntimeDispatcher::callbacksRunByKindOfProcess_data()
+void TestRuntimeDispatcher::callbackDependsOnTheKindOfProcess_data()
 {
     QTest::addColumn<QByteArray>("taskId");
     QTest::addColumn<QString>("taskName");
@@ -175,7 +175,7 @@ void TestRuntimeDispatcher::callbacksRunByKindOfProcess_data()
                                   << "";
 }
 
-void TestRuntimeDispatcher::callbacksRunByKindOfProcess()
+void TestRuntimeDispatcher::callbackDependsOnTheKindOfProcess()
 {
     QFETCH(QByteArray, taskId);
     QFETCH(QString, taskName);
@@ -271,7 +271,7 @@ void TestRuntimeDispatcher::startingClaimsTheName()
     QVERIFY(peer.hasOwner(InstanceId));
 }
 
-void TestRuntimeDispatcher::startingTwiceAsksForTheNameAgain()
+void TestRuntimeDispatcher::startingTwiceRequestsTheNameAgain()
 {
     QVERIFY(!RuntimeDispatcher::instance()->startService());
     QVERIFY(!RuntimeDispatcher::instance()->startService());
@@ -291,7 +291,7 @@ void TestRuntimeDispatcher::stoppingReleasesTheName()
     QVERIFY(peer.hasOwner(InstanceId));
 }
 
-void TestRuntimeDispatcher::stoppingWithoutTheNameIsNoError()
+void TestRuntimeDispatcher::stoppingWithoutTheNameSucceeds()
 {
     QVERIFY(!RuntimeDispatcher::instance()->stopService());
 }
@@ -347,7 +347,7 @@ void TestRuntimeDispatcher::errorForAnInvalidNameComesFromTheBus()
     QCOMPARE(RuntimeDispatcher::instance()->stopService().code(), Error::InvalidArgs);
 }
 
-void TestRuntimeDispatcher::objectIsOnTheBusOnlyOnceStarted()
+void TestRuntimeDispatcher::startServiceRegistersTheObject()
 {
     const auto onTheBus = [] { return QDBusConnection::sessionBus().objectRegisteredAt(Names::IntentHandler.path()); };
     auto *dispatcher = RuntimeDispatcher::instance();
@@ -360,7 +360,7 @@ void TestRuntimeDispatcher::objectIsOnTheBusOnlyOnceStarted()
     QVERIFY(!onTheBus());
 }
 
-void TestRuntimeDispatcher::canBeStartedByName()
+void TestRuntimeDispatcher::startServiceCanBeInvokedByName()
 {
     const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
     for (const char *name : {"startService", "stopService"}) {
@@ -375,7 +375,7 @@ void TestRuntimeDispatcher::canBeStartedByName()
     }
 }
 
-void TestRuntimeDispatcher::canBeStartedByIndex()
+void TestRuntimeDispatcher::startServiceCanBeInvokedByIndex()
 {
     const QMetaObject &type = RuntimeDispatcher::staticMetaObject;
     QCOMPARE(type.methodCount() - type.methodOffset(), 2); // no other methods

@@ -53,8 +53,8 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void jsonArrives_data();
-    void jsonArrives();
+    void jsonIsSent_data();
+    void jsonIsSent();
     void jsonOverTheLimitsIsRefused_data();
     void jsonOverTheLimitsIsRefused();
     void refusedScheduleCausesNoWarning();
@@ -62,14 +62,14 @@ private Q_SLOTS:
     void structuresOverTheLimitsAreRefused();
     void valuesWithoutAFormAreLeftOut_data();
     void valuesWithoutAFormAreLeftOut();
-    void receivedMapArrivesUnchanged_data();
-    void receivedMapArrivesUnchanged();
-    void receivedFilesArrive();
+    void receivedMapIsSentUnchanged_data();
+    void receivedMapIsSentUnchanged();
+    void receivedDescriptorsAreSent();
     void receivedMapOverTheLimitsIsRefused_data();
     void receivedMapOverTheLimitsIsRefused();
-    void writtenArgumentsArrive();
-    void argumentsWithoutOneValueAreLeftOut_data();
-    void argumentsWithoutOneValueAreLeftOut();
+    void writtenArgumentsAreSent();
+    void argumentsWithoutOneValueAreOmitted_data();
+    void argumentsWithoutOneValueAreOmitted();
 
 private:
     QString sent(const QVariantMap &schedule);
@@ -128,7 +128,7 @@ QVariantMap TestScheduleOnBus::received(const QString &map, int files)
     return receiver.map;
 }
 
-void TestScheduleOnBus::jsonArrives_data()
+void TestScheduleOnBus::jsonIsSent_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("arrives"); ///< of {"x": value}
@@ -179,7 +179,7 @@ void TestScheduleOnBus::jsonArrives_data()
         {UnknownType});
 }
 
-void TestScheduleOnBus::jsonArrives()
+void TestScheduleOnBus::jsonIsSent()
 {
     QFETCH(QVariant, value);
     QFETCH(QString, arrives);
@@ -275,7 +275,7 @@ void TestScheduleOnBus::valuesWithoutAFormAreLeftOut()
     QCOMPARE(warnings.first(), expected.trimmed());
 }
 
-void TestScheduleOnBus::receivedMapArrivesUnchanged_data()
+void TestScheduleOnBus::receivedMapIsSentUnchanged_data()
 {
     QTest::addColumn<QString>("map");
 
@@ -302,7 +302,7 @@ void TestScheduleOnBus::receivedMapArrivesUnchanged_data()
         QTest::newRow(map) << QString::fromUtf8(map);
 }
 
-void TestScheduleOnBus::receivedMapArrivesUnchanged()
+void TestScheduleOnBus::receivedMapIsSentUnchanged()
 {
     QFETCH(QString, map);
 
@@ -312,7 +312,7 @@ void TestScheduleOnBus::receivedMapArrivesUnchanged()
     QCOMPARE(sent({{"l", QVariant(QVariantList{schedule})}}), QString("{'l': <[<%1>]>}").arg(map));
 }
 
-void TestScheduleOnBus::receivedFilesArrive()
+void TestScheduleOnBus::receivedDescriptorsAreSent()
 {
     const QVariantMap schedule = received("{'x': <(handle 0, 'a')>}", 1);
     QCOMPARE(sent(schedule), QString("{'x': <(handle 0, 'a')>}"));
@@ -346,7 +346,7 @@ void TestScheduleOnBus::receivedMapOverTheLimitsIsRefused()
     QCOMPARE(sent({{"x", variant}}), problem.isEmpty() ? arrives : problem);
 }
 
-void TestScheduleOnBus::writtenArgumentsArrive()
+void TestScheduleOnBus::writtenArgumentsAreSent()
 {
     QDBusArgument argument;
     argument.beginStructure();
@@ -355,7 +355,7 @@ void TestScheduleOnBus::writtenArgumentsArrive()
     QCOMPARE(sent({{"x", QVariant::fromValue(argument)}}), QString("{'x': <(1, ['a'])>}"));
 }
 
-void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut_data()
+void TestScheduleOnBus::argumentsWithoutOneValueAreOmitted_data()
 {
     QTest::addColumn<QVariant>("value");
 
@@ -365,7 +365,7 @@ void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut_data()
     QTest::newRow("several") << QVariant::fromValue(several);
 }
 
-void TestScheduleOnBus::argumentsWithoutOneValueAreLeftOut()
+void TestScheduleOnBus::argumentsWithoutOneValueAreOmitted()
 {
     QFETCH(QVariant, value);
 

@@ -37,18 +37,18 @@ private Q_SLOTS:
     void callsKeepTheirOrderWhileTheApplicationStarts();
     void applicationReceivesItsIdentity();
     void commandHasNoIdentity();
-    void everyInstanceHasANameOfItsOwn();
+    void everyInstanceHasItsOwnName();
     void failuresAreReported_data();
     void failuresAreReported();
-    void deathOfTheHandlerIsReported();
-    void callerMayDieBeforeItsAnswer();
+    void endOfTheHandlerIsReported();
+    void callerMayDieBeforeItsReply();
     void descriptorsAreClosed_data();
     void descriptorsAreClosed();
     void descriptorsInParamsAreRefused_data();
     void descriptorsInParamsAreRefused();
-    void callsAreTakenAsDocumentedOnly_data();
-    void callsAreTakenAsDocumentedOnly();
-    void showsWhatIsDocumented();
+    void undocumentedCallsAreRefused_data();
+    void undocumentedCallsAreRefused();
+    void interfaceAgreesWithItsDocumentation();
     void nothingCanBeActivated();
 
 private:
@@ -129,7 +129,7 @@ void TestIntentRouting::commandHasNoIdentity()
     QCOMPARE(names, QStringList("HALVIR_OTHER"));
 }
 
-void TestIntentRouting::everyInstanceHasANameOfItsOwn()
+void TestIntentRouting::everyInstanceHasItsOwnName()
 {
     // The second call may come while the first instance is ending.
     for (int i = 1; i <= 5; ++i) {
@@ -175,14 +175,14 @@ void TestIntentRouting::failuresAreReported()
     QCOMPARE(invoke("Echo"), QString("(a{sv}) (@a{sv} {},)"));
 }
 
-void TestIntentRouting::deathOfTheHandlerIsReported()
+void TestIntentRouting::endOfTheHandlerIsReported()
 {
     const QString text = invoke("Crash"); // the bus's own text follows
     QVERIFY2(text.startsWith(serviceError("HandlerFailed", "crash.instance1: ").chopped(3)), qUtf8Printable(text));
     QCOMPARE(invoke("Echo"), "(a{sv}) (@a{sv} {},)");
 }
 
-void TestIntentRouting::callerMayDieBeforeItsAnswer()
+void TestIntentRouting::callerMayDieBeforeItsReply()
 {
     for (int i = 0; i < 100; ++i)
         beginInvoke("Echo", QString("{'n': <%1.0>}").arg(i));
@@ -258,7 +258,7 @@ void TestIntentRouting::descriptorsInParamsAreRefused()
     }
 }
 
-void TestIntentRouting::callsAreTakenAsDocumentedOnly_data()
+void TestIntentRouting::undocumentedCallsAreRefused_data()
 {
     QTest::addColumn<QString>("member");
     QTest::addColumn<QString>("body");
@@ -271,7 +271,7 @@ void TestIntentRouting::callsAreTakenAsDocumentedOnly_data()
                                        << "()";
 }
 
-void TestIntentRouting::callsAreTakenAsDocumentedOnly()
+void TestIntentRouting::undocumentedCallsAreRefused()
 {
     QFETCH(QString, member);
     QFETCH(QString, body);
@@ -280,7 +280,7 @@ void TestIntentRouting::callsAreTakenAsDocumentedOnly()
     QVERIFY2(text.startsWith("org.freedesktop.DBus.Error.UnknownMethod"), qUtf8Printable(text));
 }
 
-void TestIntentRouting::showsWhatIsDocumented()
+void TestIntentRouting::interfaceAgreesWithItsDocumentation()
 {
     const QString xml =
         introspectionIn(call("Introspect", {}, {{"interface", "org.freedesktop.DBus.Introspectable"}}).text);

@@ -13,9 +13,9 @@ class TestKernelPressure : public QObject
 private Q_SLOTS:
     void levelFollowsFromTheLastTenSeconds_data();
     void levelFollowsFromTheLastTenSeconds();
-    void levelIsReadOnceSubscribed();
+    void levelIsReadAfterSubscribing();
     void setLevelOverridesTheKernel();
-    void kernelThatTellsNothingIsNoticed();
+    void missingKernelPressureIsLogged();
 
 private:
     void write(const QByteArray &content)
@@ -65,7 +65,7 @@ void TestKernelPressure::levelFollowsFromTheLastTenSeconds()
     QCOMPARE(MemoryPressure::levelOf(pressure), level);
 }
 
-void TestKernelPressure::levelIsReadOnceSubscribed()
+void TestKernelPressure::levelIsReadAfterSubscribing()
 {
     write(Low);
     MemoryPressure pressure(source());
@@ -94,7 +94,7 @@ void TestKernelPressure::setLevelOverridesTheKernel()
     QCOMPARE(pressure.level(), 0);
 }
 
-void TestKernelPressure::kernelThatTellsNothingIsNoticed()
+void TestKernelPressure::missingKernelPressureIsLogged()
 {
     QTemporaryFile errors;
     QVERIFY(errors.open());

@@ -11,14 +11,14 @@ class TestManifest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void readsEverything();
-    void nameAndIntentsMayBeLeftOut();
-    void readsJsonFilesOfAllDirectories();
+    void allPropertiesAreRead();
+    void nameAndIntentsAreOptional();
+    void jsonFilesOfAllDirectoriesAreRead();
     void usageErrorsAreExplained_data();
     void usageErrorsAreExplained();
-    void idsAndIntentsBelongToOne();
+    void idsAndIntentsAreUnique();
     void directoriesAreChecked();
-    void entriesThatAreNoFilesAreRefused();
+    void entriesThatAreNotFilesAreRefused();
 
 private:
     static void write(const QTemporaryDir &directory, const char *name, const QByteArray &content)
@@ -29,7 +29,7 @@ private:
     }
 };
 
-void TestManifest::readsEverything()
+void TestManifest::allPropertiesAreRead()
 {
     const QTemporaryDir directory;
     write(directory, "a.json",
@@ -52,7 +52,7 @@ void TestManifest::readsEverything()
     QCOMPARE(manifest.tasks.at(1).properties.value("Autostart"), QVariant(true));
 }
 
-void TestManifest::nameAndIntentsMayBeLeftOut()
+void TestManifest::nameAndIntentsAreOptional()
 {
     const QTemporaryDir directory;
     write(directory, "a.json", R"({"id": "a", "command": ["app"]})");
@@ -63,7 +63,7 @@ void TestManifest::nameAndIntentsMayBeLeftOut()
     QCOMPARE(manifests.list.first().intents, QStringList());
 }
 
-void TestManifest::readsJsonFilesOfAllDirectories()
+void TestManifest::jsonFilesOfAllDirectoriesAreRead()
 {
     const QTemporaryDir first;
     write(first, "b.json", R"({"id": "b", "command": ["app"]})");
@@ -150,7 +150,7 @@ void TestManifest::usageErrorsAreExplained()
     QCOMPARE(readManifests({directory.path()}).errors, errors);
 }
 
-void TestManifest::idsAndIntentsBelongToOne()
+void TestManifest::idsAndIntentsAreUnique()
 {
     const QTemporaryDir directory;
     write(directory, "a.json", R"({"id": "a", "command": ["x"], "intents": ["A", "A"]})");
@@ -171,7 +171,7 @@ void TestManifest::directoriesAreChecked()
                           empty.path() + ": expected manifests, found no *.json file"}));
 }
 
-void TestManifest::entriesThatAreNoFilesAreRefused()
+void TestManifest::entriesThatAreNotFilesAreRefused()
 {
     const QTemporaryDir directory;
     QVERIFY(QFile::link("/nonexistent", directory.filePath("a.json")));

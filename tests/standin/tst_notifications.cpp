@@ -30,19 +30,19 @@ class TestNotifications : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void applicationsComeAndGo();
+    void applicationStatesAreAnnounced();
     void everyExitIsAnnounced_data();
     void everyExitIsAnnounced();
     void programThatCannotStartIsNotAnnounced();
     void applicationIsStartedOnce();
-    void nameThatIsOwnedBeforeItIsWatchedCounts();
+    void nameThatIsAlreadyOwnedIsNoticed();
     void stubbornApplicationIsKilled();
     void unknownApplicationsAreRefused_data();
     void unknownApplicationsAreRefused();
-    void memoryLevelMayBeSet();
-    void subscribingIsAnswered();
-    void interfacesAreAsDocumented_data();
-    void interfacesAreAsDocumented();
+    void memoryLevelCanBeSet();
+    void subscribeReplies();
+    void interfacesAgreeWithTheirDocumentation_data();
+    void interfacesAgreeWithTheirDocumentation();
 
 private:
     QString call(const QString &object, const QString &member, const QString &body, const QString &interface = {})
@@ -68,7 +68,7 @@ void TestNotifications::initTestCase()
     peer.watchSignals();
 }
 
-void TestNotifications::applicationsComeAndGo()
+void TestNotifications::applicationStatesAreAnnounced()
 {
     QCOMPARE(start("echo"), QString("(s) ('echo.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("echo.instance1", 1), state("echo.instance1", 2)}));
@@ -121,7 +121,7 @@ void TestNotifications::applicationIsStartedOnce()
     QCOMPARE(peer.takeSignals(), QStringList({state("tell.instance1", 1), state("tell.instance1", 2)}));
 }
 
-void TestNotifications::nameThatIsOwnedBeforeItIsWatchedCounts()
+void TestNotifications::nameThatIsAlreadyOwnedIsNoticed()
 {
     peer.claimName("quiet.instance1"); // instead of a process that is faster than the bus
     QCOMPARE(start("quiet"), QString("(s) ('quiet.instance1',)"));
@@ -157,7 +157,7 @@ void TestNotifications::unknownApplicationsAreRefused()
     QCOMPARE(stop(id), error);
 }
 
-void TestNotifications::memoryLevelMayBeSet()
+void TestNotifications::memoryLevelCanBeSet()
 {
     const auto set = [this](int number) {
         QCOMPARE(control("SetMemoryLevel", QString("(%1,)").arg(number)), QString("() ()"));
@@ -172,12 +172,12 @@ void TestNotifications::memoryLevelMayBeSet()
     }
 }
 
-void TestNotifications::subscribingIsAnswered()
+void TestNotifications::subscribeReplies()
 {
     QCOMPARE(call("MemoryPressure1", "Subscribe", "()"), QString("() ()"));
 }
 
-void TestNotifications::interfacesAreAsDocumented_data()
+void TestNotifications::interfacesAgreeWithTheirDocumentation_data()
 {
     QTest::addColumn<QString>("object");
     QTest::addColumn<QStringList>("members");
@@ -192,7 +192,7 @@ void TestNotifications::interfacesAreAsDocumented_data()
                                              "method StopApplication(in s applicationId)"});
 }
 
-void TestNotifications::interfacesAreAsDocumented()
+void TestNotifications::interfacesAgreeWithTheirDocumentation()
 {
     QFETCH(QString, object);
     QFETCH(QStringList, members);

@@ -67,15 +67,15 @@ private Q_SLOTS:
     void wrongCommandLinesAreRefused_data();
     void wrongCommandLinesAreRefused();
     void wrongManifestsAreRefused();
-    void exitCodeIsTheCommands_data();
-    void exitCodeIsTheCommands();
-    void commandMustBeThere();
+    void exitCodeIsThatOfTheCommand_data();
+    void exitCodeIsThatOfTheCommand();
+    void missingCommandIsReported();
     void optionsEndAtTheCommand();
     void commandReadsStandardInput();
-    void commandMayBeAnApplication();
+    void commandCanRunAsAnApplication();
     void busIsPrivate();
     void missingBusIsReported();
-    void nullsInManifestsAreLeftOut();
+    void nullsInManifestsAreOmitted();
     void lostBusIsReported();
     void endOfTheCommandLeavesNoProcesses();
     void signalLeavesNoProcesses_data();
@@ -92,7 +92,7 @@ private Q_SLOTS:
     void controlNeedsAStandIn();
     void controlReportsErrors();
     void applicationHasToClaimItsName();
-    void monitorShowsWhatHappens();
+    void monitorPrintsStatesAndLevels();
     void syncExchangesMessagesWithItsTask();
 };
 
@@ -161,7 +161,7 @@ void TestStandIn::wrongManifestsAreRefused()
     QCOMPARE(result.errors, QString("corvane-standin: /nonexistent: expected a directory with manifests\n"));
 }
 
-void TestStandIn::exitCodeIsTheCommands_data()
+void TestStandIn::exitCodeIsThatOfTheCommand_data()
 {
     QTest::addColumn<QString>("script");
     QTest::addColumn<int>("exitCode");
@@ -172,7 +172,7 @@ void TestStandIn::exitCodeIsTheCommands_data()
     QTest::newRow("terminated") << "kill -TERM $$" << 128 + SIGTERM;
 }
 
-void TestStandIn::exitCodeIsTheCommands()
+void TestStandIn::exitCodeIsThatOfTheCommand()
 {
     QFETCH(QString, script);
     QFETCH(int, exitCode);
@@ -183,7 +183,7 @@ void TestStandIn::exitCodeIsTheCommands()
     QCOMPARE(result.errors, QString());
 }
 
-void TestStandIn::commandMustBeThere()
+void TestStandIn::missingCommandIsReported()
 {
     const Result result = standIn({"run", "--", "/nonexistent"});
     QCOMPARE(result.exitCode, 127);
@@ -207,7 +207,7 @@ void TestStandIn::commandReadsStandardInput()
     QCOMPARE(process.readAllStandardOutput(), QByteArray("typed"));
 }
 
-void TestStandIn::commandMayBeAnApplication()
+void TestStandIn::commandCanRunAsAnApplication()
 {
     const Result result = standIn({"run", "--manifests", Applications, "--as", "echo", "--", "sh", "-c",
                                    "echo $HALVIR_APP_ID $HALVIR_APP_INSTANCE_ID"});
@@ -233,7 +233,7 @@ void TestStandIn::missingBusIsReported()
              qUtf8Printable(result.errors));
 }
 
-void TestStandIn::nullsInManifestsAreLeftOut()
+void TestStandIn::nullsInManifestsAreOmitted()
 {
     const QTemporaryDir directory;
     QFile file(directory.filePath("a.json"));
@@ -452,7 +452,7 @@ void TestStandIn::applicationHasToClaimItsName()
     QCOMPARE(result.errors, QString("corvane-standin: hide.instance1 has not claimed its bus name within 100 ms\n"));
 }
 
-void TestStandIn::monitorShowsWhatHappens()
+void TestStandIn::monitorPrintsStatesAndLevels()
 {
     QProcess process;
     process.setProcessEnvironment(environment());

@@ -59,21 +59,21 @@ private Q_SLOTS:
     void initTestCase();
     void cleanup();
     void automaticTaskRunsFromTheBeginning();
-    void everythingIsListed();
+    void allTasksAreListed();
     void taskReceivesItsIdentity();
-    void socketListensWhereTheApplicationLooks();
+    void socketListensAtTheDocumentedPath();
     void taskThatEndsIsStopped();
     void runningTaskIsNotStartedAgain();
     void stoppedTaskDoesNotRunAgain();
     void stubbornTaskNeedsForce();
     void programThatCannotStartIsStopped();
     void delayedTaskWaits();
-    void startTimeIsWaitedFor();
-    void intervalRepeats();
-    void scheduleRepeats();
-    void scheduleMayNameEveryMinute();
+    void taskWaitsForItsStartTime();
+    void taskRunsAtItsInterval();
+    void taskRunsAtItsSchedule();
+    void taskMayRunEveryMinute();
     void expiredScheduleStopsTheTask();
-    void waitingTaskIsPlannedAnew();
+    void waitingTaskIsScheduledAgain();
     void waitingTaskIsStopped();
     void runningTimeIsLimited();
     void unknownNamesAreRefused_data();
@@ -81,10 +81,10 @@ private Q_SLOTS:
     void invalidPropertiesAreAccepted_data();
     void invalidPropertiesAreAccepted();
     void hugePropertiesAreAccepted();
-    void clockMovesOnOnly_data();
-    void clockMovesOnOnly();
+    void clockMovesOnlyForward_data();
+    void clockMovesOnlyForward();
     void descriptorsAreRefused();
-    void interfaceIsAsDocumented();
+    void interfaceAgreesWithItsDocumentation();
 
 private:
     QString call(const QString &object, const QString &member, const QString &body, QJsonObject more = {})
@@ -173,7 +173,7 @@ void TestTasks::automaticTaskRunsFromTheBeginning()
     QVERIFY2(listed().contains("'Autostart': <true>"), qUtf8Printable(listed()));
 }
 
-void TestTasks::everythingIsListed()
+void TestTasks::allTasksAreListed()
 {
     const QString text = listed();
     QVERIFY2(text.startsWith("(a{sv}) ({'State': <[('report', uint32 0, @a{sv} {}), ('quick', 0, {}), "),
@@ -209,7 +209,7 @@ void TestTasks::taskReceivesItsIdentity()
                           {"HALVIR_OTHER", "kept"}}));
 }
 
-void TestTasks::socketListensWhereTheApplicationLooks()
+void TestTasks::socketListensAtTheDocumentedPath()
 {
     const QString path = QString::fromUtf8(qgetenv("XDG_RUNTIME_DIR")) + "/applications/worker/report.socket";
     for (int i = 0; i < 2; ++i) { // the second run finds the file of the first one
@@ -286,7 +286,7 @@ void TestTasks::delayedTaskWaits()
     QVERIFY(goesThrough("long", Waiting + Running));
 }
 
-void TestTasks::startTimeIsWaitedFor()
+void TestTasks::taskWaitsForItsStartTime()
 {
     const QDateTime now = moveClock(0);
     QCOMPARE(start("long",
@@ -305,7 +305,7 @@ void TestTasks::startTimeIsWaitedFor()
     QTRY_COMPARE(state("long"), Running);
 }
 
-void TestTasks::intervalRepeats()
+void TestTasks::taskRunsAtItsInterval()
 {
     QCOMPARE(start("quick", "{'Interval': <3600>}"), Done);
     QVERIFY(goesThrough("quick", Waiting + Running + Waiting));
@@ -318,7 +318,7 @@ void TestTasks::intervalRepeats()
     QCOMPARE(state("quick"), Waiting);
 }
 
-void TestTasks::scheduleRepeats()
+void TestTasks::taskRunsAtItsSchedule()
 {
     const QDateTime now = moveClock(0);
     const int hour = now.addSecs(7200).time().hour();
@@ -330,7 +330,7 @@ void TestTasks::scheduleRepeats()
     }
 }
 
-void TestTasks::scheduleMayNameEveryMinute()
+void TestTasks::taskMayRunEveryMinute()
 {
     QStringList minutes;
     for (int i = 0; i < 60; ++i)
@@ -360,7 +360,7 @@ void TestTasks::expiredScheduleStopsTheTask()
     QCOMPARE(state("quick"), Stopped);
 }
 
-void TestTasks::waitingTaskIsPlannedAnew()
+void TestTasks::waitingTaskIsScheduledAgain()
 {
     QCOMPARE(start("long", "{'StartDelay': <3600>}"), Done);
     QCOMPARE(start("long"), Done);
@@ -446,7 +446,7 @@ void TestTasks::hugePropertiesAreAccepted()
     QCOMPARE(state("long"), Running); // the bus has not disconnected the service
 }
 
-void TestTasks::clockMovesOnOnly_data()
+void TestTasks::clockMovesOnlyForward_data()
 {
     QTest::addColumn<qint64>("milliseconds");
 
@@ -456,7 +456,7 @@ void TestTasks::clockMovesOnOnly_data()
     QTest::newRow("greatest") << std::numeric_limits<qint64>::max();
 }
 
-void TestTasks::clockMovesOnOnly()
+void TestTasks::clockMovesOnlyForward()
 {
     QFETCH(qint64, milliseconds);
 
@@ -479,7 +479,7 @@ void TestTasks::descriptorsAreRefused()
     QCOMPARE(state("long"), Stopped);
 }
 
-void TestTasks::interfaceIsAsDocumented()
+void TestTasks::interfaceAgreesWithItsDocumentation()
 {
     const QString xml =
         introspectionIn(call("Tasks1", "Introspect", {}, {{"interface", "org.freedesktop.DBus.Introspectable"}}));

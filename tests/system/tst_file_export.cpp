@@ -57,19 +57,19 @@ private Q_SLOTS:
     void init();
     void openUriSharesItsUri_data();
     void openUriSharesItsUri();
-    void outputFilesAreAlwaysWritten();
+    void bothFileListsAreWrittenEvenIfEmpty();
     void mapWithoutListsIsUnchanged_data();
     void mapWithoutListsIsUnchanged();
     void onlyLocalFilesAreOpened();
-    void namesAreNotDecoded();
-    void duplicatesAreKept();
+    void fileNamesAreNotDecoded();
+    void repeatedFilesAreOpenedRepeatedly();
     void listBecomesStringList_data();
     void listBecomesStringList();
     void warningNamesTheFunction();
     void namesWithAColonAreUrls();
-    void descriptorsAreARegisteredList();
+    void descriptorsAreStoredAsARegisteredType();
     void descriptorsReplaceAnEarlierValue();
-    void readingComesFirst();
+    void filesToReadAreOpenedFirst();
     void permissionsAreThoseOfAnOrdinaryUser_data();
     void permissionsAreThoseOfAnOrdinaryUser();
     void descriptorsHaveTheRightModes();
@@ -77,9 +77,9 @@ private Q_SLOTS:
     void fileIsNotTruncated();
     void firstFailureEndsItsListOnly();
     void directoryCannotBeOpened();
-    void fileWithNulIsNotAnotherFile();
+    void nameWithNulIsNotTruncated();
     void fifoDoesNotBlock();
-    void keysThatPathsCannotNameAreNotShared();
+    void filesUnderUnnamableKeysAreNotOpened();
     void openFailsWithoutAFreeDescriptor();
     void noDescriptorStaysOpen();
 
@@ -133,7 +133,7 @@ void TestFileExport::openUriSharesItsUri()
     QCOMPARE(map, expected);
 }
 
-void TestFileExport::outputFilesAreAlwaysWritten()
+void TestFileExport::bothFileListsAreWrittenEvenIfEmpty()
 {
     QVariantMap map{{ReadFiles, 1}};
     FileSharing::setFileLists({}, {"a"}, map);
@@ -174,7 +174,7 @@ void TestFileExport::onlyLocalFilesAreOpened()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestFileExport::namesAreNotDecoded()
+void TestFileExport::fileNamesAreNotDecoded()
 {
     const QString a = file("a");
     const QString link = directory->filePath("link");
@@ -191,7 +191,7 @@ void TestFileExport::namesAreNotDecoded()
     QCOMPARE(log.takeWarnings(), QStringList(warningFor("//host/a"))); // the path is /host/a
 }
 
-void TestFileExport::duplicatesAreKept()
+void TestFileExport::repeatedFilesAreOpenedRepeatedly()
 {
     const QString a = file("a");
     QVariantMap map{{ReadFiles, QStringList{"a", "a", "*"}}};
@@ -272,7 +272,7 @@ void TestFileExport::namesWithAColonAreUrls()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestFileExport::descriptorsAreARegisteredList()
+void TestFileExport::descriptorsAreStoredAsARegisteredType()
 {
     QVariantMap map{{ReadFiles, QStringList("a")}};
     FileSharing::exportFiles({{"a", file("a")}}, map);
@@ -291,7 +291,7 @@ void TestFileExport::descriptorsReplaceAnEarlierValue()
     QCOMPARE(map.value(WriteFds), QVariant(2)); // no descriptors for an empty list
 }
 
-void TestFileExport::readingComesFirst()
+void TestFileExport::filesToReadAreOpenedFirst()
 {
     const QString made = directory->filePath("made");
     QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
@@ -410,7 +410,7 @@ void TestFileExport::directoryCannotBeOpened()
     QCOMPARE(log.takeWarnings(), QStringList({warningFor(directory->path()), warningFor(directory->path())}));
 }
 
-void TestFileExport::fileWithNulIsNotAnotherFile()
+void TestFileExport::nameWithNulIsNotTruncated()
 {
     const QString uri = QUrl::fromLocalFile(file("secret")).toString() + "%00.png";
     QVariantMap map{{ReadFiles, QStringList("uri")}};
@@ -430,7 +430,7 @@ void TestFileExport::fifoDoesNotBlock()
     QCOMPARE(filesBehind(map, WriteFds), QStringList(fifo));
 }
 
-void TestFileExport::keysThatPathsCannotNameAreNotShared()
+void TestFileExport::filesUnderUnnamableKeysAreNotOpened()
 {
     const QString a = file("a");
     const QJsonObject source{{"a.b", a}, {"c[0]", a}, {QString(), a}};

@@ -22,18 +22,18 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void newcomerIsServedWhenAllOthersHaveLeft_data();
-    void newcomerIsServedWhenAllOthersHaveLeft();
-    void clientsLeaveWhileTheFirstStays_data();
-    void clientsLeaveWhileTheFirstStays();
-    void openClientsKeepTheirOrder_data();
-    void openClientsKeepTheirOrder();
-    void newcomerIsServedAfterManyRounds();
-    void newcomerReplacesAClosedClient();
+    void newClientIsServedAfterAllOthersHaveLeft_data();
+    void newClientIsServedAfterAllOthersHaveLeft();
+    void waitingClientsMayLeaveWhileTheFirstStays_data();
+    void waitingClientsMayLeaveWhileTheFirstStays();
+    void waitingClientsAreServedInOrder_data();
+    void waitingClientsAreServedInOrder();
+    void newClientIsServedAfterManyClosedOnes();
+    void newClientReplacesAClosedClient();
     void messagesOfClosedClientsAreDelivered();
     void messageOfAClosedClientMayDeleteTheChannel();
-    void replyDuringAClosedTurnReachesItsClient();
-    void frameTornDuringASlotIsLoggedOnce();
+    void replyToAClosedConnectionReachesItsClient();
+    void incompleteFrameDuringASlotIsLoggedOnce();
 
 private:
     static constexpr int MostAccepted =
@@ -124,12 +124,12 @@ void TestTaskMessagingClients::takeOnly(const QStringList &expected)
         QVERIFY2(expected.contains(warning), qUtf8Printable(warning));
 }
 
-void TestTaskMessagingClients::newcomerIsServedWhenAllOthersHaveLeft_data()
+void TestTaskMessagingClients::newClientIsServedAfterAllOthersHaveLeft_data()
 {
     addCounts();
 }
 
-void TestTaskMessagingClients::newcomerIsServedWhenAllOthersHaveLeft()
+void TestTaskMessagingClients::newClientIsServedAfterAllOthersHaveLeft()
 {
     QFETCH(int, count);
 
@@ -145,12 +145,12 @@ void TestTaskMessagingClients::newcomerIsServedWhenAllOthersHaveLeft()
     takeOnly({RemoteClosed});
 }
 
-void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays_data()
+void TestTaskMessagingClients::waitingClientsMayLeaveWhileTheFirstStays_data()
 {
     addCounts();
 }
 
-void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays()
+void TestTaskMessagingClients::waitingClientsMayLeaveWhileTheFirstStays()
 {
     QFETCH(int, count);
 
@@ -169,12 +169,12 @@ void TestTaskMessagingClients::clientsLeaveWhileTheFirstStays()
     takeOnly({RemoteClosed, OneOnly});
 }
 
-void TestTaskMessagingClients::openClientsKeepTheirOrder_data()
+void TestTaskMessagingClients::waitingClientsAreServedInOrder_data()
 {
     addCounts();
 }
 
-void TestTaskMessagingClients::openClientsKeepTheirOrder()
+void TestTaskMessagingClients::waitingClientsAreServedInOrder()
 {
     QFETCH(int, count);
 
@@ -202,7 +202,7 @@ void TestTaskMessagingClients::openClientsKeepTheirOrder()
     takeOnly({RemoteClosed, OneOnly});
 }
 
-void TestTaskMessagingClients::newcomerIsServedAfterManyRounds()
+void TestTaskMessagingClients::newClientIsServedAfterManyClosedOnes()
 {
     for (int round = 0; round < 5; ++round) {
         auto first = connectClient();
@@ -217,7 +217,7 @@ void TestTaskMessagingClients::newcomerIsServedAfterManyRounds()
     }
 }
 
-void TestTaskMessagingClients::newcomerReplacesAClosedClient()
+void TestTaskMessagingClients::newClientReplacesAClosedClient()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
@@ -267,7 +267,7 @@ void TestTaskMessagingClients::messageOfAClosedClientMayDeleteTheChannel()
     takeOnly({RemoteClosed});
 }
 
-void TestTaskMessagingClients::replyDuringAClosedTurnReachesItsClient()
+void TestTaskMessagingClients::replyToAClosedConnectionReachesItsClient()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
@@ -281,7 +281,7 @@ void TestTaskMessagingClients::replyDuringAClosedTurnReachesItsClient()
     takeOnly({RemoteClosed, "Insufficient data in the socket"});
 }
 
-void TestTaskMessagingClients::frameTornDuringASlotIsLoggedOnce()
+void TestTaskMessagingClients::incompleteFrameDuringASlotIsLoggedOnce()
 {
     auto first = connectClient();
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);

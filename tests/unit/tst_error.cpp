@@ -24,15 +24,15 @@ class TestError : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void defaultIsSuccess();
-    void keepsCodeAndMessage();
-    void converts();
+    void codeAndMessageAreStored();
+    void errorConvertsToBool();
     void comparesWithCodes();
     void comparesWithErrors();
     void codesHaveTheirNumbers();
     void busErrorsBecomeCodes_data();
     void busErrorsBecomeCodes();
-    void noBusErrorIsSuccess();
-    void busErrorThatIsNoneIsSuccess();
+    void defaultBusErrorIsSuccess();
+    void busErrorOfTypeNoErrorIsSuccess();
     void busErrorWithoutNameIsSuccess();
     void isMetaType();
 };
@@ -46,7 +46,7 @@ void TestError::defaultIsSuccess()
     QVERIFY(!error);
 }
 
-void TestError::keepsCodeAndMessage()
+void TestError::codeAndMessageAreStored()
 {
     const Error error(Error::HandlerFailed, "m");
     QCOMPARE(error.code(), Error::HandlerFailed);
@@ -59,7 +59,7 @@ void TestError::keepsCodeAndMessage()
     QVERIFY(unknown);
 }
 
-void TestError::converts()
+void TestError::errorConvertsToBool()
 {
     const bool failed = Error(Error::Failed, QString());
     QVERIFY(failed);
@@ -171,14 +171,14 @@ void TestError::busErrorsBecomeCodes()
     QCOMPARE(error.message(), QString("the bus's own words"));
 }
 
-void TestError::noBusErrorIsSuccess()
+void TestError::defaultBusErrorIsSuccess()
 {
     const Error error = Corvane::errorFromDBusError(QDBusError());
     QCOMPARE(error.code(), Error::NoError);
     QCOMPARE(error.message(), QString());
 }
 
-void TestError::busErrorThatIsNoneIsSuccess()
+void TestError::busErrorOfTypeNoErrorIsSuccess()
 {
     const QDBusError none(QDBusError::NoError, "m");
     QVERIFY(!none.isValid());

@@ -23,27 +23,27 @@ class TestIntentUri : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void writes_data();
-    void writes();
-    void namesAreWrittenAsTheyAre();
-    void firstProblemEndsTheWriting_data();
-    void firstProblemEndsTheWriting();
-    void refusesToWrite_data();
-    void refusesToWrite();
-    void reads_data();
-    void reads();
-    void refusesToRead_data();
-    void refusesToRead();
+    void intentsAreWritten_data();
+    void intentsAreWritten();
+    void namesAreWrittenUnchanged();
+    void onlyTheFirstProblemIsLogged_data();
+    void onlyTheFirstProblemIsLogged();
+    void unwritableIntentsGiveAnEmptyUri_data();
+    void unwritableIntentsGiveAnEmptyUri();
+    void intentsAreRead_data();
+    void intentsAreRead();
+    void invalidUrisGiveAnEmptyIntent_data();
+    void invalidUrisGiveAnEmptyIntent();
     void unreadableHintIsNull();
-    void readsBackWhatItWrote_data();
-    void readsBackWhatItWrote();
+    void writtenUrisReadBackUnchanged_data();
+    void writtenUrisReadBackUnchanged();
     void someCharactersAreReadEncoded_data();
     void someCharactersAreReadEncoded();
-    void invokerWritesTheSame();
-    void takesThousandsOfParams();
+    void invokerWritesTheSameUri();
+    void thousandsOfParamsAreConverted();
 };
 
-void TestIntentUri::writes_data()
+void TestIntentUri::intentsAreWritten_data()
 {
     QTest::addColumn<QJsonObject>("hints");
     QTest::addColumn<QJsonObject>("params");
@@ -75,7 +75,7 @@ void TestIntentUri::writes_data()
         "intent://?h=B.true&i=d.1#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end");
 }
 
-void TestIntentUri::writes()
+void TestIntentUri::intentsAreWritten()
 {
     QFETCH(QJsonObject, hints);
     QFETCH(QJsonObject, params);
@@ -87,7 +87,7 @@ void TestIntentUri::writes()
     QVERIFY(written.isValid());
 }
 
-void TestIntentUri::namesAreWrittenAsTheyAre()
+void TestIntentUri::namesAreWrittenUnchanged()
 {
     const QUrl uri = IntentUri::toUri("a;b=c", {}, {});
     QCOMPARE(uri.toString(), QString("intent://#Intent;name=a;b=c;end"));
@@ -95,7 +95,7 @@ void TestIntentUri::namesAreWrittenAsTheyAre()
     QCOMPARE(uri.fragment(), QString("Intent;name=a;b=c;end"));
 }
 
-void TestIntentUri::firstProblemEndsTheWriting_data()
+void TestIntentUri::onlyTheFirstProblemIsLogged_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QJsonObject>("hints");
@@ -118,7 +118,7 @@ void TestIntentUri::firstProblemEndsTheWriting_data()
                                      << QStringList();
 }
 
-void TestIntentUri::firstProblemEndsTheWriting()
+void TestIntentUri::onlyTheFirstProblemIsLogged()
 {
     QFETCH(QString, name);
     QFETCH(QJsonObject, hints);
@@ -130,7 +130,7 @@ void TestIntentUri::firstProblemEndsTheWriting()
     QCOMPARE(log.takeWarnings(), warnings);
 }
 
-void TestIntentUri::refusesToWrite_data()
+void TestIntentUri::unwritableIntentsGiveAnEmptyUri_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QJsonValue>("value");
@@ -145,7 +145,7 @@ void TestIntentUri::refusesToWrite_data()
     QTest::newRow("null") << "X" << QJsonValue() << QString();
 }
 
-void TestIntentUri::refusesToWrite()
+void TestIntentUri::unwritableIntentsGiveAnEmptyUri()
 {
     QFETCH(QString, name);
     QFETCH(QJsonValue, value);
@@ -160,7 +160,7 @@ void TestIntentUri::refusesToWrite()
     QCOMPARE(log.takeWarnings(), warnings);
 }
 
-void TestIntentUri::reads_data()
+void TestIntentUri::intentsAreRead_data()
 {
     QTest::addColumn<QString>("uri");
     QTest::addColumn<QString>("name");
@@ -213,7 +213,7 @@ void TestIntentUri::reads_data()
     row("param called end", "intent://#Intent;name=X;end=d.1;end", "X", {}, {{"end", 1}});
 }
 
-void TestIntentUri::reads()
+void TestIntentUri::intentsAreRead()
 {
     QFETCH(QString, uri);
     QFETCH(QString, name);
@@ -228,7 +228,7 @@ void TestIntentUri::reads()
     QCOMPARE(log.takeWarnings(), QStringList());
 }
 
-void TestIntentUri::refusesToRead_data()
+void TestIntentUri::invalidUrisGiveAnEmptyIntent_data()
 {
     QTest::addColumn<QString>("uri");
     QTest::addColumn<QStringList>("warnings");
@@ -269,7 +269,7 @@ void TestIntentUri::refusesToRead_data()
     QTest::newRow("empty URL") << QString() << QStringList{"Invalid intent URI \"\""};
 }
 
-void TestIntentUri::refusesToRead()
+void TestIntentUri::invalidUrisGiveAnEmptyIntent()
 {
     QFETCH(QString, uri);
     QFETCH(QStringList, warnings);
@@ -292,7 +292,7 @@ void TestIntentUri::unreadableHintIsNull()
     QCOMPARE(log.takeWarnings(), QStringList({"Unknown intent value type: 'x'", "Intent URI with invalid value"}));
 }
 
-void TestIntentUri::readsBackWhatItWrote_data()
+void TestIntentUri::writtenUrisReadBackUnchanged_data()
 {
     QTest::addColumn<QString>("text");
 
@@ -302,7 +302,7 @@ void TestIntentUri::readsBackWhatItWrote_data()
     QTest::newRow("beyond Latin 1") << QString::fromUtf8("žluťoučký 🐎");
 }
 
-void TestIntentUri::readsBackWhatItWrote()
+void TestIntentUri::writtenUrisReadBackUnchanged()
 {
     QFETCH(QString, text);
 
@@ -348,7 +348,7 @@ void TestIntentUri::someCharactersAreReadEncoded()
     QCOMPARE(params.value(key).toString(), inParams);
 }
 
-void TestIntentUri::invokerWritesTheSame()
+void TestIntentUri::invokerWritesTheSameUri()
 {
     const QJsonObject hints{{"h", 1}};
     const QJsonObject params{{"p", "x"}};
@@ -357,7 +357,7 @@ void TestIntentUri::invokerWritesTheSame()
     QCOMPARE(uri.toString(), QString("intent://?h=d.1#Intent;name=Say;p=S.x;end"));
 }
 
-void TestIntentUri::takesThousandsOfParams()
+void TestIntentUri::thousandsOfParamsAreConverted()
 {
     QJsonObject params;
     QString fragment = "Intent;name=X";

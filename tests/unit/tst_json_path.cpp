@@ -20,20 +20,20 @@ class TestJsonPath : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void expands_data();
-    void expands();
-    void findsValues_data();
-    void findsValues();
+    void pathsAreExpanded_data();
+    void pathsAreExpanded();
+    void valuesAreFound_data();
+    void valuesAreFound();
     void nextElementIsRemovedFromThePath_data();
     void nextElementIsRemovedFromThePath();
-    void reportsSyntaxErrors_data();
-    void reportsSyntaxErrors();
-    void messagesComeFromTheTokenizer_data();
-    void messagesComeFromTheTokenizer();
-    void takesLongPaths();
+    void syntaxErrorsAreLogged_data();
+    void syntaxErrorsAreLogged();
+    void warningsNameTheTokenizer_data();
+    void warningsNameTheTokenizer();
+    void longPathsAreRead();
 };
 
-void TestJsonPath::expands_data()
+void TestJsonPath::pathsAreExpanded_data()
 {
     QTest::addColumn<QByteArray>("root");
     QTest::addColumn<QString>("path");
@@ -96,7 +96,7 @@ void TestJsonPath::expands_data()
     row(R"({"%1": ["x"]})", "*[*]", list("%1[0]"));
 }
 
-void TestJsonPath::expands()
+void TestJsonPath::pathsAreExpanded()
 {
     QFETCH(QByteArray, root);
     QFETCH(QString, path);
@@ -105,7 +105,7 @@ void TestJsonPath::expands()
     QCOMPARE(Core::JsonPath::expand(fromJson(root).toObject(), path), expected);
 }
 
-void TestJsonPath::findsValues_data()
+void TestJsonPath::valuesAreFound_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QJsonValue>("expected");
@@ -125,7 +125,7 @@ void TestJsonPath::findsValues_data()
     QTest::newRow("empty path is the root") << "" << QJsonValue(QJsonObject{{"x", 1}});
 }
 
-void TestJsonPath::findsValues()
+void TestJsonPath::valuesAreFound()
 {
     QFETCH(QString, path);
     QFETCH(QJsonValue, expected);
@@ -206,7 +206,7 @@ void TestJsonPath::nextElementIsRemovedFromThePath()
     QCOMPARE(path, before); // path shares its characters with the shortened copy
 }
 
-void TestJsonPath::reportsSyntaxErrors_data()
+void TestJsonPath::syntaxErrorsAreLogged_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("message");
@@ -222,7 +222,7 @@ void TestJsonPath::reportsSyntaxErrors_data()
                                << R"(JSON path error: could not parse index "99999999999")" << QStringList{"a"};
 }
 
-void TestJsonPath::reportsSyntaxErrors()
+void TestJsonPath::syntaxErrorsAreLogged()
 {
     QFETCH(QString, path);
     QFETCH(QString, message);
@@ -235,7 +235,7 @@ void TestJsonPath::reportsSyntaxErrors()
     QCOMPARE(Core::JsonPath::expand(root, path), expanded);
 }
 
-void TestJsonPath::messagesComeFromTheTokenizer_data()
+void TestJsonPath::warningsNameTheTokenizer_data()
 {
     QTest::addColumn<QString>("path");
 
@@ -243,7 +243,7 @@ void TestJsonPath::messagesComeFromTheTokenizer_data()
     QTest::newRow("no number") << "a[x]";
 }
 
-void TestJsonPath::messagesComeFromTheTokenizer()
+void TestJsonPath::warningsNameTheTokenizer()
 {
     QFETCH(QString, path);
 
@@ -267,7 +267,7 @@ void TestJsonPath::messagesComeFromTheTokenizer()
                  qUtf8Printable(function));
 }
 
-void TestJsonPath::takesLongPaths()
+void TestJsonPath::longPathsAreRead()
 {
     QString path;
     for (int i = 0; i < 100000; ++i)

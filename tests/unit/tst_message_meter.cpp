@@ -83,23 +83,23 @@ class TestMessageMeter : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase() { Corvane::registerRecordTypes(); } // the meter asks QtDBus for signatures
-    void countsLevels_data();
-    void countsLevels();
-    void countsLevelsOfArraysOfObjects();
+    void levelsAreCounted_data();
+    void levelsAreCounted();
+    void levelsOfArraysOfObjectsAreCounted();
     void recursionIsLimited();
-    void measuresArrays_data();
-    void measuresArrays();
-    void measuresLists_data();
-    void measuresLists();
-    void measuresTheWholeMessage_data();
-    void measuresTheWholeMessage();
-    void findsNul_data();
-    void findsNul();
-    void countsDescriptors();
+    void arraysAreMeasured_data();
+    void arraysAreMeasured();
+    void listsAreMeasured_data();
+    void listsAreMeasured();
+    void wholeMessageIsMeasured_data();
+    void wholeMessageIsMeasured();
+    void nulIsFound_data();
+    void nulIsFound();
+    void descriptorsAreCounted();
     void firstProblemIsKept();
 };
 
-void TestMessageMeter::countsLevels_data()
+void TestMessageMeter::levelsAreCounted_data()
 {
     QTest::addColumn<QJsonObject>("object");
     QTest::addColumn<QString>("problem");
@@ -128,7 +128,7 @@ void TestMessageMeter::countsLevels_data()
     QTest::newRow("array of arrays, which is left out") << nestedObjects(21, QJsonArray{QJsonArray{1}}) << QString();
 }
 
-void TestMessageMeter::countsLevels()
+void TestMessageMeter::levelsAreCounted()
 {
     QFETCH(QJsonObject, object);
     QFETCH(QString, problem);
@@ -138,7 +138,7 @@ void TestMessageMeter::countsLevels()
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(object)), problem);
 }
 
-void TestMessageMeter::countsLevelsOfArraysOfObjects()
+void TestMessageMeter::levelsOfArraysOfObjectsAreCounted()
 {
     const QJsonObject empty;
     QCOMPARE(problemOf(nestedObjectArrays(15, empty)), QString());
@@ -167,7 +167,7 @@ void TestMessageMeter::recursionIsLimited()
     QCOMPARE(problemOfHints(QJsonObject{{Key, QJsonArray{arrays}}}), TooDeep);
 }
 
-void TestMessageMeter::measuresArrays_data()
+void TestMessageMeter::arraysAreMeasured_data()
 {
     QTest::addColumn<int>("size");
     QTest::addColumn<QString>("unit");
@@ -185,7 +185,7 @@ void TestMessageMeter::measuresArrays_data()
     QTest::newRow("four bytes each, too large") << room / 4 + 1 << QString::fromUtf8("🐎") << ArrayTooLarge;
 }
 
-void TestMessageMeter::measuresArrays()
+void TestMessageMeter::arraysAreMeasured()
 {
     QFETCH(int, size);
     QFETCH(QString, unit);
@@ -196,7 +196,7 @@ void TestMessageMeter::measuresArrays()
     QCOMPARE(problemOf(QVariantMap{{Key, text}}), problem);
 }
 
-void TestMessageMeter::measuresLists_data()
+void TestMessageMeter::listsAreMeasured_data()
 {
     QTest::addColumn<QVariant>("list");
     QTest::addColumn<int>("signature"); // its length
@@ -227,7 +227,7 @@ void TestMessageMeter::measuresLists_data()
 }
 
 /// Finds the size by the number of bytes that fit beside the list.
-void TestMessageMeter::measuresLists()
+void TestMessageMeter::listsAreMeasured()
 {
     QFETCH(QVariant, list);
     QFETCH(int, signature);
@@ -245,7 +245,7 @@ void TestMessageMeter::measuresLists()
     }
 }
 
-void TestMessageMeter::measuresTheWholeMessage_data()
+void TestMessageMeter::wholeMessageIsMeasured_data()
 {
     QTest::addColumn<QVariant>("last");
     QTest::addColumn<int>("size"); // with the key
@@ -259,7 +259,7 @@ void TestMessageMeter::measuresTheWholeMessage_data()
 }
 
 /// The last member exceeds the limit.
-void TestMessageMeter::measuresTheWholeMessage()
+void TestMessageMeter::wholeMessageIsMeasured()
 {
     QFETCH(QVariant, last);
     QFETCH(int, size);
@@ -277,7 +277,7 @@ void TestMessageMeter::measuresTheWholeMessage()
     }
 }
 
-void TestMessageMeter::findsNul_data()
+void TestMessageMeter::nulIsFound_data()
 {
     QTest::addColumn<QJsonObject>("object");
 
@@ -291,7 +291,7 @@ void TestMessageMeter::findsNul_data()
     QTest::newRow("in an object") << QJsonObject{{Key, QJsonObject{{Key, nul}}}};
 }
 
-void TestMessageMeter::findsNul()
+void TestMessageMeter::nulIsFound()
 {
     QFETCH(QJsonObject, object);
 
@@ -303,7 +303,7 @@ void TestMessageMeter::findsNul()
     QCOMPARE(meter.problem(), HasNul);
 }
 
-void TestMessageMeter::countsDescriptors()
+void TestMessageMeter::descriptorsAreCounted()
 {
     QDBusUnixFileDescriptor descriptor;
     descriptor.giveFileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));

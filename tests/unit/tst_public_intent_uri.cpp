@@ -20,23 +20,23 @@ class TestPublicIntentUri : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void reads_data();
-    void reads();
+    void intentsAreRead_data();
+    void intentsAreRead();
     void namesTheProblem_data();
     void namesTheProblem();
     void fileHintsAreRemoved();
-    void otherReadersAgree_data();
-    void otherReadersAgree();
+    void loggingReaderReturnsTheSame_data();
+    void loggingReaderReturnsTheSame();
     void defaultIsAnEmptyUri();
-    void checkAcceptsWhatReadsBack_data();
-    void checkAcceptsWhatReadsBack();
+    void checkAcceptsIntentsThatReadBack_data();
+    void checkAcceptsIntentsThatReadBack();
     void checkNamesTheProblem_data();
     void checkNamesTheProblem();
     void isAGadget();
-    void prints();
+    void intentsArePrinted();
 };
 
-void TestPublicIntentUri::reads_data()
+void TestPublicIntentUri::intentsAreRead_data()
 {
     QTest::addColumn<QString>("uri");
     QTest::addColumn<QString>("name");
@@ -56,7 +56,7 @@ void TestPublicIntentUri::reads_data()
         << "X" << none << QJsonObject{{"readFiles", "a"}, {"writeFiles", "b"}};
 }
 
-void TestPublicIntentUri::reads()
+void TestPublicIntentUri::intentsAreRead()
 {
     QFETCH(QString, uri);
     QFETCH(QString, name);
@@ -125,7 +125,7 @@ void TestPublicIntentUri::fileHintsAreRemoved()
     QCOMPARE(IntentUri(escaped).hints(), QJsonObject());
 }
 
-void TestPublicIntentUri::otherReadersAgree_data()
+void TestPublicIntentUri::loggingReaderReturnsTheSame_data()
 {
     QTest::addColumn<QString>("uri");
 
@@ -137,7 +137,7 @@ void TestPublicIntentUri::otherReadersAgree_data()
 }
 
 /// The reader that logs returns the same.
-void TestPublicIntentUri::otherReadersAgree()
+void TestPublicIntentUri::loggingReaderReturnsTheSame()
 {
     QFETCH(QString, uri);
 
@@ -156,7 +156,7 @@ void TestPublicIntentUri::defaultIsAnEmptyUri()
     QCOMPARE(IntentUri().error(), Error(Error::InvalidArgs, "The URI is empty"));
 }
 
-void TestPublicIntentUri::checkAcceptsWhatReadsBack_data()
+void TestPublicIntentUri::checkAcceptsIntentsThatReadBack_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QJsonObject>("hints");
@@ -174,7 +174,7 @@ void TestPublicIntentUri::checkAcceptsWhatReadsBack_data()
     QTest::newRow("beyond ASCII") << "ž" << QJsonObject{{"ž", "🐎"}} << QJsonObject{{"ž", "🐎"}};
 }
 
-void TestPublicIntentUri::checkAcceptsWhatReadsBack()
+void TestPublicIntentUri::checkAcceptsIntentsThatReadBack()
 {
     QFETCH(QString, name);
     QFETCH(QJsonObject, hints);
@@ -259,7 +259,7 @@ void TestPublicIntentUri::isAGadget()
     QCOMPARE(read("error").value<Error>(), Error());
 }
 
-void TestPublicIntentUri::prints()
+void TestPublicIntentUri::intentsArePrinted()
 {
     QString text;
     QDebug(&text) << IntentUri(QUrl("intent://?h=d.1#Intent;name=X;a=d.2;end")) << IntentUri()

@@ -26,7 +26,7 @@ private Q_SLOTS:
     void signatures();
     void recordsWriteIntoAnyArgument_data();
     void recordsWriteIntoAnyArgument();
-    void applicationStateHasNoFormOnTheBus();
+    void applicationStateCannotBeMarshalled();
     void registeringAgainChangesNothing();
 };
 
@@ -152,7 +152,7 @@ void TestRecordTypes::recordsWriteIntoAnyArgument()
     QCOMPARE(within.currentSignature(), QString("(%1s%1)").arg(signature));
 }
 
-void TestRecordTypes::applicationStateHasNoFormOnTheBus()
+void TestRecordTypes::applicationStateCannotBeMarshalled()
 {
     QVERIFY(!QDBusMetaType::typeToSignature(QMetaType::type("ApplicationState")));
 }

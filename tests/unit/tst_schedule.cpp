@@ -15,7 +15,7 @@ private Q_SLOTS:
     void gettersReturnTheSetValues();
     void datesKeepTheSecond_data();
     void datesKeepTheSecond();
-    void listsAreKeptAsTheyAre();
+    void listsAreStoredUnchanged();
     void laterCallReplacesTheEarlierOne();
     void buildersChainInPlace();
     void copiesAreIndependent();
@@ -72,7 +72,7 @@ void TestSchedule::datesKeepTheSecond()
     QCOMPARE(Schedule().tillDate(given).endDate(), read);
 }
 
-void TestSchedule::listsAreKeptAsTheyAre()
+void TestSchedule::listsAreStoredUnchanged()
 {
     const QList<int> numbers{0, 0, 75, -3, 13};
     QCOMPARE(Schedule().onMonths(numbers).months(), numbers);

@@ -43,16 +43,16 @@ class TestTypes : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void convertsArrays_data();
-    void convertsArrays();
-    void convertsObjects_data();
-    void convertsObjects();
-    void makesObjects_data();
-    void makesObjects();
-    void objectsOfManyMembersAreMadeInOrder();
+    void arraysAreConverted_data();
+    void arraysAreConverted();
+    void objectsAreConverted_data();
+    void objectsAreConverted();
+    void objectsAreBuilt_data();
+    void objectsAreBuilt();
+    void objectsOfManyMembersAreBuiltInOrder();
 };
 
-void TestTypes::convertsArrays_data()
+void TestTypes::arraysAreConverted_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QString>("expected");
@@ -81,7 +81,7 @@ void TestTypes::convertsArrays_data()
     row("[null, null]", "", {UnknownType});
 }
 
-void TestTypes::convertsArrays()
+void TestTypes::arraysAreConverted()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, expected);
@@ -96,7 +96,7 @@ void TestTypes::convertsArrays()
              variant.isValid() ? fromJson(json).toArray().size() : 0);
 }
 
-void TestTypes::convertsObjects_data()
+void TestTypes::objectsAreConverted_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QString>("expected");
@@ -116,7 +116,7 @@ void TestTypes::convertsObjects_data()
     row(R"({"o": {}, "p": []})", "QVariantMap{o:QVariantMap{},p:QVariantList{}}");
 }
 
-void TestTypes::convertsObjects()
+void TestTypes::objectsAreConverted()
 {
     QFETCH(QByteArray, json);
     QFETCH(QString, expected);
@@ -127,7 +127,7 @@ void TestTypes::convertsObjects()
     QCOMPARE(log.takeWarnings(), warnings);
 }
 
-void TestTypes::makesObjects_data()
+void TestTypes::objectsAreBuilt_data()
 {
     QTest::addColumn<QStringList>("keys"); // the value of each key is its position
     QTest::addColumn<QByteArray>("expected");
@@ -152,7 +152,7 @@ void TestTypes::makesObjects_data()
     QTest::newRow("in order with the same key") << QStringList{"a", "a", "b"} << QByteArray(R"({"a": 1, "b": 2})");
 }
 
-void TestTypes::makesObjects()
+void TestTypes::objectsAreBuilt()
 {
     QFETCH(QStringList, keys);
     QFETCH(QByteArray, expected);
@@ -163,7 +163,7 @@ void TestTypes::makesObjects()
     QCOMPARE(members.take(), fromJson(expected).toObject());
 }
 
-void TestTypes::objectsOfManyMembersAreMadeInOrder()
+void TestTypes::objectsOfManyMembersAreBuiltInOrder()
 {
     ObjectBuilder members;
     for (int i = 0; i < 200000; ++i) {
