@@ -6,8 +6,8 @@
 const QString UnknownType = QStringLiteral("Unknown JSON value type");
 const QString ArrayOfArrays = QStringLiteral("JSON array of arrays are not supported");
 
-/// Adds rows of JSON values. A value is written in the same way alone, as a parameter and as a hint. The columns are
-/// the value, its D-Bus signature, the text that arrives, and the warnings about parts that have no form on the bus.
+/// Adds rows of JSON values. A value has the same form alone, as a parameter and as a hint. The columns are the value,
+/// its D-Bus signature, the text of the received value, and the warnings about omitted parts.
 inline void addJsonRows()
 {
     QTest::addColumn<QByteArray>("json");
@@ -45,7 +45,7 @@ inline void addJsonRows()
     row(R"({"a": [true], "b": [1], "c": ["x"], "d": [{}], "e": [], "f": {"g": {"h": "x"}}})", "a{sv}",
         "{'a': <[true]>, 'b': <[1.0]>, 'c': <['x']>, 'd': <[@a{sv} {}]>, 'e': <@av []>, 'f': <{'g': <{'h': <'x'>}>}>}");
 
-    // The bus has no form for a null, nor for an array of arrays that is not within a mixed array.
+    // D-Bus cannot represent a null. Arrays of arrays are omitted, except inside a mixed array.
     row(R"({"a": null})", "a{sv}", "@a{sv} {}", {UnknownType});
     row(R"({"a": 1, "b": null, "c": "x"})", "a{sv}", "{'a': <1.0>, 'c': <'x'>}", {UnknownType});
     row(R"({"a": [null, null], "b": 1})", "a{sv}", "{'b': <1.0>}", {UnknownType});

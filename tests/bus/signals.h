@@ -46,7 +46,7 @@ public Q_SLOTS:
 /// One object of each class that has signals.
 struct Senders
 {
-    Senders() { log.takeWarnings(); } // about the channel, which has no other end
+    Senders() { log.takeWarnings(); } // the channel cannot connect
 
     void emitAll()
     {

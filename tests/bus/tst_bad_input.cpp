@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Invalid values, and values without a form on the other side. The next call works after each.
+// Invalid values, and values that D-Bus or JSON cannot represent. After each value, the next call works.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
@@ -28,17 +28,17 @@ const QString HasNul = QStringLiteral("A message cannot hold a text with U+0000"
 
 enum Place : int { Params, Hints, Result };
 
-/// A D-Bus type with a value, and the JSON that is read from the value.
+/// A D-Bus type with a value, and the JSON that the library reads from it.
 struct BusType
 {
     const char *signature;
     const char *value;
     const char *json;
-    const char *arrayJson; ///< the JSON of an array with the value
-    const char *keyJson; ///< the JSON of a map from the value to 's'
+    const char *arrayJson; ///< The JSON of an array that contains the value.
+    const char *keyJson; ///< The JSON of a dictionary from the value to 's'.
 };
 
-// Descriptors, paths and signatures read as null. A key that is no text is read as the value, and the value not at all.
+// Descriptors, object paths and signatures are read as null. A key that is not a text is read in place of the value.
 constexpr BusType BusTypes[] = {
     {"y", "byte 0x41", "65", R"("A")", R"({"":65})"},
     {"b", "true", "true", "[true]", R"({"":true})"},
@@ -86,8 +86,8 @@ private:
     QString give(Place place, const QJsonObject &object);
 
     ServicePeer peer;
-    QJsonObject handled; ///< the params that the handler of "Take" received
-    QJsonObject given; ///< the reply of the handler of "Give"
+    QJsonObject handled; ///< The params that the handler of "Take" received.
+    QJsonObject given; ///< The reply of the handler of "Give".
     std::optional<MessageLog> log;
 };
 
@@ -129,7 +129,7 @@ ServicePeer::Reply TestBadInput::take(const QString &params, int files)
     return peer.call(HandleIntent, QString("('Take', %1)").arg(params), {{"files", names}});
 }
 
-/// Returns the text that arrives of an object, or the error.
+/// Returns the text of the received object, or the error.
 QString TestBadInput::give(Place place, const QJsonObject &object)
 {
     if (place == Result) {
@@ -239,7 +239,7 @@ void TestBadInput::valuesThatDBusCannotRepresentAreOmitted_data()
     refused(R"({"a": [1, {"k": "\u0000"}]})");
     refused(R"({"a": [1, {"\u0000": 1}]})");
 
-    // texts that are no texts
+    // texts that are not valid Unicode
     row(R"({"k": "\ud800"})", "{'k': <'?'>}");
     row(R"({"k": "a\udc00b"})", "{'k': <'a?b'>}");
     row(R"({"k": "\udc00\ud800"})", "{'k': <'?\?'>}");
@@ -248,7 +248,7 @@ void TestBadInput::valuesThatDBusCannotRepresentAreOmitted_data()
     row(R"({"a": [1, "\ud800"]})", "{'a': <[<1.0>, <'?'>]>}");
     row(R"({"k": "\ud83d\udc0e"})", "{'k': <'🐎'>}");
 
-    // numbers at the edges
+    // numbers at the limits of their types
     row(R"({"k": 1.7976931348623157e308})", "{'k': <1.7976931348623157e+308>}");
     row(R"({"k": 5e-324})", "{'k': <4.9406564584124654e-324>}");
     row(R"({"k": 18446744073709551615})", "{'k': <1.8446744073709552e+19>}");
@@ -302,7 +302,7 @@ void TestBadInput::paramsOfEveryTypeAreRead_data()
         row(text("{'k': (%1,)}"), "{\"k\":null}", {unsupported(signature("(%1)"))});
     }
 
-    // and values that contain them
+    // containers of these types
     row("<(1, <2>)>", "null", {unsupported("(iv)")});
     row("((1, 2), ['x'])", "null", {unsupported("((ii)as)")});
     row("[<(1,)>, <2>, <(3,)>]", "[null,2,null]", {unsupported("(i)"), unsupported("(i)")});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A bus that hangs, processes that die at the wrong moment, and a process without a free descriptor.
+// A bus that hangs, processes that are killed during a call, and a process without a free descriptor.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/intents_invoker_p.h>
 #include <Corvane/lifecycle.h>
@@ -38,8 +38,8 @@ bool underValgrind()
     return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
 }
 
-/// Starts a call that the bus itself answers. If the bus hangs, the call fails after the default timeout, and so
-/// returns before any blocking call that starts later.
+/// Starts a call to the bus itself. While the bus hangs, the call fails after the default timeout, before any blocking
+/// call that was started later.
 QDBusPendingCall startCall()
 {
     return QDBusConnection::sessionBus().asyncCall(QDBusMessage::createMethodCall(
@@ -240,7 +240,7 @@ void TestBusFaults::callsMayTimeOutWhileTheBusHangs()
 
 void TestBusFaults::onlyTheFirstObjectWaitsForTheBus()
 {
-    Lifecycle::instance(); // Qt watches the owner of the service's name from now on
+    Lifecycle::instance(); // from now on, Qt knows the owner of the service's name
 
     bus.hang();
     const QDBusPendingCall earlier = startCall();
@@ -405,22 +405,22 @@ void TestBusFaults::replyIsSentIfItsDescriptorCannotBeDuplicated()
 
 namespace {
 
-/// The process that dies. It prints a line for each event.
+/// The process that the tests kill. It prints a line for each event.
 int handleIntents(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const auto tell = [](const char *what) {
-        std::puts(what);
+    const auto print = [](const char *line) {
+        std::puts(line);
         std::fflush(stdout);
     };
     auto *dispatcher = RuntimeDispatcher::instance();
     dispatcher->registerIntent("Answer", [](const QJsonObject &, const auto &reply) { reply({{"a", 1}}); });
     RuntimeDispatcher::ReplyFunction kept;
-    dispatcher->registerIntent("Keep", [&kept, tell](const QJsonObject &, const auto &reply) {
+    dispatcher->registerIntent("Keep", [&kept, print](const QJsonObject &, const auto &reply) {
         kept = reply;
-        tell("kept");
+        print("kept");
     });
-    tell(dispatcher->startService() ? "no name" : "ready");
+    print(dispatcher->startService() ? "no name" : "ready");
     return QCoreApplication::exec();
 }
 

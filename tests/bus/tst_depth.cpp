@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How deep payloads of each shape nest: the deepest that both buses accept is sent, a deeper one is refused.
+// The maximum depth of payloads of each shape. A payload that both buses accept is sent; a deeper one is refused.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 #include <Corvane/task.h>
@@ -23,7 +23,7 @@ const char Delivered[] = "delivered";
 
 enum Layer : int { Objects, MixedArrays, ArraysOfObjects };
 
-/// As many layers around the innermost value. Mixed arrays are within an object.
+/// Returns the innermost value inside \a depth layers. Mixed arrays are inside an object.
 QJsonObject nested(int layer, int depth, QJsonValue innermost)
 {
     for (int i = 0; i < depth; ++i) {
@@ -56,7 +56,7 @@ private:
     QString fate(const Error &error);
 
     ServicePeer peer;
-    QJsonObject given; ///< the reply of the handler of "Give"
+    QJsonObject given; ///< The reply of the handler of "Give".
     std::optional<MessageLog> log;
 };
 
@@ -81,8 +81,8 @@ void TestDepth::depthIsLimited_data()
 {
     QTest::addColumn<int>("layer");
     QTest::addColumn<QJsonValue>("innermost");
-    // The most layers that are sent.
-    QTest::addColumn<int>("inParams"); // and in replies
+    // The maximum numbers of layers.
+    QTest::addColumn<int>("inParams"); // also in replies
     QTest::addColumn<int>("inHints");
     QTest::addColumn<int>("inSchedules");
 
@@ -98,7 +98,7 @@ void TestDepth::depthIsLimited_data()
     row("objects around [true]", Objects, QJsonArray{true}, 20, 20, 19);
     row("mixed arrays around a number", MixedArrays, 1, 30, 30, 28);
     row("mixed arrays around []", MixedArrays, QJsonArray(), 29, 29, 28);
-    // In hints, an array of objects within another one is a mixed array.
+    // In hints, an array of objects inside another array is a mixed array.
     row("arrays of objects around {}", ArraysOfObjects, QJsonObject(), 15, 12, 14);
     row("arrays of objects around {\"a\":1}", ArraysOfObjects, QJsonObject{{"a", 1}}, 15, 12, 14);
     row("arrays of objects around {\"a\":[1]}", ArraysOfObjects, QJsonObject{{"a", QJsonArray{1}}}, 14, 11, 14);
@@ -145,8 +145,7 @@ QString TestDepth::fateOfSchedule(const QJsonObject &schedule)
     return fate(*outcome);
 }
 
-/// Whether the peer has received a call, which has to agree with its outcome, or why it was refused. The next call
-/// works.
+/// Returns "delivered" or the reason of the refusal. Returns another text if the outcome is wrong.
 QString TestDepth::fate(const Error &error)
 {
     if (!peer.roundTrip())

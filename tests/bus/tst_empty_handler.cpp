@@ -12,7 +12,7 @@ using namespace Corvane;
 
 extern "C" const char *__lsan_default_suppressions() // NOLINT(bugprone-reserved-identifier): the sanitizer calls it
 {
-    return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // memory that QtDBus leaks when an exception passes through it
+    return "leak:libQt5Core.so\nleak:libQt5DBus.so\n"; // QtDBus is not exception-safe
 }
 
 namespace {

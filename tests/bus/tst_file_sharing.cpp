@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Files of intents and of replies, as they arrive at the other side.
+// The received files of intents and replies.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
 
@@ -52,7 +52,7 @@ private:
     QString file(const char *name) const { return directory->filePath(QString::fromUtf8(name)); }
 
     ServicePeer peer;
-    QStringList arrived; ///< descriptors, as the peer describes them
+    QStringList arrived; ///< The peer's descriptions of the descriptors.
     std::unique_ptr<QTemporaryDir> directory;
     std::optional<MessageLog> log;
 };
@@ -109,7 +109,7 @@ void TestFileSharing::send(const QJsonArray &readFiles, const QJsonArray &writeF
 void TestFileSharing::nullsInFileHintsAreEmptyPaths_data()
 {
     QTest::addColumn<QJsonValue>("paths");
-    QTest::addColumn<QString>("sent"); // with %1 for the key of the list
+    QTest::addColumn<QString>("sent"); // %1 is the key of the list
     QTest::addColumn<bool>("isShared");
     QTest::addColumn<QStringList>("warnings");
 
@@ -173,7 +173,7 @@ void TestFileSharing::filesArriveWithTheirContentAndMode_data()
 {
     QTest::addColumn<QJsonArray>("readFiles");
     QTest::addColumn<QJsonArray>("writeFiles");
-    QTest::addColumn<QStringList>("names"); // in the directory; or a URL with %1 for the directory
+    QTest::addColumn<QStringList>("names"); // in the directory, or a URL; %1 is the directory
     QTest::addColumn<QStringList>("expected");
     QTest::addColumn<QStringList>("failed");
 

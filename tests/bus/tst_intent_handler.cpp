@@ -304,7 +304,7 @@ void TestIntentHandler::handlerMayRunAnEventLoop()
     dispatcher->registerIntent(Ask, [&kept](const QJsonObject &, const auto &reply) {
         kept << reply;
         QTRY_COMPARE(kept.size(), 2);
-        if (kept.front()) { // the second intent, within the handler of the first one
+        if (kept.front()) { // the second intent, inside the handler of the first one
             kept.front()({{"n", 1}});
             kept.front() = nullptr;
             reply({{"n", 2}});
@@ -364,8 +364,7 @@ void TestIntentHandler::destructorOfAHandlerMayUseTheDispatcher()
         replyIsEmpty = true;
         reply({});
     };
-    // The captures of the old handler are destroyed. They change the same entry, other entries, and the size of the
-    // table.
+    // The destructors of the captures change the same entry, other entries, and the size of the table.
     auto destroyed = whenDestroyed([this, handler] {
         for (int i = 0; i < 20; ++i)
             dispatcher->registerIntent(QString("New%1").arg(i), handler);
@@ -510,7 +509,7 @@ void TestIntentHandler::thousandsOfIntentsAreAnswered()
         QTRY_COMPARE(handled, count);
         QCOMPARE(reply.counts.value(answer("@a{sv} {}")).toInt(), count / 2);
     };
-    answerThem(); // memory for reuse is allocated
+    answerThem(); // allocates memory that later calls reuse
     const int descriptors = openDescriptors();
     const qint64 memory = allocatedMemory();
     answerThem();
@@ -536,7 +535,7 @@ void TestIntentHandler::unusedDescriptorsAreClosed()
     const int batch = 20;
     for (int i = 0; i < batches; ++i) {
         const auto reply = peer.call(HandleIntent, body, {{"repeat", batch}, {"files", files}});
-        // Descriptors are read as null, which has no form on the bus.
+        // Descriptors are read as null, which D-Bus cannot represent.
         QCOMPARE(reply.counts.value(answer("{'n': <1.0>}")).toInt(), batch);
     }
     QCOMPARE(log->takeWarnings(), QVector<QString>(batches * batch, "Unknown JSON value type").toList());

@@ -71,7 +71,7 @@ void TestJsonOnBus::cleanup()
     log.reset();
 }
 
-/// Adds values that are left out as a whole.
+/// Adds values that are omitted completely.
 void TestJsonOnBus::addRowsWithoutAForm()
 {
     QTest::newRow("null") << QByteArray("null") << ""

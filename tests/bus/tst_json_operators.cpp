@@ -85,7 +85,7 @@ void TestJsonOperators::init()
     log.emplace();
 }
 
-/// Checks that the connection is open and the next message arrives.
+/// Checks that the connection is still open and delivers the next message.
 void TestJsonOperators::cleanup()
 {
     QCOMPARE(sent({true}), QString("(b) (true,)"));
@@ -108,7 +108,7 @@ void TestJsonOperators::signaturesOfEmptyValues()
 {
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonObject)), QByteArray("a{sv}"));
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonArray)), QByteArray("av"));
-    // A QJsonValue can have any signature. Qt needs one for each type, so that av is a placeholder.
+    // A QJsonValue can have any signature. Qt needs one signature per type; "av" is a placeholder.
     QCOMPARE(QByteArray(QDBusMetaType::typeToSignature(QMetaType::QJsonValue)), QByteArray("av"));
 }
 
@@ -399,7 +399,7 @@ void TestJsonOperators::registeredReadersRead()
 void TestJsonOperators::readableValuesReplaceTheOldValue_data()
 {
     QTest::addColumn<QString>("body");
-    QTest::addColumn<QString>("result"); ///< of reading into "old"
+    QTest::addColumn<QString>("result"); // the value after reading into "old"
     QTest::addColumn<QString>("unsupported");
 
     const auto row = [](const char *body, const char *result, const char *unsupported = "") {

@@ -57,7 +57,7 @@ QString nestedText(int shape, int depth, QString innermost)
     return QString("(%1,)").arg(shape == MixedArrays ? QString("{'n': <%1>}").arg(innermost) : innermost);
 }
 
-/// The bus's own text for a call to the service, which is absent.
+/// Returns the bus's text of the error for a call to the missing service.
 QString textOfAbsentService()
 {
     return QDBusConnection::sessionBus()
@@ -97,7 +97,7 @@ private:
 
     ServicePeer peer;
     QTemporaryFile file;
-    QJsonObject given; ///< the reply of the handler of "Give"
+    QJsonObject given; ///< The reply of the handler of "Give".
     std::optional<MessageLog> log;
 };
 
@@ -197,7 +197,7 @@ QString TestLimits::fateOf(const QJsonObject &hints, const QJsonObject &params)
 
 void TestLimits::messagesOverTheSizeLimitAreRefused_data()
 {
-    QTest::addColumn<QString>("text"); // or numbers, if it is empty
+    QTest::addColumn<QString>("text"); // if empty, the payload is numbers
     QTest::addColumn<int>("numbers");
     QTest::addColumn<bool>("passes");
 
@@ -281,7 +281,7 @@ void TestLimits::messageOfTwoLargePartsIsRefused()
     QCOMPARE(replies.all.last(), QString("{} 0 "));
 }
 
-/// Parameters omit an array of arrays without measuring it; hints marshal it.
+/// Parameters omit an array of arrays and do not measure it. Hints send it.
 void TestLimits::hintsThatNestInArraysAreRefused()
 {
     QJsonValue deep = QJsonArray{1};

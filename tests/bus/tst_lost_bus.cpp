@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A process whose bus dies while calls are in flight. Qt never connects a process to its session bus again.
+// A process whose bus is killed while calls are in flight. Qt does not connect to the session bus again.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
@@ -51,8 +51,8 @@ private:
     IntentsInvoker invoker;
     Replies replies{invoker};
     Task task{"sync"};
-    QStringList outcomes; ///< of the task
-    RuntimeDispatcher::ReplyFunction reply; ///< of an intent that arrived before the loss
+    QStringList outcomes; ///< The outcomes of the task's calls.
+    RuntimeDispatcher::ReplyFunction reply; ///< The reply function of an intent from before the loss.
     std::optional<MessageLog> log;
 };
 
@@ -101,7 +101,7 @@ void TestLostBus::callsInFlightHaveFailedOnce()
     IntentsInvoker later;
     Replies laterReplies(later);
     later.invoke("X", {}, {});
-    QTRY_COMPARE(laterReplies.all.size(), 1); // duplicates of earlier outcomes would come first
+    QTRY_COMPARE(laterReplies.all.size(), 1); // repeated earlier outcomes would arrive before this one
     QCOMPARE(replies.all.size(), 3);
     for (const QString &failed : qAsConst(replies.all))
         QVERIFY2(failed.startsWith("{} 1 "), qUtf8Printable(failed));

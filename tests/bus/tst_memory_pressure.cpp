@@ -209,7 +209,7 @@ void TestMemoryPressure::repeatedLevelIsEmittedOnce()
     tellLevel("100");
     tellLevel("uint32 100");
     tellLevel("200");
-    tellLevel("'high'"); // a text is not a number, and so becomes the normal level
+    tellLevel("'high'"); // a text becomes the normal level
     QCOMPARE(takeLevels(), QVector<int>({100, 200, 0}));
 }
 
@@ -397,7 +397,7 @@ void TestMemoryPressure::missingServiceIsLogged()
     QCOMPARE(withoutBusTexts(log->takeWarnings()),
              QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
     peer.ownServiceName(true);
-    tellLevel("100"); // the service that comes later is heard
+    tellLevel("100"); // signals of a service that starts later arrive
     QCOMPARE(another.level, 100);
 }
 
@@ -410,7 +410,7 @@ void TestMemoryPressure::serviceExitIsLogged()
     const QString error = "QDBusError(\"org.freedesktop.DBus.Error.NoReply\", ...)";
     QStringList warnings;
     QTRY_COMPARE((warnings += withoutBusTexts(log->takeWarnings()), warnings.size()), 2);
-    warnings.sort(); // the bus tells them in any order
+    warnings.sort(); // the bus sends the errors in any order
     QCOMPARE(warnings,
              QStringList({"Failed to get memory level: " + error, "MemoryPressure subscription failed: " + error}));
     peer.start();
@@ -424,7 +424,7 @@ void TestMemoryPressure::signalsOfARestartedServiceArrive()
     peer.start();
     tellLevel("100");
     QCOMPARE(takeLevels(), QVector<int>{100});
-    QCOMPARE(peer.takeCalls(), QStringList()); // it is not asked again
+    QCOMPARE(peer.takeCalls(), QStringList()); // the object does not retry
 }
 
 void TestMemoryPressure::repliesAreDroppedAfterDeletion()
@@ -466,7 +466,7 @@ void TestMemoryPressure::slotMayDeleteTheObject()
     QCOMPARE(takeLevels(), QVector<int>{200});
     tellLevel("0");
     QCOMPARE(takeLevels(), QVector<int>());
-    QCOMPARE(MemoryPressure::instance(), memoryPressure); // by design
+    QCOMPARE(MemoryPressure::instance(), memoryPressure); // a dangling pointer, as documented
 }
 
 QTEST_GUILESS_MAIN(TestMemoryPressure)

@@ -52,7 +52,7 @@ void TestPendingCall::watch(const char *name, const QDBusPendingCall &call)
     onFinished(call, &owner, [this, name](const QDBusPendingCall &) { finished << name; });
 }
 
-/// On return the replies to all calls have arrived, and no handler has run.
+/// Waits for the replies to all calls, without running the event loop: no handler is called.
 void TestPendingCall::receiveReplies()
 {
     const int before = finished.size();
@@ -85,13 +85,13 @@ void TestPendingCall::handlersAreCalledOnce()
 
 void TestPendingCall::handlersAreCalledInOrder_data()
 {
-    QTest::addColumn<QString>("order"); ///< in which calls finish: r is one that is refused, a one that is answered
+    QTest::addColumn<QString>("order"); // of the calls; r: refused, a: answered
 
     for (const char *order : {"ra", "ar", "rra", "rar", "ara", "aarr", "rarara"})
         QTest::newRow(order) << QString::fromLatin1(order);
 }
 
-/// The calls finish within one turn of the event loop.
+/// All calls have finished when the event loop runs.
 void TestPendingCall::handlersAreCalledInOrder()
 {
     QFETCH(QString, order);

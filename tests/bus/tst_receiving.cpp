@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Received messages at which libdbus gives up the connection, unless its limits are raised.
+// Received messages at which libdbus would pause reading or close the connection if its limits were not raised.
 #include <Corvane/intents_invoker.h>
 #include <Corvane/memory_pressure.h>
 #include <Corvane/runtime_dispatcher.h>
@@ -24,8 +24,8 @@ namespace {
 
 const int Messages = 20;
 const int TenMebibytes = 10 * 1024 * 1024; // 200 MiB in all; libdbus would pause at 63 MiB
-const int DescriptorsInUse = 4096; // at which libdbus would pause
-const rlim_t DescriptorsNeeded = 12000; // in the peer, which has those of all messages and of their files open
+const int DescriptorsInUse = 4096; // libdbus would pause at this number
+const rlim_t DescriptorsNeeded = 12000; // in the peer, which opens the files and duplicates the descriptors
 
 int openDescriptors()
 {
@@ -55,7 +55,7 @@ private:
     BusDaemon bus{CORVANE_MANY_DESCRIPTORS_CONFIGURATION};
     ServicePeer peer;
     QVector<int> levels;
-    QStringList asked; ///< one entry for each intent
+    QStringList asked; ///< One entry for each received intent.
     std::optional<MessageLog> log;
 };
 
@@ -77,7 +77,7 @@ void TestReceiving::init()
     asked.clear();
 }
 
-/// Everything works, whatever has arrived before.
+/// Checks that invoking and handling intents still works.
 void TestReceiving::cleanup()
 {
     peer.setEventLoopBlocked(false); // after a failure

@@ -69,7 +69,7 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     if (argc == 3 && qstrcmp(argv[1], "--make") == 0) {
         make(argv[2]);
-        // Without destructors: Qt leaks the connection if a proxy that is never deleted still uses it.
+        // Exits without destructors: Qt would leak the connection, because a proxy that is never deleted uses it.
         std::_Exit(QMetaType::isRegistered(QMetaType::type("TaskState")) ? 1 : 0);
     }
     TestRegistration test;

@@ -220,7 +220,7 @@ void TestRuntimeDispatcher::callbacksMayDeleteTheDispatcher()
     if (alive) {
         dispatcher->onTaskStarted({}, [dispatcher, &received](const QString &id) {
             delete dispatcher;
-            received = id + '!'; // reads the characters
+            received = id + '!'; // reads the id after the deletion
         });
     }
     QVERIFY(!alive);

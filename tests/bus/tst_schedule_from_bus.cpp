@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Schedules that are made of a map which was received from the bus.
+// Schedules that are created from a map received from the bus.
 #include <Corvane/schedule.h>
 
 #include <message_log.h>
@@ -11,7 +11,7 @@
 
 using Corvane::Schedule;
 
-/// Keeps the map that it is called with.
+/// Stores the received map.
 class Receiver : public QObject
 {
     Q_OBJECT
@@ -61,7 +61,7 @@ void TestScheduleFromBus::receivedScheduleEqualsTheSentOne()
     const Schedule same = received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
     QVERIFY(schedule == same);
     QVERIFY(same == schedule);
-    QVERIFY(same == same); // NOLINT(misc-redundant-expression): reading the list leaves it as it was
+    QVERIFY(same == same); // NOLINT(misc-redundant-expression): reading does not change the list
     QVERIFY(schedule != received("{'Hours': <[8, 21]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
     QVERIFY(schedule != received("{'Hours': <[8.0, 20.0]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
 }
@@ -97,7 +97,7 @@ void TestScheduleFromBus::problemsAreNamed()
     MessageLog log;
     const Schedule schedule = received(map);
     QCOMPARE(schedule.problems(), problems);
-    QCOMPARE(schedule.problems(), problems); // reading the list leaves it as it was
+    QCOMPARE(schedule.problems(), problems); // reading does not change the list
 }
 
 void TestScheduleFromBus::writtenArgumentIsNoList()

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The test peer: its results are complete, although bus and pipe have no order between them.
+// The peer of the tests. Its results are complete although the bus and the pipe have no order between them.
 #include <patience.h>
 #include <service_peer.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Direct connections of all signals, in a process that has registered no type for them.
+// Direct connections of all signals, in a process that has not registered their argument types.
 #include "signals.h"
 
 #include <patience.h>

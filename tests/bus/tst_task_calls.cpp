@@ -45,7 +45,7 @@ private:
 
 void TestTaskCalls::initTestCase()
 {
-    const Task first("first"); // the first task of a process has all states fetched
+    const Task first("first"); // the first task of a process fetches all states
     QTRY_COMPARE(peer.calls(), QStringList("GetAll () ()"));
 }
 

@@ -62,7 +62,7 @@ private:
 
 void TestTaskDescription::initTestCase()
 {
-    const Task first("first"); // the first task of a process has all states fetched
+    const Task first("first"); // the first task of a process fetches all states
     QTRY_COMPARE(peer.calls(), QStringList("GetAll () ()"));
 }
 
@@ -310,7 +310,7 @@ void TestTaskDescription::constructorReadsTheApplicationId()
 void TestTaskDescription::valuesThatCannotBeMarshalledAreOmitted_data()
 {
     QTest::addColumn<QVariant>("value");
-    QTest::addColumn<QString>("sent"); // of {"x": value}
+    QTest::addColumn<QString>("sent"); // the received form of {"x": value}
     QTest::addColumn<QStringList>("parts");
 
     const QString nothing = "@a{sv} {}";

@@ -288,7 +288,7 @@ void TestTaskStates::signalsOfARestartedServiceArrive()
 void TestTaskStates::constructorFetchesTheStates_data()
 {
     QTest::addColumn<QString>("answer");
-    QTest::addColumn<int>("count"); // tasks that are read
+    QTest::addColumn<int>("count"); // of read tasks
 
     const auto row = [](const char *name, const char *state, int count) {
         QTest::newRow(name) << QString("({'State': <%1>},)").arg(state) << count;
@@ -333,7 +333,7 @@ void TestTaskStates::constructorFetchesTheStates()
 
 void TestTaskStates::failedFetchIsLogged_data()
 {
-    QTest::addColumn<QString>("answer"); // or an error, if empty
+    QTest::addColumn<QString>("answer"); // if empty, an error
     QTest::addColumn<QString>("error");
 
     QTest::newRow("error") << QString() << R"(QDBusError("com.example.Error.Broken", "the reason"))";

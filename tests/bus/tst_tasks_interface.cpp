@@ -269,7 +269,7 @@ void TestTasksInterface::listEmittedInAReceiverSupersedesTheOuterList()
             Q_EMIT TasksInterface::instance()->stateChanged({entry(Other, 2)});
     });
     Q_EMIT TasksInterface::instance()->stateChanged({entry(Sync, 1), entry(Sync, 0), entry(Other, 1)});
-    QCOMPARE(first.state(), Task::Running); // the newer list does not name it
+    QCOMPARE(first.state(), Task::Running); // the newer list does not contain this task
     QCOMPARE(states, QVector<int>{Task::Waiting});
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The text, category, function and file of each warning in a message handler of the application.
+// The text, category, function and file of each warning, as a message handler of the application receives them.
 #include <Core/intent_uri.h>
 #include <Core/json_path.h>
 #include <Core/types.h>
@@ -79,7 +79,7 @@ void TestWarnings::contexts_data()
 {
     QTest::addColumn<Trigger>("trigger");
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("function"); // a part of its name for a lambda
+    QTest::addColumn<QString>("function"); // for a lambda, a part of the name
     QTest::addColumn<QString>("file");
 
     const auto row = [](const char *text, const char *function, const char *file, const Trigger &trigger) {

@@ -4,9 +4,9 @@
 
 Usage: channel.py connect|listen PATH send|receive COUNT SIZE
 
-Sends so many frames, or receives and checks them: compact JSON objects {"n":1000,"x":"..."}, numbered, each of SIZE bytes.
-Prints "listening" when it does, and "done" at the end; fails at the first byte that differs, and when what has come so far
-ends within a frame, which a reader like the library's gives up on.
+Sends COUNT frames, or receives and checks them. Each frame is a numbered compact JSON object {"n":1000,"x":"..."} of
+SIZE bytes. Prints "listening" when clients can connect, and "done" at the end. Fails at the first wrong byte. Also
+fails if the received data ends within a frame, because the library closes the connection then.
 """
 
 import socket

@@ -4,9 +4,9 @@
 
 Usage: service.py SERVICE-ROOT
 
-Obeys requests on standard input, one JSON object a line, each with a "request" and an "id", and answers each with a line
-that bears the id. Calls that arrive are reported in lines with a "call" as they come, each before its reply is sent. D-Bus
-values are written as GLib prints them, with their types. No call of a method times out, unless a request says so.
+Reads requests from standard input, one JSON object per line, with the members "request" and "id". Writes a result
+with the same "id" for each request. Reports each received call in a line with the member "call", before it sends the
+reply. D-Bus values are in GLib's text form, with types. Method calls have no time-out unless the request sets one.
 """
 
 import errno
@@ -56,12 +56,12 @@ def parse(text):
 
 
 def body_of(request):
-    """The "body" of a request, in which "fill" letters replace the word FILL."""
+    """Returns the body of a request. The number "fill" of letters replaces the word FILL."""
     return parse(request["body"].replace("FILL", "x" * request.get("fill", 0)))
 
 
 def attach_descriptors(message, request):
-    """Has a message carry as many descriptors as the request says."""
+    """Adds the requested number of descriptors to a message."""
     if request.get("descriptors"):
         fd_list = Gio.UnixFDList.new()
         with open(os.devnull, "rb") as null:
@@ -174,7 +174,10 @@ class Service:
     # -- requests
 
     def answers(self, request):
-        """Sets the reply to later calls of one member or of all: a body, an error with a body, or the params of an intent."""
+        """Sets the reply to later calls of one member or of all members.
+
+        The reply is a body, an error with a body, or the params of an intent.
+        """
         if request.get("member"):
             self.member_answers[request["member"]] = request["answer"]
         else:
@@ -185,7 +188,7 @@ class Service:
         self.holding = request["on"]
 
     def release(self, request):
-        """Waits for a held call, given by its index, and replies to it."""
+        """Waits for the held call with an index, and replies to it."""
         if request["index"] >= len(self.held):
             self.early_releases[request["index"]] = request
             return NotImplemented
@@ -204,7 +207,7 @@ class Service:
         return call_bus(self.connection, "NameHasOwner", GLib.Variant("(s)", (request["name"],)))
 
     def invoke(self, request):
-        """Calls a method once or several times, and returns the replies after enough have arrived."""
+        """Calls a method "repeat" times, and returns the replies after "enough" replies have arrived."""
         repeat = request.get("repeat", 1)
         enough = request.get("enough", repeat)
         replies = []
@@ -264,7 +267,7 @@ class Service:
         interface = request.get("interface") or None
         self.connection.signal_subscribe(None if interface else ROOT, interface, None, None, None,
                                          Gio.DBusSignalFlags.NONE, on_signal)
-        call_bus(self.connection, "GetId")  # GLib passes no signal on before the bus has told it who owns the name
+        call_bus(self.connection, "GetId")  # GLib emits no signal before the bus has returned the owner of the name
 
     def survives(self, request):
         """Sends a body on a separate connection, and returns whether the bus keeps the connection."""
@@ -279,20 +282,25 @@ class Service:
         return True
 
     def reach(self, request):
-        """Answers when a process has read everything sent to it before, also while its event loop is blocked: libdbus itself
-        answers this call."""
+        """Returns after a process has read all earlier messages.
+
+        libdbus itself replies to this call, also while the event loop of the process is blocked.
+        """
         self.connection.call_sync(request["destination"], "/", "org.freedesktop.DBus.Peer", "Ping", None, None,
                                   Gio.DBusCallFlags.NONE, NO_TIMEOUT, None)
 
     def ping(self, request):
-        """Returns after all received messages have been reported; with "bus", after all messages that the bus has delivered."""
+        """Returns after all received messages have been reported.
+
+        With "bus", also receives all messages that the bus has handled.
+        """
         if request["bus"] and not self.connection.is_closed():
             call_bus(self.connection, "GetId")
 
         def answer():
             write({"id": request["id"]})
 
-        GLib.idle_add(answer, priority=GLib.PRIORITY_DEFAULT)  # behind what GLib has queued, at the same priority
+        GLib.idle_add(answer, priority=GLib.PRIORITY_DEFAULT)  # after all queued events of this priority
         return NotImplemented
 
     def on_request(self, stream, condition):
@@ -313,7 +321,7 @@ class Service:
 
 loop = GLib.MainLoop()
 service = Service()
-# Unbuffered, because the loop watches the descriptor and not the buffer of Python.
+# Unbuffered: the loop watches the descriptor, not a buffer of Python.
 GLib.io_add_watch(os.fdopen(os.dup(0), "rb", 0), GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, service.on_request)
 write({"id": 0, "result": "ready"})
 loop.run()

@@ -4,7 +4,7 @@
 
 Usage: application.py SERVICE-ROOT BEHAVIOUR
 
-What it does with intents is the method of its name below.
+BEHAVIOUR is the name of the method below that handles the intents.
 """
 
 import os
@@ -32,7 +32,7 @@ class Application:
         self.before = 0
 
     def echo(self, message):
-        """Answers with the parameters."""
+        """Replies with the parameters."""
         params = message.get_body().get_child_value(1)
         self.reply(message, GLib.Variant.new_tuple(params, GLib.Variant.parse(None, NO_FILES, None, None)))
 
@@ -54,7 +54,7 @@ class Application:
         loop.quit()
 
     def files(self, message):
-        """Answers with sixteen files."""
+        """Replies with sixteen files."""
         fds = Gio.UnixFDList.new()
         with tempfile.TemporaryFile() as file:
             for _ in range(16):
@@ -66,7 +66,7 @@ class Application:
         self.reply(message, body, fds)
 
     def smuggle(self, message):
-        """Replies with a file in the result, where none is allowed."""
+        """Replies with a descriptor in the result, which is not allowed."""
         fds = Gio.UnixFDList.new()
         with tempfile.TemporaryFile() as file:
             fds.append(file.fileno())
@@ -82,7 +82,7 @@ class Application:
             None, "(@a{sv} {}, {'readFds': <[1, 2, 3, 4, 5, 6, 7]>, 'writeFds': <[(1, 2)]>})", None, None))
 
     def fail(self, message):
-        """Answers with an error."""
+        """Replies with an error."""
         reply = message.new_method_error_literal("com.example.Error.Broken", "the reason")
         connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
 

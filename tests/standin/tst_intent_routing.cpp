@@ -177,7 +177,7 @@ void TestIntentRouting::failuresAreReported()
 
 void TestIntentRouting::endOfTheHandlerIsReported()
 {
-    const QString text = invoke("Crash"); // the bus's own text follows
+    const QString text = invoke("Crash"); // ends with the text of the bus
     QVERIFY2(text.startsWith(serviceError("HandlerFailed", "crash.instance1: ").chopped(3)), qUtf8Printable(text));
     QCOMPARE(invoke("Echo"), "(a{sv}) (@a{sv} {},)");
 }
@@ -222,15 +222,15 @@ void TestIntentRouting::descriptorsAreClosed()
     for (int i = 0; i < files; ++i)
         names.append("/dev/null");
     QJsonObject more{{"files", names}};
-    call(InvokeIntent, body, more); // the application runs
+    call(InvokeIntent, body, more); // starts the application
     const int before = descriptorsOfStandIn();
     more.insert("repeat", 20); // in batches, because descriptors in flight count towards the limit of the process
     for (int i = 0; i < 5; ++i) {
         const auto reply = call(InvokeIntent, body, more);
         QCOMPARE(reply.counts.size(), 1); // all replies are equal
     }
-    // The stand-in may have been closing what the first call brought while they were counted. Once suffices: valgrind
-    // has the process open files now and then.
+    // During the first count, the stand-in may still have had descriptors of the first call open. It is enough if the
+    // condition is true once: valgrind itself opens files from time to time.
     QVERIFY2(runUntil([before] { return descriptorsOfStandIn() <= before; }),
              qPrintable(QString("%1 descriptors, before %2").arg(descriptorsOfStandIn()).arg(before)));
 }
@@ -251,7 +251,7 @@ void TestIntentRouting::descriptorsInParamsAreRefused()
 {
     QFETCH(QString, params);
 
-    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // one, and a missing one
+    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // with and without a descriptor
         const auto reply = call(InvokeIntent, QString("('Echo', @a{sv} {}, %1)").arg(params), {{"files", files}});
         QCOMPARE(reply.text,
                  QString("org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors belong in the hints',)"));

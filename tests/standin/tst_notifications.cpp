@@ -123,7 +123,7 @@ void TestNotifications::applicationIsStartedOnce()
 
 void TestNotifications::nameThatIsAlreadyOwnedIsNoticed()
 {
-    peer.claimName("quiet.instance1"); // instead of a process that is faster than the bus
+    peer.claimName("quiet.instance1"); // simulates a process that owns its name before the stand-in watches it
     QCOMPARE(start("quiet"), QString("(s) ('quiet.instance1',)"));
     QCOMPARE(peer.takeSignals(), QStringList({state("quiet.instance1", 1), state("quiet.instance1", 2)}));
     QCOMPARE(stop("quiet"), QString("() ()"));

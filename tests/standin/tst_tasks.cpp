@@ -255,7 +255,7 @@ void TestTasks::stoppedTaskDoesNotRunAgain()
     QTRY_COMPARE(state("long"), Running);
     QCOMPARE(stop("long", false), Done);
     QTRY_COMPARE(state("long"), Stopped); // the task does not run again
-    QCOMPARE(stop("long", false), Done); // stopping it again is no error
+    QCOMPARE(stop("long", false), Done); // a second call succeeds
 }
 
 void TestTasks::stubbornTaskNeedsForce()
@@ -336,7 +336,7 @@ void TestTasks::taskMayRunEveryMinute()
     for (int i = 0; i < 60; ++i)
         minutes << QString::number(i);
     QCOMPARE(start("quick", QString("{'Schedule': <{'Minutes': <[%1]>}>}").arg(minutes.join(','))), Done);
-    // The stand-in's clock goes on by itself, too: a further minute may begin at any time.
+    // The clock of the stand-in also advances by itself: another minute may begin at any time.
     const QString runs = QString("(%1)+").arg(Running + Waiting);
     moveClock(60);
     QVERIFY(goesThrough("quick", Waiting + runs));
@@ -470,7 +470,7 @@ void TestTasks::clockMovesOnlyForward()
 void TestTasks::descriptorsAreRefused()
 {
     const QString refused = "org.freedesktop.DBus.Error.InvalidArgs (s) ('Descriptors do not describe a task',)";
-    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // one, and a missing one
+    for (const QJsonArray &files : {QJsonArray{"/dev/null"}, QJsonArray()}) { // with and without a descriptor
         for (const char *value : {"@h 0", "[@h 0]", "{'x': <(1, @h 0)>}"})
             QCOMPARE(call("Tasks1", "Start", QString("('worker.task_long', @as [], {'x': <%1>})").arg(value),
                           {{"files", files}}),

@@ -60,5 +60,5 @@ void BusDaemon::crash()
 
 void BusDaemon::setupChildProcess()
 {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL); // even if it hangs
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL); // SIGKILL also ends a stopped bus
 }

@@ -3,7 +3,7 @@
 
 #include <QtCore/QProcess>
 
-/// A private session bus that can hang and die. Must be constructed before the process uses any bus.
+/// A private session bus that a test can stop and kill. Construct it before the process uses any bus.
 class BusDaemon : public QProcess
 {
 public:
@@ -11,7 +11,7 @@ public:
     explicit BusDaemon(const QString &configuration = CORVANE_BUS_CONFIGURATION);
     ~BusDaemon() override;
 
-    /// Stops the bus: on return it reads and sends nothing until goOn().
+    /// Stops the process of the bus. It reads and sends nothing until goOn().
     void hang();
     void goOn();
     /// Kills the bus.

@@ -4,7 +4,7 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
 
-/// Replaces the bus's text in each printed QDBusError by "...": every bus uses the same error names, but its own texts.
+/// Replaces the text in each printed QDBusError by "...". Error names are the same on every bus, texts are not.
 inline QStringList withoutBusTexts(QStringList texts)
 {
     static const QRegularExpression error("(QDBusError\\(\"[\\w.]+\", )\".*\"\\)");

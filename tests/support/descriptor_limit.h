@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-/// Lowers the limit of descriptors, so that none is free until the destructor runs.
+/// Lowers the limit of file descriptors. The process cannot open another one until the destructor runs.
 class NoFreeDescriptor
 {
 public:

@@ -3,7 +3,7 @@
 
 #include <QtCore/QStringList>
 
-/// Collects the warnings that are logged during its lifetime. A warning that was not taken fails the test.
+/// Collects the warnings of its lifetime. The test fails if takeWarnings() has not returned all of them.
 class MessageLog
 {
 public:
@@ -11,7 +11,7 @@ public:
     ~MessageLog();
     Q_DISABLE_COPY(MessageLog)
 
-    /// Returns the warnings since the last call, each as it would be printed.
+    /// Returns the warnings since the last call.
     QStringList takeWarnings();
     /// Returns the function that logged the last warning.
     QString lastFunction() const { return m_lastFunction; }

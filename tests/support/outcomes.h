@@ -16,6 +16,6 @@ public:
         };
     }
 
-    /// Each as "0 " or "3 the reason": the error's code and its message.
+    /// The code and the message of each error, such as "0 " or "3 the reason".
     QStringList all;
 };

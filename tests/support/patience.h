@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Included by every test program. It gives the QTRY_ macros of QtTest a longer timeout, because their five seconds are
-// too short on a busy machine and under valgrind. Qt 5 has no setting for this timeout, and QTRY_COMPARE_WITH_TIMEOUT
-// at each place would be forgotten at some. The timeout does not slow down a test that passes: the macros return as
-// soon as the condition holds.
+// Included by every test program. This file gives the QTRY_ macros of QtTest a longer timeout, because five seconds are
+// too short on a busy machine and under valgrind. Qt 5 has no setting for this timeout. It does not slow down a test
+// that passes: the macros return as soon as the condition is true.
 #pragma once
 
 #include <QtTest/QtTest>

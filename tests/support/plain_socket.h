@@ -58,7 +58,7 @@ inline int listeningSocket(const QString &path, int backlog = 10)
 class PlainSocket
 {
 public:
-    /// Connects to a socket that listens.
+    /// Connects to a listening socket.
     explicit PlainSocket(const QString &path)
         : m_descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
     {

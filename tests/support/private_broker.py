@@ -1,12 +1,12 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: BSD-3-Clause
-"""A private session bus by dbus-broker, started like dbus-daemon and with its options.
+"""Runs dbus-broker as a private session bus, with the options of dbus-daemon.
 
 Usage: private_broker.py --config-file=FILE --print-address[=FD] [OPTION-OF-DBUS-DAEMON]...
 
-The process becomes the broker; a child of it is the controller that a broker needs, and ends with it. Of the
-configuration only <listen> counts. The policy allows everything, as that of a stock session bus does, nothing can be
-activated, and the quotas are those that dbus-broker-launch 33 sets with the stock session.conf.
+The process becomes the broker. Its child process is the controller that a broker needs; it ends with the broker. Only
+<listen> in the configuration is used. The policy allows everything, like that of a stock session bus. No service can be
+activated. The quotas are those of dbus-broker-launch 33 with the stock session.conf.
 """
 
 import argparse
@@ -35,7 +35,7 @@ def listen(escaped_path):
 
 
 def control(broker, listener):
-    """Gives the broker its listener. Returns its connection."""
+    """Passes the listening socket to the broker. Returns the connection to the broker."""
     stream = Gio.Socket.new_from_fd(broker.detach()).connection_factory_create_connection()
     connection = Gio.DBusConnection.new_sync(stream, None, Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT, None, None)
     descriptors = Gio.UnixFDList.new()

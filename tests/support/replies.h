@@ -19,6 +19,6 @@ public:
                          });
     }
 
-    /// Each as "{"a":1} 0 " or "{} 3 the reason": the reply, the error's code, its message.
+    /// The reply, the error code and the message of each signal, such as "{"a":1} 0 " or "{} 3 the reason".
     QStringList all;
 };

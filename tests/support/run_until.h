@@ -7,7 +7,7 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QTimer>
 
-/// Runs the event loop until the condition holds, without the pauses of QTRY_VERIFY. Returns false after a timeout.
+/// Runs the event loop until the condition is true, without the pauses of QTRY_VERIFY. Returns false after a timeout.
 template<typename Condition>
 bool runUntil(Condition condition)
 {

@@ -18,7 +18,7 @@ QString rootPath()
     return '/' + QString(Root).replace('.', '/');
 }
 
-/// Makes a call on the library's connection, and returns whether it has succeeded. Earlier messages have been handled.
+/// Makes a call on the library's connection, and handles all messages before its reply. Returns false if it fails.
 bool finishes(const QDBusMessage &message)
 {
     const QDBusPendingCallWatcher call(QDBusConnection::sessionBus().asyncCall(message)); // wakes the event loop
@@ -244,7 +244,7 @@ QJsonValue ServicePeer::request(const QString &name, const QJsonObject &argument
     return m_results.take(id);
 }
 
-/// Reads the messages that the peer has received, or had received when it was killed.
+/// Reads the reports of all messages that the peer has received, also after it was killed.
 void ServicePeer::flush(bool throughTheBus)
 {
     if (m_process.state() != QProcess::NotRunning)

@@ -297,7 +297,7 @@ void TestFileExport::filesToReadAreOpenedFirst()
     QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
     MessageLog log;
     FileSharing::exportFiles({{"a", made}}, map);
-    QVERIFY(!map.contains(ReadFds)); // not there yet
+    QVERIFY(!map.contains(ReadFds)); // the file was created later
     QCOMPARE(filesBehind(map, WriteFds), QStringList(made));
     QCOMPARE(log.takeWarnings(), QStringList(warningFor(made)));
 }

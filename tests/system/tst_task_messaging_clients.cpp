@@ -91,7 +91,7 @@ void TestTaskMessagingClients::addCounts()
         QTest::addRow("%d", count) << count;
 }
 
-/// Connects \a count clients, and waits until the task has logged each that the server accepts.
+/// Connects \a count clients, and waits until the task has logged each client that the server has accepted.
 std::vector<std::unique_ptr<PlainSocket>> TestTaskMessagingClients::connectClients(int count)
 {
     takeOnly({RemoteClosed});
@@ -162,7 +162,7 @@ void TestTaskMessagingClients::waitingClientsMayLeaveWhileTheFirstStays()
     QVERIFY(isServed(*first));
     first.reset();
     QTRY_VERIFY(ends > 0);
-    const auto next = connectClient(); // a new connection starts the turn of the waiting client
+    const auto next = connectClient(); // after a new connection, the task serves the first waiting client
     QTRY_COMPARE(task->state(), TaskMessaging::Connected);
     QVERIFY(isServed(*newcomer));
     QCOMPARE(next->received(), QByteArray());
@@ -187,7 +187,7 @@ void TestTaskMessagingClients::waitingClientsAreServedInOrder()
     }
     first.reset();
     QTRY_VERIFY(ends > 0);
-    clients.push_back(connectClient()); // a new connection starts the turn of the first one
+    clients.push_back(connectClient()); // after a new connection, the task serves the first waiting client
     for (size_t i = 0; i < size_t(count) + 10; ++i) {
         const auto client = std::move(clients[i]);
         if (!client)
@@ -197,7 +197,7 @@ void TestTaskMessagingClients::waitingClientsAreServedInOrder()
         const int endsBefore = ends;
         client->close();
         QTRY_VERIFY(ends > endsBefore);
-        clients.push_back(connectClient()); // a new connection starts the turn of the next one
+        clients.push_back(connectClient()); // after a new connection, the task serves the next waiting client
     }
     takeOnly({RemoteClosed, OneOnly});
 }
@@ -288,7 +288,7 @@ void TestTaskMessagingClients::incompleteFrameDuringASlotIsLoggedOnce()
     auto waiting = connectClients(1);
     PlainSocket *const client = waiting.front().get();
     QVERIFY(client->send(frame("{}")));
-    QTRY_VERIFY(client->isRead()); // delivered when the turn of the client starts
+    QTRY_VERIFY(client->isRead()); // delivered when the task serves the client
     first.reset();
     QTRY_COMPARE(ends, 1);
     connect(task.get(), &TaskMessaging::messageReceived, this, [this, client] {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The connections of a task channel: how they begin, and how they end.
+// The begin and the end of the connections of a task channel.
 #include "channel.h"
 
 #include <descriptor_limit.h>
@@ -210,7 +210,7 @@ void TestTaskMessagingConnections::secondClientWaits()
     QVERIFY(!second.isClosed());
     QCOMPARE(second.received(), QByteArray());
 
-    // After the first client has left, the next connection starts the turn of the waiting client.
+    // After the first client has left and another one has connected, the task serves the waiting client.
     first.close();
     QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
     log->takeWarnings();
@@ -235,12 +235,11 @@ void TestTaskMessagingConnections::messagesOfAClientThatLeftWhileWaitingArrive()
     first.close();
     QTRY_COMPARE(task->state(), TaskMessaging::Unconnected);
     log->takeWarnings();
-    PlainSocket third(path()); // starts the turn of the second client, which has left; the turn of the third follows
+    PlainSocket third(path()); // the task serves the second client, which has left, and then the third one
     QVERIFY(third.send(frame(R"({"from":"third"})")));
     QTRY_COMPARE(task.messages, QStringList({"{\"from\":\"second\"}", "{\"from\":\"third\"}"}));
     QCOMPARE(task->state(), TaskMessaging::Connected);
-    const QStringList endings =
-        log->takeWarnings(); // none if Qt has noticed the end of the second client during its wait
+    const QStringList endings = log->takeWarnings(); // none if Qt has already noticed the end of the second client
     for (const QString &warning : endings)
         QCOMPARE(warning, RemoteClosed);
 }

@@ -209,7 +209,7 @@ void TestTaskMessagingFrames::incompleteFramesCloseTheConnection()
     QVERIFY(application.send(frame(R"({"whole":true})") + bytes));
     QTRY_VERIFY(application.isClosed());
     QVERIFY2(memory("VmHWM") - used < qint64(16) * 1024, "no memory is used for the announced length");
-    // An earlier peak may be above the current size, but not by as much as the lengths.
+    // An earlier peak may be above the current size, but by less than the length prefixes.
     QVERIFY2(memory("VmPeak") - addresses < qint64(1024) * 1024, "no addresses are reserved for the announced length");
     QCOMPARE(task.messages, QStringList("{\"whole\":true}"));
     QCOMPARE(task->state(), TaskMessaging::Unconnected);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Channels and clients that are deleted within a slot.
+// Channels and clients that a slot deletes.
 #include "channel.h"
 
 #include <message_log.h>

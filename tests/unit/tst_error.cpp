@@ -54,7 +54,7 @@ void TestError::codeAndMessageAreStored()
     QVERIFY(error.isError());
     QVERIFY(error);
 
-    const Error unknown(Error::Code(300), {}); // no unknown code is a success
+    const Error unknown(Error::Code(300), {}); // an unknown code is an error
     QCOMPARE(int(unknown.code()), 300);
     QVERIFY(unknown);
 }
@@ -191,7 +191,7 @@ void TestError::busErrorOfTypeNoErrorIsSuccess()
 void TestError::busErrorWithoutNameIsSuccess()
 {
     QDBusError nameless(QDBusError::AccessDenied, "m");
-    const QDBusError taken = std::move(nameless); // the only way to such an error: Qt moves the name, copies the type
+    const QDBusError taken = std::move(nameless); // Qt moves the name but copies the type
     QVERIFY(nameless.isValid()); // NOLINT(bugprone-use-after-move)
     QVERIFY(nameless.name().isEmpty());
     QCOMPARE(Corvane::errorFromDBusError(nameless).code(), Error::NoError);

@@ -72,8 +72,7 @@ void TestJsonPath::pathsAreExpanded_data()
     row(R"({"a": {"[0]": 1}})", "*.*", list("a[0]"));
     row(R"({"a": {"[0]": 1}})", "a.*", list("a.[0]"));
 
-    // Only an empty prefix goes without a dot before the key, and only an empty rest and an index without one before
-    // it.
+    // A key has no dot before it only after an empty prefix, and no dot after it only before an empty rest or an index.
     row(R"({"": {"b": 1}})", "*.b", list(".b"));
     row(R"({"": [1]})", "*[0]", list("[0]"));
     row(R"({"": [1]})", "*[*]", list("[0]"));

@@ -82,7 +82,7 @@ class TestMessageMeter : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { Corvane::registerRecordTypes(); } // the meter asks QtDBus for signatures
+    void initTestCase() { Corvane::registerRecordTypes(); } // the meter needs the signatures of the types
     void levelsAreCounted_data();
     void levelsAreCounted();
     void levelsOfArraysOfObjectsAreCounted();
@@ -144,7 +144,7 @@ void TestMessageMeter::levelsOfArraysOfObjectsAreCounted()
     QCOMPARE(problemOf(nestedObjectArrays(15, empty)), QString());
     QCOMPARE(problemOf(nestedObjectArrays(16, empty)), TooDeep);
 
-    // In hints only the outermost array is an array of objects. Inner arrays are mixed, which is one level more.
+    // In hints, only the outermost array is an array of objects. Inner arrays are mixed; that adds a level.
     QCOMPARE(problemOfHints(nestedObjectArrays(12, empty)), QString());
     QCOMPARE(problemOf(Core::Types::jsonObjectToVariantMap(nestedObjectArrays(12, empty))), QString());
     QCOMPARE(problemOfHints(nestedObjectArrays(13, empty)), TooDeep);
@@ -159,7 +159,7 @@ void TestMessageMeter::recursionIsLimited()
         QCOMPARE(problem(mixedArrays), TooDeep);
         QCOMPARE(problem(nestedObjectArrays(10000, 1)), TooDeep);
     }
-    // An array of arrays is omitted, and so not measured, unless it is within another array.
+    // An array of arrays is omitted and not measured, except inside another array.
     const QJsonObject arrays{{Key, nestedArrays(20000)}};
     QCOMPARE(problemOf(arrays), QString());
     QCOMPARE(problemOfHints(arrays), QString());
@@ -226,7 +226,7 @@ void TestMessageMeter::listsAreMeasured_data()
     QTest::newRow("texts") << QVariant(texts) << 2 << 4 << 8;
 }
 
-/// Finds the size by the number of bytes that fit beside the list.
+/// Determines the size by the number of bytes that fit into the message together with the list.
 void TestMessageMeter::listsAreMeasured()
 {
     QFETCH(QVariant, list);
@@ -235,7 +235,7 @@ void TestMessageMeter::listsAreMeasured()
     QFETCH(int, size);
 
     const auto aligned = [](int offset, int to) { return (offset + to - 1) / to * to; };
-    int used = aligned(6 + 2 + signature, 4) + 4; // the key, the signature, the length
+    int used = aligned(6 + 2 + signature, 4) + 4; // the key, the signature and the length
     used = aligned(used, alignment) + 1000 * size;
     used = aligned(used, 8) + 16; // a key, a signature of two, a length
     const int room = 64 * 1024 * 1024 - used;
@@ -248,7 +248,7 @@ void TestMessageMeter::listsAreMeasured()
 void TestMessageMeter::wholeMessageIsMeasured_data()
 {
     QTest::addColumn<QVariant>("last");
-    QTest::addColumn<int>("size"); // with the key
+    QTest::addColumn<int>("size"); // including the key
 
     QTest::newRow("text") << QVariant("123") << 20;
     QTest::newRow("object path") << QVariant::fromValue(QDBusObjectPath("/ab")) << 20;
@@ -265,7 +265,7 @@ void TestMessageMeter::wholeMessageIsMeasured()
     QFETCH(int, size);
 
     constexpr int Most = 128 * 1024 * 1024 - 4096; // the rest is for the header
-    constexpr int First = 64 * 1024 * 1024; // with what stands before the bytes: the length of the map and 16 as above
+    constexpr int First = 64 * 1024 * 1024; // includes the length of the map and the 16 bytes above
     const QByteArray bytes(First - 24, 'x');
     for (const int more : {-8, 0, 8}) {
         const int start = (Most - size) / 8 * 8 + more; // of the member, after the length of the map

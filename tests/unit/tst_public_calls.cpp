@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The calls of the public API as applications write them. A new overload that makes one of them ambiguous, or that
-// changes the signature of a function, breaks the build of this file.
+// Calls of the public API in the forms that applications use. The build of this file fails if a new overload makes a
+// call ambiguous, or if the signature of a function changes.
 #include <Corvane/Error>
 #include <Corvane/IntentsInvoker>
 #include <Corvane/Lifecycle>

@@ -136,7 +136,7 @@ void TestPublicIntentUri::loggingReaderReturnsTheSame_data()
         QTest::newRow(uri) << uri;
 }
 
-/// The reader that logs returns the same.
+/// The reader in Core, which logs warnings, returns the same intent.
 void TestPublicIntentUri::loggingReaderReturnsTheSame()
 {
     QFETCH(QString, uri);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The order in which the types are registered. Nothing but registerRecordTypes() may register one in this process.
+// The order in which the types are registered. Only registerRecordTypes() may register types in this process.
 #include <DBus/types.h>
 
 #include <patience.h>
@@ -27,7 +27,7 @@ QStringList names(const QVector<int> &types)
 
 } // namespace
 
-/// Replaces Qt's function in this program, and only records the type.
+/// Replaces Qt's function in this program. Only records the type.
 void QDBusMetaType::registerMarshallOperators(int type, MarshallFunction write, DemarshallFunction read)
 {
     if (write && read)

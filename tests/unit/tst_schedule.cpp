@@ -99,7 +99,7 @@ void TestSchedule::copiesAreIndependent()
 {
     Schedule schedule;
     schedule.onHours({1});
-    const Schedule copy(schedule); // NOLINT(performance-unnecessary-copy-initialization): that is the point
+    const Schedule copy(schedule); // NOLINT(performance-unnecessary-copy-initialization): the test needs a copy
     Schedule assigned;
     assigned = schedule;
     schedule.onHours({2});
