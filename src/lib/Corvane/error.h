@@ -35,7 +35,7 @@ public:
         NoError = 0,
         Failed = 1, ///< Any failure without its own code: no bus, a time-out, an unknown error name.
         HandlerNotFound = 2, ///< No application handles the intent.
-        HandlerFailed = 3, ///< The application that handles the intent replied with an error, or ended.
+        HandlerFailed = 3, ///< The application that handles the intent replied with an error, or has ended.
         InvalidArgs = 4,
         NotSupported = 5,
         AccessDenied = 6,

@@ -24,6 +24,12 @@ public:
     /// paths, which is empty for a null, because the conversion would leave the nulls out; and for the intent "OpenURI"
     /// no "readFiles", because setUriHint() replaces it.
     static QJsonObject convertibleHints(const QString &intentName, const QJsonObject &hints);
+    /// Stores both lists of JSON paths in \a map, also if they are empty.
+    static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
+
+    /// Returns the hints with all elements of mixed path lists converted to strings. A null, an array or an object
+    /// becomes an empty path. Without this conversion, nulls would be omitted.
+    static QJsonObject withTextPaths(const QJsonObject &hints);
 
     /// For the intent "OpenURI", replaces "readFiles" by the path of the "uri" in \a params.
     static void setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map);
@@ -33,8 +39,8 @@ public:
      *
      * A string names a file if it is a file: URL or has no colon. Other values are skipped. A missing file is created
      * if it is opened for writing. No file is truncated. If a file cannot be opened, a warning is logged and the rest
-     * of its list is skipped. The call never blocks on a FIFO or a device. After the call, the process can duplicate
-     * each file descriptor once more, because sending a message duplicates them.
+     * of its list is skipped. The call never blocks on a FIFO or a device. It ensures that the process has a free
+     * descriptor for the duplicate of each file descriptor, because sending a message duplicates them.
      */
     static void exportFiles(const QJsonObject &source, QVariantMap &map);
 };

@@ -24,7 +24,7 @@ class IntentsInvokerPrivate;
  * \endcode
  *
  * Any number of calls may be in flight at once. replyReceived() is emitted in the order in which the calls finish, and
- * does not identify the call. Use one invoker per call if that matters.
+ * does not identify the call. Use one invoker per call to distinguish the replies.
  *
  * Use an invoker on the thread that created it; the thread needs a running event loop. The constructor blocks until the
  * bus has returned the owner of the service's name. No other function blocks.
@@ -47,14 +47,14 @@ public:
      * paths are plain file names or file: URLs. invoke() opens the files and sends their file descriptors. Files in
      * "readFiles" are opened for reading. Files in "writeFiles" are opened for reading and writing, and missing ones
      * are created. For the intent "OpenURI", "readFiles" always selects the value at "uri", or its elements. A path
-     * cannot name a key that is empty, is "*", or contains '.' or '['. A file that cannot be opened is logged and ends
-     * its list; the intent is still sent.
+     * cannot name a key that is empty, is "*", or contains '.' or '['. If a file cannot be opened, a warning is logged
+     * and the later files of its list are skipped; the intent is still sent.
      *
      * Numbers are sent as doubles. Values that D-Bus cannot represent (a null, an array of arrays or of nulls) are
      * omitted, with a warning. An intent over the limits of the bus is not sent and fails with Error::Failed. The
      * limits are 63 nested containers (an object with members counts as three, a mixed array as two, any other array
      * or object as one), 64 MiB in an array or object, 128 MiB in all, 16 files, and no U+0000 in a string. A call
-     * without an answer fails after 86.4 seconds.
+     * without a reply fails after 86.4 seconds.
      */
     void invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 
@@ -70,7 +70,7 @@ public:
 
 Q_SIGNALS:
     /**
-     * Emitted once for each invoke(), from the event loop, when the intent was answered or has failed.
+     * Emitted once for each invoke(), from the event loop, when the reply was received or the call has failed.
      *
      * \a reply is the reply of the handler, or empty if \a error is set. A slot may delete the invoker. Queued
      * connections and QSignalSpy need registerMetaTypes().

@@ -44,7 +44,7 @@ public:
     /**
      * Returns the object of this process. The first call creates it, subscribes to the service's signal, and blocks
      * until the bus has returned the owner of the service's name. The library never deletes the object. Do not call
-     * instance() after deleting it: the returned pointer would dangle.
+     * instance() after you have deleted the object: it would return a dangling pointer.
      */
     static Lifecycle *instance();
     ~Lifecycle() override;
@@ -52,7 +52,7 @@ public:
     /**
      * Claims the instance id of this process as a bus name, and blocks until the bus has replied. The service sets the
      * id in HALVIR_APP_INSTANCE_ID, which is read at each call. Returns an error if the id is not set, if another
-     * process owns the name, or if the bus reports one.
+     * process owns the name, or if the bus returns an error.
      *
      * RuntimeDispatcher::startService() claims the same name. Use the functions of one class only.
      */

@@ -16,7 +16,7 @@ namespace Corvane {
 class RuntimeDispatcherPrivate;
 
 /**
- * Connects this process to the service: provides its identity, and receives the intents that it handles.
+ * Provides the identity of this process, and receives the intents that this process handles.
  *
  * \code
  * auto *dispatcher = Corvane::RuntimeDispatcher::instance();
@@ -64,12 +64,12 @@ public:
     int localServerSocket() const;
 
     /**
-     * Makes this process reachable for intents: exports the handler object and claims applicationInstanceId() as a bus
-     * name. Blocks until the bus has replied. Returns an error if another object has the handler object's path on this
-     * connection ("Registration failed"), if another process owns the name, or if the bus reports one. It may be called
-     * again.
+     * Makes this process reachable for intents: registers the handler object on the bus, and claims
+     * applicationInstanceId() as a bus name. Blocks until the bus has replied. Returns an error if another object of
+     * this process is registered at the path of the handler object ("Registration failed"), if another process owns
+     * the name, or if the bus returns an error. The function may be called again.
      *
-     * To call it by name, spell the return type as in the meta-object:
+     * To call this function by name, use the return type "Error", as in the meta-object:
      * \code
      * Corvane::Error error;
      * QMetaObject::invokeMethod(dispatcher, "startService", QReturnArgument<Corvane::Error>("Error", error));
@@ -77,7 +77,7 @@ public:
      */
     Q_INVOKABLE Error startService();
     /// Releases the bus name, and blocks until the bus has replied. Succeeds if this process does not own the name. The
-    /// handler object stays exported. Lifecycle::stopService() releases the same name.
+    /// handler object stays registered. Lifecycle::stopService() releases the same name.
     Q_INVOKABLE Error stopService();
 
     /// Calls \a callback at once if this process runs the application and not one of its tasks.
@@ -92,12 +92,11 @@ public:
      * Registers \a handler for the intent \a intentName. It replaces an earlier handler and its output files.
      *
      * The event loop calls the handler once for each intent. The handler may register and unregister intents, and may
-     * delete the dispatcher. The same is true of the destructors of its captures, when the handler is replaced or
-     * removed.
+     * delete the dispatcher. The destructors of its captures may do the same when the handler is replaced or removed.
      *
-     * Call the reply function at most once. Each call sends a reply; the caller receives one at most, because the bus
-     * or the caller drops any other. If the handler never calls it, the caller waits until its time-out. If the result
-     * is over the limits of the bus (see IntentsInvoker::invoke()), the caller gets an error, and a warning is logged.
+     * Call the reply function at most once. Each call sends a reply, but the bus or the caller drops all replies after
+     * the first one. If the reply function is never called, the caller waits until its time-out. If the result is over
+     * the limits of the bus (see IntentsInvoker::invoke()), the caller gets an error, and a warning is logged.
      *
      * An empty handler throws std::bad_function_call into the event loop when an intent arrives. An intent with an
      * empty name is never delivered.

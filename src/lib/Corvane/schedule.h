@@ -26,16 +26,16 @@ namespace Corvane {
  * \endcode
  *
  * Schedule is an implicitly shared value class. Builders modify the schedule in place; a second call replaces the value
- * of the first one. Numbers are stored unchecked and unsorted; problems() checks them. The service defines the
- * combination of the lists. See also docs/compatibility.md.
+ * of the first one. Numbers are stored unchecked and unsorted; problems() checks them. The service defines how the
+ * lists are combined. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Schedule
 {
 public:
     /// Creates an empty schedule.
     Schedule();
-    /// Creates a schedule with the properties in \a map, unchanged. They may include JSON and values received from the
-    /// bus. Task::start() describes the handling of values that D-Bus cannot represent.
+    /// Creates a schedule with the properties in \a map, unchanged. \a map may contain JSON and values received from
+    /// the bus. Task::start() describes the handling of values that D-Bus cannot represent.
     Schedule(const QVariantMap &map);
     Schedule(const Schedule &other);
     Schedule &operator=(const Schedule &other);
@@ -77,6 +77,9 @@ public:
     /// Returns true if both schedules have the same properties with equal values. The order of numbers and the time
     /// zone of dates count. Lists of integers are compared by content, also with a list that was received from the bus;
     /// other values are compared as QVariant compares them.
+    /// Returns true if both schedules have the same properties with equal values. Lists with the same numbers in
+    /// another order, and dates with another time zone, are not equal. A list of integers from the bus equals the list
+    /// of a builder.
     bool operator==(const Schedule &other) const;
     bool operator!=(const Schedule &other) const { return !(*this == other); }
 

@@ -59,17 +59,17 @@ public:
     friend CORVANE_EXPORT QDebug operator<<(QDebug debug, StopFlags flags);
 
     /**
-     * Creates the handle of a task of this application. The service knows the task by its qualified name,
-     * "<application>.task_<taskId>"; the constructor reads the application id from HALVIR_APP_ID. The state is known at
-     * once if the service has already sent the states of all tasks.
+     * Creates an object for a task of this application. Messages to the service contain the qualified name of the task,
+     * "<application>.task_<taskId>"; the constructor reads the application id from HALVIR_APP_ID. If the service has
+     * already sent the states of all tasks, state() is up to date immediately.
      */
     explicit Task(const QString &taskId, QObject *parent = nullptr);
     /// Drops the callbacks of all calls in flight. Does not stop the task.
     ~Task() override;
 
     QString taskId() const;
-    /// Returns the last announced state. States are matched by the task id alone: a task of another application with
-    /// the same id sets the state too.
+    /// Returns the last announced state. Only the task id identifies the task in an announcement: a task of another
+    /// application with the same id changes the state too.
     State state() const;
 
     /// The arguments on the command line of the task's process; none if not set.
@@ -114,8 +114,8 @@ public:
      * Values that D-Bus cannot represent are omitted, with a warning; only a Schedule made of a map can contain them. A
      * description over the limits of the bus (see IntentsInvoker::invoke()) is not sent and fails with Error::Failed.
      *
-     * \param callback is called once, later, from the event loop. It may be empty, and may delete the task. It is not
-     * called if the task is deleted before.
+     * \param callback is called once, later, from the event loop. It may be empty, and may delete the task. If the task
+     * is deleted first, the callback is not called.
      */
     void start(const std::function<void(const Corvane::Error &)> &callback = {});
     /// Asks the service to stop the task. See start() for the meaning of success and for \a callback.

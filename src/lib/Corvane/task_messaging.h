@@ -31,8 +31,8 @@ class TaskMessagingPrivate;
  * object in the application.
  *
  * The task has one client at a time. Other clients wait in a queue; they are neither accepted nor refused. After the
- * client has disconnected, the next new connection makes the first client of the queue the current one. Messages that
- * this client has already sent are delivered then. Clients that have left the queue are skipped.
+ * client has disconnected, the task continues with the first client of the queue when another client connects. Messages
+ * that the waiting client has already sent are delivered then. Clients that have disconnected are skipped.
  *
  * Use a channel on the thread that created it; the thread needs a running event loop. No function blocks. See also
  * docs/compatibility.md.
@@ -67,9 +67,9 @@ public:
     State state() const;
 
     /**
-     * Queues a message and returns true if the channel is connected. Otherwise it logs a warning and returns false. The
-     * event loop writes the message; the channel does not know whether it arrives. Messages that the other end does not
-     * read stay in the memory of this process.
+     * Queues a message and returns true if the channel is connected; otherwise logs a warning and returns false. The
+     * event loop writes the message. There is no acknowledgement. Messages that the other end does not read stay in the
+     * memory of this process.
      */
     bool sendMessage(const QJsonObject &message);
 
