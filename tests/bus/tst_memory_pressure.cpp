@@ -68,8 +68,8 @@ private Q_SLOTS:
     void slotMayDeleteTheObject();
 
 private:
-    void tell(const QString &body) { peer.emitSignal(Object, Properties, PropertiesChanged, body); }
-    void tellLevel(const char *value) { tell(QString("('%1', {'Level': <%2>}, @as [])").arg(Interface, value)); }
+    void emitChange(const QString &body) { peer.emitSignal(Object, Properties, PropertiesChanged, body); }
+    void emitLevel(const char *value) { emitChange(QString("('%1', {'Level': <%2>}, @as [])").arg(Interface, value)); }
     QVector<int> takeLevels()
     {
         QVector<int> taken;
@@ -100,7 +100,7 @@ void TestMemoryPressure::init()
     log.emplace();
     peer.answer({}, Subscribe);
     peer.answer("({'Level': <0>},)", GetAll);
-    tellLevel("0");
+    emitLevel("0");
     levels.clear();
     peer.takeCalls();
 }
@@ -173,7 +173,7 @@ void TestMemoryPressure::changesAreEmitted()
     QObject context;
     connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &context,
             [](MemoryPressure::MemoryLevel newLevel) { QCOMPARE(level(), int(newLevel)); }); // it has been stored
-    tell(body);
+    emitChange(body);
     QCOMPARE(takeLevels(), expected);
     QCOMPARE(level(), expected.isEmpty() ? 0 : expected.first());
 }
@@ -205,11 +205,11 @@ void TestMemoryPressure::objectMayBeDeletedBetweenTwoEntries()
 
 void TestMemoryPressure::repeatedLevelIsEmittedOnce()
 {
-    tellLevel("100");
-    tellLevel("100");
-    tellLevel("uint32 100");
-    tellLevel("200");
-    tellLevel("'high'"); // a text becomes the normal level
+    emitLevel("100");
+    emitLevel("100");
+    emitLevel("uint32 100");
+    emitLevel("200");
+    emitLevel("'high'"); // a text becomes the normal level
     QCOMPARE(takeLevels(), QVector<int>({100, 200, 0}));
 }
 
@@ -230,9 +230,9 @@ void TestMemoryPressure::changesOfAnotherSignatureAreIgnored()
 {
     QFETCH(QString, body);
 
-    tell(body);
+    emitChange(body);
     QCOMPARE(takeLevels(), QVector<int>());
-    tellLevel("100");
+    emitLevel("100");
     QCOMPARE(takeLevels(), QVector<int>{100});
 }
 
@@ -281,7 +281,7 @@ void TestMemoryPressure::signalsOfOtherSendersAreIgnored()
     peer.ownServiceName(false);
     forge();
     QCOMPARE(takeLevels(), QVector<int>());
-    tellLevel("100"); // sent by the previous owner of the service's name
+    emitLevel("100"); // sent by the previous owner of the service's name
     QCOMPARE(takeLevels(), QVector<int>());
     peer.ownServiceName(true);
     forge();
@@ -340,7 +340,7 @@ void TestMemoryPressure::failedSubscriptionIsLogged()
         log->takeWarnings(),
         QStringList("MemoryPressure subscription failed: QDBusError(\"com.example.Error.Broken\", \"the reason\")"));
     QCOMPARE(another.level, 100); // the level is fetched nevertheless
-    tellLevel("200");
+    emitLevel("200");
     QCOMPARE(another.level, 200);
 }
 
@@ -352,7 +352,7 @@ void TestMemoryPressure::failedFetchIsLogged()
     QCOMPARE(log->takeWarnings(),
              QStringList("Failed to get memory level: QDBusError(\"com.example.Error.Broken\", \"the reason\")"));
     QCOMPARE(another.level, 0);
-    tellLevel("200");
+    emitLevel("200");
     QCOMPARE(another.level, 200);
     QCOMPARE(peer.takeCalls(), bothCalls()); // no further attempt
 }
@@ -397,7 +397,7 @@ void TestMemoryPressure::missingServiceIsLogged()
     QCOMPARE(withoutBusTexts(log->takeWarnings()),
              QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
     peer.ownServiceName(true);
-    tellLevel("100"); // signals of a service that starts later arrive
+    emitLevel("100"); // signals of a service that starts later arrive
     QCOMPARE(another.level, 100);
 }
 
@@ -414,7 +414,7 @@ void TestMemoryPressure::serviceExitIsLogged()
     QCOMPARE(warnings,
              QStringList({"Failed to get memory level: " + error, "MemoryPressure subscription failed: " + error}));
     peer.start();
-    tellLevel("100");
+    emitLevel("100");
     QCOMPARE(another.level, 100);
 }
 
@@ -422,7 +422,7 @@ void TestMemoryPressure::signalsOfARestartedServiceArrive()
 {
     peer.kill();
     peer.start();
-    tellLevel("100");
+    emitLevel("100");
     QCOMPARE(takeLevels(), QVector<int>{100});
     QCOMPARE(peer.takeCalls(), QStringList()); // the object does not retry
 }
@@ -451,7 +451,7 @@ void TestMemoryPressure::changesCrossThreads()
     QAtomicInt lastLevel(-1);
     connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &receiver,
             [&lastLevel](MemoryPressure::MemoryLevel newLevel) { lastLevel = newLevel; });
-    tellLevel("100");
+    emitLevel("100");
     QTRY_COMPARE(lastLevel.loadAcquire(), 100);
     thread.quit();
     thread.wait();
@@ -462,9 +462,9 @@ void TestMemoryPressure::slotMayDeleteTheObject()
     // The last test, because the pointer is not reset.
     MemoryPressure *memoryPressure = MemoryPressure::instance();
     connect(memoryPressure, &MemoryPressure::levelChanged, memoryPressure, [memoryPressure] { delete memoryPressure; });
-    tellLevel("200");
+    emitLevel("200");
     QCOMPARE(takeLevels(), QVector<int>{200});
-    tellLevel("0");
+    emitLevel("0");
     QCOMPARE(takeLevels(), QVector<int>());
     QCOMPARE(MemoryPressure::instance(), memoryPressure); // a dangling pointer, as documented
 }

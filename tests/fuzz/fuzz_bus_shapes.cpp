@@ -138,7 +138,7 @@ Event readEvent(BusValueReader &reader)
         event.isError |= event.kind == 'e';
     }
     std::vector<QByteArray> types;
-    while (!reader.atEnd() && !reader.takes(';') && types.size() < 6)
+    while (!reader.atEnd() && !reader.skip(';') && types.size() < 6)
         types.push_back(reader.type());
     for (const QByteArray &type : types)
         event.body.push_back(reader.value(type, 1));

@@ -91,7 +91,7 @@ std::vector<QByteArray> completeTypes(const QByteArray &signature)
     return types;
 }
 
-bool BusValueReader::takes(char c)
+bool BusValueReader::skip(char c)
 {
     if (atEnd() || char(*m_data) != c)
         return false;
@@ -102,7 +102,7 @@ bool BusValueReader::takes(char c)
 QByteArray BusValueReader::text()
 {
     QByteArray bytes;
-    while (!atEnd() && !takes(';'))
+    while (!atEnd() && !skip(';'))
         bytes.append(next());
     return bytes;
 }
@@ -120,17 +120,17 @@ QByteArray BusValueReader::type(int level)
     if (level >= MaxTypeLevel || (c != 'a' && c != '('))
         return basicType(c);
     if (c == 'a') {
-        if (!takes('{'))
+        if (!skip('{'))
             return 'a' + type(level + 1);
         const QByteArray key = basicType(next());
         const QByteArray value = type(level + 2); // an array and an entry
-        takes('}');
+        skip('}');
         return "a{" + key + value + '}';
     }
     QByteArray members;
     do
         members += type(level + 1);
-    while (!atEnd() && !takes(')') && members.size() < 16);
+    while (!atEnd() && !skip(')') && members.size() < 16);
     return '(' + members + ')';
 }
 

@@ -35,7 +35,7 @@ public:
 
     bool atEnd() const { return m_data == m_end; }
     char next() { return atEnd() ? '\0' : char(*m_data++); }
-    bool takes(char c);
+    bool skip(char c);
 
     QByteArray text();
     QByteArray type() { return type(0); }
