@@ -15,7 +15,7 @@ const QString Scheme = QStringLiteral("intent");
 const QString FragmentHead = QStringLiteral("Intent;name=");
 const QString FragmentTail = QStringLiteral("end");
 
-/// A null string if the value cannot be written.
+/// Returns a null string if the value cannot be written.
 QString valueToString(const QJsonValue &value)
 {
     switch (faultOf(value)) {
@@ -40,7 +40,7 @@ bool hasType(const QString &text)
     return text.size() >= 2 && text[1] == QLatin1Char('.');
 }
 
-/// Null if the text is not a value.
+/// Returns null if the text is not a value.
 QJsonValue decoded(const QString &text)
 {
     if (!hasType(text))
@@ -60,7 +60,7 @@ QJsonValue decoded(const QString &text)
     }
 }
 
-/// The same, with a warning.
+/// Does the same, and logs a warning for an invalid text.
 QJsonValue valueFromString(const QString &text)
 {
     const QJsonValue value = decoded(text);
@@ -71,7 +71,7 @@ QJsonValue valueFromString(const QString &text)
     return value;
 }
 
-/// \param decode reads a value; null if the text is not one
+/// \param decode converts the text of a value; returns null if the text is not a value
 Intent parse(const QUrl &uri, QJsonValue (*decode)(const QString &text))
 {
     using Fault = Intent::Fault;
@@ -153,7 +153,7 @@ QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObjec
     uri.setScheme(Scheme);
     uri.setQuery(query);
     uri.setFragment(fragment, QUrl::TolerantMode);
-    uri.setAuthority(QLatin1String(""), QUrl::TolerantMode); // present, though empty: "intent://"
+    uri.setAuthority(QLatin1String(""), QUrl::TolerantMode); // an empty authority: "intent://"
     return uri;
 }
 

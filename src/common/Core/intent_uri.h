@@ -10,7 +10,7 @@
 /**
  * Intents as URIs: "intent://?hint=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end".
  *
- * Each value bears a letter for its type: B for booleans, d for numbers, S for strings, i for integers (read only).
+ * A letter before each value names its type: B for booleans, d for numbers, S for strings, i for integers (read only).
  * Nothing is escaped here beyond what QUrl and QUrlQuery do: a key with ';' or '=' is written, but not read back, and
  * some characters of texts, such as '%', line breaks and in params '#', come back percent-encoded.
  */
@@ -21,7 +21,7 @@ enum class ValueFault { None, Semicolon, Container, Null };
 /// Returns the reason why a value cannot be written.
 ValueFault faultOf(const QJsonValue &value);
 
-/// An intent that was read, or the fault of its URI.
+/// The result of reading a URI: an intent, or the reason why the URI is invalid.
 struct Intent
 {
     enum class Fault { None, InvalidUrl, WrongScheme, WrongFragment, InvalidParam };
@@ -36,10 +36,11 @@ struct Intent
 /// Reads a URI and logs nothing.
 Intent read(const QUrl &uri);
 
-/// An empty URL if the name is empty or a value cannot be written, which is logged unless the value is null.
+/// Returns an empty URL if the name is empty or a value cannot be written. Logs a warning unless the value is null.
 QUrl toUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
 
-/// Name, hints and params; all empty, with a warning, if \a uri is no intent. A hint that cannot be read is null.
+/// Returns the name, hints and params. Returns empty ones and logs a warning if \a uri is not an intent. A hint that
+/// cannot be read is null.
 std::tuple<QString, QJsonObject, QJsonObject> fromUri(const QUrl &uri);
 
 } // namespace Core::IntentUri

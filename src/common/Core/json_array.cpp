@@ -33,7 +33,7 @@ QVariant listOf(const QCborArray &elements, Convert convert)
 
 std::optional<QJsonValue::Type> commonType(const QJsonArray &array)
 {
-    // Qt stores JSON as CBOR. This conversion copies nothing, and access to the elements takes less than half the time.
+    // Qt stores JSON as CBOR. This conversion copies nothing, and access to the elements needs less than half the time.
     const QCborArray elements = QCborArray::fromJsonArray(array);
     const QCborValue first = elements.first();
     const bool common = std::all_of(elements.begin(), elements.end(),

@@ -7,14 +7,14 @@
 
 #include <optional>
 
-/// Typed lists from JSON arrays: the part that Core::Types and the conversion for the bus share.
+/// Typed lists of JSON arrays. Core::Types and the conversion to D-Bus values use these functions.
 namespace Core {
 
 // The warnings about values that have no typed list.
 constexpr char UnknownJsonType[] = "Unknown JSON value type";
 constexpr char JsonArrayOfArrays[] = "JSON array of arrays are not supported";
 
-/// Returns the type that all elements of the non-empty \a array share, or nothing if they differ.
+/// Returns the common type of all elements of the non-empty \a array, or nothing if the types differ.
 std::optional<QJsonValue::Type> commonType(const QJsonArray &array);
 
 /// Returns \a array as QList<bool>, QList<double> or QStringList. All elements have the scalar type \a type.

@@ -9,7 +9,7 @@
 
 namespace Core::JsonPath {
 
-/// A message in the name of the function for strings, whoever asks.
+/// Returns a debug stream whose log context is the public function for strings.
 static QDebug debug()
 {
     return QMessageLogger(__FILE__, __LINE__,
@@ -17,7 +17,7 @@ static QDebug debug()
         .debug();
 }
 
-/// The same for a view, since taking the front off a long string moves the rest of it.
+/// The same function for a view. Removing the front of a long string would move the rest of the string.
 static Element nextPathElement(QStringView &path, QString *key, int *index)
 {
     while (path.startsWith(QLatin1Char('.')))
@@ -74,7 +74,7 @@ QString joined(const QString &path, int index)
     return QStringLiteral("%1[%2]").arg(path, QString::number(index));
 }
 
-/// Appends to \a paths each of \a rests as seen from \a path.
+/// Appends each element of \a rests, prefixed with \a path, to \a paths.
 void appendJoined(const QString &path, const QStringList &rests, QStringList *paths)
 {
     for (const QString &rest : rests)

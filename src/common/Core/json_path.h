@@ -8,9 +8,9 @@
 /**
  * Paths into JSON objects: "uri[*]", "files[0].path", "a.*.b", "list[-1]".
  *
- * A key runs to the next '.' or '['; "*" stands for every key, "[*]" for every element; a negative index counts from
- * the end. Keys that are empty, are "*", or contain '.' or '[' cannot be named. Syntax errors are logged with qDebug
- * and end the path there.
+ * A key ends before the next '.' or '['. "*" selects every key, "[*]" every element. A negative index counts from the
+ * end. A path cannot name keys that are empty, are "*", or contain '.' or '['. A syntax error is logged with qDebug()
+ * and ends the path.
  */
 namespace Core::JsonPath {
 
@@ -24,10 +24,10 @@ enum Element : int { End = 0, Key = 1, Index = 2, AnyKey = 3, AnyIndex = 4 };
  */
 Element nextPathElement(QString &path, QString *key, int *index);
 
-/// What \a path leads to: null for a missing key, undefined for an index beyond the array. Wildcards are passed over.
+/// Returns the value at \a path: null for a missing key, undefined for an index out of range. Ignores wildcards.
 QJsonValue value(const QJsonObject &root, const QString &path);
 
-/// The paths without wildcards that \a path stands for in \a root, in the order of the document.
+/// Returns the paths of all values in \a root that match \a path, without wildcards, in the order of the document.
 QStringList expand(const QJsonObject &root, const QString &path);
 
 } // namespace Core::JsonPath

@@ -9,8 +9,8 @@
 
 namespace Core {
 
-/// Builds an object from members in any order, in time n log n; inserting them one by one would be quadratic. The last
-/// of several members with the same key counts.
+/// Builds an object from members in any order, in n log n time. QJsonObject::insert() would need quadratic time. If a
+/// key is repeated, the object contains the last value.
 class ObjectBuilder
 {
 public:
@@ -18,12 +18,12 @@ public:
     explicit ObjectBuilder(const QJsonObject &object = {}) : m_object(object) { }
 
     void insert(const QString &key, const QJsonValue &value);
-    /// Returns the object with all inserted members. The builder is not used again.
+    /// Returns the object with all inserted members. Do not use the builder afterwards.
     QJsonObject take();
 
 private:
     QJsonObject m_object;
-    QString m_lastKey; ///< Null while there are too few members for their order to matter.
+    QString m_lastKey; ///< Null while the object has few members; they are inserted directly.
     QVector<QPair<QString, QJsonValue>> m_rest; ///< All members from the first one that is out of order.
 };
 

@@ -12,7 +12,7 @@ inline QString qualifiedTaskName(const QString &applicationId, const QString &ta
     return applicationId + QLatin1String(".task_") + taskId;
 }
 
-/// Returns the path of the socket between a task and its application. The file need not exist.
+/// Returns the path of the socket between a task and its application. The file does not have to exist.
 inline QString taskSocketPath(const QString &applicationId, const QString &taskId)
 {
     // One arg() call for each value: a "%3" in the runtime directory is replaced by the task id.

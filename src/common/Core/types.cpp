@@ -19,7 +19,7 @@ QVariantMap plainMap(const QJsonObject &object)
     return map;
 }
 
-/// The same as QJsonValue::toVariant(), but an integral number is a double too.
+/// Does the same as QJsonValue::toVariant(), but also converts integral numbers to doubles.
 QVariant plainVariant(const QJsonValue &value)
 {
     switch (value.type()) {

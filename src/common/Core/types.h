@@ -8,8 +8,8 @@
 /**
  * JSON as variants.
  *
- * Unlike in Qt's own conversion, every number is a double and an array of one type is a typed list. Messages get the
- * same types from DBus/json.h, which also leaves out the values that D-Bus has no form for.
+ * Unlike Qt's conversion, this one converts every number to a double, and an array with elements of one type to a typed
+ * list. DBus/json.h converts to the same types for messages, and omits values that D-Bus cannot represent.
  */
 namespace Core::Types {
 

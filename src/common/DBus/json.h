@@ -15,8 +15,8 @@
  * The conversion from JSON to values of the bus.
  *
  * A boolean becomes b, a number d, a string s, an object a{sv}. A typed array becomes ab, ad, as or aa{sv}; an empty or
- * mixed one becomes av. Nulls, and arrays of arrays or of nulls, have no form on the bus. The conversion leaves them
- * out of the object or array that holds them, together with all values that nest deeper than any message.
+ * mixed one becomes av. D-Bus cannot represent nulls, arrays of arrays and arrays of nulls. The conversion omits these
+ * values, and all values that nest deeper than any message, from the object or array that contains them.
  */
 namespace Corvane {
 
@@ -34,18 +34,18 @@ struct BusObject
 
 QDBusArgument &operator<<(QDBusArgument &arg, const BusObject &object);
 
-/// The place of a JSON value decides which arrays in it are typed.
+/// The place of a JSON value in a message. It determines which arrays in the value are typed.
 enum class Place {
     Params, ///< In params and replies, every array with elements of one type is typed.
-    Hints, ///< Hints are the same, except that the objects in an array contain no typed arrays.
+    Hints, ///< In hints, the same, except that the objects in an array contain no typed arrays.
     MixedArray, ///< A mixed array contains no typed arrays at any depth.
 };
 
-/// Returns the value in one of the types of BusMember::value, or an invalid variant if the value is left out. Adds
-/// everything that is left out to \a omissions.
+/// Returns the value in one of the types of BusMember::value, or an invalid variant if the value is omitted. Adds all
+/// omitted values to \a omissions.
 QVariant toBus(const QJsonValue &value, Place place, Omissions *omissions);
 BusObject toBusObject(const QJsonObject &object, Place place, Omissions *omissions);
-/// The same for an object whose members the caller changes before it is sent.
+/// Does the same for an object whose members the caller changes before it sends them.
 QVariantMap toBusMap(const QJsonObject &object, Place place, Omissions *omissions);
 
 } // namespace Corvane

@@ -6,7 +6,7 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
-// File descriptors that a message may carry: a stock session bus cuts off who sends more.
+// The maximum number of file descriptors in a message. A stock session bus disconnects the sender of more.
 #ifndef CORVANE_MAX_DESCRIPTORS
 #define CORVANE_MAX_DESCRIPTORS 16
 #endif
@@ -16,8 +16,8 @@ namespace Corvane {
 /**
  * Measures the body of a message before it is marshalled.
  *
- * A message over the bus's limits costs the sender its connection for the rest of the process's life, and some limits
- * crash libdbus itself. The meter therefore counts the arguments, in any order, as QtDBus will marshal them.
+ * The bus disconnects the sender of a message over its limits, and the process cannot connect again. Over some limits,
+ * libdbus aborts the process. The meter therefore measures the arguments, in any order, as QtDBus will marshal them.
  */
 class MessageMeter
 {
@@ -28,10 +28,10 @@ public:
     /// The texts, arrays and variants inside a structure that the application or Qt marshals are not measured.
     void add(const QVariantMap &map);
     void add(const BusObject &object);
-    /// Adds a problem if the conversion left out a value that nests too deep.
+    /// Adds a problem if the conversion has omitted a value that is nested too deep.
     void add(const Omissions &omissions);
 
-    /// Returns why the bus would refuse the message, as a text for people, or an empty text if it would accept it.
+    /// Returns the reason why the bus would refuse the message, in English, or an empty text if it would not.
     QString problem() const;
 
 private:

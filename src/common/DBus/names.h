@@ -5,8 +5,8 @@
 
 #include <cstddef>
 
-// The well-known bus name of the service; everything else here is derived from it. A macro, since Q_CLASSINFO takes
-// nothing but literals. Integrators change it with the CMake variable of the same name.
+// The well-known bus name of the service; all other names are derived from it. It is a macro because Q_CLASSINFO
+// accepts only literals. The CMake variable of the same name changes it.
 #ifndef CORVANE_SERVICE_ROOT
 #define CORVANE_SERVICE_ROOT "org.halvir.Corvane"
 #endif
@@ -14,7 +14,7 @@
 /// The names of the service on the bus, each spelled once.
 namespace Corvane::Names {
 
-/// An interface and the path of the object that has it: "a.b.Tasks1" is found at "/a/b/Tasks1".
+/// An interface and the path of its object, such as "a.b.Tasks1" and "/a/b/Tasks1".
 template<std::size_t Size>
 struct Endpoint
 {

@@ -7,6 +7,7 @@
 namespace Corvane {
 
 /// A value that is left out of a message: the text of the warning, and the function and file of its log context.
+/// A value that is omitted from a message: the text of the warning, and the function and file of its log context.
 struct Omission
 {
     QString text;
@@ -14,7 +15,7 @@ struct Omission
     const char *file;
 };
 
-/// The values that are left out of a message. They are logged only if the message is sent.
+/// The values that are omitted from a message. Their warnings are logged only if the message is sent.
 class Omissions
 {
 public:
