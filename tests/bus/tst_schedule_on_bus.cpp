@@ -273,7 +273,6 @@ void TestScheduleOnBus::valuesWithoutAFormAreLeftOut()
     QString expected;
     QDebug(&expected) << "Value without a form on D-Bus:" << value;
     QCOMPARE(warnings.first(), expected.trimmed());
-    QVERIFY(log->takeWarnings().size() <= 1); // about the null, if it was omitted before the refusal
 }
 
 void TestScheduleOnBus::receivedMapIsSentUnchanged_data()

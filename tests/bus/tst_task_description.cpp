@@ -9,6 +9,7 @@
 #include <service_peer.h>
 
 #include <QtDBus/QDBusUnixFileDescriptor>
+#include <QtDBus/QDBusVariant>
 #include <QtTest/QtTest>
 
 #include <optional>

@@ -12,6 +12,7 @@ namespace {
 const QString Binaries = QStringLiteral(CORVANE_BINARIES);
 const QString StandIn = Binaries + QStringLiteral("/corvane-standin");
 const QString Applications = QStringLiteral(CORVANE_APPLICATIONS);
+const QString Sources = QStringLiteral(CORVANE_SOURCES);
 const QString BusProgram = QStringLiteral("--bus-program=") + qEnvironmentVariable("CORVANE_BUS_PROGRAM");
 const QString StartTimeout = QStringLiteral("--start-timeout=%1").arg(Patience);
 
@@ -371,8 +372,8 @@ void TestStandIn::traceShowsEachMessageInOneLine()
     QVERIFY(file.open());
     file.write("content");
     file.close();
-    const Result result = standIn({"run", StartTimeout, "--verbose", "--manifests", CORVANE_SOURCES "/examples/viewer",
-                                   "--", "corvane-example-launcher", file.fileName()});
+    const Result result = standIn({"run", StartTimeout, "--verbose", "--manifests", Sources + "/examples/viewer", "--",
+                                   "corvane-example-launcher", file.fileName()});
     QString trace = result.errors;
     trace.replace(QRegularExpression("process \\d+"), "process N");
     trace.replace(QRegularExpression("from :[0-9.]+"), "from :N");
@@ -394,8 +395,8 @@ corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: 
 
 void TestStandIn::nothingIsPrintedWithoutVerbose()
 {
-    const Result result = standIn({"run", StartTimeout, "--manifests", CORVANE_SOURCES "/examples/viewer", "--",
-                                   "corvane-example-launcher", StandIn});
+    const Result result = standIn(
+        {"run", StartTimeout, "--manifests", Sources + "/examples/viewer", "--", "corvane-example-launcher", StandIn});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.errors, QString());
 }
@@ -406,9 +407,9 @@ void TestStandIn::examplesExchangeAnIntentWithAFile()
     QVERIFY(file.open());
     file.write("first line\nsecond line\n");
     file.close();
-    const Result result = standIn(
-        {"run", StartTimeout, "--as", "launcher", "--manifests", CORVANE_SOURCES "/examples/viewer", "--manifests",
-         CORVANE_SOURCES "/examples/launcher", "--", "corvane-example-launcher", file.fileName()});
+    const Result result =
+        standIn({"run", StartTimeout, "--as", "launcher", "--manifests", Sources + "/examples/viewer", "--manifests",
+                 Sources + "/examples/launcher", "--", "corvane-example-launcher", file.fileName()});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.errors, QString());
     QVERIFY2(
@@ -454,8 +455,8 @@ void TestStandIn::monitorPrintsStatesAndLevels()
     QProcess process;
     process.setProcessEnvironment(environment());
     process.start(StandIn,
-                  {"run", StartTimeout, "--manifests", CORVANE_SOURCES "/examples/viewer", "--manifests",
-                   CORVANE_SOURCES "/examples/monitor", "--", "sh"});
+                  {"run", StartTimeout, "--manifests", Sources + "/examples/viewer", "--manifests",
+                   Sources + "/examples/monitor", "--", "sh"});
     QString output; // only the lines of the monitor, because the viewer prints too
     const auto show = [&process, &output](const char *command, const char *expected) {
         process.write(command);
@@ -487,7 +488,7 @@ void TestStandIn::syncExchangesMessagesWithItsTask()
 {
     QProcess process;
     process.setProcessEnvironment(environment());
-    process.start(StandIn, {"run", StartTimeout, "--manifests", CORVANE_SOURCES "/examples/sync", "--", "sh"});
+    process.start(StandIn, {"run", StartTimeout, "--manifests", Sources + "/examples/sync", "--", "sh"});
     QString output;
     const auto waitFor = [&process, &output](const char *line) {
         const QString expected = QString::fromUtf8(line) + '\n';

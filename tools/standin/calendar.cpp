@@ -33,7 +33,7 @@ bool matches(const QList<int> &list, int number)
 
 Calendar::Calendar(const QVariant &schedule)
 {
-    const QVariantMap map = Corvane::fromBus<QVariantMap>(schedule);
+    const auto map = Corvane::fromBus<QVariantMap>(schedule);
     m_isEmpty = map.isEmpty();
     m_start = toDate(map.value(Keys::StartDate));
     m_end = toDate(map.value(Keys::EndDate));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "json.h"
 
-#include "limits.h"
+#include "message_limits.h"
 
 #include <Core/json_array.h>
 

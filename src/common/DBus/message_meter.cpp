@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "message_meter.h"
 
-#include "limits.h"
+#include "message_limits.h"
 #include "variants.h"
 
 #include <QtCore/QSequentialIterable>

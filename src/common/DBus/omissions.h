@@ -6,7 +6,6 @@
 
 namespace Corvane {
 
-/// A value that is left out of a message: the text of the warning, and the function and file of its log context.
 /// A value that is omitted from a message: the text of the warning, and the function and file of its log context.
 struct Omission
 {

@@ -2,7 +2,7 @@
 #include "variants.h"
 
 #include "json.h"
-#include "limits.h"
+#include "message_limits.h"
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusVariant>

@@ -17,19 +17,13 @@ namespace Corvane {
 class FileSharing
 {
 public:
-    /// Writes both lists of JSON paths into \a map, even if they are empty.
+    /// Stores both lists of JSON paths in \a map, even if they are empty.
     static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
 
-    /// Returns the hints of an intent as they are converted for the bus: a text for each element of a mixed list of
-    /// paths, which is empty for a null, because the conversion would leave the nulls out; and for the intent "OpenURI"
-    /// no "readFiles", because setUriHint() replaces it.
+    /// Returns the hints of an intent as they are converted for the bus. All elements of mixed path lists are strings:
+    /// a null, an array or an object becomes an empty path. Otherwise the conversion would omit nulls. For the intent
+    /// "OpenURI", "readFiles" is removed, because setUriHint() replaces it.
     static QJsonObject convertibleHints(const QString &intentName, const QJsonObject &hints);
-    /// Stores both lists of JSON paths in \a map, also if they are empty.
-    static void setFileLists(const QStringList &readFiles, const QStringList &writeFiles, QVariantMap &map);
-
-    /// Returns the hints with all elements of mixed path lists converted to strings. A null, an array or an object
-    /// becomes an empty path. Without this conversion, nulls would be omitted.
-    static QJsonObject withTextPaths(const QJsonObject &hints);
 
     /// For the intent "OpenURI", replaces "readFiles" by the path of the "uri" in \a params.
     static void setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map);

@@ -74,12 +74,9 @@ public:
      */
     QStringList problems() const;
 
-    /// Returns true if both schedules have the same properties with equal values. The order of numbers and the time
-    /// zone of dates count. Lists of integers are compared by content, also with a list that was received from the bus;
-    /// other values are compared as QVariant compares them.
     /// Returns true if both schedules have the same properties with equal values. Lists with the same numbers in
     /// another order, and dates with another time zone, are not equal. A list of integers from the bus equals the list
-    /// of a builder.
+    /// of a builder. All other values are compared as QVariant compares them.
     bool operator==(const Schedule &other) const;
     bool operator!=(const Schedule &other) const { return !(*this == other); }
 
