@@ -11,8 +11,8 @@
  * Intents as URIs: "intent://?hint=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///tmp/a.txt;end".
  *
  * A letter before each value names its type: B for booleans, d for numbers, S for strings, i for integers (read only).
- * Nothing is escaped here beyond what QUrl and QUrlQuery do: a key with ';' or '=' is written, but not read back, and
- * some characters of texts, such as '%', line breaks and in params '#', come back percent-encoded.
+ * Only QUrl and QUrlQuery escape characters. A key with ';' or '=' is written but cannot be read back. Some characters
+ * of texts ('%', line breaks, and '#' in params) are read back percent-encoded.
  */
 namespace Core::IntentUri {
 

@@ -6,7 +6,8 @@
 #include <cstddef>
 
 // The well-known bus name of the service; all other names are derived from it. It is a macro because Q_CLASSINFO
-// accepts only literals. The CMake variable of the same name changes it.
+// accepts only literals. The CMake variable of the same name changes it; its default is here, so that the sources
+// compile without any setting.
 #ifndef CORVANE_SERVICE_ROOT
 #define CORVANE_SERVICE_ROOT "org.halvir.Corvane"
 #endif

@@ -21,12 +21,13 @@ void setLimit(void *libdbus, const char *function, void *connection, long limit)
 /**
  * Raises the limits of \a connection, a DBusConnection.
  *
- * - Size and number of descriptors of the received messages that are in use. A QDBusArgument keeps its message in use.
- *   At the limit libdbus pauses reading, and resumes when a message is released. That happens in the application's
- *   thread, where Qt cannot enable the socket notifier of its bus thread: nothing is read from then on.
- * - Descriptors in one received message. libdbus closes the connection on more. Some buses forward such messages.
+ * - The total size and the total number of file descriptors of the received messages that still exist. A QDBusArgument
+ *   keeps its message alive. At the limit libdbus stops reading, and resumes when a message is released. That happens
+ *   in the application's thread, where Qt cannot enable the socket notifier of its bus thread: nothing more is read.
+ * - The number of file descriptors in one received message. libdbus closes the connection at a message with more, and
+ *   some buses forward such messages.
  *
- * libdbus is loaded already, by QtDBus. It is looked up at run time because the library depends on Qt alone, and
+ * The functions are looked up at run time in the libdbus that QtDBus has loaded, because the library links only Qt, and
  * because Qt itself may load libdbus at run time. QtDBus initializes the threads of libdbus, whose functions then lock
  * the connection against Qt's bus thread.
  */

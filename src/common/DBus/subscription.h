@@ -10,7 +10,8 @@ namespace Corvane {
 /**
  * Connects a signal of the service to a slot, until the receiver is deleted. A failure is neither returned nor logged.
  *
- * \param path and \param interface name the endpoint; an object also has interfaces that are not named after it.
+ * \param path is the path of the service's object.
+ * \param interface is one of the interfaces of this object, such as org.freedesktop.DBus.Properties.
  * \param signature is the signature of the delivered signals. Qt drops a signal with another signature before it
  *        demarshals the arguments; it would demarshal them as the slot's types otherwise.
  * \param slot is the result of SLOT().

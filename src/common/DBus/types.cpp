@@ -10,10 +10,11 @@
 
 namespace {
 
-/// Reads what is next in \a arg, of this type; false if that cannot be read and is still there.
+/// Reads the next value of \a arg, which has the type \a type. Returns false, and reads nothing, if the type is not
+/// supported.
 bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonValue &value);
 
-/// Reads what the variant holds; the variant may be empty afterwards.
+/// Reads the content of the variant. May clear the variant.
 void takeContent(QVariant &variant, QJsonValue &value)
 {
     switch (variant.userType()) {
@@ -102,7 +103,7 @@ void write(QDBusArgument &arg, const QVariant &converted)
 
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value)
 {
-    Corvane::registerRecordTypes(); // the marshaller has to know what is nested in here
+    Corvane::registerRecordTypes(); // the marshaller must know the types of nested values
     if (value.isNull())
         arg << QDBusVariant(QVariant());
     else
@@ -134,8 +135,8 @@ const QDBusArgument &operator>>(const QDBusArgument &arg, QJsonArray &array)
     while (!arg.atEnd()) {
         QJsonValue value;
         if (!readKnown(arg, type, value)) {
-            arg >> value; // logs it
-            break; // it is still there, and would be for ever
+            arg >> value; // logs the warning
+            break; // the structure is not consumed: atEnd() would never return true
         }
         array.append(value);
     }
@@ -196,14 +197,15 @@ void demarshall(const QDBusArgument &arg, void *value)
     arg >> *static_cast<Type *>(value);
 }
 
-/// Writes each array as av: Qt takes the signature of the type, which a variant has to match, from an empty array.
+/// Writes each array as av. Qt determines the signature of the type from an empty array, and the value in a variant
+/// must have this signature.
 void marshallArray(QDBusArgument &arg, const void *value)
 {
     arg << converted(*static_cast<const QJsonArray *>(value)).value<QVariantList>();
 }
 
-/// Has Qt refuse the message. A value can have any signature, and Qt crashes on a type without one: so the type is av,
-/// and the variant in it is invalid.
+/// Makes Qt refuse the message. A QJsonValue has no fixed signature, and Qt crashes on a type without one. The declared
+/// signature is therefore av, and the element is an invalid variant.
 void marshallValue(QDBusArgument &arg, const void *)
 {
     arg.beginArray(qMetaTypeId<QDBusVariant>());
