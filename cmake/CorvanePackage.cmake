@@ -6,7 +6,9 @@ set(CORVANE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/CorvaneQt5)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/CorvaneQt5Config.cmake.in CorvaneQt5Config.cmake
     INSTALL_DESTINATION ${CORVANE_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(CorvaneQt5ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/CorvaneQt5Config.cmake ${CMAKE_CURRENT_BINARY_DIR}/CorvaneQt5ConfigVersion.cmake
+install(FILES
+    ${CMAKE_CURRENT_BINARY_DIR}/CorvaneQt5Config.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/CorvaneQt5ConfigVersion.cmake
     DESTINATION ${CORVANE_CMAKE_DIR})
 install(EXPORT CorvaneQt5Targets NAMESPACE CorvaneQt5:: DESTINATION ${CORVANE_CMAKE_DIR})
 

@@ -6,8 +6,8 @@ Usage: bench_startup.py quick|full FILE PROGRAMS LIBRARY
 
 The variants of the program use the library, hand-written QtDBus code, and the same code with QtNetwork loaded (the
 library needs it for the task channel). All variants have the same bus traffic, and run interleaved. PROGRAMS is the
-directory of the benchmarks. LIBRARY is the library, whose file is measured too. Writes the results to FILE, in the form of
-support/results.h.
+directory of the benchmarks. LIBRARY is the file of the library, which is measured too. Writes the results to FILE, in
+the format of support/results.h.
 """
 
 import collections

@@ -111,8 +111,8 @@ def connect():
 
 
 def call_bus(connection, member, body=None):
-    return connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member, body, None,
-                                Gio.DBusCallFlags.NONE, NO_TIMEOUT, None).unpack()[0]
+    return connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", member, body,
+                                None, Gio.DBusCallFlags.NONE, NO_TIMEOUT, None).unpack()[0]
 
 
 def write(line):
@@ -196,7 +196,9 @@ class Service:
 
     def own(self, request):
         """Requests or releases the service's name."""
-        return self.own_name() if request["on"] else call_bus(self.connection, "ReleaseName", GLib.Variant("(s)", (ROOT,)))
+        if request["on"]:
+            return self.own_name()
+        return call_bus(self.connection, "ReleaseName", GLib.Variant("(s)", (ROOT,)))
 
     def claim(self, request):
         """Requests another name."""

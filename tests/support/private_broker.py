@@ -41,8 +41,8 @@ def control(broker, listener):
     descriptors = Gio.UnixFDList.new()
     descriptors.append(listener.fileno())
     arguments = GLib.Variant("(ohv)", ("/org/bus1/DBus/Listener/0", 0, POLICY))
-    connection.call_with_unix_fd_list_sync(None, "/org/bus1/DBus/Broker", "org.bus1.DBus.Broker", "AddListener", arguments,
-                                           None, Gio.DBusCallFlags.NONE, -1, descriptors, None)
+    connection.call_with_unix_fd_list_sync(None, "/org/bus1/DBus/Broker", "org.bus1.DBus.Broker", "AddListener",
+                                           arguments, None, Gio.DBusCallFlags.NONE, -1, descriptors, None)
     return connection
 
 
@@ -74,4 +74,5 @@ else:
     theirs.setblocking(False)
     theirs.set_inheritable(True)
     os.dup2(os.open(os.devnull, os.O_WRONLY), options.print_address)
-    os.execlp("dbus-broker", "dbus-broker", f"--controller={theirs.fileno()}", f"--machine-id={uuid.uuid4().hex}", *QUOTAS)
+    os.execlp("dbus-broker", "dbus-broker", f"--controller={theirs.fileno()}", f"--machine-id={uuid.uuid4().hex}",
+              *QUOTAS)
