@@ -32,7 +32,7 @@ private Q_SLOTS:
     void listsArePrinted();
     void problemsAreNamed_data();
     void problemsAreNamed();
-    void writtenArgumentIsNoList();
+    void writtenArgumentIsNotAList();
 
 private:
     Schedule received(const QString &map);
@@ -100,7 +100,7 @@ void TestScheduleFromBus::problemsAreNamed()
     QCOMPARE(schedule.problems(), problems); // reading does not change the list
 }
 
-void TestScheduleFromBus::writtenArgumentIsNoList()
+void TestScheduleFromBus::writtenArgumentIsNotAList()
 {
     MessageLog log;
     QDBusArgument argument;

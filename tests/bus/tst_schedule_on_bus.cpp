@@ -60,8 +60,8 @@ private Q_SLOTS:
     void refusedScheduleCausesNoWarning();
     void structuresOverTheLimitsAreRefused_data();
     void structuresOverTheLimitsAreRefused();
-    void valuesWithoutAFormAreLeftOut_data();
-    void valuesWithoutAFormAreLeftOut();
+    void valuesThatDBusCannotRepresentAreOmitted_data();
+    void valuesThatDBusCannotRepresentAreOmitted();
     void receivedMapIsSentUnchanged_data();
     void receivedMapIsSentUnchanged();
     void receivedDescriptorsAreSent();
@@ -227,10 +227,10 @@ void TestScheduleOnBus::refusedScheduleCausesNoWarning()
 void TestScheduleOnBus::structuresOverTheLimitsAreRefused_data()
 {
     QTest::addColumn<QVariant>("structure");
-    QTest::addColumn<int>("maps"); ///< around the structure
+    QTest::addColumn<int>("maps"); // around the structure
     QTest::addColumn<bool>("isRefused");
 
-    // Around the maps are six levels, as above. Each map is three levels, a QRect is one, a QDateTime two.
+    // Around the maps are six levels, as above. Each map adds three levels, a QRect one, a QDateTime two.
     QTest::newRow("QRect") << QVariant(QRect(1, 2, 3, 4)) << 18 << false;
     QTest::newRow("QRect, too deep") << QVariant(QRect(1, 2, 3, 4)) << 19 << true;
     QTest::newRow("QDateTime") << QVariant(QDateTime::fromSecsSinceEpoch(0)) << 18 << false;
@@ -250,10 +250,10 @@ void TestScheduleOnBus::structuresOverTheLimitsAreRefused()
         structure = QVariantMap{{"k", structure}};
     const QString result = sent({{"x", structure}});
     QVERIFY2(isRefused ? result == TooDeep : result.startsWith("{'x': "), qUtf8Printable(result));
-    QCOMPARE(sent({{"x", 1}}), QString("{'x': <1>}")); // the connection exists still
+    QCOMPARE(sent({{"x", 1}}), QString("{'x': <1>}")); // the connection is still open
 }
 
-void TestScheduleOnBus::valuesWithoutAFormAreLeftOut_data()
+void TestScheduleOnBus::valuesThatDBusCannotRepresentAreOmitted_data()
 {
     QTest::addColumn<QVariant>("value");
 
@@ -263,7 +263,7 @@ void TestScheduleOnBus::valuesWithoutAFormAreLeftOut_data()
     QTest::newRow("QUrl") << QVariant(QUrl("file:///a"));
 }
 
-void TestScheduleOnBus::valuesWithoutAFormAreLeftOut()
+void TestScheduleOnBus::valuesThatDBusCannotRepresentAreOmitted()
 {
     QFETCH(QVariant, value);
 

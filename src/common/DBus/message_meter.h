@@ -25,7 +25,7 @@ public:
     void add(const QString &text);
     void add(const QStringList &texts);
     /// Adds a map. Its values have a type that QtDBus marshals or a type of BusMember::value, or are unread arguments.
-    /// The texts, arrays and variants inside a structure that the application or Qt marshals are not measured.
+    /// The strings, arrays and variants inside a structure that the application or Qt marshals are not measured.
     void add(const QVariantMap &map);
     void add(const BusObject &object);
     /// Adds a problem if the conversion has omitted a value that is nested too deep.
