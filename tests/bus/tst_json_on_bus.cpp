@@ -41,7 +41,7 @@ private Q_SLOTS:
     void valuesReadAsNullAreOmittedFromTheReply();
 
 private:
-    static void addRowsWithoutAForm();
+    static void addOmittedRows();
     static QString payloadText(const QString &arrives);
 
     ServicePeer peer;
@@ -72,7 +72,7 @@ void TestJsonOnBus::cleanup()
 }
 
 /// Adds values that are omitted completely.
-void TestJsonOnBus::addRowsWithoutAForm()
+void TestJsonOnBus::addOmittedRows()
 {
     QTest::newRow("null") << QByteArray("null") << ""
                           << "" << QStringList(UnknownType);
@@ -91,7 +91,7 @@ QString TestJsonOnBus::payloadText(const QString &arrives)
 void TestJsonOnBus::paramsAreWritten_data()
 {
     addJsonRows();
-    addRowsWithoutAForm();
+    addOmittedRows();
     QTest::newRow("arrays in an array of objects") << QByteArray(R"([{"b": [1, 2]}, {"c": [[1]]}, {}])") << "aa{sv}"
                                                    << "[{'b': <[1.0, 2.0]>}, {}, {}]" << QStringList(ArrayOfArrays);
 }
@@ -134,7 +134,7 @@ void TestJsonOnBus::repliesAreWritten()
 void TestJsonOnBus::hintsAreWritten_data()
 {
     addJsonRows();
-    addRowsWithoutAForm();
+    addOmittedRows();
     QTest::newRow("arrays in an array of objects")
         << QByteArray(R"([{"b": [1, 2]}, {"c": [[1]]}, {}])") << "aa{sv}"
         << "[{'b': <[<1.0>, <2.0>]>}, {'c': <[<[<1.0>]>]>}, {}]" << QStringList();

@@ -235,7 +235,7 @@ void TestLimits::callsOverTheLimitsAreRefused_data()
     QTest::newRow("U+0000 in a key") << QJsonObject{{nul, 1}} << HasNul;
     // A refused message logs no warnings about omitted parts.
     const QJsonArray leftOut{QJsonArray{1}};
-    QTest::newRow("U+0000 beside what would be left out")
+    QTest::newRow("U+0000 beside omitted values")
         << QJsonObject{{"a", leftOut}, {"b", QJsonValue()}, {Key, nul}} << HasNul;
     QTest::newRow("64 MiB of text") << QJsonObject{{Key, large}} << ArrayTooLarge;
     QTest::newRow("64 MiB in an array") << QJsonObject{{Key, QJsonArray{large.left(40 << 20), large.left(40 << 20)}}}

@@ -125,7 +125,7 @@ void TestMessageMeter::levelsAreCounted_data()
         << nestedObjects(20, QJsonArray{nestedObjects(1, 1)}) << TooDeep;
     QTest::newRow("numbers below the last level")
         << nestedObjects(20, QJsonArray{"x", QJsonArray{"x", QJsonArray{1, 2}}}) << TooDeep;
-    QTest::newRow("array of arrays, which is left out") << nestedObjects(21, QJsonArray{QJsonArray{1}}) << QString();
+    QTest::newRow("array of arrays, which is omitted") << nestedObjects(21, QJsonArray{QJsonArray{1}}) << QString();
 }
 
 void TestMessageMeter::levelsAreCounted()

@@ -26,7 +26,7 @@ class Converter
 public:
     explicit Converter(Omissions *omissions) : m_omissions(omissions) { }
 
-    /// Returns an invalid variant if the value is left out.
+    /// Returns an invalid variant if the value is omitted.
     QVariant value(const QJsonValue &value, Place place)
     {
         switch (value.type()) {
@@ -116,7 +116,8 @@ private:
         return QVariant::fromValue(objects);
     }
 
-    /// Converts a value inside so many more containers. Returns an invalid variant if a message cannot nest them.
+    /// Converts a value inside this number of additional containers. Returns an invalid variant if a message cannot
+    /// nest them.
     QVariant nested(int containers, const QJsonValue &content, Place place)
     {
         if (!allows(containers))
@@ -127,7 +128,7 @@ private:
         return converted;
     }
 
-    /// Returns whether a message can nest so many more containers. If not, the value counts as left out.
+    /// Returns whether a message can nest this number of additional containers. If not, the value counts as omitted.
     bool allows(int containers)
     {
         if (m_level + containers <= MaxLevels)

@@ -71,7 +71,7 @@ bool readKnown(const QDBusArgument &arg, QDBusArgument::ElementType type, QJsonV
     return false;
 }
 
-/// Converts the value, and logs all values that are left out.
+/// Converts the value, and logs all omitted values.
 QVariant converted(const QJsonValue &value)
 {
     Corvane::Omissions omissions;

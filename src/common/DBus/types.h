@@ -13,15 +13,15 @@
 /**
  * JSON on the bus.
  *
- * The writers write the types that DBus/json.h describes, and log a warning about each value that is left out.
+ * The writers write the types that DBus/json.h describes, and log a warning about each omitted value.
  *
- * The readers read all basic types except object paths, signatures and file descriptors. A variant reads as its
- * content; an array of bytes as a string up to its first zero, or as null if it is empty. A value that cannot be read
- * is null. A structure logs a warning, and an array of structures is empty. The readers add to the members or elements
- * that the target has. Where there is a structure, the value reader leaves its target unchanged.
+ * The readers read all basic types except object paths, signatures and file descriptors. A variant becomes its content.
+ * An array of bytes becomes a string that ends at the first NUL, or null if this string is empty. Other values become
+ * null. A structure causes a warning, and an array of structures becomes an empty array. The readers keep the existing
+ * members or elements of the target. For a structure, the reader of a QJsonValue does not change its target.
  *
- * Within a QVariant, Qt fixes the signature of a type before it sees the value: a QJsonArray is always av there, and a
- * message with a QJsonValue is not sent.
+ * Inside a QVariant, the signature depends only on the type, not on the value: a QJsonArray is always av, and a message
+ * with a QJsonValue is not sent.
  */
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonValue &value);
 QDBusArgument &operator<<(QDBusArgument &arg, const QJsonArray &array);

@@ -52,7 +52,7 @@ class Filter
 public:
     explicit Filter(Omissions *omissions) : m_omissions(omissions) { }
 
-    /// Returns an invalid variant if the value is left out.
+    /// Returns an invalid variant if the value is omitted.
     QVariant value(const QVariant &value, int levels)
     {
         const int type = value.userType();

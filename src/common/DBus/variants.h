@@ -41,8 +41,8 @@ T fromBus(const QVariant &value)
 bool isSequence(const QVariant &value);
 
 /**
- * Returns the map as QtDBus can marshal it, at any depth: JSON is converted, and each value without a form on D-Bus is
- * left out and added to \a omissions.
+ * Returns a map that QtDBus can marshal. Converts JSON at any depth. Omits values that D-Bus cannot represent, and adds
+ * them to \a omissions.
  */
 QVariantMap sendable(const QVariantMap &map, Omissions *omissions);
 
