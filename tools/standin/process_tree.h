@@ -19,8 +19,9 @@ public:
     /// for which other code waits.
     void reapOrphans(const QSet<pid_t> &others) const;
 
-    /// Ends all processes but \a spared and those below it, with SIGTERM and, after \a grace milliseconds, with
-    /// SIGKILL. Blocks until they have ended, at most twice that time. Returns the processes that have not ended.
+    /// Ends all processes but \a spared (0 for none) and its descendants, with SIGTERM and, after \a grace
+    /// milliseconds, with SIGKILL. Blocks until they have ended, at most twice that time. Returns the processes that
+    /// have not ended.
     QSet<pid_t> endAll(pid_t spared, int grace) const;
 
 private:

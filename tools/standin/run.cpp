@@ -107,5 +107,6 @@ int run(const RunOptions &options)
     const QSet<pid_t> left = processes.endAll(bus.processId(), ChildProcess::GracePeriod);
     for (const pid_t id : left)
         complain(QStringLiteral("The process %1 cannot be ended").arg(id));
+    processes.endAll(0, ChildProcess::GracePeriod); // the bus and its child processes, before its directory is removed
     return exitCode;
 }
