@@ -6,6 +6,7 @@
 #include <patience.h>
 #include <service_peer.h>
 
+#include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 

@@ -23,7 +23,7 @@ namespace {
 
 using Descriptors = QList<QDBusUnixFileDescriptor>;
 
-constexpr QLatin1String OpenUri("OpenURI");
+constexpr char OpenUri[] = "OpenURI";
 
 /// Returns the file that a value names. Empty if the value names no file.
 QString fileName(const QJsonValue &value)
@@ -83,7 +83,7 @@ void FileSharing::setFileLists(const QStringList &readFiles, const QStringList &
 QJsonObject FileSharing::convertibleHints(const QString &intentName, const QJsonObject &hints)
 {
     QJsonObject result = hints;
-    if (intentName == OpenUri)
+    if (intentName == QLatin1String(OpenUri))
         result.remove(Keys::ReadFiles);
     for (const QString &key : {Keys::ReadFiles, Keys::WriteFiles}) {
         const QJsonArray list = result.value(key).toArray();
@@ -101,7 +101,7 @@ QJsonObject FileSharing::convertibleHints(const QString &intentName, const QJson
 
 void FileSharing::setUriHint(const QString &intentName, const QJsonObject &params, QVariantMap &map)
 {
-    if (intentName != OpenUri)
+    if (intentName != QLatin1String(OpenUri))
         return;
     const bool several = params.value(QLatin1String("uri")).isArray();
     map.insert(Keys::ReadFiles, QStringList(several ? QStringLiteral("uri[*]") : QStringLiteral("uri")));
