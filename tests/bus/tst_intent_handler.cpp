@@ -23,7 +23,7 @@ namespace {
 
 const QString Files = QStringLiteral("{'readFiles': <@as []>, 'writeFiles': <@as []>}");
 const QString NotRegistered =
-    "org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)";
+    QStringLiteral("org.freedesktop.DBus.Error.Failed (s) ('Intent not registered by specified application',)");
 const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod");
 const QString HandleIntent = QStringLiteral("HandleIntent");
 const QString Ask = QStringLiteral("Ask");

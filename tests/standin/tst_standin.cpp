@@ -375,9 +375,9 @@ void TestStandIn::traceShowsEachMessageInOneLine()
     const Result result = standIn({"run", StartTimeout, "--verbose", "--manifests", Sources + "/examples/viewer", "--",
                                    "corvane-example-launcher", file.fileName()});
     QString trace = result.errors;
-    trace.replace(QRegularExpression("process \\d+"), "process N");
-    trace.replace(QRegularExpression("from :[0-9.]+"), "from :N");
-    trace.replace(QRegularExpression("/tmp/note-\\w+\\.txt"), "/tmp/note");
+    trace.replace(QRegularExpression(QStringLiteral("process \\d+")), "process N");
+    trace.replace(QRegularExpression(QStringLiteral("from :[0-9.]+")), "from :N");
+    trace.replace(QRegularExpression(QStringLiteral("/tmp/note-\\w+\\.txt")), "/tmp/note");
     trace.replace(file.fileName(), "/tmp/file");
     QCOMPARE(trace.split('\n'),
              QString::fromUtf8(R"(

@@ -46,7 +46,7 @@ QJsonArray inherited()
 /// Returns the state of a task from the text of a list of states.
 QString stateIn(const QString &text, const QString &id)
 {
-    const QRegularExpression pattern(QString("\\('%1', (uint32 )?(\\d+),").arg(id));
+    const QRegularExpression pattern(QStringLiteral("\\('%1', (uint32 )?(\\d+),").arg(id));
     return pattern.match(text).captured(2);
 }
 
