@@ -9,6 +9,14 @@ namespace Fuzz {
 
 namespace {
 
+/// Whether an array has elements of one type only, and therefore a typed form.
+bool isTypedArray(const QJsonArray &array, Place place)
+{
+    const QJsonValue::Type type = array.first().type();
+    return place != Place::Mixed && !array.isEmpty()
+        && std::all_of(array.begin(), array.end(), [type](const QJsonValue &value) { return value.type() == type; });
+}
+
 class Writer
 {
 public:
@@ -60,7 +68,7 @@ private:
             return {};
         }
         const QJsonArray array = value.toArray();
-        if (!isTyped(array, place))
+        if (!isTypedArray(array, place))
             return "av";
         if (array.first().isArray()) {
             warnings.append("JSON array of arrays are not supported");
@@ -95,7 +103,7 @@ private:
 
     QJsonArray array(const QJsonArray &array, Place place)
     {
-        const bool typed = isTyped(array, place);
+        const bool typed = isTypedArray(array, place);
         const bool isPlain = !typed || (array.first().isObject() && place == Place::Hints);
         const Place inside = isPlain ? Place::Mixed : place;
         QJsonArray json;
@@ -122,14 +130,6 @@ private:
         return json;
     }
 
-    static bool isTyped(const QJsonArray &array, Place place)
-    {
-        const QJsonValue::Type type = array.first().type();
-        return place != Place::Mixed && !array.isEmpty()
-            && std::all_of(array.begin(), array.end(),
-                           [type](const QJsonValue &value) { return value.type() == type; });
-    }
-
     /// Returns the received form of a text. UTF-8 has no lone surrogates; Qt removes a byte order mark at the start.
     static QString arriving(const QString &string)
     {
@@ -137,6 +137,13 @@ private:
         return isSame ? string : QString::fromUtf8(string.toUtf8());
     }
 };
+
+/// Whether the value has no form on the bus. An object that contains it omits its key too.
+bool isOmitted(const QJsonValue &value, Place place)
+{
+    const QJsonArray array = value.toArray();
+    return value.isNull() || (isTypedArray(array, place) && (array.first().isArray() || array.first().isNull()));
+}
 
 /// Returns the number of nested containers in the value, omitted members included. Sets \a hasNul if a text contains
 /// U+0000.
@@ -147,18 +154,16 @@ int levelsOf(const QJsonValue &value, Place place, bool *hasNul)
         levels = 1;
         const QJsonObject object = value.toObject();
         for (auto member = object.begin(); member != object.end(); ++member) {
-            *hasNul |= member.key().contains(QChar(QChar::Null));
+            *hasNul |= !isOmitted(member.value(), place) && member.key().contains(QChar(QChar::Null));
             // the array, the entry and the variant
             levels = std::max(levels, 3 + levelsOf(member.value(), place, hasNul));
         }
     } else if (value.isArray()) {
-        const QJsonArray array = value.toArray();
-        const QJsonValue::Type type = array.first().type();
-        const bool isTyped = place != Place::Mixed && !array.isEmpty()
-            && std::all_of(array.begin(), array.end(), [type](const QJsonValue &v) { return v.type() == type; });
-        if (isTyped && (type == QJsonValue::Array || type == QJsonValue::Null))
-            return 0; // the whole array is omitted
+        if (isOmitted(value, place))
+            return 0;
         levels = 1;
+        const QJsonArray array = value.toArray();
+        const bool isTyped = isTypedArray(array, place);
         const Place inside = isTyped && place == Place::Params ? place : Place::Mixed;
         for (const auto &element : array)
             levels = std::max(levels, (isTyped ? 1 : 2) + levelsOf(element, inside, hasNul));
