@@ -47,12 +47,15 @@ function(corvane_add_test name)
         string(REPLACE BUS_PROGRAM ${bus_program} run "${arg_RUN}")
         set(environment CORVANE_BUS_PROGRAM=${bus_program} ${common_environment})
         add_test(NAME ${test} COMMAND ${bus} ${run} $<TARGET_FILE:${name}>)
-        set_tests_properties(${test} PROPERTIES ENVIRONMENT "${environment}"
-            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "${labels}")
+        set(tests ${test})
         if(NOT corvane_no_ordinary_user AND NOT CORVANE_SANITIZE AND (arg_BUS OR arg_OWN_BUS))
             add_test(NAME user_${test} COMMAND ${as_ordinary_user} ${bus} ${run} $<TARGET_FILE:${name}>)
-            set_tests_properties(user_${test} PROPERTIES ENVIRONMENT "${environment}"
-                ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "user;${labels}")
+            list(APPEND tests user_${test})
+        endif()
+        set_tests_properties(${tests} PROPERTIES ENVIRONMENT "${environment}"
+            ENVIRONMENT_MODIFICATION XDG_RUNTIME_DIR=unset: TIMEOUT 1200 LABELS "${labels}")
+        if(TEST user_${test})
+            set_property(TEST user_${test} APPEND PROPERTY LABELS user)
         endif()
     endforeach()
     if(NOT CORVANE_SANITIZE) # on dbus-daemon, the last of the list

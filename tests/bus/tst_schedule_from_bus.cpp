@@ -4,31 +4,18 @@
 
 #include <message_log.h>
 #include <patience.h>
+#include <received.h>
 #include <service_peer.h>
 
 #include <QtDBus/QDBusArgument>
-#include <QtDBus/QDBusConnection>
 #include <QtTest/QtTest>
 
 using Corvane::Schedule;
-
-/// Stores the received map.
-class Receiver : public QObject
-{
-    Q_OBJECT
-public:
-    QVariantMap map;
-
-public Q_SLOTS:
-    void Take(const QVariantMap &received) { map = received; }
-};
 
 class TestScheduleFromBus : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-
     void receivedScheduleEqualsTheSentOne();
     void listsArePrinted();
     void problemsAreNamed_data();
@@ -36,41 +23,32 @@ private Q_SLOTS:
     void writtenArgumentIsNotAList();
 
 private:
-    Schedule received(const QString &map);
+    Schedule scheduleOf(const QString &map);
 
     ServicePeer peer;
-    Receiver receiver;
 };
 
-void TestScheduleFromBus::initTestCase()
+/// Returns a schedule of the map as QtDBus reads it.
+Schedule TestScheduleFromBus::scheduleOf(const QString &map)
 {
-    QVERIFY(QDBusConnection::sessionBus().registerObject("/receiver", &receiver, QDBusConnection::ExportAllSlots));
-}
-
-Schedule TestScheduleFromBus::received(const QString &map)
-{
-    peer.call("Take", QString("(%1,)").arg(map),
-              {{"destination", QDBusConnection::sessionBus().baseService()},
-               {"path", "/receiver"},
-               {"interface", QJsonValue()}});
-    return receiver.map;
+    return qdbus_cast<QVariantMap>(received(peer, QString("(%1,)").arg(map)));
 }
 
 void TestScheduleFromBus::receivedScheduleEqualsTheSentOne()
 {
     const auto schedule = Schedule().onHours({8, 20}).sinceDate(QDateTime({2030, 1, 2}, {3, 4}, Qt::UTC));
-    const Schedule same = received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
+    const Schedule same = scheduleOf("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
     QVERIFY(schedule == same);
     QVERIFY(same == schedule);
     QVERIFY(same == same); // NOLINT(misc-redundant-expression): reading does not change the list
-    QVERIFY(schedule != received("{'Hours': <[8, 21]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
-    QVERIFY(schedule != received("{'Hours': <[8.0, 20.0]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
+    QVERIFY(schedule != scheduleOf("{'Hours': <[8, 21]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
+    QVERIFY(schedule != scheduleOf("{'Hours': <[8.0, 20.0]>, 'StartDate': <'2030-01-02T03:04:00Z'>}"));
 }
 
 void TestScheduleFromBus::listsArePrinted()
 {
     QString text;
-    QDebug(&text) << received("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
+    QDebug(&text) << scheduleOf("{'Hours': <[8, 20]>, 'StartDate': <'2030-01-02T03:04:00Z'>}");
     QCOMPARE(text, R"(Corvane::Schedule(Hours: (8, 20), StartDate: "2030-01-02T03:04:00Z") )");
 }
 
@@ -96,7 +74,7 @@ void TestScheduleFromBus::problemsAreNamed()
     QFETCH(QStringList, problems);
 
     MessageLog log;
-    const Schedule schedule = received(map);
+    const Schedule schedule = scheduleOf(map);
     QCOMPARE(schedule.problems(), problems);
     QCOMPARE(schedule.problems(), problems); // reading does not change the list
 }
