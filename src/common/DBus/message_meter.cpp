@@ -238,7 +238,6 @@ const char *MessageMeter::addUnread(const char *signature)
 /// Adds the next value of \a arg.
 void MessageMeter::addNext(const QDBusArgument &arg)
 {
-    const auto codeOfNext = [&arg] { return arg.currentSignature().leftRef(1).toLatin1().at(0); };
     switch (arg.currentType()) {
     case QDBusArgument::BasicType: {
         const QByteArray signature = arg.currentSignature().toLatin1();
@@ -250,7 +249,7 @@ void MessageMeter::addNext(const QDBusArgument &arg)
     }
     case QDBusArgument::ArrayType:
         arg.beginArray();
-        addArray(alignmentOf(codeOfNext()), [&] {
+        addArray(alignmentOf(arg.currentSignature().leftRef(1).toLatin1().at(0)), [&] {
             while (!arg.atEnd() && m_problem.isEmpty())
                 addNext(arg);
         });

@@ -316,7 +316,7 @@ void registerRecordTypes()
     QDBusMetaType::registerMarshallOperators(QMetaType::QJsonValue, marshallValue, demarshall<QJsonValue>);
     registerWriteOnly<BusObject>();
     registerWriteOnly<QVector<BusObject>>();
-    qDBusRegisterMetaType<QList<QVariantMap>>(); // arrays of objects in hints
+    qDBusRegisterMetaType<QList<QVariantMap>>(); // as jsonArrayToVariant() returns it, and in schedules
 
     registered = true;
 }
