@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A process whose bus is killed while calls are in flight. Qt does not connect to the session bus again.
+#include <Corvane/intent_request.h>
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
@@ -33,7 +34,9 @@ private Q_SLOTS:
     void cleanup();
     void callsInFlightHaveFailedOnce();
     void callsFailOnceFromTheEventLoop();
+    void requestsFailOnceFromTheEventLoop();
     void replyIsLogged();
+    void answerOfAHandlerIsLogged();
     void replyWithADescriptorIsLogged();
     void namesCanNeitherBeClaimedNorReleased();
     void stateAndLevelAreKept();
@@ -53,6 +56,8 @@ private:
     Task task{"sync"};
     QStringList outcomes; ///< The outcomes of the task's calls.
     RuntimeDispatcher::ReplyFunction reply; ///< The reply function of an intent from before the loss.
+    QVector<IncomingIntent> intents; ///< Two intents from before the loss.
+    IntentRequest *request = nullptr; ///< A request from before the loss.
     std::optional<MessageLog> log;
 };
 
@@ -62,6 +67,7 @@ void TestLostBus::initTestCase()
     auto *dispatcher = RuntimeDispatcher::instance();
     dispatcher->registerIntent("Ask", [this](const auto &, const auto &function) { reply = function; });
     dispatcher->registerIntentOutputFiles("Ask", {"file"}, {});
+    dispatcher->registerIntentHandler("Keep", [this](const IncomingIntent &intent) { intents << intent; });
     QVERIFY(!dispatcher->startService());
     const QString body = "([('sync', uint32 1, @a{sv} {})],)";
     peer.emitSignal("Tasks1", CORVANE_SERVICE_ROOT ".Tasks1", "StateChanged", body);
@@ -76,11 +82,13 @@ void TestLostBus::loseTheBus()
     peer.hold();
     for (int i = 0; i < 3; ++i)
         invoker.invoke("X", {}, {});
+    request = invoker.request("X");
     task.start(note("started"));
     task.stop({}, note("stopped"));
     peer.beginCall("HandleIntent", "('Ask', @a{sv} {})");
-    QTRY_COMPARE(peer.calls().size(), 5);
-    QTRY_VERIFY(reply);
+    peer.beginCall("HandleIntent", "('Keep', @a{sv} {})", {{"repeat", 2}});
+    QTRY_COMPARE(peer.calls().size(), 6);
+    QTRY_VERIFY(reply && intents.size() == 2);
     bus.crash();
     QTRY_COMPARE(replies.all.size(), 3);
     QTRY_COMPARE(outcomes.size(), 2);
@@ -124,6 +132,26 @@ void TestLostBus::callsFailOnceFromTheEventLoop()
     QCoreApplication::processEvents();
     QCOMPARE(replies.all.size(), 2);
     QCOMPARE(outcomes.size(), 2);
+}
+
+void TestLostBus::requestsFailOnceFromTheEventLoop()
+{
+    QTRY_COMPARE(request->state(), IntentRequest::Failed);
+    QVERIFY(request->error() == Error::Failed);
+    const IntentRequest *later = invoker.request("X");
+    QSignalSpy finished(later, &IntentRequest::finished);
+    QCOMPARE(later->state(), IntentRequest::Pending);
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(later->error().message(), NotConnected);
+    QCoreApplication::processEvents();
+    QCOMPARE(finished.size(), 1);
+}
+
+void TestLostBus::answerOfAHandlerIsLogged()
+{
+    intents.at(0).reply();
+    QCOMPARE(log->takeWarnings(), QStringList("Failed to reply to an intent: \"The message cannot be sent\""));
+    intents.clear(); // the caller of the second one cannot be reached either
 }
 
 void TestLostBus::replyIsLogged()

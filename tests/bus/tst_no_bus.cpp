@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A process without a session bus.
+#include <Corvane/intent_request.h>
 #include <Corvane/intents_invoker.h>
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
@@ -19,6 +20,7 @@ class TestNoBus : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void invokeFailsOnceFromTheEventLoop();
+    void requestFailsOnceFromTheEventLoop();
     void invokerMayBeDeletedInItsSlot();
     void deletedInvokerNeverEmits();
     void taskFailsOnceFromTheEventLoop();
@@ -40,6 +42,19 @@ void TestNoBus::invokeFailsOnceFromTheEventLoop()
                  QStringList({"{} 1 Not connected to D-Bus server", "{} 1 A message cannot hold a text with U+0000"}));
     QCoreApplication::processEvents();
     QCOMPARE(replies.all.size(), 2);
+}
+
+void TestNoBus::requestFailsOnceFromTheEventLoop()
+{
+    IntentsInvoker invoker;
+    const IntentRequest *request = invoker.request("X");
+    QSignalSpy finished(request, &IntentRequest::finished);
+    QVERIFY(!request->isFinished());
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(request->state(), IntentRequest::Failed);
+    QCOMPARE(request->error().message(), QString("Not connected to D-Bus server"));
+    QCoreApplication::processEvents();
+    QCOMPARE(finished.size(), 1);
 }
 
 void TestNoBus::invokerMayBeDeletedInItsSlot()

@@ -184,8 +184,9 @@ class Service:
             self.answer = request["answer"]
 
     def hold(self, request):
-        """Sets whether calls stay unanswered until they are released."""
+        """Sets whether calls stay unanswered until they are released. Forgets the calls that are still unanswered."""
         self.holding = request["on"]
+        self.held = []
 
     def release(self, request):
         """Waits for the held call with an index, and replies to it."""

@@ -41,7 +41,8 @@ public:
     void answerError(const QString &name, const QString &body = "('the reason',)", const QString &member = {});
     /// Replies to later intents with their own params.
     void echo();
-    /// Delays the replies to later calls. release() waits for the call with the number \a index, and replies to it.
+    /// Delays the replies to later calls. release() waits for the call with the number \a index, and replies to it. The
+    /// numbers start at 0 after each hold().
     void hold(bool on = true);
     void release(int index, const QString &body, const QJsonObject &more = {});
     void releaseError(int index, const QString &name);

@@ -82,6 +82,9 @@ private Q_SLOTS:
     void filesUnderUnnamableKeysAreNotOpened();
     void openFailsWithoutAFreeDescriptor();
     void noDescriptorStaysOpen();
+    void openingStopsAtTheFirstFailure_data();
+    void openingStopsAtTheFirstFailure();
+    void openingReturnsNothingOnSuccess();
 
 private:
     QString file(const char *name, const QByteArray &content = "content");
@@ -479,6 +482,41 @@ void TestFileExport::noDescriptorStaysOpen()
         QCOMPARE(log.takeWarnings().size(), 1);
     }
     QCOMPARE(openDescriptors(), before);
+}
+
+void TestFileExport::openingStopsAtTheFirstFailure_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("missing") << "/nonexistent/a"
+                             << "No such file or directory";
+    QTest::newRow("directory") << "/"
+                               << "Is a directory";
+    QTest::newRow("U+0000") << QString("/dev/null") + QChar(0) + ".png"
+                            << "Invalid argument";
+}
+
+void TestFileExport::openingStopsAtTheFirstFailure()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, reason);
+
+    const QTemporaryDir empty;
+    const QString created = empty.filePath("created");
+    QVariantMap map{{ReadFiles, QStringList{"a", "b", "c"}}, {WriteFiles, QStringList("d")}};
+    const QJsonObject source{{"a", "/dev/null"}, {"b", file}, {"c", "/dev/zero"}, {"d", created}};
+    QCOMPARE(FileSharing::openFiles(source, map), QString("Cannot open the file \"%1\": %2").arg(file, reason));
+    QCOMPARE(filesBehind(map, ReadFds), QStringList("/dev/null"));
+    QVERIFY(!map.contains(WriteFds));
+    QVERIFY(!QFile::exists(created));
+}
+
+void TestFileExport::openingReturnsNothingOnSuccess()
+{
+    QVariantMap map{{ReadFiles, QStringList("a")}, {WriteFiles, QStringList("a")}};
+    QCOMPARE(FileSharing::openFiles({{"a", "/dev/null"}}, map), QString());
+    QCOMPARE(filesBehind(map, ReadFds), QStringList("/dev/null"));
+    QCOMPARE(filesBehind(map, WriteFds), QStringList("/dev/null"));
 }
 
 QTEST_GUILESS_MAIN(TestFileExport)

@@ -2,6 +2,8 @@
 // Calls of the public API in the forms that applications use. The build of this file fails if a new overload makes a
 // call ambiguous, or if the signature of a function changes.
 #include <Corvane/Error>
+#include <Corvane/IncomingIntent>
+#include <Corvane/IntentRequest>
 #include <Corvane/IntentsInvoker>
 #include <Corvane/Lifecycle>
 #include <Corvane/MemoryPressure>
@@ -156,6 +158,26 @@ void callIntentsInvoker(IntentsInvoker &invoker)
     QObject::connect(&invoker, &IntentsInvoker::replyReceived, &invoker, [] {});
 }
 
+void callRequests(IntentsInvoker &invoker, const QString &name, const QUrl &uri)
+{
+    IntentRequest *request = invoker.request("X");
+    for (IntentRequest *other :
+         {invoker.request(name), invoker.request("X", {}), invoker.request(name, {}), invoker.request({}, {}),
+          invoker.request("X", {{"a", 1}}), invoker.request(name, {{"a", 1}, {"b", {}}}), invoker.request("X", {}, {}),
+          invoker.request(name, {}, {{"a", 1}}), invoker.request("X", {{"h", 1}}, {{"a", 1}}), invoker.request(uri),
+          invoker.request(IntentUri(uri)), invoker.request(IntentUri(uri, IntentUri::KeepFileHints))})
+        qInfo() << other->state() << other->result().state << other->intentName();
+    request->setTimeout(std::chrono::seconds(5));
+    request->setTimeout(std::chrono::hours(1));
+    request->setAutoDelete(true);
+    request->then(&invoker, {});
+    request->then({}, nullptr);
+    request->then(nullptr, [](const QJsonObject &, const Error &) {});
+    request->then(&invoker, [](const auto &reply, const auto &error) { qInfo() << reply << error; });
+    request->cancel();
+    QObject::connect(request, &IntentRequest::finished, &invoker, [] {});
+}
+
 void callNotices(QObject &receiver)
 {
     for (const Error &error : {Lifecycle::instance()->startService(), Lifecycle::instance()->stopService()})
@@ -187,6 +209,17 @@ void callRuntimeDispatcher(RuntimeDispatcher *dispatcher)
     dispatcher->registerIntent("X", [](const auto &params, const auto &reply) { reply(params); });
     dispatcher->registerIntent(
         "X", [](const QVariant &, const std::function<void(QJsonObject)> &reply) { reply(QJsonObject()); });
+    dispatcher->registerIntentHandler("X", {});
+    dispatcher->registerIntentHandler("X", nullptr);
+    dispatcher->registerIntentHandler({}, {});
+    dispatcher->registerIntentHandler("X", [](const IncomingIntent &intent) { intent.reply(); });
+    dispatcher->registerIntentHandler("X", [](IncomingIntent intent) { intent.reply({}); }); // NOLINT
+    dispatcher->registerIntentHandler("X", [](const auto &intent) { intent.reply({{"a", 1}}); });
+    dispatcher->registerIntentHandler("X", [](const IncomingIntent &intent) {
+        intent.setOutputFiles({});
+        intent.setOutputFiles({"file"}, {"list[*]"});
+        QTimer::singleShot(0, [intent] { intent.fail("text"); });
+    });
     dispatcher->unregisterIntent("X");
     dispatcher->unregisterIntent({});
     dispatcher->registerIntentOutputFiles("X", {}, {});
@@ -297,6 +330,12 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
         QTest::newRow(meta.className()) << &meta << members;
     };
     row(Error::staticMetaObject, {"property int code", "property QString message"});
+    row(IncomingIntent::staticMetaObject,
+        {"property QString intentName", "property QJsonObject params", "property bool answered"});
+    row(IntentRequest::staticMetaObject,
+        {"signal void finished()", "enumeration State", "property QString intentName", "property State state",
+         "property bool isFinished", "property QJsonObject reply", "property Corvane::Error error",
+         "property bool autoDelete"});
     row(IntentsInvoker::staticMetaObject, {"signal void replyReceived(QJsonObject,Corvane::Error) reply error"});
     row(Lifecycle::staticMetaObject, {"signal void stateChanged(QString,ApplicationState) appInstanceId state"});
     row(MemoryPressure::staticMetaObject,
@@ -329,7 +368,8 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers()
         found << QByteArray("property ") + meta->property(i).typeName() + ' ' + meta->property(i).name();
     QCOMPARE(found, members);
     QCOMPARE(meta->constructorCount(), 0);
-    QCOMPARE(meta->superClass(), meta == &Error::staticMetaObject ? nullptr : &QObject::staticMetaObject);
+    const bool isGadget = meta == &Error::staticMetaObject || meta == &IncomingIntent::staticMetaObject;
+    QCOMPARE(meta->superClass(), isGadget ? nullptr : &QObject::staticMetaObject);
 }
 
 QTEST_GUILESS_MAIN(TestPublicCalls)

@@ -33,6 +33,8 @@ public:
 
     /// Returns the reason why the bus would refuse the message, in English, or an empty text if it would not.
     QString problem() const;
+    qint64 bytes() const { return m_size; }
+    int descriptors() const { return m_descriptors; }
 
 private:
     void add(const QVariant &content);

@@ -48,12 +48,14 @@ QStringList fileNames(const QJsonObject &source, const QStringList &patterns)
     return names;
 }
 
-/// Returns an invalid descriptor if the file cannot be opened. QFile is not used: it blocks on a FIFO.
+/// Returns an invalid descriptor and sets errno if the file cannot be opened. QFile is not used: it blocks on a FIFO.
 QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
 {
     QDBusUnixFileDescriptor descriptor;
-    if (name.contains(QChar(QChar::Null)))
-        return descriptor; // the system would cut the name there
+    if (name.contains(QChar(QChar::Null))) { // the system would cut the name there
+        errno = EINVAL;
+        return descriptor;
+    }
 
     const int access = mode == QIODevice::ReadOnly ? O_RDONLY : O_RDWR | O_CREAT;
     const QByteArray path = QFile::encodeName(name);
@@ -66,10 +68,69 @@ QDBusUnixFileDescriptor openFile(const QString &name, QIODevice::OpenMode mode)
     descriptor.giveFileDescriptor(fd);
 
     struct stat status = {};
-    if (::fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)
-        || ::fcntl(fd, F_SETFL, 0) != 0) // clears O_NONBLOCK, the only flag
+    if (::fstat(fd, &status) != 0)
+        return {};
+    if (S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return {};
+    }
+    if (::fcntl(fd, F_SETFL, 0) != 0) // clears O_NONBLOCK, the only flag
         return {};
     return descriptor;
+}
+
+/// A file that cannot be opened.
+struct Failure
+{
+    QString name;
+    int errorNumber;
+};
+
+enum class AfterFailure { Stop, ContinueWithNextList };
+
+QVector<Failure> open(const QJsonObject &source, QVariantMap &map, AfterFailure afterFailure)
+{
+    struct Row
+    {
+        const QString &files;
+        const QString &descriptors;
+        QIODevice::OpenMode mode;
+    };
+    static const Row rows[] = {
+        {Keys::ReadFiles, Keys::ReadFds, QIODevice::ReadOnly},
+        {Keys::WriteFiles, Keys::WriteFds, QIODevice::ReadWrite},
+    };
+
+    QVector<Failure> failures;
+    Descriptors reserve; // reserves file descriptors for the duplicates that sending makes
+    for (const Row &row : rows) {
+        const QStringList patterns = map.value(row.files).toStringList();
+        if (patterns.isEmpty())
+            continue;
+        map.insert(row.files, patterns); // a list from JSON is a QVariantList
+
+        Descriptors descriptors;
+        const QStringList names = fileNames(source, patterns);
+        for (const QString &name : names) {
+            const QDBusUnixFileDescriptor descriptor = openFile(name, row.mode);
+            if (!descriptor.isValid()) {
+                failures.append({name, errno});
+                break;
+            }
+            const QDBusUnixFileDescriptor duplicate(descriptor.fileDescriptor());
+            if (!duplicate.isValid()) {
+                failures.append({name, EMFILE});
+                break;
+            }
+            descriptors.append(descriptor);
+            reserve.append(duplicate);
+        }
+        if (!descriptors.isEmpty())
+            map.insert(row.descriptors, QVariant::fromValue(descriptors));
+        if (!failures.isEmpty() && afterFailure == AfterFailure::Stop)
+            break;
+    }
+    return failures;
 }
 
 } // namespace
@@ -109,39 +170,18 @@ void FileSharing::setUriHint(const QString &intentName, const QJsonObject &param
 
 void FileSharing::exportFiles(const QJsonObject &source, QVariantMap &map)
 {
-    struct Row
-    {
-        const QString &files;
-        const QString &descriptors;
-        QIODevice::OpenMode mode;
-    };
-    static const Row rows[] = {
-        {Keys::ReadFiles, Keys::ReadFds, QIODevice::ReadOnly},
-        {Keys::WriteFiles, Keys::WriteFds, QIODevice::ReadWrite},
-    };
+    const QVector<Failure> failures = open(source, map, AfterFailure::ContinueWithNextList);
+    for (const Failure &failure : failures)
+        qWarning() << "Failed to open file" << failure.name;
+}
 
-    Descriptors reserve; // reserves file descriptors for the duplicates that sending makes
-    for (const Row &row : rows) {
-        const QStringList patterns = map.value(row.files).toStringList();
-        if (patterns.isEmpty())
-            continue;
-        map.insert(row.files, patterns); // a list from JSON is a QVariantList
-
-        Descriptors descriptors;
-        const QStringList names = fileNames(source, patterns);
-        for (const QString &name : names) {
-            const QDBusUnixFileDescriptor descriptor = openFile(name, row.mode);
-            const QDBusUnixFileDescriptor duplicate(descriptor.fileDescriptor());
-            if (!duplicate.isValid()) {
-                qWarning() << "Failed to open file" << name;
-                break;
-            }
-            descriptors.append(descriptor);
-            reserve.append(duplicate);
-        }
-        if (!descriptors.isEmpty())
-            map.insert(row.descriptors, QVariant::fromValue(descriptors));
-    }
+QString FileSharing::openFiles(const QJsonObject &source, QVariantMap &map)
+{
+    const QVector<Failure> failures = open(source, map, AfterFailure::Stop);
+    if (failures.isEmpty())
+        return {};
+    const Failure &failure = failures.constFirst();
+    return QStringLiteral("Cannot open the file \"%1\": %2").arg(failure.name, qt_error_string(failure.errorNumber));
 }
 
 } // namespace Corvane

@@ -37,6 +37,10 @@ public:
      * descriptor for the duplicate of each file descriptor, because sending a message duplicates them.
      */
     static void exportFiles(const QJsonObject &source, QVariantMap &map);
+
+    /// Does the same, except that it stops at the first file that cannot be opened, and logs nothing. Returns a
+    /// sentence with the name of that file and the reason; an empty text if all files are open.
+    static QString openFiles(const QJsonObject &source, QVariantMap &map);
 };
 
 } // namespace Corvane

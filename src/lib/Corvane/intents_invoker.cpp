@@ -2,19 +2,24 @@
 #include "intents_invoker.h"
 #include "intents_invoker_p.h"
 
-#include "error_p.h"
 #include "file_sharing.h"
+#include "intent_request_p.h"
+#include "intent_uri.h"
 
 #include <Core/intent_uri.h>
 #include <DBus/message_meter.h>
 #include <DBus/names.h>
-#include <DBus/pending_call.h>
 #include <DBus/session_bus.h>
-#include <DBus/types.h>
 
-#include <QtDBus/QDBusPendingReply>
+#include <limits>
 
 namespace Corvane {
+
+namespace {
+
+constexpr int NoTimeout = std::numeric_limits<int>::max(); // DBUS_TIMEOUT_INFINITE
+
+} // namespace
 
 IntentsInterface::IntentsInterface()
     : QDBusAbstractInterface(Names::ServiceRoot, Names::Intents.path(), Names::Intents.interface, sessionBus(), nullptr)
@@ -29,15 +34,33 @@ IntentsInvokerPrivate::IntentsInvokerPrivate() : interface(std::make_unique<Inte
 
 void IntentsInvokerPrivate::invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
 {
-    onFinished(send(intentName, hints, params), this, [this](const QDBusPendingReply<QJsonObject> &reply) {
-        const Error error = errorFromDBusError(reply.error());
-        Q_EMIT replyReceived(reply.isError() ? QJsonObject() : reply.value(), error);
+    const SentIntent sent = send(intentName, hints, params, Invoke);
+    onReply(sent.call, this, [this, trace = sent.trace](const QJsonObject &reply, const Error &error) {
+        trace.end(error, [&reply] { return sizeOfReply(reply); });
+        Q_EMIT replyReceived(reply, error);
     });
 }
 
-QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJsonObject &hints,
-                                             const QJsonObject &params)
+SentIntent IntentsInvokerPrivate::send(const QString &intentName, const QJsonObject &hints, const QJsonObject &params,
+                                       Kind kind)
 {
+    const Call call = prepare(intentName, hints, params, kind);
+    const Trace trace = Trace::begin("request", intentName, [&call] { return call.size; });
+    if (!call.problem.isEmpty())
+        return {refusedCall(call.problem), trace};
+    const QString method = QStringLiteral("InvokeIntent");
+    if (kind == Invoke)
+        return {interface->asyncCallWithArgumentList(method, call.arguments), trace};
+    QDBusMessage message =
+        QDBusMessage::createMethodCall(interface->service(), interface->path(), interface->interface(), method);
+    message.setArguments(call.arguments);
+    return {interface->connection().asyncCall(message, NoTimeout), trace};
+}
+
+IntentsInvokerPrivate::Call IntentsInvokerPrivate::prepare(const QString &intentName, const QJsonObject &hints,
+                                                           const QJsonObject &params, Kind kind)
+{
+    Call call;
     Omissions omissions;
     QVariantMap map = toBusMap(FileSharing::convertibleHints(intentName, hints), Place::Hints, &omissions);
     const BusObject body = toBusObject(params, Place::Params, &omissions);
@@ -47,16 +70,26 @@ QDBusPendingCall IntentsInvokerPrivate::send(const QString &intentName, const QJ
     meter.add(body);
     MessageMeter withoutFiles = meter; // checked before any file is opened
     withoutFiles.add(map);
-    if (!withoutFiles.problem().isEmpty())
-        return refusedCall(withoutFiles.problem());
+    call.problem = withoutFiles.problem();
+    if (!call.problem.isEmpty())
+        return call;
 
     FileSharing::setUriHint(intentName, params, map);
-    FileSharing::exportFiles(params, map);
+    if (kind == Request)
+        call.problem = FileSharing::openFiles(params, map);
+    else
+        FileSharing::exportFiles(params, map);
+    if (!call.problem.isEmpty())
+        return call;
+
     meter.add(map);
-    if (!meter.problem().isEmpty())
-        return refusedCall(meter.problem());
-    omissions.log();
-    return interface->asyncCall(QStringLiteral("InvokeIntent"), intentName, map, QVariant::fromValue(body));
+    call.problem = meter.problem();
+    call.size = {meter.bytes(), meter.descriptors()};
+    if (call.problem.isEmpty()) {
+        omissions.log();
+        call.arguments = {intentName, map, QVariant::fromValue(body)};
+    }
+    return call;
 }
 
 IntentsInvoker::IntentsInvoker(QObject *parent) : QObject(parent), d(std::make_unique<IntentsInvokerPrivate>())
@@ -69,6 +102,32 @@ IntentsInvoker::~IntentsInvoker() = default;
 void IntentsInvoker::invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
 {
     d->invoke(intentName, hints, params);
+}
+
+IntentRequest *IntentsInvoker::request(const QString &intentName, const QJsonObject &params)
+{
+    return request(intentName, {}, params);
+}
+
+IntentRequest *IntentsInvoker::request(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
+{
+    auto *const request = new IntentRequest(intentName, this);
+    request->d->follow(d->send(intentName, hints, params, IntentsInvokerPrivate::Request));
+    return request;
+}
+
+IntentRequest *IntentsInvoker::request(const IntentUri &intent)
+{
+    if (!intent.error())
+        return request(intent.intentName(), intent.hints(), intent.params());
+    auto *const request = new IntentRequest({}, this);
+    request->d->fail(intent.error());
+    return request;
+}
+
+IntentRequest *IntentsInvoker::request(const QUrl &uri)
+{
+    return request(IntentUri(uri));
 }
 
 QUrl IntentsInvoker::intentToUri(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)

@@ -3,6 +3,7 @@
 
 #include "corvane_export.h"
 #include "error.h"
+#include "intent_uri.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
@@ -12,6 +13,7 @@
 
 namespace Corvane {
 
+class IntentRequest;
 class IntentsInvokerPrivate;
 
 /**
@@ -19,12 +21,14 @@ class IntentsInvokerPrivate;
  *
  * \code
  * auto *invoker = new Corvane::IntentsInvoker(this);
- * connect(invoker, &Corvane::IntentsInvoker::replyReceived, this, &Window::showReply);
- * invoker->invoke(QStringLiteral("OpenURI"), {}, {{QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}});
+ * invoker->request(QStringLiteral("OpenURI"), {{QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}})
+ *     ->then(this, [](const QJsonObject &reply, const Corvane::Error &error) { qInfo() << reply << error; });
  * \endcode
  *
- * Any number of calls may be in flight at once. replyReceived() is emitted in the order in which the calls finish, and
- * does not identify the call. Use one invoker per call to distinguish the replies.
+ * request() returns an IntentRequest, which identifies the reply, can be canceled, and has no time-out by default.
+ * invoke() is the simple form: it has a fixed time-out, and reports all replies by one signal.
+ *
+ * Any number of intents may be in flight at once. They finish in any order.
  *
  * Use an invoker on the thread that created it; the thread needs a running event loop. The constructor blocks until the
  * bus has returned the owner of the service's name. No other function blocks.
@@ -36,7 +40,7 @@ class CORVANE_EXPORT IntentsInvoker : public QObject
     Q_OBJECT
 public:
     explicit IntentsInvoker(QObject *parent = nullptr);
-    /// Drops the replies of all calls in flight.
+    /// Drops the replies of all calls in flight, and deletes the requests.
     ~IntentsInvoker() override;
 
     /**
@@ -55,8 +59,27 @@ public:
      * limits are 63 nested containers (an object with members counts as three, a mixed array as two, any other array
      * or object as one), 64 MiB in an array or object, 128 MiB in all, 16 files, and no U+0000 in a string. A call
      * without a reply fails after 86.4 seconds.
+     *
+     * replyReceived() does not identify the call: use request() to distinguish the replies.
      */
     void invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
+
+    /**
+     * Sends the intent \a intentName and returns the request, a child of this object. Never returns null. The request
+     * finishes later, from the event loop.
+     *
+     * The message is the same as that of invoke(), with two differences. If a file cannot be opened, nothing is sent:
+     * the request fails with a message that names the file and the reason. The call has no time-out: see
+     * IntentRequest::setTimeout().
+     */
+    IntentRequest *request(const QString &intentName, const QJsonObject &params = {});
+    /// Does the same with hints. The arguments are in the same order as those of invoke().
+    IntentRequest *request(const QString &intentName, const QJsonObject &hints, const QJsonObject &params);
+    /// Sends an intent that was read from a URI. If it could not be read, the request fails with IntentUri::error().
+    IntentRequest *request(const IntentUri &intent);
+    /// Sends the intent that \a uri contains, without the hints that select files. See IntentUri for the risk of URIs
+    /// from outside. If \a uri cannot be read, the request fails.
+    IntentRequest *request(const QUrl &uri);
 
     /**
      * Returns an intent as a URI such as "intent://?h=B.true#Intent;name=OpenURI;count=d.2;uri=S.file:///a.txt;end".

@@ -4,15 +4,14 @@
 
 #include "bus_name_p.h"
 #include "file_sharing.h"
+#include "incoming_intent_p.h"
 
 #include <Core/environment.h>
-#include <DBus/message_meter.h>
 #include <DBus/session_bus.h>
 #include <DBus/types.h>
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusError>
-#include <QtDBus/QDBusMessage>
 
 #include <utility>
 
@@ -21,34 +20,6 @@ namespace Corvane {
 namespace {
 
 RuntimeDispatcher *currentDispatcher = nullptr;
-
-/// Replies to \a call with the result of a handler and the files that the result names.
-void sendReply(const QDBusConnection &connection, const QDBusMessage &call, const QJsonObject &result,
-               QVariantMap files)
-{
-    Omissions omissions;
-    const BusObject body = toBusObject(result, Place::Params, &omissions);
-    MessageMeter meter;
-    meter.add(omissions);
-    meter.add(body);
-    MessageMeter withoutFiles = meter; // checked before any file is opened
-    withoutFiles.add(files);
-    QString problem = withoutFiles.problem();
-    if (problem.isEmpty()) {
-        FileSharing::exportFiles(result, files);
-        meter.add(files);
-        problem = meter.problem();
-    }
-    if (problem.isEmpty()) {
-        omissions.log();
-        // QDBusConnection::send() returns true without a bus.
-        if (connection.isConnected() && connection.send(call.createReply({QVariant::fromValue(body), files})))
-            return;
-        problem = QStringLiteral("The message cannot be sent");
-    }
-    qWarning() << "Failed to reply to an intent:" << problem;
-    connection.send(call.createErrorReply(QDBusError::Failed, problem));
-}
 
 } // namespace
 
@@ -99,8 +70,21 @@ void RuntimeDispatcherPrivate::onTaskStarted(const QString &taskName,
 void RuntimeDispatcherPrivate::registerIntent(const QString &intentName,
                                               const RuntimeDispatcher::IntentHandler &handler)
 {
-    Intent intent{intentName, handler, {}, {}};
-    std::swap(intents[intentName], intent);
+    insert({intentName, handler, {}, {}, {}});
+}
+
+void RuntimeDispatcherPrivate::registerIntentHandler(const QString &intentName,
+                                                     const std::function<void(IncomingIntent)> &handler)
+{
+    insert({intentName, {}, {}, {}, [handler](const IncomingIntent &intent) {
+                if (handler)
+                    handler(intent);
+            }});
+}
+
+void RuntimeDispatcherPrivate::insert(Intent intent)
+{
+    std::swap(intents[intent.name], intent);
     // The old handler is destroyed last: the destructors of its captures may change the table.
 }
 
@@ -139,8 +123,15 @@ void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJs
     QVariantMap files;
     FileSharing::setFileLists(intent.readFiles, intent.writeFiles, files);
     setDelayedReply(true);
-    intent.handler(params, [connection = connection(), call = message(), files](const QJsonObject &result) {
-        sendReply(connection, call, result, files);
+    const ReceivedCall call{connection(), message(), Trace::begin("incoming intent", intentName, [&] {
+                                return sizeOfIntent(intentName, params);
+                            })};
+    if (intent.incomingHandler) {
+        intent.incomingHandler(IncomingIntent(IncomingIntentPrivate::create(intentName, params, files, call)));
+        return;
+    }
+    intent.handler(params, [call, files](const QJsonObject &result) {
+        call.reply(result, files, ReceivedCall::Files::Optional, QDBusError::errorString(QDBusError::Failed));
     });
     // The handler may have deleted this object.
 }
@@ -206,6 +197,12 @@ void RuntimeDispatcher::onTaskStarted(const QString &taskName, const std::functi
 void RuntimeDispatcher::registerIntent(const QString &intentName, const IntentHandler &handler)
 {
     d->registerIntent(intentName, handler);
+}
+
+void RuntimeDispatcher::registerIntentHandler(const QString &intentName,
+                                              const std::function<void(Corvane::IncomingIntent)> &handler)
+{
+    d->registerIntentHandler(intentName, handler);
 }
 
 void RuntimeDispatcher::unregisterIntent(const QString &intentName)

@@ -3,6 +3,7 @@
 
 #include "corvane_export.h"
 #include "error.h"
+#include "incoming_intent.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QObject>
@@ -20,8 +21,12 @@ class RuntimeDispatcherPrivate;
  *
  * \code
  * auto *dispatcher = Corvane::RuntimeDispatcher::instance();
- * dispatcher->registerIntent(QStringLiteral("Greet"), [](const QJsonObject &params, const auto &reply) {
- *     reply({{QStringLiteral("text"), QStringLiteral("Hello, ") + params[QStringLiteral("name")].toString()}});
+ * dispatcher->registerIntentHandler(QStringLiteral("Greet"), [](const Corvane::IncomingIntent &intent) {
+ *     const QString name = intent.params().value(QStringLiteral("name")).toString();
+ *     if (name.isEmpty())
+ *         intent.fail(QStringLiteral("There is no name"));
+ *     else
+ *         intent.reply({{QStringLiteral("text"), QStringLiteral("Hello, ") + name}});
  * });
  * if (const Corvane::Error error = dispatcher->startService())
  *     qFatal("Cannot receive intents: %s", qUtf8Printable(error.message()));
@@ -89,7 +94,18 @@ public:
     void onTaskStarted(const QString &taskName, const std::function<void(const QString &taskId)> &callback);
 
     /**
-     * Registers \a handler for the intent \a intentName. It replaces an earlier handler and its output files.
+     * Registers \a handler for the intent \a intentName. It replaces the earlier handler of either kind and its output
+     * files.
+     *
+     * The handler gets a handle of the intent, and answers it inside the call or later: see IncomingIntent. The event
+     * loop calls the handler once for each intent. The handler may register and unregister intents, and may delete the
+     * dispatcher. An empty handler leaves each intent unanswered, so its caller gets an error.
+     */
+    void registerIntentHandler(const QString &intentName, const std::function<void(Corvane::IncomingIntent)> &handler);
+
+    /**
+     * Registers a handler that gets the parameters and a reply function. It replaces the earlier handler of either kind
+     * and its output files. The handler cannot fail: use registerIntentHandler() to reply with an error.
      *
      * The event loop calls the handler once for each intent. The handler may register and unregister intents, and may
      * delete the dispatcher. The destructors of its captures may do the same when the handler is replaced or removed.
@@ -108,8 +124,8 @@ public:
     /**
      * Sets the paths of the values in a result that name files; see IntentsInvoker::invoke() for their syntax. When the
      * handler replies, the dispatcher opens these files, for reading or for reading and writing, and sends their file
-     * descriptors with the reply. Call this function after each registerIntent(). Without a handler for \a intentName,
-     * it only logs a warning.
+     * descriptors with the reply. Call this function after each registration of the handler. Without a handler for \a
+     * intentName, it only logs a warning.
      */
     void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
                                    const QStringList &writeFiles);

@@ -31,6 +31,7 @@ public:
     void onApplicationStarted(const std::function<void()> &callback);
     void onTaskStarted(const QString &taskName, const std::function<void(const QString &)> &callback);
     void registerIntent(const QString &intentName, const RuntimeDispatcher::IntentHandler &handler);
+    void registerIntentHandler(const QString &intentName, const std::function<void(IncomingIntent)> &handler);
     void unregisterIntent(const QString &intentName);
     void unregisterAllIntents();
     void registerIntentOutputFiles(const QString &intentName, const QStringList &readFiles,
@@ -42,6 +43,7 @@ public:
         RuntimeDispatcher::IntentHandler handler;
         QStringList readFiles;
         QStringList writeFiles;
+        std::function<void(IncomingIntent)> incomingHandler; ///< Replaces handler if it is set.
     };
     QMap<QString, Intent> intents;
     const QString applicationId;
@@ -49,6 +51,9 @@ public:
     const QString taskId;
     bool registered = false; ///< This object is exported on the bus. It is never withdrawn.
     RuntimeDispatcher *const q;
+
+private:
+    void insert(Intent intent);
 
 public Q_SLOTS:
     void HandleIntent(const QString &intentName, const QJsonObject &params); // clazy:exclude=function-args-by-value

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "trace_p.h"
+
+#include <DBus/json.h>
+#include <DBus/message_meter.h>
+
+#include <QtCore/QDebug>
+
+namespace Corvane {
+
+Q_LOGGING_CATEGORY(traceCategory, "corvane.trace", QtInfoMsg)
+
+namespace {
+
+quint64 nextNumber()
+{
+    static quint64 last = 0;
+    return ++last;
+}
+
+QDebug operator<<(QDebug debug, const Trace::Size &size)
+{
+    return debug << ", " << size.bytes << " bytes, " << size.descriptors << " descriptors";
+}
+
+Trace::Size sizeOf(MessageMeter &meter, const QJsonObject &object)
+{
+    Omissions omissions;
+    meter.add(toBusObject(object, Place::Params, &omissions));
+    return {meter.bytes(), meter.descriptors()};
+}
+
+} // namespace
+
+Trace::Trace(const char *operation, const QString &name, const Size &size)
+    : m_operation(operation), m_number(nextNumber())
+{
+    m_timer.start();
+    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " begins: " << name << size;
+}
+
+void Trace::logEnd(const Error &error, const Size &size) const
+{
+    QString outcome;
+    QDebug(&outcome).nospace() << error.code();
+    logEnd(outcome.toLatin1().constData(), size);
+}
+
+void Trace::logEnd(const char *outcome, const Size &size) const
+{
+    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << outcome << size << ", "
+                                     << m_timer.elapsed() << " ms";
+}
+
+Trace::Size sizeOfReply(const QJsonObject &reply)
+{
+    MessageMeter meter;
+    return sizeOf(meter, reply);
+}
+
+Trace::Size sizeOfIntent(const QString &intentName, const QJsonObject &params)
+{
+    MessageMeter meter;
+    meter.add(intentName);
+    return sizeOf(meter, params);
+}
+
+} // namespace Corvane

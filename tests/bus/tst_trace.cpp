@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <Corvane/intent_request.h>
+#include <Corvane/intents_invoker.h>
+#include <Corvane/runtime_dispatcher.h>
+
+#include <patience.h>
+#include <service_peer.h>
+
+#include <QtCore/QLoggingCategory>
+#include <QtCore/QRegularExpression>
+#include <QtTest/QtTest>
+
+using namespace Corvane;
+using namespace std::chrono_literals;
+
+namespace {
+
+QStringList lines;
+
+void handleMessage(QtMsgType, const QMessageLogContext &context, const QString &text)
+{
+    if (qstrcmp(context.category, "corvane.trace") == 0)
+        lines << text;
+}
+
+/// Returns the lines since the last call. # replaces the number of the first operation, and T the milliseconds.
+QStringList takeLines()
+{
+    static const QRegularExpression number(" ([0-9]+) (begins|ends): ");
+    static const QRegularExpression time("[0-9]+ ms$");
+    QStringList result;
+    for (QString line : qAsConst(lines))
+        result << line.replace(number, " # \\2: ").replace(time, "T ms");
+    lines.clear();
+    return result;
+}
+
+} // namespace
+
+class TestTrace : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void nothingIsTracedByDefault();
+    void requestsAreTraced_data();
+    void requestsAreTraced();
+    void refusedRequestIsTraced();
+    void filesAreCounted();
+    void incomingIntentsAreTraced_data();
+    void incomingIntentsAreTraced();
+    void numbersIdentifyTheOperations();
+    void contentsAreNotTraced();
+
+private:
+    ServicePeer peer;
+    std::unique_ptr<IntentsInvoker> invoker;
+};
+
+void TestTrace::initTestCase()
+{
+    QVERIFY(!RuntimeDispatcher::instance()->startService());
+}
+
+void TestTrace::init()
+{
+    qInstallMessageHandler(handleMessage);
+    QLoggingCategory::setFilterRules("corvane.trace=true");
+    invoker = std::make_unique<IntentsInvoker>();
+    lines.clear();
+}
+
+void TestTrace::cleanup()
+{
+    invoker.reset();
+    peer.hold(false);
+    QLoggingCategory::setFilterRules(QString());
+    qInstallMessageHandler(nullptr);
+}
+
+void TestTrace::nothingIsTracedByDefault()
+{
+    QLoggingCategory::setFilterRules(QString());
+    const IntentRequest *request = invoker->request("X");
+    QTRY_VERIFY(request->isFinished());
+    QCOMPARE(lines, QStringList());
+}
+
+void TestTrace::requestsAreTraced_data()
+{
+    QTest::addColumn<QString>("end");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("reply") << "reply"
+                           << "request # ends: Corvane::Error::NoError, 32 bytes, 0 descriptors, T ms";
+    QTest::newRow("error") << "error"
+                           << "request # ends: Corvane::Error::HandlerNotFound, 8 bytes, 0 descriptors, T ms";
+    QTest::newRow("time-out") << "timeout"
+                              << "request # ends: timed out, 0 bytes, 0 descriptors, T ms";
+    QTest::newRow("cancel") << "cancel"
+                            << "request # ends: canceled, 0 bytes, 0 descriptors, T ms";
+    QTest::newRow("deletion") << "delete"
+                              << "request # ends: deleted, 0 bytes, 0 descriptors, T ms";
+    QTest::newRow("reply to invoke()") << "invoke"
+                                       << "request # ends: Corvane::Error::NoError, 32 bytes, 0 descriptors, T ms";
+}
+
+void TestTrace::requestsAreTraced()
+{
+    QFETCH(QString, end);
+    QFETCH(QString, line);
+
+    if (end == "error")
+        peer.answerError(CORVANE_SERVICE_ROOT ".Error.HandlerNotFound");
+    else
+        peer.answer("({'text': <'content'>},)");
+    if (end == "timeout" || end == "cancel" || end == "delete")
+        peer.hold();
+    if (end == "invoke") {
+        invoker->invoke("X", {{"h", 1}}, {{"p", "q"}});
+    } else {
+        IntentRequest *request = invoker->request("X", {{"h", 1}}, {{"p", "q"}});
+        if (end == "timeout")
+            request->setTimeout(0ms);
+        if (end == "cancel")
+            request->cancel();
+        if (end == "delete")
+            delete request;
+    }
+    QTRY_COMPARE(lines.size(), 2);
+    QCOMPARE(takeLines(), QStringList({"request # begins: \"X\", 64 bytes, 0 descriptors", line}));
+    QVERIFY(peer.roundTrip());
+    QCOMPARE(lines, QStringList());
+}
+
+void TestTrace::refusedRequestIsTraced()
+{
+    invoker->request("X", {{"file", "/nonexistent/a"}, {"text", QString(QChar(0))}});
+    QTRY_COMPARE(lines.size(), 2);
+    QCOMPARE(takeLines(),
+             QStringList({"request # begins: \"X\", 0 bytes, 0 descriptors",
+                          "request # ends: Corvane::Error::Failed, 8 bytes, 0 descriptors, T ms"}));
+}
+
+void TestTrace::filesAreCounted()
+{
+    invoker->request("OpenURI", {{"uri", "/dev/null"}});
+    QVERIFY2(takeLines().value(0).endsWith(", 1 descriptors"), qUtf8Printable(takeLines().join('\n')));
+}
+
+void TestTrace::incomingIntentsAreTraced_data()
+{
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<QString>("line");
+    const QString replied = "incoming intent # ends: Corvane::Error::NoError, 128 bytes, 1 descriptors, T ms";
+    QTest::newRow("reply function") << "function" << replied;
+    QTest::newRow("reply") << "reply" << replied;
+    QTest::newRow("failure") << "fail"
+                             << "incoming intent # ends: Corvane::Error::HandlerFailed, 9 bytes, 0 descriptors, T ms";
+    QTest::newRow("no answer")
+        << "none"
+        << "incoming intent # ends: Corvane::Error::HandlerFailed, 47 bytes, 0 descriptors, T ms";
+}
+
+void TestTrace::incomingIntentsAreTraced()
+{
+    QFETCH(QString, answer);
+    QFETCH(QString, line);
+
+    auto *dispatcher = RuntimeDispatcher::instance();
+    const QJsonObject result{{"file", "/dev/null"}};
+    if (answer == "function") {
+        dispatcher->registerIntent("Ask", [result](const QJsonObject &, const auto &reply) { reply(result); });
+    } else {
+        dispatcher->registerIntentHandler("Ask", [&](const IncomingIntent &intent) {
+            if (answer == "reply")
+                intent.reply(result);
+            if (answer == "fail")
+                intent.fail("text");
+        });
+    }
+    dispatcher->registerIntentOutputFiles("Ask", {"file"}, {});
+    peer.call("HandleIntent", "('Ask', {'p': <'q'>})");
+    QCOMPARE(takeLines(), QStringList({"incoming intent # begins: \"Ask\", 34 bytes, 0 descriptors", line}));
+}
+
+void TestTrace::numbersIdentifyTheOperations()
+{
+    peer.hold();
+    invoker->request("First");
+    invoker->request("Second");
+    peer.release(1, "(@a{sv} {},)");
+    QTRY_COMPARE(lines.size(), 3);
+    const QRegularExpression number("^request ([0-9]+) ");
+    QStringList numbers;
+    for (const QString &line : qAsConst(lines))
+        numbers << number.match(line).captured(1);
+    QVERIFY(numbers.at(0) != numbers.at(1));
+    QCOMPARE(numbers.at(2), numbers.at(1));
+}
+
+void TestTrace::contentsAreNotTraced()
+{
+    RuntimeDispatcher::instance()->registerIntentHandler(
+        "Ask", [](const IncomingIntent &intent) { intent.fail(intent.params().value("p").toString()); });
+    peer.call("HandleIntent", "('Ask', {'p': <'SECRET'>})");
+    peer.answerError("com.example.Oops", "('SECRET',)");
+    invoker->request("X", {{"SECRET", "SECRET"}}, {{"SECRET", "SECRET"}});
+    QTRY_COMPARE(lines.size(), 4);
+    QVERIFY(!lines.join('\n').contains("SECRET"));
+}
+
+QTEST_GUILESS_MAIN(TestTrace)
+#include "tst_trace.moc"
