@@ -203,11 +203,12 @@ int main(int argc, char **argv)
     router.readLine();
     std::vector<std::unique_ptr<Ends>> stacks;
     stacks.push_back(std::make_unique<Ends>(QStringLiteral("corvane"), QStringLiteral("corvane")));
+    stacks.push_back(std::make_unique<Ends>(QStringLiteral("corvane requests"), QStringLiteral("requests")));
     stacks.push_back(std::make_unique<Ends>(QStringLiteral("QtDBus"), QStringLiteral("qtdbus")));
     stacks.push_back(std::make_unique<Ends>(QStringLiteral("sd-bus"), QStringLiteral("sdbus")));
     stacks.push_back(std::make_unique<Ends>(QStringLiteral("GDBus"), QStringLiteral("gdbus")));
     stacks.push_back(std::make_unique<Ends>(QStringLiteral("libdbus"), QStringLiteral("libdbus")));
-    Ends &floorEnds = *stacks.at(2);
+    Ends &floorEnds = *stacks.at(3);
 
     const int rounds = results.rounds();
     QVector<Load> loads{
@@ -217,6 +218,7 @@ int main(int argc, char **argv)
         {QStringLiteral("small and 1 file, 1 in flight"), withFiles(directory, 1), 1, 60, rounds},
         {QStringLiteral("small and 16 files, 1 in flight"), withFiles(directory, MaxFiles), 1, 30, rounds},
         {QStringLiteral("small, 64 in flight"), Payloads::small(), 64, 128, rounds},
+        {QStringLiteral("small, 4,096 in flight"), Payloads::small(), 4096, 8192, rounds / 5},
         {QStringLiteral("medium, 64 in flight"), Payloads::medium(), 64, 128, rounds},
     };
     if (!results.isQuick()) // a round needs seconds
