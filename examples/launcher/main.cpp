@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Invokes two intents: another application opens a file, and then writes a note.
+#include <Corvane/IntentRequest>
 #include <Corvane/IntentsInvoker>
 
 #include <QtCore/QCoreApplication>
@@ -7,6 +8,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QTextStream>
+#include <QtCore/QUrl>
 
 using Corvane::IntentsInvoker;
 
@@ -22,16 +24,36 @@ QString toText(const QJsonObject &object)
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
-// Prints a reply. Ends the program if the intent has failed.
-bool showReply(const QJsonObject &reply, const Corvane::Error &error)
+// Ends the program.
+void stop(const QString &problem)
 {
-    if (error) {
-        say(QStringLiteral("That failed: %1").arg(error.message()));
-        QCoreApplication::exit(1);
-        return false;
-    }
-    say(QStringLiteral("The reply is %1").arg(toText(reply)));
-    return true;
+    say(problem);
+    QCoreApplication::exit(1);
+}
+
+void readNote(const QString &name)
+{
+    QFile note(name);
+    if (!note.open(QIODevice::ReadOnly))
+        return stop(QStringLiteral("The note cannot be read: %1").arg(note.errorString()));
+    say(QStringLiteral("The note says \"%1\"").arg(QString::fromUtf8(note.readAll())));
+    note.remove();
+    QCoreApplication::quit();
+}
+
+// Sends an intent, and calls a function with its reply.
+template<typename Function>
+void request(IntentsInvoker *invoker, const QString &intentName, const QJsonObject &params, Function function)
+{
+    say(QStringLiteral("Please %1 %2").arg(intentName, toText(params)));
+    auto *request = invoker->request(intentName, params);
+    request->setAutoDelete(true);
+    request->then(invoker, [function](const QJsonObject &reply, const Corvane::Error &error) {
+        if (error)
+            return stop(QStringLiteral("That failed: %1").arg(error.message()));
+        say(QStringLiteral("The reply is %1").arg(toText(reply)));
+        function(reply);
+    });
 }
 
 } // namespace
@@ -45,40 +67,13 @@ int main(int argc, char **argv)
         return 1;
     }
 
-    // One invoker per call: replyReceived() does not identify the call.
-    IntentsInvoker opener;
-    IntentsInvoker writer;
-
-    QObject::connect(&opener, &IntentsInvoker::replyReceived, &writer, [&writer](const auto &reply, const auto &error) {
-        if (!showReply(reply, error))
-            return;
-        if (!reply.value(QLatin1String("shown")).toBool()) {
-            QCoreApplication::exit(1);
-            return;
-        }
-        const QJsonObject params{{QStringLiteral("text"), QStringLiteral("Remember the milk.")}};
-        say(QStringLiteral("Please WriteNote %1").arg(toText(params)));
-        writer.invoke(QStringLiteral("WriteNote"), {}, params);
-    });
-
-    QObject::connect(&writer, &IntentsInvoker::replyReceived, &writer, [](const auto &reply, const auto &error) {
-        if (!showReply(reply, error))
-            return;
-        QFile note(reply.value(QLatin1String("file")).toString());
-        if (!note.open(QIODevice::ReadOnly)) {
-            say(QStringLiteral("The note cannot be read: %1").arg(note.errorString()));
-            QCoreApplication::exit(1);
-            return;
-        }
-        say(QStringLiteral("The note says \"%1\"").arg(QString::fromUtf8(note.readAll())));
-        note.remove();
-        QCoreApplication::quit();
-    });
-
     // The library opens the file at "uri" and sends its file descriptor with the intent.
     const QString path = QFileInfo(arguments.at(1)).absoluteFilePath();
-    const QJsonObject params{{QStringLiteral("uri"), QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded)}};
-    say(QStringLiteral("Please OpenURI %1").arg(toText(params)));
-    opener.invoke(QStringLiteral("OpenURI"), {}, params);
+    const QString uri = QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
+    IntentsInvoker invoker;
+    request(&invoker, QStringLiteral("OpenURI"), {{QStringLiteral("uri"), uri}}, [&invoker](const QJsonObject &) {
+        request(&invoker, QStringLiteral("WriteNote"), {{QStringLiteral("text"), QStringLiteral("Remember the milk.")}},
+                [](const QJsonObject &reply) { readNote(reply.value(QLatin1String("file")).toString()); });
+    });
     return QCoreApplication::exec();
 }

@@ -8,6 +8,7 @@
 #include <QtCore/QTextStream>
 #include <QtCore/QUrl>
 
+using Corvane::IncomingIntent;
 using Corvane::RuntimeDispatcher;
 
 namespace {
@@ -17,32 +18,29 @@ void say(const QString &text)
     QTextStream(stdout) << "viewer: " << text << Qt::endl;
 }
 
-// {"uri": "file:///home/ada/poem.txt"} -> {"shown": true, "firstLine": "Roses are red"}
-void openUri(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &reply)
+// {"uri": "file:///home/ada/poem.txt"} -> {"firstLine": "Roses are red"}
+void openUri(const IncomingIntent &intent)
 {
-    QFile file(QUrl(params.value(QLatin1String("uri")).toString()).toLocalFile());
-    if (!file.open(QIODevice::ReadOnly)) {
-        reply({{QStringLiteral("shown"), false}, {QStringLiteral("reason"), file.errorString()}});
-        return;
-    }
+    QFile file(QUrl(intent.params().value(QLatin1String("uri")).toString()).toLocalFile());
+    if (!file.open(QIODevice::ReadOnly))
+        return intent.fail(QStringLiteral("%1: %2").arg(file.fileName(), file.errorString()));
     const QString firstLine = QString::fromUtf8(file.readLine()).trimmed();
     say(QStringLiteral("I show %1, which begins with \"%2\"").arg(file.fileName(), firstLine));
-    reply({{QStringLiteral("shown"), true}, {QStringLiteral("firstLine"), firstLine}});
+    intent.reply({{QStringLiteral("firstLine"), firstLine}});
 }
 
 // {"text": "Buy milk"} -> {"file": "/tmp/note-x1y2z3.txt"}, and the file itself
-void writeNote(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &reply)
+void writeNote(const IncomingIntent &intent)
 {
     QTemporaryFile note(QStringLiteral("/tmp/note-XXXXXX.txt"));
     note.setAutoRemove(false); // the caller becomes its owner
-    if (!note.open()) {
-        reply({{QStringLiteral("reason"), note.errorString()}});
-        return;
-    }
-    note.write(params.value(QLatin1String("text")).toString().toUtf8());
+    if (!note.open())
+        return intent.fail(note.errorString());
+    note.write(intent.params().value(QLatin1String("text")).toString().toUtf8());
     note.close();
     say(QStringLiteral("I have written %1").arg(note.fileName()));
-    reply({{QStringLiteral("file"), note.fileName()}});
+    intent.setOutputFiles({QStringLiteral("file")}); // the library opens the file, and sends its descriptor
+    intent.reply({{QStringLiteral("file"), note.fileName()}});
 }
 
 } // namespace
@@ -52,10 +50,8 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     RuntimeDispatcher *dispatcher = RuntimeDispatcher::instance();
 
-    dispatcher->registerIntent(QStringLiteral("OpenURI"), openUri);
-    dispatcher->registerIntent(QStringLiteral("WriteNote"), writeNote);
-    // The library opens the file at "file" in the reply, and sends its file descriptor with the reply.
-    dispatcher->registerIntentOutputFiles(QStringLiteral("WriteNote"), {QStringLiteral("file")}, {});
+    dispatcher->registerIntentHandler(QStringLiteral("OpenURI"), openUri);
+    dispatcher->registerIntentHandler(QStringLiteral("WriteNote"), writeNote);
 
     // Intents arrive from now on.
     if (const Corvane::Error error = dispatcher->startService()) {

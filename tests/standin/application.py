@@ -82,8 +82,9 @@ class Application:
             None, "(@a{sv} {}, {'readFds': <[1, 2, 3, 4, 5, 6, 7]>, 'writeFds': <[(1, 2)]>})", None, None))
 
     def fail(self, message):
-        """Replies with an error."""
-        reply = message.new_method_error_literal("com.example.Error.Broken", "the reason")
+        """Replies with an error. The parameter "error" contains its name."""
+        name = message.get_body().unpack()[1].get("error", "com.example.Error.Broken")
+        reply = message.new_method_error_literal(name, "the reason")
         connection.send_message(reply, Gio.DBusSendMessageFlags.NONE)
 
     def misspell(self, message):

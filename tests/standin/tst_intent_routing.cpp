@@ -40,6 +40,7 @@ private Q_SLOTS:
     void everyInstanceHasItsOwnName();
     void failuresAreReported_data();
     void failuresAreReported();
+    void textOfTheHandlerIsForwarded();
     void endOfTheHandlerIsReported();
     void callerMayDieBeforeItsReply();
     void descriptorsAreClosed_data();
@@ -173,6 +174,12 @@ void TestIntentRouting::failuresAreReported()
     QString text = invoke(intent);
     QCOMPARE(text.replace("\\\"", "\""), error);
     QCOMPARE(invoke("Echo"), QString("(a{sv}) (@a{sv} {},)"));
+}
+
+void TestIntentRouting::textOfTheHandlerIsForwarded()
+{
+    const QString params = QString("{'error': <'%1.Error.HandlerFailed'>}").arg(CORVANE_SERVICE_ROOT);
+    QCOMPARE(invoke("Fail", params), serviceError("HandlerFailed", "the reason"));
 }
 
 void TestIntentRouting::endOfTheHandlerIsReported()

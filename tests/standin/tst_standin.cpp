@@ -384,7 +384,7 @@ void TestStandIn::traceShowsEachMessageInOneLine()
 corvane-standin: [1] InvokeIntent "OpenURI" {"uri":"file:///tmp/file"} from :N, to read: "/tmp/file" (read-only, 7 bytes)
 corvane-standin: viewer.instance1 started (process N)
 corvane-standin: [1] HandleIntent "OpenURI" {"uri":"file:///tmp/file"} to viewer.instance1
-corvane-standin: [1] Reply {"firstLine":"content","shown":true} from viewer.instance1
+corvane-standin: [1] Reply {"firstLine":"content"} from viewer.instance1
 corvane-standin: [2] InvokeIntent "WriteNote" {"text":"Remember the milk."} from :N
 corvane-standin: [2] HandleIntent "WriteNote" {"text":"Remember the milk."} to viewer.instance1
 corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: "/tmp/note" (read-only, 18 bytes)

@@ -78,8 +78,10 @@ void Intents::forward(const Request &request)
 void Intents::finish(const Request &request, const QDBusMessage &answer)
 {
     if (answer.type() == QDBusMessage::ErrorMessage) {
-        refuse(request, serviceError("HandlerFailed"),
-               QStringLiteral("%1: %2").arg(request.instanceId, answer.errorMessage()));
+        const QString handlerFailed = serviceError("HandlerFailed");
+        const QString text = answer.errorMessage(); // the handler's own words arrive as they are
+        refuse(request, handlerFailed,
+               answer.errorName() == handlerFailed ? text : QStringLiteral("%1: %2").arg(request.instanceId, text));
         return;
     }
     if (answer.signature() != QLatin1String("a{sv}a{sv}")) {
