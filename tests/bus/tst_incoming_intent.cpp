@@ -73,6 +73,7 @@ private Q_SLOTS:
     void handlerMayRunAnEventLoop();
     void answersFromOtherThreadsAreSentOnThisThread_data();
     void answersFromOtherThreadsAreSentOnThisThread();
+    void answerOfAnotherThreadSurvivesTheLastCopy();
     void firstAnswerOfManyThreadsCounts();
     void thousandsOfIntentsAreAnswered();
 
@@ -448,6 +449,17 @@ void TestIncomingIntent::answersFromOtherThreadsAreSentOnThisThread()
     QCOMPARE(peer.finishCall(call).text, expected);
     QCOMPARE(log->takeWarnings(),
              answer == "reply" || answer == "files" ? QStringList("Unknown JSON value type") : QStringList());
+}
+
+void TestIncomingIntent::answerOfAnotherThreadSurvivesTheLastCopy()
+{
+    IncomingIntent kept;
+    handle([&kept](const IncomingIntent &intent) { kept = intent; });
+    const int call = peer.beginCall(HandleIntent, "('Ask', @a{sv} {})");
+    QTRY_COMPARE(kept.intentName(), QString("Ask"));
+    std::thread([&kept] { kept.reply({{"n", 1}}); }).join();
+    kept = {}; // the last copy, while the answer is in the queue
+    QCOMPARE(peer.finishCall(call).text, replied("{'n': <1.0>}"));
 }
 
 void TestIncomingIntent::firstAnswerOfManyThreadsCounts()

@@ -17,7 +17,8 @@ namespace {
 
 const QString HandlerFailed = Names::ErrorPrefix + QLatin1String("HandlerFailed");
 
-/// Calls \a function on the thread of \a object: now on this thread, otherwise from its event loop.
+/// Calls \a function on the thread of \a object: now on this thread, otherwise from its event loop. A function that
+/// uses the object later keeps it alive.
 template<typename Function>
 void callOnThreadOf(QObject *object, Function function)
 {
@@ -50,18 +51,17 @@ std::shared_ptr<IncomingIntentPrivate> IncomingIntentPrivate::create(const QStri
 
 void IncomingIntentPrivate::reply(const QJsonObject &result)
 {
-    callOnThreadOf(this,
-                   [this, result] { m_call.reply(result, m_files, ReceivedCall::Files::Required, HandlerFailed); });
+    m_call.reply(result, m_files, ReceivedCall::Files::Required, HandlerFailed);
 }
 
 void IncomingIntentPrivate::fail(const QString &text)
 {
-    callOnThreadOf(this, [this, text] { m_call.fail(HandlerFailed, text); });
+    m_call.fail(HandlerFailed, text);
 }
 
 void IncomingIntentPrivate::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles)
 {
-    callOnThreadOf(this, [=] { FileSharing::setFileLists(readFiles, writeFiles, m_files); });
+    FileSharing::setFileLists(readFiles, writeFiles, m_files);
 }
 
 IncomingIntent::IncomingIntent() = default;
@@ -86,19 +86,19 @@ bool IncomingIntent::isAnswered() const
 void IncomingIntent::reply(const QJsonObject &result) const
 {
     if (startAnswer())
-        d->reply(result);
+        callOnThreadOf(d.get(), [d = d, result] { d->reply(result); });
 }
 
 void IncomingIntent::fail(const QString &text) const
 {
     if (startAnswer())
-        d->fail(text);
+        callOnThreadOf(d.get(), [d = d, text] { d->fail(text); });
 }
 
 void IncomingIntent::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles) const
 {
     if (d)
-        d->setOutputFiles(readFiles, writeFiles);
+        callOnThreadOf(d.get(), [=, d = d] { d->setOutputFiles(readFiles, writeFiles); });
 }
 
 bool IncomingIntent::startAnswer() const
