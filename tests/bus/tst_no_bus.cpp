@@ -5,6 +5,7 @@
 #include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
 #include <Corvane/runtime_dispatcher.h>
+#include <Corvane/service_monitor.h>
 #include <Corvane/task.h>
 
 #include <message_log.h>
@@ -26,6 +27,7 @@ private Q_SLOTS:
     void taskFailsOnceFromTheEventLoop();
     void servicesCannotStart();
     void memoryPressureLogsItsFailures();
+    void serviceIsNotAvailable();
 
 private:
     int deliveries = 0; ///< signals; the first one deletes the invoker
@@ -127,6 +129,21 @@ void TestNoBus::memoryPressureLogsItsFailures()
     QStringList warnings;
     QTRY_COMPARE((warnings += log.takeWarnings(), warnings),
                  QStringList({"MemoryPressure subscription failed: " + error, "Failed to get memory level: " + error}));
+}
+
+void TestNoBus::serviceIsNotAvailable()
+{
+    MessageLog log;
+    ServiceMonitor monitor;
+    int changes = 0;
+    connect(&monitor, &ServiceMonitor::availableChanged, this, [&changes] { ++changes; });
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(!monitor.isAvailable());
+        QVERIFY(!monitor.availableSince().isValid());
+        monitor.refresh(); // a call of an existing object would fail with a warning
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(changes, 0);
 }
 
 QTEST_GUILESS_MAIN(TestNoBus)

@@ -9,6 +9,7 @@
 #include <Corvane/MemoryPressure>
 #include <Corvane/RuntimeDispatcher>
 #include <Corvane/Schedule>
+#include <Corvane/ServiceMonitor>
 #include <Corvane/Task>
 #include <Corvane/TaskMessaging>
 #include <Corvane/meta_types.h>
@@ -80,6 +81,11 @@ static_assert(hasSignature<&Schedule::months, QList<int> (Schedule::*)() const>)
 static_assert(hasSignature<&Schedule::weekDays, QList<int> (Schedule::*)() const>);
 static_assert(hasSignature<&Schedule::hours, QList<int> (Schedule::*)() const>);
 static_assert(hasSignature<&Schedule::minutes, QList<int> (Schedule::*)() const>);
+
+static_assert(hasSignature<&ServiceMonitor::isAvailable, bool (ServiceMonitor::*)() const>);
+static_assert(hasSignature<&ServiceMonitor::availableSince, QDateTime (ServiceMonitor::*)() const>);
+static_assert(hasSignature<&ServiceMonitor::refresh, void (ServiceMonitor::*)()>);
+static_assert(hasSignature<&ServiceMonitor::availableChanged, void (ServiceMonitor::*)(bool)>);
 
 static_assert(hasSignature<&Task::taskId, QString (Task::*)() const>);
 static_assert(hasSignature<&Task::state, Task::State (Task::*)() const>);
@@ -189,6 +195,20 @@ void callNotices(QObject &receiver)
     const int level = MemoryPressure::instance()->level();
     qInfo() << isLow << level;
     QObject::connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, &receiver, [](int) {});
+}
+
+void callServiceMonitor(ServiceMonitor &monitor)
+{
+    const ServiceMonitor byDefault;
+    const ServiceMonitor byNull(nullptr);
+    const ServiceMonitor byBraces({});
+    const ServiceMonitor withParent(&monitor);
+
+    monitor.refresh();
+    qInfo() << monitor.isAvailable() << monitor.availableSince();
+    QObject::connect(&monitor, &ServiceMonitor::availableChanged, &monitor, &ServiceMonitor::refresh);
+    QObject::connect(&monitor, &ServiceMonitor::availableChanged, &monitor, [](bool) {});
+    QObject::connect(&monitor, &ServiceMonitor::availableChanged, [] {});
 }
 
 void handle(const QJsonObject &params, const ReplyFunction &reply)
@@ -341,6 +361,9 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
     row(MemoryPressure::staticMetaObject,
         {"signal void levelChanged(MemoryLevel) level", "enumeration MemoryLevel", "property MemoryLevel level"});
     row(RuntimeDispatcher::staticMetaObject, {"method Error startService()", "method Error stopService()"});
+    row(ServiceMonitor::staticMetaObject,
+        {"signal void availableChanged(bool) available", "slot void refresh()", "property bool available",
+         "property QDateTime availableSince"});
     row(Task::staticMetaObject, {"signal void stateChanged(Task::State) state"});
     row(TaskMessaging::staticMetaObject,
         {"signal void stateChanged(State) state", "signal void messageReceived(QJsonObject) message"});

@@ -15,6 +15,17 @@
 
 namespace Corvane {
 
+namespace {
+
+/// The private object of MemoryPressure::instance(), or null before the first use and after the deletion.
+QPointer<MemoryPressurePrivate> &existing()
+{
+    static QPointer<MemoryPressurePrivate> pointer;
+    return pointer;
+}
+
+} // namespace
+
 MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
     : QDBusAbstractInterface(Names::ServiceRoot, Names::MemoryPressure.path(), Names::MemoryPressure.interface,
                              sessionBus(), nullptr),
@@ -25,6 +36,14 @@ MemoryPressurePrivate::MemoryPressurePrivate(MemoryPressure *memoryPressure)
                        SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
     subscribe();
     readLevel();
+}
+
+void MemoryPressurePrivate::refresh()
+{
+    if (MemoryPressurePrivate *const memoryPressure = existing()) {
+        memoryPressure->subscribe();
+        memoryPressure->readLevel();
+    }
 }
 
 void MemoryPressurePrivate::subscribe()
@@ -77,6 +96,7 @@ MemoryPressure *MemoryPressure::instance()
 
 MemoryPressure::MemoryPressure() : d(std::make_unique<MemoryPressurePrivate>(this))
 {
+    existing() = d.get();
     qRegisterMetaType<MemoryLevel>("MemoryLevel"); // the name in the signal; queued connections need it
 }
 

@@ -40,8 +40,8 @@ public:
     /**
      * Returns the object of this process. The first call creates it, and blocks until the bus has returned the owner of
      * the service's name. The object subscribes to the service and requests the level, once. If one of these calls
-     * fails, it logs a warning and does not retry. The library never deletes the object. Do not call instance() after
-     * you have deleted the object: it would return a dangling pointer.
+     * fails, it logs a warning and does not retry; ServiceMonitor::refresh() repeats both calls. The library never
+     * deletes the object. Do not call instance() after you have deleted the object: it would return a dangling pointer.
      */
     static MemoryPressure *instance();
     ~MemoryPressure() override;

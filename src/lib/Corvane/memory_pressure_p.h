@@ -14,6 +14,9 @@ class MemoryPressurePrivate : public QDBusAbstractInterface
 public:
     explicit MemoryPressurePrivate(MemoryPressure *q);
 
+    /// Makes the object of this process subscribe and read the level again. Has no effect if there is no object.
+    static void refresh();
+
     int level = MemoryPressure::NormalLevel;
     MemoryPressure *const q;
 

@@ -18,12 +18,19 @@ static bool operator==(const TaskState &left, const TaskState &right)
     return left.taskId == right.taskId && left.state == right.state && left.properties == right.properties;
 }
 
+static TasksInterface *existing = nullptr;
+
 TasksInterface *TasksInterface::instance()
 {
-    static TasksInterface *interface = nullptr;
-    if (!interface)
-        interface = new TasksInterface;
-    return interface;
+    if (!existing)
+        existing = new TasksInterface;
+    return existing;
+}
+
+void TasksInterface::refresh()
+{
+    if (existing)
+        existing->readStates();
 }
 
 TasksInterface::TasksInterface()

@@ -16,6 +16,9 @@ public:
     /// Created on first use, never deleted.
     static TasksInterface *instance();
 
+    /// Makes the object of instance() read the states again. Has no effect before the first use.
+    static void refresh();
+
     TasksInterface();
 
     /// Passes each entry "State" of the reply to GetAll to onStateChanged().
