@@ -89,6 +89,7 @@ static_assert(hasSignature<&ServiceMonitor::availableChanged, void (ServiceMonit
 
 static_assert(hasSignature<&Task::taskId, QString (Task::*)() const>);
 static_assert(hasSignature<&Task::state, Task::State (Task::*)() const>);
+static_assert(hasSignature<&Task::properties, QVariantMap (Task::*)() const>);
 static_assert(hasSignature<&Task::withArguments, Task &(Task::*)(const QStringList &)>);
 static_assert(hasSignature<&Task::withStartTime, Task &(Task::*)(const QDateTime &)>);
 static_assert(hasSignature<&Task::withIpcSocket, Task &(Task::*)(bool)>);

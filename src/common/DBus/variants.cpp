@@ -3,6 +3,7 @@
 
 #include "json.h"
 #include "message_limits.h"
+#include "types.h"
 
 #include <QtCore/QDebug>
 #include <QtDBus/QDBusVariant>
@@ -32,6 +33,18 @@ QVariant jsonAsVariants(const QVariant &container)
                                                                            : QVariant();
     }
     return {};
+}
+
+QVariant withoutBusTypes(const QVariant &value)
+{
+    if (value.userType() < QMetaType::User)
+        return value;
+    if (value.userType() == qMetaTypeId<QDBusVariant>())
+        return withoutBusTypes(value.value<QDBusVariant>().variant());
+    QJsonValue json;
+    if (value.userType() == qMetaTypeId<QDBusArgument>())
+        value.value<QDBusArgument>() >> json;
+    return json.toVariant();
 }
 
 /// Returns whether the signature is that of one value, as in a variant.
@@ -128,6 +141,14 @@ bool isSequence(const QVariant &value)
     const int type = value.userType();
     return type == QMetaType::QVariantList || type == QMetaType::QStringList || type == QMetaType::QByteArrayList
         || QMetaType::hasRegisteredConverterFunction(type, qMetaTypeId<QtMetaTypePrivate::QSequentialIterableImpl>());
+}
+
+QVariantMap withoutBusTypes(const QVariantMap &map)
+{
+    QVariantMap result;
+    for (auto member = map.begin(); member != map.end(); ++member)
+        result.insert(result.constEnd(), member.key(), withoutBusTypes(member.value()));
+    return result;
 }
 
 QVariantMap sendable(const QVariantMap &map, Omissions *omissions)

@@ -41,6 +41,15 @@ T fromBus(const QVariant &value)
 bool isSequence(const QVariant &value);
 
 /**
+ * Returns a received map with types of QtCore only, for applications that do not use QtDBus.
+ *
+ * Basic types, lists of strings and arrays of bytes are unchanged. A variant becomes its content. Any other array or
+ * map is read as JSON (see DBus/types.h), and becomes a QVariantList or a QVariantMap. Object paths, signatures, file
+ * descriptors and structures become null; a structure causes a warning.
+ */
+QVariantMap withoutBusTypes(const QVariantMap &map);
+
+/**
  * Returns a map that QtDBus can marshal. Converts JSON at any depth. Omits values that D-Bus cannot represent, and adds
  * them to \a omissions.
  */

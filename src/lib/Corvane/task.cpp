@@ -54,6 +54,7 @@ void TaskPrivate::updateState(const QVector<TaskState> &tasksState)
     for (const TaskState &taskState : tasksState) {
         if (taskState.taskId != taskId)
             continue;
+        announcedProperties = taskState.properties;
         const Task::State newState = stateFromCode(taskState.state);
         if (newState == state)
             continue;
@@ -111,6 +112,11 @@ QString Task::taskId() const
 Task::State Task::state() const
 {
     return d->state;
+}
+
+QVariantMap Task::properties() const
+{
+    return withoutBusTypes(d->announcedProperties);
 }
 
 Task &Task::withArguments(const QStringList &arguments)

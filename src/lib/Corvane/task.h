@@ -7,6 +7,7 @@
 
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
+#include <QtCore/QVariantMap>
 
 #include <functional>
 #include <memory>
@@ -71,6 +72,20 @@ public:
     /// Returns the last announced state. Only the task id identifies the task in an announcement: a task of another
     /// application with the same id changes the state too.
     State state() const;
+    /**
+     * Returns the properties in the last announcement of this task. The service defines the keys; the description of
+     * this object is not among them unless the service repeats it. Returns an empty map before the first announcement,
+     * and keeps the properties, as state(), if a later announcement lacks the task.
+     *
+     * The properties are up to date when stateChanged() is emitted. There is no signal for a change of the properties
+     * alone; the function then returns the new properties.
+     *
+     * Basic types are those of D-Bus, such as int for i and uint for u. Other values are converted at each call: a map
+     * becomes a QVariantMap, an array a QVariantList, and each number in them a qlonglong or a double; integers beyond
+     * 2^53 may lose precision there. Object paths, signatures, file descriptors and structures become null; a structure
+     * causes a warning.
+     */
+    QVariantMap properties() const;
 
     /// The arguments on the command line of the task's process; none if not set.
     Task &withArguments(const QStringList &arguments);

@@ -25,6 +25,7 @@ public:
     QStringList arguments;
     QVariantMap properties;
     Task *const q;
+    QVariantMap announcedProperties; ///< of the last applied entry, as received
 
 private:
     void reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
