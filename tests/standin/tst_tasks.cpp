@@ -50,6 +50,13 @@ QString stateIn(const QString &text, const QString &id)
     return pattern.match(text).captured(2);
 }
 
+/// Returns the text of a property of a task from the text of a list of states, or a null string.
+QString propertyIn(const QString &text, const QString &id, const QString &key)
+{
+    const QRegularExpression pattern(QStringLiteral("\\('%1', [^{]*{[^}]*'%2': <([^>]*)>").arg(id, key));
+    return pattern.match(text).captured(1);
+}
+
 } // namespace
 
 class TestTasks : public QObject
@@ -76,6 +83,13 @@ private Q_SLOTS:
     void waitingTaskIsScheduledAgain();
     void waitingTaskIsStopped();
     void runningTimeIsLimited();
+    void nextRunIsListed();
+    void nextRunOfAScheduleIsListed();
+    void changedNextRunIsAnnounced();
+    void endOfTheRunsIsAnnounced();
+    void lastRunIsListed();
+    void resultOfTheLastRunIsListed();
+    void failedStartIsAnnouncedAsARun();
     void unknownNamesAreRefused_data();
     void unknownNamesAreRefused();
     void invalidPropertiesAreAccepted_data();
@@ -112,6 +126,12 @@ private:
     }
     QString listed() { return call("Tasks1", "GetAll", "()"); }
     QString state(const QString &id) { return stateIn(listed(), id); }
+    QString property(const QString &id, const QString &key) { return propertyIn(listed(), id, key); }
+    QDateTime time(const QString &id, const QString &key)
+    {
+        return QDateTime::fromString(property(id, key).section('\'', 1, 1), Qt::ISODate);
+    }
+    int runs(const QString &id) { return property(id, "Runs").section(' ', -1).toInt(); }
     /// Returns the announced states of a task since the last call.
     QString takeStates(const QString &id)
     {
@@ -187,7 +207,7 @@ void TestTasks::allTasksAreListed()
     for (const QString &signal : announced)
         QVERIFY2(signal.startsWith("StateChanged (a(sua{sv})) ([('report', uint32 0, @a{sv} {}), "),
                  qUtf8Printable(signal));
-    QVERIFY2(announced.last().contains("('long', 1, {'CreateIPCSocket': <true>, 'Interval': <3>})"),
+    QVERIFY2(announced.last().contains("('long', 1, {'CreateIPCSocket': <true>, 'Interval': <3>, 'LastRun': "),
              qUtf8Printable(announced.last()));
 }
 
@@ -390,6 +410,120 @@ void TestTasks::runningTimeIsLimited()
         QTRY_COMPARE(state(id), Stopped);
     }
     QVERIFY(QFile::exists(reportPath() + ".asked")); // it received SIGTERM before it was killed
+}
+
+void TestTasks::nextRunIsListed()
+{
+    QVERIFY(property("long", "NextRun").isNull());
+    const QString time = moveClock(0).addDays(1).toUTC().toString(Qt::ISODate);
+    QCOMPARE(start("long", QString("{'StartTime': <'%1'>}").arg(time)), Done);
+    QCOMPARE(property("long", "NextRun"), QString("'%1'").arg(time));
+    QCOMPARE(stop("long"), Done);
+    QVERIFY(property("long", "NextRun").isNull());
+
+    QCOMPARE(start("long"), Done);
+    QTRY_COMPARE(state("long"), Running);
+    QVERIFY(property("long", "NextRun").isNull());
+}
+
+void TestTasks::nextRunOfAScheduleIsListed()
+{
+    const QDateTime tomorrow(moveClock(0).date().addDays(1), QTime(7, 30));
+    const QString schedule = QString("'Schedule': <{'Hours': <[7]>, 'Minutes': <[30]>, 'StartDate': <'%1'>}>")
+                                 .arg(tomorrow.addSecs(-3600).toString(Qt::ISODate));
+    QCOMPARE(start("quick", QString("{%1}").arg(schedule)), Done);
+    QCOMPARE(time("quick", "NextRun"), tomorrow.toUTC());
+    moveClock(moveClock(0).secsTo(tomorrow) + 1);
+    QVERIFY(goesThrough("quick", Waiting + Running + Waiting));
+    QCOMPARE(time("quick", "NextRun"), tomorrow.addDays(1).toUTC());
+}
+
+void TestTasks::changedNextRunIsAnnounced()
+{
+    const QDateTime tomorrow = moveClock(0).addDays(1).toUTC();
+    for (const int day : {0, 0, 1, 1, 2}) {
+        const QString time = tomorrow.addDays(day).toString(Qt::ISODate);
+        const bool isNew = property("long", "NextRun") != QString("'%1'").arg(time);
+        QCOMPARE(start("long", QString("{'StartTime': <'%1'>}").arg(time)), Done);
+        const QStringList announced = peer.takeSignals();
+        QCOMPARE(announced.size(), isNew ? 1 : 0);
+        if (isNew) {
+            QCOMPARE(stateIn(announced.first(), "long"), Waiting);
+            QCOMPARE(propertyIn(announced.first(), "long", "NextRun"), QString("'%1'").arg(time));
+        }
+    }
+}
+
+void TestTasks::endOfTheRunsIsAnnounced()
+{
+    QCOMPARE(start("stubborn", "{'Interval': <3600>}", QString("['%1']").arg(reportPath())), Done);
+    QTRY_VERIFY(QFile::exists(reportPath())); // it ignores SIGTERM from now on
+    QVERIFY(!property("stubborn", "NextRun").isNull());
+    peer.takeSignals();
+    for (const int announcements : {1, 0}) {
+        QCOMPARE(stop("stubborn", false), Done);
+        const QStringList announced = peer.takeSignals();
+        QCOMPARE(announced.size(), announcements); // the state does not change
+        if (!announced.isEmpty()) {
+            QCOMPARE(stateIn(announced.first(), "stubborn"), Running);
+            QVERIFY(propertyIn(announced.first(), "stubborn", "NextRun").isNull());
+        }
+    }
+}
+
+void TestTasks::lastRunIsListed()
+{
+    const int before = runs("quick");
+    const QDateTime earliest = moveClock(0).toUTC();
+    QCOMPARE(start("quick", "{'Interval': <3600>}"), Done);
+    QVERIFY(goesThrough("quick", Waiting + Running + Waiting));
+    QVERIFY(time("quick", "LastRun") >= earliest);
+    QVERIFY(time("quick", "LastRun") <= moveClock(0).toUTC());
+    for (const char *key : {"LastRun", "NextRun"})
+        QVERIFY2(property("quick", key).endsWith("Z'"), qUtf8Printable(property("quick", key)));
+    QCOMPARE(time("quick", "LastRun").secsTo(time("quick", "NextRun")), 3600);
+    QCOMPARE(property("quick", "Runs"), QString("uint32 %1").arg(before + 1));
+
+    moveClock(7200);
+    QVERIFY(goesThrough("quick", Running + Waiting));
+    QVERIFY(time("quick", "LastRun") >= earliest.addSecs(7200));
+    QCOMPARE(runs("quick"), before + 2);
+}
+
+void TestTasks::resultOfTheLastRunIsListed()
+{
+    const auto fail = [this] {
+        QCOMPARE(start("long", "@a{sv} {}", "['not a number']"), Done);
+        QVERIFY(goesThrough("long", Waiting + Running + Stopped));
+    };
+    fail();
+    QCOMPARE(property("long", "LastExitCode"), QString("1"));
+    QVERIFY(property("long", "LastSignal").isNull());
+
+    QCOMPARE(start("long"), Done);
+    QTRY_COMPARE(state("long"), Running);
+    QCOMPARE(property("long", "LastExitCode"), QString("1")); // of the earlier run
+    QCOMPARE(stop("long"), Done);
+    QVERIFY(goesThrough("long", Waiting + Running + Stopped));
+    QCOMPARE(property("long", "LastSignal"), QString("9"));
+    QVERIFY(property("long", "LastExitCode").isNull());
+
+    fail();
+    QCOMPARE(property("long", "LastExitCode"), QString("1"));
+    QVERIFY(property("long", "LastSignal").isNull());
+}
+
+void TestTasks::failedStartIsAnnouncedAsARun()
+{
+    QCOMPARE(start("absent", "{'Interval': <3600>}"), Done);
+    const int before = runs("absent");
+    peer.takeSignals();
+    moveClock(3601);
+    const QStringList announced = peer.takeSignals();
+    QCOMPARE(announced.size(), 1);
+    QCOMPARE(stateIn(announced.first(), "absent"), Waiting); // unchanged
+    QCOMPARE(propertyIn(announced.first(), "absent", "Runs"), QString("uint32 %1").arg(before + 1));
+    QCOMPARE(propertyIn(announced.first(), "absent", "LastExitCode"), QString("127"));
 }
 
 void TestTasks::unknownNamesAreRefused_data()

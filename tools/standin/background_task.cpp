@@ -19,6 +19,18 @@ namespace {
 
 const qint64 LongestTimer = 3600000; // milliseconds; QTimer has an upper limit
 
+// The announced properties that do not come from the description
+const QString NextRun = QStringLiteral("NextRun");
+const QString LastRun = QStringLiteral("LastRun");
+const QString LastExitCode = QStringLiteral("LastExitCode");
+const QString LastSignal = QStringLiteral("LastSignal");
+const QString Runs = QStringLiteral("Runs");
+
+QString text(const QDateTime &time)
+{
+    return time.toUTC().toString(Qt::ISODate);
+}
+
 } // namespace
 
 BackgroundTask::BackgroundTask(const QString &applicationId, const TaskManifest &manifest, const Clock &clock,
@@ -36,13 +48,15 @@ QString BackgroundTask::name() const
     return Core::qualifiedTaskName(m_applicationId, m_manifest.id);
 }
 
-QVariantMap BackgroundTask::numbers() const
+QVariantMap BackgroundTask::properties() const
 {
-    QVariantMap map;
+    QVariantMap map = m_lastRuns;
+    if (m_due.isValid())
+        map.insert(NextRun, text(m_due));
     for (const QString &key : {Keys::Autostart, Keys::CreateIpcSocket, Keys::Interval, Keys::Priority,
                                Keys::RunningTime, Keys::StartDelay}) {
-        const auto value = m_properties.find(key);
-        if (value != m_properties.end()
+        const auto value = m_description.find(key);
+        if (value != m_description.end()
             && (value->userType() == QMetaType::Int || value->userType() == QMetaType::Bool))
             map.insert(value.key(), *value);
     }
@@ -52,7 +66,7 @@ QVariantMap BackgroundTask::numbers() const
 void BackgroundTask::start(const QStringList &arguments, const QVariantMap &properties)
 {
     m_arguments = arguments;
-    m_properties = properties;
+    m_description = properties;
     const QDateTime startTime = QDateTime::fromString(properties.value(Keys::StartTime).toString(), Qt::ISODate);
     const QDateTime now = m_clock.now();
     plan((startTime.isValid() ? std::max(now, startTime) : now)
@@ -66,19 +80,18 @@ void BackgroundTask::start(const QStringList &arguments, const QVariantMap &prop
 void BackgroundTask::stop(bool force)
 {
     m_due = {};
-    m_properties.clear();
-    if (!m_process)
-        setState(Stopped);
-    else if (force)
+    m_description.clear();
+    if (m_process && force)
         m_process->kill();
-    else
+    else if (m_process)
         m_process->terminate();
+    setState(m_process ? m_state : Stopped); // a running process has no next run
 }
 
 /// Computes the start of the next run.
 void BackgroundTask::plan(const QDateTime &earliest)
 {
-    const Calendar calendar(m_properties.value(Keys::Schedule));
+    const Calendar calendar(m_description.value(Keys::Schedule));
     m_due = calendar.isEmpty() ? earliest : calendar.next(earliest);
     m_trace.write(m_due.isValid() ? QStringLiteral("%1 is to run at %2").arg(name(), m_due.toString(Qt::ISODate))
                                   : QStringLiteral("%1 has no time left to run at").arg(name()));
@@ -106,9 +119,9 @@ void BackgroundTask::check()
 void BackgroundTask::run()
 {
     const QDateTime now = m_clock.now();
-    const int interval = m_properties.value(Keys::Interval).toInt();
+    const int interval = m_description.value(Keys::Interval).toInt();
     m_due = {};
-    if (!Calendar(m_properties.value(Keys::Schedule)).isEmpty())
+    if (!Calendar(m_description.value(Keys::Schedule)).isEmpty())
         plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute
     else if (interval > 0)
         plan(now.addSecs(interval));
@@ -117,11 +130,13 @@ void BackgroundTask::run()
     environment.insert(QLatin1String(Environment::ApplicationId), m_applicationId);
     environment.insert(QLatin1String(Environment::ApplicationInstanceId),
                        QStringLiteral("%1.instance%2").arg(name()).arg(++m_runs));
+    m_lastRuns.insert(LastRun, text(now));
+    m_lastRuns.insert(Runs, m_runs);
     environment.insert(QLatin1String(Environment::TaskId), m_manifest.id);
 
     auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
     std::unique_ptr<TaskSocket> socket;
-    if (m_properties.value(Keys::CreateIpcSocket).toBool()) {
+    if (m_description.value(Keys::CreateIpcSocket).toBool()) {
         socket = std::make_unique<TaskSocket>(socketPath());
         if (socket->descriptor() >= 0)
             environment.insert(QLatin1String(Environment::TaskSocket), QString::number(socket->descriptor()));
@@ -130,12 +145,12 @@ void BackgroundTask::run()
         process->setInherited(socket->descriptor());
     }
     process->setProcessEnvironment(environment);
-    process->setNiceness(m_properties.value(Keys::Priority).toInt());
+    process->setNiceness(m_description.value(Keys::Priority).toInt());
 
     connect(process, &ChildProcess::ended, this, &BackgroundTask::onEnded);
     connect(process, &QProcess::started, this, [this, process] {
         m_trace.write(QStringLiteral("%1 runs (process %2)").arg(name()).arg(process->processId()));
-        const int runningTime = m_properties.value(Keys::RunningTime).toInt();
+        const int runningTime = m_description.value(Keys::RunningTime).toInt();
         m_deadline = runningTime > 0 ? m_clock.now().addSecs(runningTime) : QDateTime();
         setState(Running);
     });
@@ -146,6 +161,12 @@ void BackgroundTask::run()
 void BackgroundTask::onEnded(const QString &how)
 {
     m_trace.write(QStringLiteral("%1 %2").arg(name(), how));
+    m_lastRuns.remove(LastExitCode);
+    m_lastRuns.remove(LastSignal);
+    if (m_process->exitStatus() == QProcess::CrashExit)
+        m_lastRuns.insert(LastSignal, m_process->exitCode());
+    else
+        m_lastRuns.insert(LastExitCode, m_process->shellExitCode());
     m_process->deleteLater();
     m_process = nullptr;
     m_deadline = {};
@@ -156,8 +177,10 @@ void BackgroundTask::onEnded(const QString &how)
 
 void BackgroundTask::setState(State state)
 {
-    if (std::exchange(m_state, state) != state)
-        Q_EMIT stateChanged();
+    const bool isNewState = std::exchange(m_state, state) != state;
+    const QVariantMap current = properties();
+    if (std::exchange(m_announced, current) != current || isNewState)
+        Q_EMIT changed();
 }
 
 QString BackgroundTask::socketPath() const

@@ -25,8 +25,9 @@ public:
     /// The qualified name: "application.task_id".
     QString name() const;
     State state() const { return m_state; }
-    /// The integers and booleans of the description. The other properties might exceed the limits of a message.
-    QVariantMap numbers() const;
+    /// The properties in announcements: the integers and booleans of the description, the next run and the last runs.
+    /// The other properties of the description might exceed the limits of a message.
+    QVariantMap properties() const;
 
     /// Schedules the task with the times in \a properties. Do not call it while the task is running.
     void start(const QStringList &arguments, const QVariantMap &properties);
@@ -34,7 +35,7 @@ public:
     void stop(bool force);
 
 Q_SIGNALS:
-    void stateChanged();
+    void changed(); ///< The state or the properties have changed.
 
 private:
     void plan(const QDateTime &earliest);
@@ -50,10 +51,12 @@ private:
     const Trace &m_trace;
 
     QStringList m_arguments;
-    QVariantMap m_properties;
+    QVariantMap m_description;
+    QVariantMap m_lastRuns; ///< the properties that describe them
+    QVariantMap m_announced; ///< the properties at the last changed()
     State m_state = Stopped;
     QPointer<ChildProcess> m_process;
-    int m_runs = 0;
+    uint m_runs = 0;
     QDateTime m_due; ///< the next run; invalid if there is none
     QDateTime m_deadline; ///< the time at which the process is ended; invalid if unlimited
     QTimer m_timer;

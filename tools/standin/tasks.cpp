@@ -19,7 +19,7 @@ Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace
     for (const Manifest &manifest : manifests) {
         for (const TaskManifest &taskManifest : manifest.tasks) {
             auto *task = new BackgroundTask(manifest.id, taskManifest, clock, trace, this);
-            connect(task, &BackgroundTask::stateChanged, this, [this] { Q_EMIT StateChanged(states()); });
+            connect(task, &BackgroundTask::changed, this, [this] { Q_EMIT StateChanged(states()); });
             m_list.append(task);
         }
     }
@@ -69,7 +69,7 @@ QVector<Corvane::TaskState> Tasks::states() const
 {
     QVector<Corvane::TaskState> list;
     for (const BackgroundTask *task : m_list)
-        list.append({task->manifest().id, task->state(), task->numbers()});
+        list.append({task->manifest().id, task->state(), task->properties()});
     return list;
 }
 
