@@ -12,6 +12,7 @@
 #include <Corvane/ServiceMonitor>
 #include <Corvane/Task>
 #include <Corvane/TaskMessaging>
+#include <Corvane/TaskProcess>
 #include <Corvane/meta_types.h>
 
 #include <patience.h>
@@ -117,6 +118,13 @@ static_assert(hasSignature<&TaskMessaging::state, TaskMessaging::State (TaskMess
 static_assert(hasSignature<&TaskMessaging::sendMessage, bool (TaskMessaging::*)(const QJsonObject &)>);
 static_assert(hasSignature<&TaskMessaging::stateChanged, void (TaskMessaging::*)(TaskMessaging::State)>);
 static_assert(hasSignature<&TaskMessaging::messageReceived, void (TaskMessaging::*)(const QJsonObject &)>);
+
+static_assert(hasSignature<&TaskProcess::taskId, QString (TaskProcess::*)() const>);
+static_assert(hasSignature<&TaskProcess::messaging, TaskMessaging *(TaskProcess::*)() const>);
+static_assert(hasSignature<&TaskProcess::isStopRequested, bool (TaskProcess::*)() const>);
+static_assert(hasSignature<&TaskProcess::finish, void (TaskProcess::*)(int)>);
+static_assert(hasSignature<&TaskProcess::stopRequested, void (TaskProcess::*)()>);
+static_assert(hasSignature<&TaskProcess::clientConnected, void (TaskProcess::*)()>);
 
 // No test runs the functions below. They have external linkage, so that the linker resolves each call.
 
@@ -332,6 +340,22 @@ void callTaskMessaging(TaskMessaging &channel)
     registerMetaTypes();
 }
 
+void callTaskProcess(TaskProcess &process)
+{
+    const TaskProcess byDefault;
+    const TaskProcess byNull(nullptr);
+    const TaskProcess byBraces({});
+    const TaskProcess withParent(&process);
+
+    process.finish();
+    process.finish(1);
+    QObject::connect(&process, &TaskProcess::stopRequested, &process, [&process] { process.finish(); });
+    QObject::connect(&process, SIGNAL(stopRequested()), &process, SLOT(finish())); // NOLINT
+    if (TaskMessaging *channel = process.messaging())
+        channel->sendMessage({{"task", process.taskId()}, {"stops", process.isStopRequested()}});
+    qInfo() << TaskProcess::MaximumFinishTime.count();
+}
+
 Q_DECLARE_METATYPE(const QMetaObject *)
 
 class TestPublicCalls : public QObject
@@ -368,6 +392,9 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
     row(Task::staticMetaObject, {"signal void stateChanged(Task::State) state"});
     row(TaskMessaging::staticMetaObject,
         {"signal void stateChanged(State) state", "signal void messageReceived(QJsonObject) message"});
+    row(TaskProcess::staticMetaObject,
+        {"signal void stopRequested()", "signal void clientConnected()", "slot void finish(int) exitCode",
+         "slot void finish()", "property QString taskId", "property bool isStopRequested"});
 }
 
 void TestPublicCalls::metaObjectsHaveOnlyTheseMembers()

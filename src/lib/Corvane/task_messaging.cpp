@@ -9,7 +9,9 @@
 #include <QtCore/QtEndian>
 
 #include <algorithm>
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace Corvane {
@@ -26,12 +28,6 @@ int socketOption(int descriptor, int option)
     int value = 0;
     socklen_t size = sizeof value;
     return ::getsockopt(descriptor, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
-}
-
-bool isListeningLocalSocket(int descriptor)
-{
-    return socketOption(descriptor, SO_ACCEPTCONN) == 1 && socketOption(descriptor, SO_DOMAIN) == AF_UNIX
-        && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
 }
 
 /// Returns whether the other end is closed. Qt changes the state of the socket later, in the event loop.
@@ -72,8 +68,7 @@ TaskMessagingPrivate::TaskMessagingPrivate(TaskMessaging *channel) : q(channel) 
 
 TaskMessagingPrivate::~TaskMessagingPrivate()
 {
-    closeSilently(socket);
-    closeSilently(server);
+    close();
 }
 
 void TaskMessagingPrivate::connectTo(const QString &socketPath)
@@ -94,10 +89,14 @@ void TaskMessagingPrivate::listen(int socketDescriptor)
     // The server stops silently if it cannot accept a client, for example without a free file descriptor.
     const auto notifiers = server->findChildren<QSocketNotifier *>();
     for (const auto *notifier : notifiers)
-        QObject::connect(notifier, &QObject::destroyed, server.get(), [this, channel = QPointer<TaskMessaging>(q)] {
-            if (channel)
-                qWarning() << "TaskMessaging has stopped listening:" << server->errorString();
-        });
+        QObject::connect(notifier, &QObject::destroyed, server.get(),
+                         [this] { qWarning() << "TaskMessaging has stopped listening:" << server->errorString(); });
+}
+
+bool TaskMessagingPrivate::isListeningLocalSocket(int descriptor)
+{
+    return socketOption(descriptor, SO_ACCEPTCONN) == 1 && socketOption(descriptor, SO_DOMAIN) == AF_UNIX
+        && socketOption(descriptor, SO_TYPE) == SOCK_STREAM;
 }
 
 TaskMessaging::State TaskMessagingPrivate::state() const
@@ -131,6 +130,26 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
     return true;
 }
 
+bool TaskMessagingPrivate::isAllRead() const
+{
+    if (state() != TaskMessaging::Connected)
+        return true;
+    int unreadBytes = 0; // in the socket
+    const bool isKnown = ::ioctl(int(socket->socketDescriptor()), SIOCOUTQ, &unreadBytes) == 0;
+    return socket->bytesToWrite() == 0 && (!isKnown || unreadBytes == 0);
+}
+
+void TaskMessagingPrivate::close()
+{
+    closeSilently(socket);
+    if (!server)
+        return;
+    const auto notifiers = server->findChildren<QSocketNotifier *>();
+    for (auto *notifier : notifiers) // their end is logged otherwise
+        notifier->disconnect();
+    closeSilently(server);
+}
+
 void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
 {
     closeSilently(socket);
@@ -144,8 +163,10 @@ void TaskMessagingPrivate::setSocket(QLocalSocket *newSocket)
         resumeAccepting();
         Q_EMIT q->stateChanged(state());
     });
-    QObject::connect(newSocket, &QLocalSocket::errorOccurred, newSocket,
-                     [newSocket] { qWarning() << "Socket error" << newSocket->errorString(); });
+    QObject::connect(newSocket, &QLocalSocket::errorOccurred, newSocket, [this, newSocket] {
+        if (!isFinishing)
+            qWarning() << "Socket error" << newSocket->errorString();
+    });
 }
 
 void TaskMessagingPrivate::resumeAccepting()
@@ -163,7 +184,7 @@ void TaskMessagingPrivate::onNewConnection()
     const QPointer<TaskMessaging> channel(q);
     const auto listener = server;
     drainIfHungUp();
-    if (!channel)
+    if (!channel || isFinishing)
         return;
     if (state() == TaskMessaging::Connected) {
         qWarning() << "TaskMessaging can handle only one connection at a time";
@@ -176,11 +197,13 @@ void TaskMessagingPrivate::onNewConnection()
             return;
         client->setParent(nullptr);
         setSocket(client);
-        if (client->bytesAvailable() > 0) // sent while the client waited
+        if (const auto notify = clientAccepted) // a copy, because a receiver may delete the channel
+            notify();
+        if (channel && socket->bytesAvailable() > 0) // sent while the client waited
             readMessages();
         if (channel)
             drainIfHungUp();
-    } while (channel && state() == TaskMessaging::Unconnected);
+    } while (channel && !isFinishing && state() == TaskMessaging::Unconnected);
 }
 
 void TaskMessagingPrivate::drainIfHungUp()

@@ -18,8 +18,8 @@ class TaskMessagingPrivate;
  * A two-way channel of JSON objects between an application and its running task, over a local socket.
  *
  * \code
- * auto *channel = new Corvane::TaskMessaging(task->socketPath(), this);                    // in the application
- * auto *channel = new Corvane::TaskMessaging(dispatcher->localServerSocket(), dispatcher); // in the task
+ * auto *channel = new Corvane::TaskMessaging(task->socketPath(), this); // in the application
+ * Corvane::TaskMessaging *channel = process->messaging(); // in the task, with a Corvane::TaskProcess
  * connect(channel, &Corvane::TaskMessaging::messageReceived, this, &Window::showMessage);
  * channel->sendMessage({{QStringLiteral("progress"), 40}});
  * \endcode
@@ -56,9 +56,9 @@ public:
      */
     explicit TaskMessaging(const QString &socketPath, QObject *parent = nullptr);
     /**
-     * Creates the task's end, which waits for clients on a listening socket (see
-     * RuntimeDispatcher::localServerSocket()). The channel becomes the owner of the descriptor, and its destructor
-     * removes the file of the socket. If the descriptor is not a listening local socket, the constructor logs a warning
+     * Creates the task's end, which waits for clients on a listening socket. TaskProcess::messaging() does this for the
+     * socket of the task. The channel becomes the owner of the descriptor, and its destructor removes the file of the
+     * socket. If the descriptor is not a listening local socket, the constructor logs a warning
      * and does not change the descriptor; the channel stays unconnected.
      */
     explicit TaskMessaging(int socketDescriptor, QObject *parent = nullptr);
@@ -86,6 +86,7 @@ Q_SIGNALS:
     void messageReceived(const QJsonObject &message);
 
 private:
+    friend class TaskProcessPrivate;
     const std::unique_ptr<TaskMessagingPrivate> d;
 };
 

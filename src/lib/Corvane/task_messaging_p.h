@@ -6,6 +6,8 @@
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
 
+#include <functional>
+
 namespace Corvane {
 
 class TaskMessagingPrivate
@@ -19,6 +21,12 @@ public:
     void listen(int socketDescriptor);
     TaskMessaging::State state() const;
     bool sendMessage(const QJsonObject &message);
+    /// Returns whether the other end has read all sent messages or is disconnected.
+    bool isAllRead() const;
+    /// Closes the connection and stops listening, without a signal or a warning.
+    void close();
+
+    static bool isListeningLocalSocket(int descriptor);
 
     // Handlers of the signals share the ownership: a receiver may delete the channel or run an event loop.
     std::shared_ptr<QLocalServer> server; ///< on the task side only
@@ -27,6 +35,8 @@ public:
     // that reads between the two writes closes the connection.
     QByteArray unread; ///< the received bytes
     int position = 0; ///< of the next frame in unread
+    std::function<void()> clientAccepted; ///< called before the messages of the client are delivered; may be empty
+    bool isFinishing = false; ///< accepts no more clients, and does not log socket errors
     TaskMessaging *const q;
 
 private:
