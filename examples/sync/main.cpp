@@ -42,6 +42,8 @@ private:
             break;
         case Task::Waiting:
             say(QStringLiteral("The task waits for its time"));
+            if (m_isDone)
+                m_task.stop(); // cancels the schedule
             break;
         case Task::Running:
             say(QStringLiteral("The task runs"));
@@ -64,12 +66,14 @@ private:
     {
         say(QStringLiteral("The task says %1")
                 .arg(QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact))));
-        if (message.value(QLatin1String("done")).toBool())
-            m_task.stop(); // ends this run and cancels the schedule
+        m_isDone = message.value(QLatin1String("progress")).toInt() == 100;
+        if (m_isDone)
+            m_channel.reset(); // before the task closes its end, which would be logged as an error
     }
 
     Task m_task{QStringLiteral("fetch")};
     std::unique_ptr<TaskMessaging> m_channel;
+    bool m_isDone = false;
 };
 
 } // namespace

@@ -1,40 +1,36 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The task of the application in main.cpp: it receives an item to fetch, and reports its progress.
-#include <Corvane/RuntimeDispatcher>
 #include <Corvane/TaskMessaging>
+#include <Corvane/TaskProcess>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QTextStream>
+#include <QtCore/QDebug>
 #include <QtCore/QTimer>
-
-using Corvane::RuntimeDispatcher;
-using Corvane::TaskMessaging;
 
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
-    RuntimeDispatcher *dispatcher = RuntimeDispatcher::instance();
+    Corvane::TaskProcess process;
+    Corvane::TaskMessaging *channel = process.messaging();
+    if (!channel) {
+        qCritical("This is a task; the service starts it.");
+        return 1;
+    }
 
-    dispatcher->onApplicationStarted([] {
-        QTextStream(stderr) << "This is a task; the service starts it." << Qt::endl;
-        std::exit(1);
-    });
-
-    TaskMessaging channel(dispatcher->localServerSocket());
     int progress = 0;
     QTimer work; // stands for real work
-    QObject::connect(&work, &QTimer::timeout, &channel, [&channel, &work, &progress] {
+    work.callOnTimeout([&] {
         progress += 50;
-        channel.sendMessage({{QStringLiteral("progress"), progress}});
-        if (progress < 100)
-            return;
-        channel.sendMessage({{QStringLiteral("done"), true}});
-        work.stop();
+        channel->sendMessage({{QStringLiteral("progress"), progress}});
+        if (progress == 100) {
+            work.stop();
+            process.finish(); // ends the process after the application has received all messages
+        }
     });
-    QObject::connect(&channel, &TaskMessaging::messageReceived, &work, [&work, &progress](const QJsonObject &message) {
-        QTextStream(stdout) << "task: I am to fetch " << message.value(QLatin1String("fetch")).toString() << Qt::endl;
-        progress = 0;
-        work.start(200);
+    QObject::connect(channel, &Corvane::TaskMessaging::messageReceived, &work, [&work] { work.start(200); });
+    QObject::connect(&process, &Corvane::TaskProcess::clientConnected, channel, [channel] {
+        channel->sendMessage({{QStringLiteral("progress"), 0}});
     });
+    QObject::connect(&process, &Corvane::TaskProcess::stopRequested, &process, [&process] { process.finish(1); });
     return QCoreApplication::exec();
 }

@@ -501,15 +501,15 @@ void TestStandIn::syncExchangesMessagesWithItsTask()
     waitFor("sync: The task waits for its time");
     process.write("corvane-standin set clock +1d\n");
     waitFor("sync: The task runs");
-    waitFor("task: I am to fetch news");
+    waitFor("sync: The task says {\"progress\":0}");
     waitFor("sync: The task says {\"progress\":50}");
     waitFor("sync: The task says {\"progress\":100}");
-    waitFor("sync: The task says {\"done\":true}");
     output.clear();
     waitFor("sync: The task has stopped");
     process.write("exit 0\n");
     QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
 }
 
 QTEST_GUILESS_MAIN(TestStandIn)
