@@ -428,6 +428,7 @@ void TestServiceMonitor::refreshMayBeConnectedToTheSignal()
     const Task task("sync");
     const ServiceMonitor monitor;
     connect(&monitor, &ServiceMonitor::availableChanged, &monitor, &ServiceMonitor::refresh);
+    QTRY_VERIFY(monitor.isAvailable()); // the first refresh
     QVERIFY(peer.roundTrip());
     peer.takeCalls();
     for (const int level : {200, 100}) {
