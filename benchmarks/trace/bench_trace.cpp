@@ -22,7 +22,7 @@ void trace()
             sizes = sizes + 1;
             return Corvane::Trace::Size();
         });
-        trace.end({});
+        trace.end("outcome");
     }
 }
 

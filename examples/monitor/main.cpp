@@ -2,6 +2,7 @@
 // Prints the states of applications and the memory pressure when they change.
 #include <Corvane/Lifecycle>
 #include <Corvane/MemoryPressure>
+#include <Corvane/ServiceMonitor>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QMetaEnum>
@@ -52,6 +53,9 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     QObject::connect(Lifecycle::instance(), &Lifecycle::stateChanged, showState);
     QObject::connect(MemoryPressure::instance(), &MemoryPressure::levelChanged, showLevel);
+    // A restarted service does not know the subscription to the memory pressure.
+    const Corvane::ServiceMonitor service;
+    QObject::connect(&service, &Corvane::ServiceMonitor::availableChanged, &service, &Corvane::ServiceMonitor::refresh);
 
     // A running application owns its bus name. The signals arrive without one too.
     if (const Corvane::Error error = Lifecycle::instance()->startService())

@@ -26,7 +26,7 @@ class Sync : public QObject
 public:
     Sync()
     {
-        m_task.withSchedule(Corvane::Schedule().onHours({3}).onMinutes({0})).withIpcSocket(true);
+        m_task.withSchedule(Corvane::Schedule::dailyAt({3, 0})).withIpcSocket(true);
         connect(&m_task, &Task::stateChanged, this, &Sync::onStateChanged);
         m_task.start([](const Corvane::Error &error) {
             say(error ? QStringLiteral("The task was refused: %1").arg(error.message())

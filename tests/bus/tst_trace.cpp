@@ -2,12 +2,17 @@
 #include <Corvane/intent_request.h>
 #include <Corvane/intents_invoker.h>
 #include <Corvane/runtime_dispatcher.h>
+#include <Corvane/task.h>
+#include <Corvane/task_messaging.h>
 
 #include <patience.h>
 #include <service_peer.h>
 
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QTemporaryDir>
+#include <QtNetwork/QLocalServer>
+#include <QtNetwork/QLocalSocket>
 #include <QtTest/QtTest>
 
 using namespace Corvane;
@@ -51,6 +56,8 @@ private Q_SLOTS:
     void filesAreCounted();
     void incomingIntentsAreTraced_data();
     void incomingIntentsAreTraced();
+    void taskCallsAreTraced();
+    void channelMessagesAreTraced();
     void numbersIdentifyTheOperations();
     void contentsAreNotTraced();
 
@@ -97,11 +104,11 @@ void TestTrace::requestsAreTraced_data()
     QTest::newRow("error") << "error"
                            << "request # ends: Corvane::Error::HandlerNotFound, 8 bytes, 0 descriptors, T ms";
     QTest::newRow("time-out") << "timeout"
-                              << "request # ends: timed out, 0 bytes, 0 descriptors, T ms";
+                              << "request # ends: timed out, T ms";
     QTest::newRow("cancel") << "cancel"
-                            << "request # ends: canceled, 0 bytes, 0 descriptors, T ms";
+                            << "request # ends: canceled, T ms";
     QTest::newRow("deletion") << "delete"
-                              << "request # ends: deleted, 0 bytes, 0 descriptors, T ms";
+                              << "request # ends: deleted, T ms";
     QTest::newRow("reply to invoke()") << "invoke"
                                        << "request # ends: Corvane::Error::NoError, 32 bytes, 0 descriptors, T ms";
 }
@@ -183,6 +190,49 @@ void TestTrace::incomingIntentsAreTraced()
     dispatcher->registerIntentOutputFiles("Ask", {"file"}, {});
     peer.call("HandleIntent", "('Ask', {'p': <'q'>})");
     QCOMPARE(takeLines(), QStringList({"incoming intent # begins: \"Ask\", 34 bytes, 0 descriptors", line}));
+}
+
+void TestTrace::taskCallsAreTraced()
+{
+    Task task("sync");
+    task.withInterval(60).start();
+    QTRY_COMPARE(lines.size(), 2);
+    QCOMPARE(takeLines(),
+             QStringList({"task start # begins: \"demo.task_sync\", 52 bytes, 0 descriptors",
+                          "task start # ends: Corvane::Error::NoError, 0 bytes, 0 descriptors, T ms"}));
+    peer.answerError(CORVANE_SERVICE_ROOT ".Error.ApplicationNotRunning", "('why',)", "Stop");
+    task.stop();
+    QTRY_COMPARE(lines.size(), 2);
+    QCOMPARE(takeLines(),
+             QStringList({"task stop # begins: \"demo.task_sync\", 19 bytes, 0 descriptors",
+                          "task stop # ends: Corvane::Error::ApplicationNotRunning, 0 bytes, 0 descriptors, T ms"}));
+}
+
+void TestTrace::channelMessagesAreTraced()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("socket");
+    QLocalServer server;
+    QVERIFY(server.listen(path));
+    TaskMessaging channel(path);
+    QVERIFY(server.waitForNewConnection(Patience));
+    QLocalSocket *const client = server.nextPendingConnection();
+
+    QVERIFY(channel.sendMessage({{"SECRET", "SECRET"}}));
+    QVERIFY(channel.sendMessage({}));
+    QTRY_COMPARE(lines.size(), 4);
+    QStringList found = takeLines().replaceInStrings(path, "PATH");
+    found.sort();
+    QCOMPARE(found,
+             QStringList({"sent message # begins: \"PATH\", 19 bytes, 0 descriptors",
+                          "sent message # begins: \"PATH\", 2 bytes, 0 descriptors",
+                          "sent message # ends: written, T ms", "sent message # ends: written, T ms"}));
+
+    client->write(QByteArray("\0\0\0\2{}", 6));
+    QTRY_COMPARE(lines.size(), 2);
+    QCOMPARE(takeLines().replaceInStrings(path, "PATH"),
+             QStringList({"received message # begins: \"PATH\", 2 bytes, 0 descriptors",
+                          "received message # ends: delivered, T ms"}));
 }
 
 void TestTrace::numbersIdentifyTheOperations()

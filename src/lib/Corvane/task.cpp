@@ -75,10 +75,13 @@ void TaskPrivate::start(const std::function<void(const Error &)> &callback)
     meter.add(qualifiedName);
     meter.add(arguments);
     meter.add(sent);
+    const Trace trace = Trace::begin("task start", qualifiedName, [&] {
+        return Trace::Size{meter.bytes(), meter.descriptors()};
+    });
     if (!meter.problem().isEmpty())
-        return reportOutcome(refusedCall(meter.problem()), callback);
+        return reportOutcome(refusedCall(meter.problem()), trace, callback);
     omissions.log();
-    reportOutcome(TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent),
+    reportOutcome(TasksInterface::instance()->asyncCall(QStringLiteral("Start"), qualifiedName, arguments, sent), trace,
                   callback);
 }
 
@@ -86,17 +89,21 @@ void TaskPrivate::stop(Task::StopFlags flags, const std::function<void(const Err
 {
     MessageMeter meter;
     meter.add(qualifiedName);
+    const Trace trace = Trace::begin("task stop", qualifiedName, [&] { return Trace::Size{meter.bytes(), 0}; });
     reportOutcome(meter.problem().isEmpty() ? TasksInterface::instance()->asyncCall(
                       QStringLiteral("Stop"), qualifiedName, flags.testFlag(Task::Force))
                                             : refusedCall(meter.problem()),
-                  callback);
+                  trace, callback);
 }
 
-void TaskPrivate::reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback)
+void TaskPrivate::reportOutcome(const QDBusPendingCall &call, const Trace &trace,
+                                const std::function<void(const Error &)> &callback)
 {
-    onFinished(call, q, [callback](const QDBusPendingCall &reply) {
+    onFinished(call, q, [trace, callback](const QDBusPendingCall &reply) {
+        const Error error = errorFromDBusError(reply.error());
+        trace.end(error, [] { return Trace::Size(); });
         if (callback)
-            callback(errorFromDBusError(reply.error()));
+            callback(error);
     });
 }
 

@@ -126,8 +126,31 @@ bool TaskMessagingPrivate::sendMessage(const QJsonObject &message)
     QByteArray frame(LengthSize + text.size(), Qt::Uninitialized);
     qToBigEndian(quint32(text.size()), frame.data());
     std::copy(text.cbegin(), text.cend(), frame.begin() + LengthSize);
+    Trace trace;
+    if (isTracing())
+        trace = Trace::begin("sent message", name(), [&text] { return Trace::Size{text.size(), 0}; });
     socket->write(frame.constData(), frame.size());
+    if (trace.isOn())
+        endWhenWritten(trace);
     return true;
+}
+
+void TaskMessagingPrivate::endWhenWritten(const Trace &trace)
+{
+    const auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = QObject::connect(socket.get(), &QLocalSocket::bytesWritten, socket.get(),
+                                   [connection, trace, unwritten = socket->bytesToWrite()](qint64 written) mutable {
+                                       unwritten -= written;
+                                       if (unwritten > 0)
+                                           return;
+                                       trace.end("written");
+                                       QObject::disconnect(*connection);
+                                   });
+}
+
+QString TaskMessagingPrivate::name() const
+{
+    return server ? server->fullServerName() : socket->fullServerName();
 }
 
 bool TaskMessagingPrivate::isAllRead() const
@@ -238,7 +261,11 @@ void TaskMessagingPrivate::readMessages()
         }
         const auto text = QByteArray::fromRawData(unread.constData() + position + LengthSize, size);
         position += LengthSize + size;
+        Trace trace;
+        if (isTracing())
+            trace = Trace::begin("received message", name(), [size] { return Trace::Size{size, 0}; });
         Q_EMIT q->messageReceived(QJsonDocument::fromJson(text).object());
+        trace.end("delivered");
     }
 }
 

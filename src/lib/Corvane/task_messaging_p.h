@@ -2,6 +2,7 @@
 #pragma once
 
 #include "task_messaging.h"
+#include "trace_p.h"
 
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
@@ -40,6 +41,8 @@ public:
     TaskMessaging *const q;
 
 private:
+    QString name() const; ///< of the socket, for the trace
+    void endWhenWritten(const Trace &trace);
     void setSocket(QLocalSocket *newSocket);
     void resumeAccepting();
     void onNewConnection();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "task.h"
+#include "trace_p.h"
 
 #include <DBus/types.h>
 
@@ -28,7 +29,8 @@ public:
     QVariantMap announcedProperties; ///< of the last applied entry, as received
 
 private:
-    void reportOutcome(const QDBusPendingCall &call, const std::function<void(const Error &)> &callback);
+    void reportOutcome(const QDBusPendingCall &call, const Trace &trace,
+                       const std::function<void(const Error &)> &callback);
 
     quint32 m_updates = 0; ///< the number of calls of updateState()
 };

@@ -41,14 +41,13 @@ Trace::Trace(const char *operation, const QString &name, const Size &size)
 
 void Trace::logEnd(const Error &error, const Size &size) const
 {
-    QString outcome;
-    QDebug(&outcome).nospace() << error.code();
-    logEnd(outcome.toLatin1().constData(), size);
+    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << error.code() << size << ", "
+                                     << m_timer.elapsed() << " ms";
 }
 
-void Trace::logEnd(const char *outcome, const Size &size) const
+void Trace::logEnd(const char *outcome) const
 {
-    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << outcome << size << ", "
+    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << outcome << ", "
                                      << m_timer.elapsed() << " ms";
 }
 

@@ -48,21 +48,17 @@ public:
         if (Q_UNLIKELY(m_operation))
             logEnd(error, size());
     }
-    void end(const Error &error) const
-    {
-        if (Q_UNLIKELY(m_operation))
-            logEnd(error, {});
-    }
     void end(const char *outcome) const
     {
         if (Q_UNLIKELY(m_operation))
-            logEnd(outcome, {});
+            logEnd(outcome);
     }
+    bool isOn() const { return m_operation; }
 
 private:
     Trace(const char *operation, const QString &name, const Size &size);
     void logEnd(const Error &error, const Size &size) const;
-    void logEnd(const char *outcome, const Size &size) const;
+    void logEnd(const char *outcome) const;
 
     const char *m_operation = nullptr;
     quint64 m_number = 0;
