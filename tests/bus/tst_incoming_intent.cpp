@@ -167,9 +167,9 @@ void TestIncomingIntent::firstAnswerCounts()
     handle([fails](const IncomingIntent &intent) {
         if (fails)
             intent.fail("first");
-        const IncomingIntent copy = intent;
-        copy.reply({{"n", 2}});
-        copy.fail("third");
+        const QVector<IncomingIntent> copies{intent, intent};
+        copies.at(0).reply({{"n", 2}});
+        copies.at(1).fail("third");
         intent.reply({{"n", 4}});
     });
     const ServicePeer::Reply reply = ask();
@@ -470,6 +470,7 @@ void TestIncomingIntent::firstAnswerOfManyThreadsCounts()
     const int call = peer.beginCall(HandleIntent, "('Ask', @a{sv} {})");
     QTRY_COMPARE(kept.intentName(), QString("Ask"));
     std::vector<std::thread> threads;
+    threads.reserve(Count);
     for (int i = 0; i < Count; ++i)
         threads.emplace_back([intent = kept] { intent.reply({{"n", 1}}); });
     kept = {};

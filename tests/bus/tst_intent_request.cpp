@@ -254,7 +254,6 @@ void TestIntentRequest::propertiesShowTheResult()
 {
     peer.answer("({'a': <1>},)");
     IntentRequest *request = invoker->request("X");
-    QVERIFY(request->setProperty("autoDelete", false));
     QTRY_VERIFY(request->property("isFinished").toBool());
     QCOMPARE(request->property("intentName").toString(), QString("X"));
     QCOMPARE(request->property("state").toInt(), int(IntentRequest::Replied));

@@ -379,8 +379,7 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
         {"property QString intentName", "property QJsonObject params", "property bool answered"});
     row(IntentRequest::staticMetaObject,
         {"signal void finished()", "enumeration State", "property QString intentName", "property State state",
-         "property bool isFinished", "property QJsonObject reply", "property Corvane::Error error",
-         "property bool autoDelete"});
+         "property bool isFinished", "property QJsonObject reply", "property Corvane::Error error"});
     row(IntentsInvoker::staticMetaObject, {"signal void replyReceived(QJsonObject,Corvane::Error) reply error"});
     row(Lifecycle::staticMetaObject, {"signal void stateChanged(QString,ApplicationState) appInstanceId state"});
     row(MemoryPressure::staticMetaObject,

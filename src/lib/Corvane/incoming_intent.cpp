@@ -15,7 +15,10 @@ namespace Corvane {
 
 namespace {
 
-const QString HandlerFailed = Names::ErrorPrefix + QLatin1String("HandlerFailed");
+QString handlerFailed()
+{
+    return Names::ErrorPrefix + QLatin1String("HandlerFailed");
+}
 
 /// Calls \a function on the thread of \a object: now on this thread, otherwise from its event loop. A function that
 /// uses the object later keeps it alive.
@@ -38,7 +41,7 @@ IncomingIntentPrivate::IncomingIntentPrivate(const QString &name, const QJsonObj
 IncomingIntentPrivate::~IncomingIntentPrivate()
 {
     if (!answered)
-        m_call.fail(HandlerFailed, QStringLiteral("The handler of \"%1\" ended without a reply").arg(intentName));
+        m_call.fail(handlerFailed(), QStringLiteral("The handler of \"%1\" ended without a reply").arg(intentName));
 }
 
 std::shared_ptr<IncomingIntentPrivate> IncomingIntentPrivate::create(const QString &intentName,
@@ -51,12 +54,12 @@ std::shared_ptr<IncomingIntentPrivate> IncomingIntentPrivate::create(const QStri
 
 void IncomingIntentPrivate::reply(const QJsonObject &result)
 {
-    m_call.reply(result, m_files, ReceivedCall::Files::Required, HandlerFailed);
+    m_call.reply(result, m_files, ReceivedCall::Files::Required, handlerFailed());
 }
 
 void IncomingIntentPrivate::fail(const QString &text)
 {
-    m_call.fail(HandlerFailed, text);
+    m_call.fail(handlerFailed(), text);
 }
 
 void IncomingIntentPrivate::setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles)

@@ -50,7 +50,6 @@ class CORVANE_EXPORT IntentRequest : public QObject
     Q_PROPERTY(bool isFinished READ isFinished NOTIFY finished)
     Q_PROPERTY(QJsonObject reply READ reply NOTIFY finished)
     Q_PROPERTY(Corvane::Error error READ error NOTIFY finished)
-    Q_PROPERTY(bool autoDelete READ autoDelete WRITE setAutoDelete)
 public:
     enum State : int {
         Pending, ///< There is no result yet.

@@ -20,7 +20,15 @@ quint64 nextNumber()
 
 QDebug operator<<(QDebug debug, const Trace::Size &size)
 {
-    return debug << ", " << size.bytes << " bytes, " << size.descriptors << " descriptors";
+    return debug << size.bytes << " bytes, " << size.descriptors << " descriptors";
+}
+
+template<typename... Parts>
+void log(const Parts &...parts)
+{
+    QString text;
+    (QDebug(&text).nospace() << ... << parts);
+    qCDebug(traceCategory, "%s", qUtf8Printable(text));
 }
 
 Trace::Size sizeOf(MessageMeter &meter, const QJsonObject &object)
@@ -36,19 +44,17 @@ Trace::Trace(const char *operation, const QString &name, const Size &size)
     : m_operation(operation), m_number(nextNumber())
 {
     m_timer.start();
-    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " begins: " << name << size;
+    log(m_operation, ' ', m_number, " begins: ", name, ", ", size);
 }
 
 void Trace::logEnd(const Error &error, const Size &size) const
 {
-    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << error.code() << size << ", "
-                                     << m_timer.elapsed() << " ms";
+    log(m_operation, ' ', m_number, " ends: ", error.code(), ", ", size, ", ", m_timer.elapsed(), " ms");
 }
 
 void Trace::logEnd(const char *outcome) const
 {
-    qCDebug(traceCategory).nospace() << m_operation << ' ' << m_number << " ends: " << outcome << ", "
-                                     << m_timer.elapsed() << " ms";
+    log(m_operation, ' ', m_number, " ends: ", outcome, ", ", m_timer.elapsed(), " ms");
 }
 
 Trace::Size sizeOfReply(const QJsonObject &reply)
