@@ -18,6 +18,11 @@ void answer(const QJsonObject &params, const RuntimeDispatcher::ReplyFunction &r
         reply(params);
 }
 
+void answerIncoming(const Corvane::IncomingIntent &intent)
+{
+    answer(intent.params(), [intent](const QJsonObject &result) { intent.reply(result); });
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -27,8 +32,13 @@ int main(int argc, char **argv)
     const QString echo = "Echo." + dispatcher->applicationId();
     const QString carry = "Carry." + dispatcher->applicationId();
 
-    dispatcher->registerIntent(echo, answer);
-    dispatcher->registerIntent(carry, answer);
+    if (dispatcher->applicationId() == "steady") {
+        dispatcher->registerIntent(echo, answer);
+        dispatcher->registerIntent(carry, answer);
+    } else {
+        dispatcher->registerIntentHandler(echo, answerIncoming);
+        dispatcher->registerIntentHandler(carry, answerIncoming);
+    }
     dispatcher->registerIntentOutputFiles(carry, {"read"}, {"write"});
     if (const Corvane::Error error = dispatcher->startService())
         qFatal("Cannot receive intents: %s", qUtf8Printable(error.message()));

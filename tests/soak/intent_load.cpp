@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "intent_load.h"
 
+#include <Corvane/IntentRequest>
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
@@ -60,8 +62,11 @@ public:
 private:
     void renew();
     Call makeCall();
+    void request(const Call &call, const QJsonObject &hints);
     void onReply(const QJsonObject &reply, const Error &error);
-    void onOutcome(const Call &call, const Error &error);
+    /// \param call is the call with this outcome, or the end of the calls if no call expects it.
+    void onOutcome(QMap<int, Call>::const_iterator call, const QJsonObject &reply, const Error &error);
+    void count(const Call &call, const Error &error);
 
     IntentLoad &m_load;
     std::unique_ptr<IntentsInvoker> m_invoker;
@@ -109,7 +114,20 @@ void Caller::invoke(const Call &call)
         hints.insert("readFiles", "read");
         hints.insert("writeFiles", QJsonArray{"write"});
     }
-    m_invoker->invoke(call.intentName, hints, call.params);
+    if (call.isRequest())
+        request(call, hints);
+    else
+        m_invoker->invoke(call.intentName, hints, call.params);
+}
+
+void Caller::request(const Call &call, const QJsonObject &hints)
+{
+    auto *const request = m_invoker->request(call.intentName, hints, call.params);
+    request->setAutoDelete(true);
+    request->then(this, [this, id = call.id](const QJsonObject &reply, const Error &error) {
+        const auto own = m_calls.constFind(id);
+        onOutcome(own != m_calls.cend() && own->isRight(reply, error) ? own : m_calls.cend(), reply, error);
+    });
 }
 
 IntentLoad::Call Caller::makeCall()
@@ -148,10 +166,16 @@ IntentLoad::Call Caller::makeCall()
 void Caller::onReply(const QJsonObject &reply, const Error &error)
 {
     const auto answered = m_calls.constFind(reply.value("id").toInt());
-    const auto expecting = answered != m_calls.cend() && answered->isRight(reply, error)
-        ? answered
-        : std::find_if(m_calls.cbegin(), m_calls.cend(), [&](const Call &call) { return call.isRight(reply, error); });
-    if (expecting == m_calls.cend()) {
+    const auto isExpecting = [&](const Call &call) { return !call.isRequest() && call.isRight(reply, error); };
+    onOutcome(answered != m_calls.cend() && isExpecting(*answered)
+                  ? answered
+                  : std::find_if(m_calls.cbegin(), m_calls.cend(), isExpecting),
+              reply, error);
+}
+
+void Caller::onOutcome(QMap<int, Call>::const_iterator call, const QJsonObject &reply, const Error &error)
+{
+    if (call == m_calls.cend()) {
         ++m_load.m_counts.unexpected;
         m_load.m_findings.add("one correct outcome for each call",
                               QString("an outcome that no call in flight expects: %1, error %2 \"%3\"")
@@ -159,15 +183,15 @@ void Caller::onReply(const QJsonObject &reply, const Error &error)
                                   .arg(error.code())
                                   .arg(error.message()));
     } else {
-        onOutcome(*expecting, error);
-        m_calls.remove(expecting.key());
+        count(*call, error);
+        m_calls.remove(call.key());
     }
     if (m_left == 0 && (m_isImpatient || m_calls.isEmpty()))
         renew();
     fill();
 }
 
-void Caller::onOutcome(const Call &call, const Error &error)
+void Caller::count(const Call &call, const Error &error)
 {
     if (!error)
         ++m_load.m_counts.answered;

@@ -43,6 +43,8 @@ private:
         /// The application that handles the intent, if the soak kills this application; the call may fail then.
         QString killable;
 
+        /// Every second call is a request. The outcome of the other ones does not identify the call.
+        bool isRequest() const { return id % 2 == 0; }
         bool isRight(const QJsonObject &reply, const Corvane::Error &error) const;
     };
     struct Counts
