@@ -76,7 +76,6 @@ private Q_SLOTS:
     void commandCanRunAsAnApplication();
     void busIsPrivate();
     void missingBusIsReported();
-    void nullsInManifestsAreOmitted();
     void lostBusIsReported();
     void endOfTheCommandLeavesNoProcesses();
     void signalLeavesNoProcesses_data();
@@ -229,21 +228,6 @@ void TestStandIn::missingBusIsReported()
     const QString program = qEnvironmentVariable("CORVANE_BUS_PROGRAM");
     QVERIFY2(result.errors.startsWith(QString("corvane-standin: %1 does not start: ").arg(program)),
              qUtf8Printable(result.errors));
-}
-
-void TestStandIn::nullsInManifestsAreOmitted()
-{
-    const QTemporaryDir directory;
-    QFile file(directory.filePath("a.json"));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["sleep", "1000"],
-                   "properties": {"Autostart": true, "X": null, "Y": [{"z": null}, null]}}]})");
-    file.close();
-    const Result result =
-        standIn({"run", "--manifests", directory.path(), "--", "corvane-standin", "set", "memory", "low"});
-    QCOMPARE(result.exitCode, 0); // libdbus has not aborted
-    const QString left = "Value without a form on D-Bus: QVariant(std::nullptr_t, (nullptr))\n";
-    QCOMPARE(result.errors, left + left + left);
 }
 
 void TestStandIn::lostBusIsReported()

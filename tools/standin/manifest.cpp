@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "manifest.h"
 
+#include <Corvane/schedule.h>
+#include <DBus/keys.h>
+
+#include <QtCore/QDateTime>
 #include <QtCore/QDir>
 #include <QtCore/QHash>
 #include <QtCore/QJsonArray>
@@ -8,7 +12,15 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QRegularExpression>
 
+#include <limits>
+
+namespace Keys = Corvane::Keys;
+
 namespace {
+
+// The limits of a process's niceness
+const int LowestNiceness = -20;
+const int HighestNiceness = 19;
 
 QString described(const QJsonValue &value)
 {
@@ -31,7 +43,8 @@ QString described(const QJsonValue &value)
     return {};
 }
 
-/// Reads one file and collects its errors.
+/// Reads one file and collects its errors. Accepts the same files as data/manifest/corvane-manifest.schema.json, except
+/// for rules that a JSON Schema cannot express.
 class Reader
 {
 public:
@@ -62,11 +75,14 @@ public:
 private:
     Manifest readObject(const QJsonObject &object)
     {
-        checkKeys(QString(), object,
-                  {QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("command"), QStringLiteral("intents"),
-                   QStringLiteral("tasks")});
+        const QString schema = QStringLiteral("$schema"); // for editors
+        knownKeys(QString(), object,
+                  {schema, QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("command"),
+                   QStringLiteral("intents"), QStringLiteral("tasks")});
         Manifest manifest;
         manifest.file = m_file;
+        if (object.contains(schema))
+            readText(schema, object.value(schema));
         manifest.id = readId(object.value(QLatin1String("id")));
         manifest.name = manifest.id;
         if (object.contains(QLatin1String("name")))
@@ -94,8 +110,7 @@ private:
                 continue;
             }
             const QJsonObject object = array.at(i).toObject();
-            checkKeys(key + QLatin1Char('.'), object,
-                      {QStringLiteral("id"), QStringLiteral("command"), QStringLiteral("properties")});
+            knownKeys(key, object, {QStringLiteral("id"), QStringLiteral("command"), QStringLiteral("properties")});
 
             TaskManifest task;
             const QJsonValue id = object.value(QLatin1String("id"));
@@ -107,23 +122,128 @@ private:
                 mismatch(key + QStringLiteral(".id"), QStringLiteral("one that is not taken"), id);
             ids.append(task.id);
             task.command = readCommand(key + QStringLiteral(".command"), object.value(QLatin1String("command")));
-            const QJsonValue properties = object.value(QLatin1String("properties"));
-            if (!properties.isUndefined() && !properties.isObject())
-                mismatch(key + QStringLiteral(".properties"), QStringLiteral("an object"), properties);
-            task.properties = properties.toObject().toVariantMap();
+            if (object.contains(QLatin1String("properties")))
+                task.properties =
+                    readProperties(key + QStringLiteral(".properties"), object.value(QLatin1String("properties")));
             tasks.append(task);
         }
         return tasks;
     }
 
-    /// \param prefix the prefix of the keys in error messages
-    void checkKeys(const QString &prefix, const QJsonObject &object, const QStringList &keys)
+    /// Returns the properties with the types of Corvane::Task.
+    QVariantMap readProperties(const QString &path, const QJsonValue &value)
     {
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            if (!keys.contains(it.key()))
-                error(QStringLiteral("\"%1\": expected one of the keys %2")
-                          .arg(prefix + it.key(), keys.join(QLatin1String(", "))));
+        if (!value.isObject())
+            mismatch(path, QStringLiteral("an object"), value);
+        const QJsonObject object = value.toObject();
+        QVariantMap properties;
+        const QStringList keys = knownKeys(path, object,
+                                           {Keys::Autostart, Keys::CreateIpcSocket, Keys::Interval, Keys::Priority,
+                                            Keys::RunningTime, Keys::Schedule, Keys::StartDelay, Keys::StartTime});
+        for (const QString &key : keys)
+            properties.insert(key, readProperty(member(path, key), key, object.value(key)));
+        return properties;
+    }
+
+    QVariant readProperty(const QString &path, const QString &key, const QJsonValue &value)
+    {
+        if (key == Keys::Autostart || key == Keys::CreateIpcSocket) {
+            if (!value.isBool())
+                mismatch(path, QStringLiteral("true or false"), value);
+            return value.toBool();
         }
+        if (key == Keys::StartTime)
+            return readDate(path, value);
+        if (key == Keys::Schedule)
+            return readSchedule(path, value);
+        if (key == Keys::Priority)
+            return readInteger(path, value, LowestNiceness, HighestNiceness);
+        return readInteger(path, value, 0); // seconds
+    }
+
+    QVariantMap readSchedule(const QString &path, const QJsonValue &value)
+    {
+        if (!value.isObject())
+            mismatch(path, QStringLiteral("an object"), value);
+        const QJsonObject object = value.toObject();
+        QVariantMap map;
+        const QStringList keys = knownKeys(
+            path, object, {Keys::StartDate, Keys::EndDate, Keys::Months, Keys::WeekDays, Keys::Hours, Keys::Minutes});
+        for (const QString &key : keys) {
+            const bool isDate = key == Keys::StartDate || key == Keys::EndDate;
+            const QVariant entry = isDate ? readDate(member(path, key), object.value(key))
+                                          : readIntegers(member(path, key), object.value(key));
+            if (entry.isValid())
+                map.insert(key, entry);
+        }
+        const QStringList problems = Corvane::Schedule(map).problems();
+        for (const QString &problem : problems)
+            error(QStringLiteral("\"%1\": %2").arg(path, problem));
+        return map;
+    }
+
+    /// Returns an invalid variant after an error.
+    QVariant readDate(const QString &path, const QJsonValue &value)
+    {
+        static const QRegularExpression pattern(
+            QStringLiteral("\\A[0-9]{4}-[0-9]{2}-[0-9]{2}"
+                           "(T([01][0-9]|2[0-3]):[0-9]{2}(:[0-9]{2}(\\.[0-9]{1,3})?)?(Z|[+-][0-9]{2}:[0-9]{2})?)?\\z"));
+        const QString text = value.toString();
+        if (pattern.match(text).hasMatch() && QDateTime::fromString(text, Qt::ISODate).isValid())
+            return text;
+        mismatch(path, QStringLiteral("a date such as \"2030-07-01\" or \"2030-07-01T08:00:00+02:00\""), value);
+        return {};
+    }
+
+    /// Returns an invalid variant after an error.
+    QVariant readIntegers(const QString &path, const QJsonValue &value)
+    {
+        if (!value.isArray()) {
+            mismatch(path, QStringLiteral("a list of integers"), value);
+            return {};
+        }
+        QList<int> list;
+        const QJsonArray array = value.toArray();
+        for (int i = 0; i < array.size(); ++i) {
+            const int none = std::numeric_limits<int>::min();
+            const int number = array.at(i).toInt(none);
+            if (number == none) {
+                mismatch(QStringLiteral("%1[%2]").arg(path).arg(i), QStringLiteral("an integer"), array.at(i));
+                return {};
+            }
+            list.append(number);
+        }
+        return QVariant::fromValue(list);
+    }
+
+    /// Returns an invalid variant after an error. \a least is not the smallest integer.
+    QVariant readInteger(const QString &path, const QJsonValue &value, int least,
+                         int greatest = std::numeric_limits<int>::max())
+    {
+        const int number = value.toInt(least - 1);
+        if (number >= least && number <= greatest)
+            return number;
+        mismatch(path, QStringLiteral("an integer from %1 to %2").arg(least).arg(greatest), value);
+        return {};
+    }
+
+    /// Returns the keys of the object that are in \a keys. The other keys are errors.
+    QStringList knownKeys(const QString &path, const QJsonObject &object, const QStringList &keys)
+    {
+        QStringList known;
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            if (keys.contains(it.key()))
+                known.append(it.key());
+            else
+                error(QStringLiteral("\"%1\": expected one of the keys %2")
+                          .arg(member(path, it.key()), keys.join(QLatin1String(", "))));
+        }
+        return known;
+    }
+
+    static QString member(const QString &path, const QString &key)
+    {
+        return path.isEmpty() ? key : path + QLatin1Char('.') + key;
     }
 
     QStringList readCommand(const QString &key, const QJsonValue &value)

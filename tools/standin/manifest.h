@@ -10,7 +10,7 @@ struct TaskManifest
 {
     QString id; ///< the characters of an application id, without dots
     QStringList command;
-    QVariantMap properties; ///< the description of a task that starts with the stand-in ("Autostart")
+    QVariantMap properties; ///< the description of a task that starts with the stand-in, as in Corvane::Task
 };
 
 /**
@@ -24,6 +24,7 @@ struct TaskManifest
  *     "tasks": [{"id": "index", "command": ["corvane-example-indexer"], "properties": {"Autostart": true}}]
  * }
  * \endcode
+ * data/manifest/corvane-manifest.schema.json describes all keys and values.
  */
 struct Manifest
 {
