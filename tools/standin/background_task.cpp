@@ -92,7 +92,7 @@ void BackgroundTask::stop(bool force)
 void BackgroundTask::plan(const QDateTime &earliest)
 {
     const Calendar calendar(m_description.value(Keys::Schedule));
-    m_due = calendar.isEmpty() ? earliest : calendar.next(earliest);
+    m_due = calendar.isEmpty() ? earliest : calendar.nextAfter(earliest.addMSecs(-1));
     m_trace.write(m_due.isValid() ? QStringLiteral("%1 is to run at %2").arg(name(), m_due.toString(Qt::ISODate))
                                   : QStringLiteral("%1 has no time left to run at").arg(name()));
 }

@@ -5,6 +5,8 @@
 #include <DBus/variants.h>
 
 #include <algorithm>
+#include <ctime>
+#include <optional>
 
 namespace Keys = Corvane::Keys;
 
@@ -12,16 +14,34 @@ namespace {
 
 QList<int> toNumbers(const QVariant &value)
 {
-    auto numbers = Corvane::fromBus<QList<int>>(value);
-    const QVariantList list = value.toList(); // of a manifest
-    for (const QVariant &element : list)
-        numbers.append(element.toInt());
-    return numbers;
+    return Corvane::fromBus<QList<int>>(value);
 }
 
 QDateTime toDate(const QVariant &value)
 {
     return QDateTime::fromString(value.toString(), Qt::ISODate);
+}
+
+/// Returns the offset of local time from UTC. QDateTime does not know the clock changes after 2037.
+qint64 offsetAt(time_t time)
+{
+    tm local{};
+    ::localtime_r(&time, &local);
+    return local.tm_gmtoff;
+}
+
+/// Returns the first time after \a after at which clocks show \a local; nothing if a clock change skips it.
+/// \param local the shown date and time, as if they were in UTC
+std::optional<QDateTime> toTime(const QDateTime &local, qint64 after)
+{
+    const qint64 day = 86400;
+    const qint64 shown = local.toSecsSinceEpoch();
+    for (const qint64 offset : {offsetAt(shown - day), offsetAt(shown + day)}) { // before and after a clock change
+        const qint64 time = shown - offset;
+        if (offsetAt(time) == offset && time > after)
+            return QDateTime::fromSecsSinceEpoch(time);
+    }
+    return {};
 }
 
 bool matches(const QList<int> &list, int number)
@@ -47,26 +67,26 @@ Calendar::Calendar(const QVariant &schedule)
         m_minutes = {0};
 }
 
-QDateTime Calendar::next(const QDateTime &earliest) const
+QDateTime Calendar::nextAfter(const QDateTime &time) const
 {
     const int horizon = 10 * 366; // days
-    const QDateTime first = (m_start.isValid() ? std::max(earliest, m_start) : earliest).toLocalTime();
+    qint64 after = time.toSecsSinceEpoch();
+    if (m_start.isValid())
+        after = std::max(after, m_start.addMSecs(-1).toSecsSinceEpoch()); // the range includes the start date
+    const QDateTime earliest = QDateTime::fromSecsSinceEpoch(after + offsetAt(after), Qt::UTC);
     for (int day = 0; day < horizon; ++day) {
-        const QDate date = first.date().addDays(day);
-        if (m_end.isValid() && date > m_end.toLocalTime().date())
-            return {};
+        const QDate date = earliest.date().addDays(day);
         if (!matches(m_months, date.month()) || !matches(m_weekDays, date.dayOfWeek()))
             continue;
         for (int hour = 0; hour < 24; ++hour) {
             if (!matches(m_hours, hour))
                 continue;
             for (int minute = 0; minute < 60; ++minute) {
-                if (!matches(m_minutes, minute))
+                const QDateTime local(date, QTime(hour, minute), Qt::UTC);
+                if (!matches(m_minutes, minute) || local <= earliest)
                     continue;
-                const QDateTime time(date, QTime(hour, minute));
-                if (time < first)
-                    continue;
-                return m_end.isValid() && time > m_end ? QDateTime() : time;
+                if (const auto next = toTime(local, after))
+                    return m_end.isValid() && *next > m_end ? QDateTime() : *next;
             }
         }
     }
