@@ -44,6 +44,19 @@ Result standIn(QStringList arguments, const QProcessEnvironment &values = enviro
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
 }
 
+/// Runs a stand-in for a manifest "a.json" with a task of the given properties.
+Result standInWithTask(const QByteArray &properties)
+{
+    const QTemporaryDir directory;
+    QFile file(directory.filePath("a.json"));
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("The manifest cannot be written");
+    file.write(R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["x"], "properties": )" + properties
+               + "}]}");
+    file.close();
+    return standIn({"run", "--manifests", directory.path(), "--", "echo", "ran"});
+}
+
 QStringList shell(const QString &script)
 {
     return {"run", BusProgram, "--", "sh", "-c", script};
@@ -68,6 +81,8 @@ private Q_SLOTS:
     void wrongCommandLinesAreRefused_data();
     void wrongCommandLinesAreRefused();
     void wrongManifestsAreRefused();
+    void wrongTaskPropertiesAreRefused();
+    void automaticTaskWithoutTimeLeftIsReported();
     void exitCodeIsThatOfTheCommand_data();
     void exitCodeIsThatOfTheCommand();
     void missingCommandIsReported();
@@ -156,6 +171,23 @@ void TestStandIn::wrongManifestsAreRefused()
     QCOMPARE(result.exitCode, 65);
     QCOMPARE(result.output, QString());
     QCOMPARE(result.errors, QString("corvane-standin: /nonexistent: expected a directory with manifests\n"));
+}
+
+void TestStandIn::wrongTaskPropertiesAreRefused()
+{
+    const Result result = standInWithTask(R"({"Autostart": true, "Interval": "1"})");
+    QCOMPARE(result.exitCode, 65);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.errors.section("/a.json: ", 1),
+             QString("\"tasks[0].properties.Interval\": expected an integer from 0 to 2147483647, found \"1\"\n"));
+}
+
+void TestStandIn::automaticTaskWithoutTimeLeftIsReported()
+{
+    const Result result = standInWithTask(R"({"Autostart": true, "Schedule": {"EndDate": "2020-01-01"}})");
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.output, QString("ran\n"));
+    QCOMPARE(result.errors, QString("corvane-standin: The schedule of a.task_t has no time left\n"));
 }
 
 void TestStandIn::exitCodeIsThatOfTheCommand_data()

@@ -80,6 +80,8 @@ private Q_SLOTS:
     void taskRunsAtItsSchedule();
     void taskMayRunEveryMinute();
     void expiredScheduleStopsTheTask();
+    void scheduleWithoutTimeLeftIsRefused_data();
+    void scheduleWithoutTimeLeftIsRefused();
     void waitingTaskIsScheduledAgain();
     void waitingTaskIsStopped();
     void runningTimeIsLimited();
@@ -376,8 +378,43 @@ void TestTasks::expiredScheduleStopsTheTask()
              Done);
     moveClock(1260);
     QVERIFY(goesThrough("quick", Waiting + Running + Stopped));
-    QCOMPARE(start("quick", "{'Schedule': <{'Months': <[13]>}>}"), Done);
-    QCOMPARE(state("quick"), Stopped);
+}
+
+void TestTasks::scheduleWithoutTimeLeftIsRefused_data()
+{
+    QTest::addColumn<QString>("properties");
+
+    const QDateTime now = moveClock(0);
+    const QString end = now.addDays(2).toString(Qt::ISODate);
+    QTest::newRow("ended")
+        << QString("{'Schedule': <{'Minutes': <[0]>, 'EndDate': <'%1'>}>}").arg(now.addDays(-1).toString(Qt::ISODate));
+    QTest::newRow("start time after the end")
+        << QString("{'Schedule': <{'Minutes': <[0]>, 'EndDate': <'%1'>}>, 'StartTime': <'%2'>}")
+               .arg(end, now.addDays(3).toString(Qt::ISODate));
+    QTest::newRow("delay until after the end")
+        << QString("{'Schedule': <{'Minutes': <[0]>, 'EndDate': <'%1'>}>, 'StartDelay': <%2>}").arg(end).arg(3 * 86400);
+    QTest::newRow("start date after the end") << QString("{'Schedule': <{'StartDate': <'%1'>, 'EndDate': <'%2'>}>}")
+                                                     .arg(now.addDays(3).toString(Qt::ISODate), end);
+    QTest::newRow("numbers that never match") << "{'Schedule': <{'Months': <[13]>}>}";
+}
+
+void TestTasks::scheduleWithoutTimeLeftIsRefused()
+{
+    QFETCH(QString, properties);
+
+    const QString refused =
+        "org.freedesktop.DBus.Error.InvalidArgs (s) ('The schedule of worker.task_long has no time left',)";
+    QCOMPARE(start("long", properties), refused);
+    QCOMPARE(state("long"), Stopped);
+    QCOMPARE(peer.takeSignals(), QStringList());
+
+    QCOMPARE(start("long", "{'StartDelay': <3600>}"), Done);
+    const QString next = property("long", "NextRun");
+    QCOMPARE(peer.takeSignals().size(), 1);
+    QCOMPARE(start("long", properties), refused);
+    QCOMPARE(state("long"), Waiting); // as before
+    QCOMPARE(property("long", "NextRun"), next);
+    QCOMPARE(peer.takeSignals(), QStringList());
 }
 
 void TestTasks::waitingTaskIsScheduledAgain()

@@ -31,6 +31,13 @@ QString text(const QDateTime &time)
     return time.toUTC().toString(Qt::ISODate);
 }
 
+/// Returns the first time of the schedule that is not before \a earliest, or \a earliest if there is no schedule.
+QDateTime scheduledTime(const QVariantMap &description, const QDateTime &earliest)
+{
+    const Calendar calendar(description.value(Keys::Schedule));
+    return calendar.isEmpty() ? earliest : calendar.nextAfter(earliest.addMSecs(-1));
+}
+
 } // namespace
 
 BackgroundTask::BackgroundTask(const QString &applicationId, const TaskManifest &manifest, const Clock &clock,
@@ -63,18 +70,21 @@ QVariantMap BackgroundTask::properties() const
     return map;
 }
 
-void BackgroundTask::start(const QStringList &arguments, const QVariantMap &properties)
+bool BackgroundTask::start(const QStringList &arguments, const QVariantMap &properties)
 {
-    m_arguments = arguments;
-    m_description = properties;
     const QDateTime startTime = QDateTime::fromString(properties.value(Keys::StartTime).toString(), Qt::ISODate);
     const QDateTime now = m_clock.now();
-    plan((startTime.isValid() ? std::max(now, startTime) : now)
-             .addSecs(std::max(0, properties.value(Keys::StartDelay).toInt())));
+    const QDateTime earliest = (startTime.isValid() ? std::max(now, startTime) : now)
+                                   .addSecs(std::max(0, properties.value(Keys::StartDelay).toInt()));
+    const QDateTime due = scheduledTime(properties, earliest);
+    if (!due.isValid())
+        return false;
+    m_arguments = arguments;
+    m_description = properties;
+    plan(due);
     setState(Waiting);
-    if (!m_due.isValid())
-        setState(Stopped);
     check();
+    return true;
 }
 
 void BackgroundTask::stop(bool force)
@@ -88,11 +98,10 @@ void BackgroundTask::stop(bool force)
     setState(m_process ? m_state : Stopped); // a running process has no next run
 }
 
-/// Computes the start of the next run.
-void BackgroundTask::plan(const QDateTime &earliest)
+/// Sets the time of the next run; invalid if there is none.
+void BackgroundTask::plan(const QDateTime &due)
 {
-    const Calendar calendar(m_description.value(Keys::Schedule));
-    m_due = calendar.isEmpty() ? earliest : calendar.nextAfter(earliest.addMSecs(-1));
+    m_due = due;
     m_trace.write(m_due.isValid() ? QStringLiteral("%1 is to run at %2").arg(name(), m_due.toString(Qt::ISODate))
                                   : QStringLiteral("%1 has no time left to run at").arg(name()));
 }
@@ -122,7 +131,7 @@ void BackgroundTask::run()
     const int interval = m_description.value(Keys::Interval).toInt();
     m_due = {};
     if (!Calendar(m_description.value(Keys::Schedule)).isEmpty())
-        plan(now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)); // from the next minute
+        plan(scheduledTime(m_description, now.addMSecs(60000 - now.time().msecsSinceStartOfDay() % 60000)));
     else if (interval > 0)
         plan(now.addSecs(interval));
 

@@ -29,8 +29,9 @@ public:
     /// The other properties of the description might exceed the limits of a message.
     QVariantMap properties() const;
 
-    /// Schedules the task with the times in \a properties. Do not call it while the task is running.
-    void start(const QStringList &arguments, const QVariantMap &properties);
+    /// Schedules the task with the times in \a properties. Do not call it while the task is running. Returns false, and
+    /// changes nothing, if the schedule has no time left.
+    bool start(const QStringList &arguments, const QVariantMap &properties);
     /// Ends the running process and cancels all further runs.
     void stop(bool force);
 
@@ -38,7 +39,7 @@ Q_SIGNALS:
     void changed(); ///< The state or the properties have changed.
 
 private:
-    void plan(const QDateTime &earliest);
+    void plan(const QDateTime &due);
     void check();
     void run();
     void onEnded(const QString &how);

@@ -1,16 +1,25 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tasks.h"
 
+#include "complain.h"
 #include "descriptors.h"
 
 #include <DBus/keys.h>
 #include <DBus/names.h>
-#include <DBus/variants.h>
 
 #include <QtDBus/QDBusMessage>
 
 namespace Keys = Corvane::Keys;
 namespace Names = Corvane::Names;
+
+namespace {
+
+QString noTimeLeft(const QString &name)
+{
+    return QStringLiteral("The schedule of %1 has no time left").arg(name);
+}
+
+} // namespace
 
 Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent)
     : QObject(parent), m_trace(trace)
@@ -41,8 +50,8 @@ void Tasks::Start(const QString &name, const QStringList &arguments, const QVari
     else if (task->state() == BackgroundTask::Running)
         sendErrorReply(Names::ErrorPrefix + QLatin1String("ApplicationAlreadyRunning"),
                        QStringLiteral("%1 runs already").arg(name));
-    else
-        task->start(arguments, properties);
+    else if (!task->start(arguments, properties))
+        sendErrorReply(QDBusError::InvalidArgs, noTimeLeft(name));
 }
 
 void Tasks::Stop(const QString &name, bool force)
@@ -57,11 +66,8 @@ void Tasks::startAutomatic()
 {
     for (BackgroundTask *task : qAsConst(m_list)) {
         const QVariantMap properties = task->manifest().properties;
-        if (properties.value(Keys::Autostart).toBool()) {
-            Corvane::Omissions leftOut;
-            task->start({}, Corvane::sendable(properties, &leftOut));
-            leftOut.log();
-        }
+        if (properties.value(Keys::Autostart).toBool() && !task->start({}, properties))
+            complain(noTimeLeft(task->name()));
     }
 }
 
