@@ -66,6 +66,12 @@ void TestCalendar::nextTimeIsTheFirstThatMatches_data()
     QTest::newRow("until a date") << QVariantMap{{hours, numbers({8})}, {end, "2030-07-02T08:00:00"}} << monday
                                   << "2030-07-02T08:00:00";
     QTest::newRow("too late") << QVariantMap{{hours, numbers({8})}, {end, "2030-07-02T07:59:59"}} << monday << "";
+    QTest::newRow("until February 30") << QVariantMap{{hours, numbers({8})}, {end, "2031-02-30T08:00:00"}} << monday
+                                       << "";
+    QTest::newRow("from the 13th month on")
+        << QVariantMap{{hours, numbers({8})}, {start, "2029-13-01"}} << monday << "";
+    QTest::newRow("empty dates") << QVariantMap{{hours, numbers({8})}, {start, ""}, {end, ""}} << monday
+                                 << "2030-07-02T08:00:00";
     QTest::newRow("numbers that never match") << QVariantMap{{months, numbers({13})}} << monday << "";
     QTest::newRow("some that never match")
         << QVariantMap{{hours, numbers({-1, 25, 8})}} << monday << "2030-07-02T08:00:00";

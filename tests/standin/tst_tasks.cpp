@@ -395,6 +395,7 @@ void TestTasks::scheduleWithoutTimeLeftIsRefused_data()
         << QString("{'Schedule': <{'Minutes': <[0]>, 'EndDate': <'%1'>}>, 'StartDelay': <%2>}").arg(end).arg(3 * 86400);
     QTest::newRow("start date after the end") << QString("{'Schedule': <{'StartDate': <'%1'>, 'EndDate': <'%2'>}>}")
                                                      .arg(now.addDays(3).toString(Qt::ISODate), end);
+    QTest::newRow("February 30") << "{'Schedule': <{'EndDate': <'2999-02-30'>}>}";
     QTest::newRow("numbers that never match") << "{'Schedule': <{'Months': <[13]>}>}";
 }
 

@@ -44,6 +44,12 @@ std::optional<QDateTime> toTime(const QDateTime &local, qint64 after)
     return {};
 }
 
+/// Returns whether the value is a text that is not a date, such as February 30.
+bool isWrongDate(const QVariant &value)
+{
+    return value.userType() == QMetaType::QString && !value.toString().isEmpty() && !toDate(value).isValid();
+}
+
 bool matches(const QList<int> &list, int number)
 {
     return list.isEmpty() || list.contains(number);
@@ -57,6 +63,7 @@ Calendar::Calendar(const QVariant &schedule)
     m_isEmpty = map.isEmpty();
     m_start = toDate(map.value(Keys::StartDate));
     m_end = toDate(map.value(Keys::EndDate));
+    m_hasWrongDate = isWrongDate(map.value(Keys::StartDate)) || isWrongDate(map.value(Keys::EndDate));
     m_months = toNumbers(map.value(Keys::Months));
     m_weekDays = toNumbers(map.value(Keys::WeekDays));
     m_hours = toNumbers(map.value(Keys::Hours));
@@ -69,6 +76,8 @@ Calendar::Calendar(const QVariant &schedule)
 
 QDateTime Calendar::nextAfter(const QDateTime &time) const
 {
+    if (m_hasWrongDate)
+        return {};
     const int horizon = 10 * 366; // days
     qint64 after = time.toSecsSinceEpoch();
     if (m_start.isValid())

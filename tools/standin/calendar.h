@@ -24,7 +24,8 @@
 class Calendar
 {
 public:
-    /// \param schedule the property of a task; entries of another type are ignored
+    /// \param schedule the property of a task. Entries of another type and empty texts are ignored. A schedule with
+    /// a start or end date that does not exist has no times.
     explicit Calendar(const QVariant &schedule);
 
     /// Whether the schedule has no entries.
@@ -37,6 +38,7 @@ private:
     bool m_isEmpty;
     QDateTime m_start;
     QDateTime m_end;
+    bool m_hasWrongDate;
     QList<int> m_months;
     QList<int> m_weekDays;
     QList<int> m_hours;
