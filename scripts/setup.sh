@@ -10,9 +10,10 @@ say() {
     if [ -t 1 ]; then printf '\n\033[1m%s\033[0m\n' "$*"; else printf '\n%s\n' "$*"; fi
 }
 
-# Installs the missing build dependencies of debian/control. Needs root or sudo only if one is missing.
+# corvane_install_dependencies [OPTION...]: installs the missing build dependencies of debian/control. With the option
+# -Pnocheck, installs only those of the library, the tools and the examples. Needs root or sudo only if one is missing.
 corvane_install_dependencies() {
-    if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps) 2>/dev/null; then
+    if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps "$@") 2>/dev/null; then
         return
     fi
     say "Installing the build dependencies listed in debian/control ..."
@@ -26,7 +27,7 @@ corvane_install_dependencies() {
     fi
     "${as_root[@]}" apt-get -q update
     (cd "$root" && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get -q -y --no-install-recommends build-dep ./)
+        apt-get -q -y --no-install-recommends "$@" build-dep ./)
 }
 
 # corvane_configure DIR [CMAKE-ARGUMENT...]: configures a build of the checkout in DIR.
