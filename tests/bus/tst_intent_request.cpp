@@ -75,7 +75,7 @@ private Q_SLOTS:
     void deliversTheResult();
     void requestsKnowTheirReplies();
     void propertiesShowTheResult();
-    void stateIsPrintedByName();
+    void stateAndResultArePrinted();
     void onlyInvokeHasATimeout();
     void timeoutEndsTheRequest_data();
     void timeoutEndsTheRequest();
@@ -267,11 +267,13 @@ void TestIntentRequest::propertiesShowTheResult()
     }
 }
 
-void TestIntentRequest::stateIsPrintedByName()
+void TestIntentRequest::stateAndResultArePrinted()
 {
     QString text;
-    QDebug(&text) << IntentRequest::TimedOut;
-    QCOMPARE(text.trimmed(), QString("Corvane::IntentRequest::TimedOut"));
+    QDebug(&text) << IntentRequest::TimedOut << IntentRequest::Result{IntentRequest::Failed, {}, Error::Failed};
+    QCOMPARE(text.trimmed(),
+             QString("Corvane::IntentRequest::TimedOut Corvane::IntentRequest::Result(Corvane::IntentRequest::Failed, "
+                     "QJsonObject(), Corvane::Error(Failed, \"\"))"));
 }
 
 void TestIntentRequest::onlyInvokeHasATimeout()

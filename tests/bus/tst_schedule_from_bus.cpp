@@ -61,7 +61,7 @@ void TestScheduleFromBus::problemsAreNamed_data()
     QTest::newRow("hour") << "{'Hours': <[8, 25]>}"
                           << QStringList("\"Hours\" contains 25, which is not between 0 and 23");
     QTest::newRow("empty list") << "{'Hours': <@ai []>}" << QStringList("\"Hours\" is an empty list");
-    const QStringList type("\"Hours\" is not a list of integers");
+    const QStringList type("\"Hours\" is not a QList<int>");
     QTest::newRow("list of doubles") << "{'Hours': <[8.0]>}" << type;
     QTest::newRow("list of unsigned integers") << "{'Hours': <[uint32 8]>}" << type;
     QTest::newRow("list of variants") << "{'Hours': <[<8>]>}" << type;
@@ -85,7 +85,7 @@ void TestScheduleFromBus::writtenArgumentIsNotAList()
     QDBusArgument argument;
     argument << QList<int>{8};
     QCOMPARE(Schedule({{"Hours", QVariant::fromValue(argument)}}).problems(),
-             QStringList("\"Hours\" is not a list of integers"));
+             QStringList("\"Hours\" is not a QList<int>"));
 }
 
 QTEST_GUILESS_MAIN(TestScheduleFromBus)

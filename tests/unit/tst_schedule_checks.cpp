@@ -93,10 +93,10 @@ void TestScheduleChecks::problemsAreNamed_data()
     row("date that is no text", value("EndDate", noon), {"\"EndDate\" is not a date in ISO 8601 format"});
     row("date that is a number", value("EndDate", 2030), {"\"EndDate\" is not a date in ISO 8601 format"});
 
-    row("number", value("Hours", 8), {"\"Hours\" is not a list of integers"});
-    row("list of variants", value("Hours", QVariantList{8}), {"\"Hours\" is not a list of integers"});
-    row("array", value("Minutes", QJsonArray{8}), {"\"Minutes\" is not a list of integers"});
-    row("nothing", value("Months", {}), {"\"Months\" is not a list of integers"});
+    row("number", value("Hours", 8), {"\"Hours\" is not a QList<int>"});
+    row("list of variants", value("Hours", QVariantList{8}), {"\"Hours\" is not a QList<int>"});
+    row("array", value("Minutes", QJsonArray{8}), {"\"Minutes\" is not a QList<int>"});
+    row("nothing", value("Months", {}), {"\"Months\" is not a QList<int>"});
     row("unknown key", value("hours", QVariant::fromValue(QList<int>{8})),
         {"\"hours\" is not a property of a schedule"});
     row("empty key", value("", {}), {"\"\" is not a property of a schedule"});

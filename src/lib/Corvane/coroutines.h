@@ -2,6 +2,10 @@
 // Makes requests awaitable in C++20. The library itself is built as C++17; this header is all that a coroutine needs.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "Corvane/coroutines.h needs C++20"
+#endif
+
 #include "intent_request.h"
 
 #include <QtCore/QPointer>
@@ -16,16 +20,21 @@ namespace Corvane {
  * Waits for the result of a request: the type of `co_await *request`.
  *
  * \code
- * const auto [state, reply, error] = co_await *invoker->request("PickFile");
- * if (error)
+ * const QPointer<Window> self(this);
+ * const QJsonObject params{{"type", "image"}};
+ * const auto [state, reply, error] = co_await *m_invoker->request("PickFile", params);
+ * if (!self || error)
  *     co_return;
  * \endcode
  *
  * The coroutine is resumed once, from the event loop: when the request finishes, or after the request is deleted, for
- * example with its invoker. The result is then a canceled request. The coroutine is not suspended if the request has
- * already finished. Several coroutines may wait for one request. A suspended coroutine may be destroyed.
+ * example with its invoker. In the second case the result is a canceled request, and other objects may be deleted too:
+ * if the coroutine is a member of the object that owns the invoker, check that this object still exists, as above. The
+ * coroutine is not suspended if the request has already finished. Several coroutines may wait for one request. A
+ * suspended coroutine may be destroyed. It is not resumed if the event loop does not run again.
  *
- * Wait on the thread of the request. Any coroutine type can be used, for example QCoro::Task<>.
+ * Wait on the thread of the request. Any coroutine type can be used, for example QCoro::Task<>. Create the parameters
+ * before the co_await expression: GCC 12 cannot compile a braced list inside it.
  */
 class IntentRequestAwaiter
 {

@@ -2,6 +2,7 @@
 // The debug output of the enumerations and of Error. The enumerations are not in the meta-objects of their classes,
 // therefore Qt does not know their names.
 #include "error.h"
+#include "intent_request.h"
 #include "lifecycle.h"
 #include "task.h"
 #include "task_messaging.h"
@@ -126,6 +127,14 @@ QDebug operator<<(QDebug debug, const Error &error)
     else
         debug << int(error.code());
     debug << ", " << error.message() << ')';
+    return debug;
+}
+
+QDebug operator<<(QDebug debug, const IntentRequest::Result &result)
+{
+    const QDebugStateSaver saver(debug);
+    debug.nospace() << "Corvane::IntentRequest::Result(" << result.state << ", " << result.reply << ", " << result.error
+                    << ')';
     return debug;
 }
 

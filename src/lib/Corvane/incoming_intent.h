@@ -27,7 +27,7 @@ class IncomingIntentPrivate;
  *     connect(dialog, &QFileDialog::fileSelected, this, [intent](const QString &file) {
  *         intent.reply({{QStringLiteral("file"), file}});
  *     });
- *     connect(dialog, &QFileDialog::rejected, this, [intent] { intent.fail(QStringLiteral("Canceled")); });
+ *     connect(dialog, &QFileDialog::rejected, this, [intent] { intent.reply(); }); // no file
  *     dialog->open();
  * });
  * \endcode
@@ -36,8 +36,9 @@ class IncomingIntentPrivate;
  * object are handles of the same intent. Keep a copy to answer the intent later.
  *
  * Each intent is answered once, by reply() or fail(). If the last copy is destroyed without an answer, the caller gets
- * the error "The handler of "NAME" ended without a reply". An intent can be answered after its handler was unregistered
- * and after the dispatcher was deleted.
+ * the error "The handler of "NAME" ended without a reply". The handler is not notified if the caller cancels its
+ * request, stops waiting or ends. An intent can be answered after its handler was unregistered and after the dispatcher
+ * was deleted.
  *
  * The functions may be called on any thread; as usual, threads must not use the same object at the same time, but may
  * use copies. The answer is converted and sent on the thread of the dispatcher: at once if the function is called on
@@ -54,7 +55,8 @@ public:
     IncomingIntent();
 
     QString intentName() const;
-    /// The parameters that the caller has sent. They are untrusted.
+    /// The parameters that the caller has sent. They are untrusted. They contain the names of files as the caller wrote
+    /// them: the service receives their file descriptors, and decides how this process can open the files.
     QJsonObject params() const;
 
     /// Returns whether reply() or fail() was called on a copy of this object.

@@ -57,17 +57,24 @@ public:
         Failed, ///< The intent could not be sent, the service or the handler replied with an error, or the bus was
                 ///< lost.
         TimedOut, ///< The time of setTimeout() has passed.
-        Canceled, ///< cancel() was called.
+        Canceled, ///< cancel() was called. If the user cancels a dialog of the handler, the handler replies or fails.
     };
     Q_ENUM(State)
 
-    /// The result of a request.
+    /// The result of a request. QDebug prints it.
     struct Result
     {
         State state = Pending;
         QJsonObject reply; ///< Empty unless the state is Replied.
         Error error; ///< An error if the state is Failed, TimedOut or Canceled.
+
+        friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Result &result);
     };
+    /// The code of an error is not the state of a request.
+    friend bool operator==(const Error &, State) = delete;
+    friend bool operator==(State, const Error &) = delete;
+    friend bool operator!=(const Error &, State) = delete;
+    friend bool operator!=(State, const Error &) = delete;
 
     using Callback = std::function<void(const QJsonObject &reply, const Corvane::Error &error)>;
 
@@ -78,7 +85,8 @@ public:
     State state() const;
     /// Returns whether the state is not Pending.
     bool isFinished() const;
-    /// The reply of the handler; empty unless the state is Replied.
+    /// The reply of the handler; empty unless the state is Replied. It contains the names of files as the handler wrote
+    /// them: the service receives their file descriptors, and decides how this process can open the files.
     QJsonObject reply() const;
     /// The error, if the state is Failed, TimedOut or Canceled. The code of a time-out and of a canceled request is
     /// Error::Failed; state() tells them apart.
@@ -103,6 +111,7 @@ public:
      *
      * The callback is not called after \a context or the request is deleted. It may delete both. \a context lives on
      * the thread of the request; if it is null, the request is the context. An empty callback is ignored.
+     * A callback that has to distinguish a time-out from another error calls state().
      */
     void then(QObject *context, const Callback &callback);
 

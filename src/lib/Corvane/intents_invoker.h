@@ -21,8 +21,10 @@ class IntentsInvokerPrivate;
  *
  * \code
  * auto *invoker = new Corvane::IntentsInvoker(this);
- * invoker->request(QStringLiteral("OpenURI"), {{QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}})
- *     ->then(this, [](const QJsonObject &reply, const Corvane::Error &error) { qInfo() << reply << error; });
+ * auto *request =
+ *     invoker->request(QStringLiteral("OpenURI"), {{QStringLiteral("uri"), QStringLiteral("file:///tmp/a.txt")}});
+ * request->setAutoDelete(true);
+ * request->then(this, [](const QJsonObject &reply, const Corvane::Error &error) { qInfo() << reply << error; });
  * \endcode
  *
  * request() returns an IntentRequest, which identifies the reply, can be canceled, and has no time-out by default.
@@ -50,9 +52,10 @@ public:
      * "writeFiles" are lists of paths into \a params, such as "file", "list[0].name" or "list[*]". The values at these
      * paths are plain file names or file: URLs. invoke() opens the files and sends their file descriptors. Files in
      * "readFiles" are opened for reading. Files in "writeFiles" are opened for reading and writing, and missing ones
-     * are created. For the intent "OpenURI", "readFiles" always selects the value at "uri", or its elements. A path
-     * cannot name a key that is empty, is "*", or contains '.' or '['. If a file cannot be opened, a warning is logged
-     * and the later files of its list are skipped; the intent is still sent.
+     * are created. The service receives the file descriptors, and makes the files available to the handler; the
+     * parameters are sent unchanged. For the intent "OpenURI", "readFiles" always selects the value at "uri", or its
+     * elements. A path cannot name a key that is empty, is "*", or contains '.' or '['. If a file cannot be opened, a
+     * warning is logged and the later files of its list are skipped; the intent is still sent.
      *
      * Numbers are sent as doubles. Values that D-Bus cannot represent (a null, an array of arrays or of nulls) are
      * omitted, with a warning. An intent over the limits of the bus is not sent and fails with Error::Failed. The

@@ -64,15 +64,17 @@ public:
 
     /**
      * The file descriptor of the listening socket that the service created for this task. The function reads
-     * HALVIR_TASK_FD at each call. It returns 0 if the variable is not set or is not a number.
+     * HALVIR_TASK_FD at each call. It returns 0, which is also the number of standard input, if the variable is not set
+     * or is not a number. TaskProcess checks the descriptor and creates the channel.
      */
     int localServerSocket() const;
 
     /**
      * Makes this process reachable for intents: registers the handler object on the bus, and claims
-     * applicationInstanceId() as a bus name. Blocks until the bus has replied. Returns an error if another object of
-     * this process is registered at the path of the handler object ("Registration failed"), if another process owns
-     * the name, or if the bus returns an error. The function may be called again.
+     * applicationInstanceId() as a bus name. Blocks until the bus has replied. Returns an error if there is no bus or
+     * another object of this process is registered at the path of the handler object ("Registration failed"), if
+     * applicationInstanceId() is empty because the service has not started this process, if another process owns the
+     * name, or if the bus returns an error. The function may be called again.
      *
      * To call this function by name, use the return type "Error", as in the meta-object:
      * \code
@@ -99,7 +101,8 @@ public:
      *
      * The handler gets a handle of the intent, and answers it inside the call or later: see IncomingIntent. The event
      * loop calls the handler once for each intent. The handler may register and unregister intents, and may delete the
-     * dispatcher. An empty handler leaves each intent unanswered, so its caller gets an error.
+     * dispatcher. An empty handler leaves each intent unanswered, so its caller gets an error. A handler must not
+     * throw: the exception would end the event loop.
      */
     void registerIntentHandler(const QString &intentName, const std::function<void(Corvane::IncomingIntent)> &handler);
 

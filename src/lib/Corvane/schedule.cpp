@@ -39,7 +39,7 @@ QStringList numberProblems(const QString &key, const QVariant &value, int first,
 {
     const auto numbers = toNumbers(value);
     if (!numbers)
-        return {QStringLiteral("\"%1\" is not a list of integers").arg(key)};
+        return {QStringLiteral("\"%1\" is not a QList<int>").arg(key)};
     if (numbers->isEmpty())
         return {QStringLiteral("\"%1\" is an empty list").arg(key)};
     QStringList problems;

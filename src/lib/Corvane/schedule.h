@@ -27,15 +27,17 @@ namespace Corvane {
  *
  * Schedule is an implicitly shared value class. Builders modify the schedule in place; a second call replaces the value
  * of the first one. Numbers are stored unchecked and unsorted; problems() checks them. The service defines how the
- * lists are combined. See also docs/compatibility.md.
+ * lists are combined, and the time zone; corvane-standin uses the local time, minute 0 without minutes, and hour 0
+ * without hours and minutes. See also docs/compatibility.md.
  */
 class CORVANE_EXPORT Schedule
 {
 public:
     /// Creates an empty schedule.
     Schedule();
-    /// Creates a schedule with the properties in \a map, unchanged. \a map may contain JSON and values received from
-    /// the bus. Task::start() describes the handling of values that D-Bus cannot represent.
+    /// Creates a schedule with the properties in \a map, unchanged. A list of numbers from JSON is not a QList<int>: it
+    /// is sent as another type of D-Bus, which the service may ignore. problems() reports it. Task::start() describes
+    /// the handling of values that D-Bus cannot represent.
     Schedule(const QVariantMap &map);
     Schedule(const Schedule &other);
     Schedule &operator=(const Schedule &other);

@@ -23,6 +23,10 @@ class ServiceMonitorPrivate;
  * connect(monitor, &Corvane::ServiceMonitor::availableChanged, monitor, &Corvane::ServiceMonitor::refresh);
  * \endcode
  *
+ * Nothing else has to be repeated in this process: RuntimeDispatcher keeps its bus name, and Lifecycle, IntentsInvoker
+ * and Task follow the new service. Requests and calls in flight fail. Values such as MemoryPressure::level() and
+ * Task::state() stay until the new service announces others. The service decides whether it remembers the tasks.
+ *
  * The first availableChanged() then repeats the first calls, which does no harm.
  *
  * A process may create any number of monitors. Use them on the main thread, which needs a running event loop. The

@@ -73,7 +73,9 @@ public:
     /// application with the same id changes the state too.
     State state() const;
     /**
-     * Returns the properties in the last announcement of this task. The service defines the keys; the description of
+     * Returns the properties in the last announcement of this task. The service defines the keys; corvane-standin
+     * announces "NextRun" and "LastRun" (ISO 8601 strings in UTC), "Runs" (their number), and "LastExitCode" or
+     * "LastSignal". The description of
      * this object is not among them unless the service repeats it. Returns an empty map before the first announcement,
      * and keeps the properties, as state(), if a later announcement lacks the task.
      *
