@@ -5,86 +5,47 @@
 #include <Corvane/TaskMessaging>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QJsonDocument>
+#include <QtCore/QDebug>
 #include <QtCore/QTextStream>
-
-#include <memory>
 
 using Corvane::Task;
 using Corvane::TaskMessaging;
 
 namespace {
 
-void say(const QString &text)
+template<typename... Parts>
+void say(const Parts &...parts)
 {
-    QTextStream(stdout) << "sync: " << text << Qt::endl;
+    QString text;
+    (QDebug(&text) << ... << parts);
+    QTextStream(stdout) << "sync: " << text.trimmed() << Qt::endl;
 }
-
-class Sync : public QObject
-{
-    Q_OBJECT
-public:
-    Sync()
-    {
-        m_task.withSchedule(Corvane::Schedule::dailyAt({3, 0})).withIpcSocket(true);
-        connect(&m_task, &Task::stateChanged, this, &Sync::onStateChanged);
-        m_task.start([](const Corvane::Error &error) {
-            say(error ? QStringLiteral("The task was refused: %1").arg(error.message())
-                      : QStringLiteral("The service has accepted the task"));
-        });
-    }
-
-private:
-    void onStateChanged(Task::State state)
-    {
-        switch (state) {
-        case Task::Unknown:
-            break;
-        case Task::Waiting:
-            say(QStringLiteral("The task waits for its time"));
-            if (m_isDone)
-                m_task.stop(); // cancels the schedule
-            break;
-        case Task::Running:
-            say(QStringLiteral("The task runs"));
-            talk();
-            break;
-        case Task::Stopped:
-            say(QStringLiteral("The task has stopped"));
-            break;
-        }
-    }
-
-    void talk()
-    {
-        m_channel = std::make_unique<TaskMessaging>(m_task.socketPath());
-        connect(m_channel.get(), &TaskMessaging::messageReceived, this, &Sync::onMessage);
-        m_channel->sendMessage({{QStringLiteral("fetch"), QStringLiteral("news")}});
-    }
-
-    void onMessage(const QJsonObject &message)
-    {
-        say(QStringLiteral("The task says %1")
-                .arg(QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact))));
-        m_isDone = message.value(QLatin1String("progress")).toInt() == 100;
-        if (m_isDone)
-            m_channel.reset(); // before the task closes its end, which would be logged as an error
-    }
-
-    Task m_task{QStringLiteral("fetch")};
-    std::unique_ptr<TaskMessaging> m_channel;
-    bool m_isDone = false;
-};
 
 } // namespace
 
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
-    const Sync sync;
+    Task task(QStringLiteral("fetch"));
+    task.withSchedule(Corvane::Schedule::dailyAt({3, 0})).withIpcSocket(true);
+
+    const auto talk = [&task] {
+        auto *channel = new TaskMessaging(task.socketPath(), &task);
+        QObject::connect(channel, &TaskMessaging::messageReceived, &task, [channel](const QJsonObject &message) {
+            say("the task says", message);
+            if (message.value(QLatin1String("progress")) == 100)
+                delete channel; // before the task closes its end, which would be logged as an error
+        });
+        channel->sendMessage({{QStringLiteral("fetch"), QStringLiteral("news")}});
+    };
+    QObject::connect(&task, &Task::stateChanged, &task, [&task, talk](Task::State state) {
+        say("the task is", state);
+        if (state == Task::Running)
+            talk();
+    });
+    task.start([](const Corvane::Error &error) { say("the service has answered", error); });
+
     if (const Corvane::Error error = Corvane::RuntimeDispatcher::instance()->startService())
-        say(QStringLiteral("No bus name: %1").arg(error.message()));
+        say("no bus name:", error);
     return QCoreApplication::exec();
 }
-
-#include "main.moc"

@@ -96,6 +96,9 @@ private Q_SLOTS:
     void callbackIsNotCalledAfterTheRequestIsDeleted_data();
     void callbackIsNotCalledAfterTheRequestIsDeleted();
     void callbackMayDeleteEverything();
+    void callbackMayOwnTheInvoker_data();
+    void callbackMayOwnTheInvoker();
+    void captureMayUseTheInvokerInItsDestructor();
     void callbackMayAddACallback();
     void emptyCallbackIsIgnored();
     void finishedRequestReleasesItsCallbacks();
@@ -254,14 +257,14 @@ void TestIntentRequest::propertiesShowTheResult()
 {
     peer.answer("({'a': <1>},)");
     IntentRequest *request = invoker->request("X");
-    QTRY_VERIFY(request->property("isFinished").toBool());
+    QTRY_VERIFY(request->isFinished());
     QCOMPARE(request->property("intentName").toString(), QString("X"));
     QCOMPARE(request->property("state").toInt(), int(IntentRequest::Replied));
     QCOMPARE(toJson(request->property("reply").toJsonObject()), QString(R"({"a":1})"));
     QVERIFY(!request->property("error").value<Error>());
 
     const QMetaObject &meta = IntentRequest::staticMetaObject;
-    for (const char *name : {"state", "isFinished", "reply", "error"}) {
+    for (const char *name : {"state", "reply", "error"}) {
         const QMetaProperty property = meta.property(meta.indexOfProperty(name));
         QCOMPARE(property.notifySignal().methodSignature(), QByteArray("finished()"));
     }
@@ -528,6 +531,42 @@ void TestIntentRequest::callbackMayDeleteEverything()
     QCOMPARE(results.size(), 1);
 }
 
+void TestIntentRequest::callbackMayOwnTheInvoker_data()
+{
+    requestMayBeDeletedInItsSlot_data();
+    QTest::newRow("callback of a finished request") << "late";
+}
+
+void TestIntentRequest::callbackMayOwnTheInvoker()
+{
+    QFETCH(QString, end);
+
+    peer.hold(end == "timeout" || end == "cancel");
+    auto owner = std::make_shared<IntentsInvoker>();
+    const QPointer<IntentsInvoker> owned = owner.get();
+    IntentRequest *request = owner->request("X");
+    if (end == "late")
+        QTRY_VERIFY(request->isFinished());
+    int calls = 0;
+    request->then(nullptr, [owner, &calls](const QJsonObject &, const Error &) { ++calls; });
+    owner.reset(); // the callback is the last owner
+    if (end == "timeout")
+        request->setTimeout(0ms);
+    if (end == "cancel")
+        request->cancel();
+    QTRY_COMPARE(calls, 1);
+    QTRY_VERIFY(!owned);
+}
+
+void TestIntentRequest::captureMayUseTheInvokerInItsDestructor()
+{
+    std::shared_ptr<void> guard(nullptr, [invoker = invoker.get()](void *) { invoker->invoke("Y", {}, {}); });
+    invoker->request("X")->then(this, [guard](const QJsonObject &, const Error &) {});
+    guard.reset(); // the callback is the last owner
+    invoker.reset();
+    QTRY_COMPARE(peer.calls().size(), 2);
+}
+
 void TestIntentRequest::callbackMayAddACallback()
 {
     IntentRequest *request = invoker->request("X");
@@ -746,7 +785,7 @@ void TestIntentRequest::invalidUriEndsTheRequest()
 {
     const IntentRequest *request = invoker->request(QUrl("https://example.com"));
     QSignalSpy finished(request, &IntentRequest::finished);
-    QCOMPARE(finished.size(), 0);
+    QVERIFY(!request->isFinished());
     QTRY_COMPARE(finished.size(), 1);
     QCOMPARE(print(*request), QString("Failed {} 4 The scheme is not \"intent\""));
     QCOMPARE(request->intentName(), QString());

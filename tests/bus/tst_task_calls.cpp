@@ -36,6 +36,8 @@ private Q_SLOTS:
     void emptyCallbacksAreAllowed();
     void deletedTaskNeverCallsBack();
     void callbackMayDeleteTheTask();
+    void callbackMayOwnTheTask_data();
+    void callbackMayOwnTheTask();
     void callsFailWhenTheServiceExits();
 
 private:
@@ -187,6 +189,26 @@ void TestTaskCalls::callbackMayDeleteTheTask()
         QVERIFY(peer.roundTrip());
         QCOMPARE(outcomes.size(), 1);
     }
+}
+
+void TestTaskCalls::callbackMayOwnTheTask_data()
+{
+    QTest::addColumn<QString>("taskId");
+    QTest::newRow("answered") << "sync";
+    QTest::newRow("refused") << QString(QChar(0));
+}
+
+void TestTaskCalls::callbackMayOwnTheTask()
+{
+    QFETCH(QString, taskId);
+
+    auto task = std::make_shared<Task>(taskId);
+    const QPointer<Task> owned = task.get();
+    int calls = 0;
+    task->stop({}, [task, &calls](const Error &) { ++calls; });
+    task.reset(); // the callback is the last owner
+    QTRY_COMPARE(calls, 1);
+    QTRY_VERIFY(!owned);
 }
 
 void TestTaskCalls::callsFailWhenTheServiceExits()

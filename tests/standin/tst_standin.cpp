@@ -514,14 +514,14 @@ void TestStandIn::syncExchangesMessagesWithItsTask()
         }
     };
     process.write("corvane-standin start sync\n");
-    waitFor("sync: The task waits for its time");
+    waitFor("sync: the task is Corvane::Task::Waiting");
     process.write("corvane-standin set clock +1d\n");
-    waitFor("sync: The task runs");
-    waitFor("sync: The task says {\"progress\":0}");
-    waitFor("sync: The task says {\"progress\":50}");
-    waitFor("sync: The task says {\"progress\":100}");
+    waitFor("sync: the task is Corvane::Task::Running");
+    waitFor("sync: the task says QJsonObject({\"progress\":0})");
+    waitFor("sync: the task says QJsonObject({\"progress\":50})");
+    waitFor("sync: the task says QJsonObject({\"progress\":100})");
     output.clear();
-    waitFor("sync: The task has stopped");
+    waitFor("sync: the task is Corvane::Task::Waiting");
     process.write("exit 0\n");
     QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.exitCode(), 0);

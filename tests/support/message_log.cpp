@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "message_log.h"
 
+#include <QtCore/QMutex>
 #include <QtTest/QtTest>
 
 namespace {
 
 MessageLog *current = nullptr;
+QMutex mutex; // threads log too
 
 } // namespace
 
@@ -26,6 +28,7 @@ MessageLog::~MessageLog()
 
 QStringList MessageLog::takeWarnings()
 {
+    const QMutexLocker locker(&mutex);
     QStringList warnings;
     warnings.swap(m_warnings);
     return warnings;
@@ -34,6 +37,7 @@ QStringList MessageLog::takeWarnings()
 void MessageLog::handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     if (type == QtWarningMsg) {
+        const QMutexLocker locker(&mutex);
         current->m_warnings.append(text);
         current->m_lastFunction = QString::fromUtf8(context.function);
     } else if (current->m_previousHandler) {

@@ -122,6 +122,7 @@ private Q_SLOTS:
     void finishEndsTheEventLoop_data();
     void finishEndsTheEventLoop();
     void finishBeforeTheEventLoopIsNotLost();
+    void finishInANestedLoopEndsTheEventLoop();
     void messagesBeforeTheFinishArrive_data();
     void messagesBeforeTheFinishArrive();
     void messageIsReadWhenTheClientHasReadIt();
@@ -203,9 +204,9 @@ void TestTaskProcess::propertiesDescribeTheTask()
     const TaskProcess task;
     QCOMPARE(task.taskId(), QString("fetch"));
     QCOMPARE(task.property("taskId"), QVariant("fetch"));
-    QCOMPARE(task.property("isStopRequested"), QVariant(false));
+    QCOMPARE(task.property("stopping"), QVariant(false));
     const QMetaObject &meta = TaskProcess::staticMetaObject;
-    const QMetaProperty property = meta.property(meta.indexOfProperty("isStopRequested"));
+    const QMetaProperty property = meta.property(meta.indexOfProperty("stopping"));
     QCOMPARE(property.notifySignal().methodSignature(), QByteArray("stopRequested()"));
     QVERIFY(meta.property(meta.indexOfProperty("taskId")).isConstant());
 }
@@ -446,7 +447,7 @@ void TestTaskProcess::stopIsRequestedOnce()
     QCOMPARE(requests.size(), 0); // the event loop has not run
     QVERIFY(!process->isStopRequested());
     QTRY_COMPARE(requests.size(), 1);
-    QVERIFY(process->property("isStopRequested").toBool());
+    QVERIFY(process->property("stopping").toBool());
 
     sendSignal();
     QCoreApplication::processEvents();
@@ -600,6 +601,15 @@ void TestTaskProcess::finishBeforeTheEventLoopIsNotLost()
     timer.start(10); // the interval of the checks
     QTRY_VERIFY(timeouts.size() >= 5); // processes events outside of exec()
     QCOMPARE(runEventLoop(), 0);
+}
+
+void TestTaskProcess::finishInANestedLoopEndsTheEventLoop()
+{
+    createProcess();
+    process->finish(7);
+    QEventLoop nested; // before exec()
+    nested.exec();
+    QCOMPARE(runEventLoop(), 7);
 }
 
 void TestTaskProcess::messagesBeforeTheFinishArrive_data()

@@ -379,7 +379,7 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
         {"property QString intentName", "property QJsonObject params", "property bool answered"});
     row(IntentRequest::staticMetaObject,
         {"signal void finished()", "enumeration State", "property QString intentName", "property State state",
-         "property bool isFinished", "property QJsonObject reply", "property Corvane::Error error"});
+         "property QJsonObject reply", "property Corvane::Error error"});
     row(IntentsInvoker::staticMetaObject, {"signal void replyReceived(QJsonObject,Corvane::Error) reply error"});
     row(Lifecycle::staticMetaObject, {"signal void stateChanged(QString,ApplicationState) appInstanceId state"});
     row(MemoryPressure::staticMetaObject,
@@ -393,7 +393,7 @@ void TestPublicCalls::metaObjectsHaveOnlyTheseMembers_data()
         {"signal void stateChanged(State) state", "signal void messageReceived(QJsonObject) message"});
     row(TaskProcess::staticMetaObject,
         {"signal void stopRequested()", "signal void clientConnected()", "slot void finish(int) exitCode",
-         "slot void finish()", "property QString taskId", "property bool isStopRequested"});
+         "slot void finish()", "property QString taskId", "property bool stopping"});
 }
 
 void TestPublicCalls::metaObjectsHaveOnlyTheseMembers()

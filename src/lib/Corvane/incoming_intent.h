@@ -42,7 +42,8 @@ class IncomingIntentPrivate;
  *
  * The functions may be called on any thread; as usual, threads must not use the same object at the same time, but may
  * use copies. The answer is converted and sent on the thread of the dispatcher: at once if the function is called on
- * that thread, otherwise later, from its event loop.
+ * that thread, otherwise later, from its event loop. An answer from another thread is lost if that event loop does not
+ * run again.
  */
 class CORVANE_EXPORT IncomingIntent
 {
@@ -51,7 +52,7 @@ class CORVANE_EXPORT IncomingIntent
     Q_PROPERTY(QJsonObject params READ params)
     Q_PROPERTY(bool answered READ isAnswered)
 public:
-    /// Creates a handle without an intent. It is answered; its name and parameters are empty.
+    /// Creates a handle without an intent. isAnswered() returns true; intentName() and params() are empty.
     IncomingIntent();
 
     QString intentName() const;
@@ -78,7 +79,8 @@ public:
     /**
      * Sets the paths of the values in the result that name files; see IntentsInvoker::invoke() for their syntax.
      * reply() opens these files, for reading or for reading and writing, and sends their file descriptors. The lists
-     * replace those of RuntimeDispatcher::registerIntentOutputFiles() for this intent.
+     * replace those of RuntimeDispatcher::registerIntentOutputFiles() for this intent. Call it on the thread that calls
+     * reply().
      */
     void setOutputFiles(const QStringList &readFiles, const QStringList &writeFiles = {}) const;
 

@@ -5,17 +5,12 @@
 #include <QtCore/QPointer>
 
 #include <limits>
+#include <utility>
 
 namespace Corvane {
 
 IntentRequestPrivate::IntentRequestPrivate(const QString &name, IntentRequest *request) : intentName(name), q(request)
 { }
-
-IntentRequestPrivate::~IntentRequestPrivate()
-{
-    if (result.state == IntentRequest::Pending)
-        m_trace.end("deleted");
-}
 
 void IntentRequestPrivate::follow(const SentIntent &sent)
 {
@@ -27,12 +22,6 @@ void IntentRequestPrivate::follow(const SentIntent &sent)
         setResult(error ? IntentRequest::Failed : IntentRequest::Replied, reply, error);
         emitFinished();
     });
-}
-
-void IntentRequestPrivate::fail(const Error &error)
-{
-    setResult(IntentRequest::Failed, {}, error);
-    emitFinishedLater();
 }
 
 void IntentRequestPrivate::setTimeout(std::chrono::milliseconds timeout)
@@ -58,7 +47,8 @@ void IntentRequestPrivate::cancel()
         return;
     m_trace.end("canceled");
     setResult(IntentRequest::Canceled, {}, {Error::Failed, QStringLiteral("The request was canceled")});
-    emitFinishedLater();
+    QMetaObject::invokeMethod(
+        q, [this] { emitFinished(); }, Qt::QueuedConnection);
 }
 
 void IntentRequestPrivate::then(QObject *context, const IntentRequest::Callback &callback)
@@ -66,9 +56,10 @@ void IntentRequestPrivate::then(QObject *context, const IntentRequest::Callback 
     if (!callback)
         return;
     QObject *const receiver = context ? context : q;
-    const auto call = [this, callback] {
-        const IntentRequest::Result finalResult = result; // the callback may delete the request
-        callback(finalResult.reply, finalResult.error);
+    auto call = [this, callback = callback]() mutable {
+        const auto once = std::exchange(callback, {}); // it and its captures may delete the request
+        const IntentRequest::Result finalResult = result;
+        once(finalResult.reply, finalResult.error);
     };
     if (!m_emitted) {
         QObject::connect(q, &IntentRequest::finished, receiver, call);
@@ -76,7 +67,7 @@ void IntentRequestPrivate::then(QObject *context, const IntentRequest::Callback 
     }
     QMetaObject::invokeMethod(
         receiver,
-        [request = QPointer<IntentRequest>(q), call] {
+        [request = QPointer<IntentRequest>(q), call]() mutable {
             if (request)
                 call();
         },
@@ -102,17 +93,8 @@ void IntentRequestPrivate::emitFinished()
     m_emitted = true;
     const QPointer<IntentRequest> request(q);
     Q_EMIT q->finished();
-    if (!request)
-        return;
-    QObject::disconnect(q, &IntentRequest::finished, nullptr, nullptr); // releases the callbacks and their captures
-    if (autoDelete)
-        q->deleteLater();
-}
-
-void IntentRequestPrivate::emitFinishedLater()
-{
-    QMetaObject::invokeMethod(
-        q, [this] { emitFinished(); }, Qt::QueuedConnection);
+    if (request && autoDelete)
+        request->deleteLater();
 }
 
 IntentRequest::IntentRequest(const QString &intentName, QObject *parent)

@@ -38,7 +38,8 @@ class IntentRequestPrivate;
  * reply is dropped.
  *
  * A request has finished when it has a reply or an error. finished() is always emitted from the event loop, never
- * inside request() or cancel(). Use a request on the thread of its invoker.
+ * inside request() or cancel(). After cancel(), isFinished() returns true before finished() is emitted. Use a request
+ * on the thread of its invoker.
  *
  * In C++20, Corvane/coroutines.h makes it possible to write `co_await *invoker->request(...)`.
  */
@@ -47,7 +48,6 @@ class CORVANE_EXPORT IntentRequest : public QObject
     Q_OBJECT
     Q_PROPERTY(QString intentName READ intentName CONSTANT)
     Q_PROPERTY(State state READ state NOTIFY finished)
-    Q_PROPERTY(bool isFinished READ isFinished NOTIFY finished)
     Q_PROPERTY(QJsonObject reply READ reply NOTIFY finished)
     Q_PROPERTY(Corvane::Error error READ error NOTIFY finished)
 public:
@@ -70,7 +70,8 @@ public:
 
         friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Result &result);
     };
-    /// The code of an error is not the state of a request.
+    // Deleted, because both enumerations have an enumerator Failed: compare error() with Error::Code, and state() with
+    // State.
     friend bool operator==(const Error &, State) = delete;
     friend bool operator==(State, const Error &) = delete;
     friend bool operator!=(const Error &, State) = delete;
@@ -96,8 +97,8 @@ public:
 
     /**
      * Ends the request as TimedOut if it has not finished \a timeout after this call. Another call replaces the time. A
-     * negative time removes it, which is the default. Has no effect on a finished request. Like Qt's coarse timers, the
-     * time may be up to 5 % too short or too long. A time of more than 24 days is never reached.
+     * negative time removes it, which is the default. Has no effect on a finished request. The time has the
+     * accuracy of Qt::CoarseTimer, 5 %. A time of more than 24 days is never reached.
      */
     void setTimeout(std::chrono::milliseconds timeout);
 
@@ -106,8 +107,8 @@ public:
     void cancel();
 
     /**
-     * Calls \a callback once with the reply and the error when the request has finished, from the event loop. The
-     * function may be called at any time, also on a finished request, and more than once.
+     * Calls \a callback once with the reply and the error when the request has finished, from the event loop. then()
+     * may be called at any time, also on a finished request. Each call adds a callback.
      *
      * The callback is not called after \a context or the request is deleted. It may delete both. \a context lives on
      * the thread of the request; if it is null, the request is the context. An empty callback is ignored.

@@ -12,13 +12,9 @@ class IntentRequestPrivate
 {
 public:
     IntentRequestPrivate(const QString &intentName, IntentRequest *q);
-    ~IntentRequestPrivate();
-    Q_DISABLE_COPY(IntentRequestPrivate)
 
     /// Finishes the request when the call has finished.
     void follow(const SentIntent &sent);
-    /// Finishes the request now; finished() is emitted later.
-    void fail(const Error &error);
     void setTimeout(std::chrono::milliseconds timeout);
     void cancel();
     void then(QObject *context, const IntentRequest::Callback &callback);
@@ -32,7 +28,6 @@ public:
 private:
     void setResult(IntentRequest::State state, const QJsonObject &reply, const Error &error);
     void emitFinished();
-    void emitFinishedLater();
 
     std::unique_ptr<QTimer> m_timer; // only if there is a time-out
     Trace m_trace;

@@ -11,6 +11,8 @@
 #include <DBus/names.h>
 #include <DBus/session_bus.h>
 
+#include <QtCore/QPointer>
+
 #include <limits>
 
 namespace Corvane {
@@ -97,7 +99,16 @@ IntentsInvoker::IntentsInvoker(QObject *parent) : QObject(parent), d(std::make_u
     connect(d.get(), &IntentsInvokerPrivate::replyReceived, this, &IntentsInvoker::replyReceived);
 }
 
-IntentsInvoker::~IntentsInvoker() = default;
+IntentsInvoker::~IntentsInvoker()
+{
+    // While the private object exists: the destructors of what the callbacks capture may use the invoker.
+    QVector<QPointer<IntentRequest>> requests;
+    const auto children = findChildren<IntentRequest *>(QString(), Qt::FindDirectChildrenOnly);
+    for (auto *request : children)
+        requests.append(request);
+    for (const auto &request : qAsConst(requests))
+        delete request;
+}
 
 void IntentsInvoker::invoke(const QString &intentName, const QJsonObject &hints, const QJsonObject &params)
 {
@@ -121,7 +132,8 @@ IntentRequest *IntentsInvoker::request(const IntentUri &intent)
     if (!intent.error())
         return request(intent.intentName(), intent.hints(), intent.params());
     auto *const request = new IntentRequest({}, this);
-    request->d->fail(intent.error());
+    const QDBusError error(QDBusError::InvalidArgs, intent.error().message());
+    request->d->follow({QDBusPendingCall::fromError(error), Trace::begin("request", {}, [] { return Trace::Size(); })});
     return request;
 }
 

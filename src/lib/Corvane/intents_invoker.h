@@ -81,7 +81,7 @@ public:
     /// Sends an intent that was read from a URI. If it could not be read, the request fails with IntentUri::error().
     IntentRequest *request(const IntentUri &intent);
     /// Sends the intent that \a uri contains, without the hints that select files. See IntentUri for the risk of URIs
-    /// from outside. If \a uri cannot be read, the request fails.
+    /// from outside. If \a uri cannot be read, the request fails. A URI in a QString is an intent name: pass a QUrl.
     IntentRequest *request(const QUrl &uri);
 
     /**

@@ -48,8 +48,9 @@ void ReceivedCall::fail(const QString &errorName, const QString &text) const
     MessageMeter meter;
     meter.add(text);
     const QString sent = meter.problem().isEmpty() ? text : meter.problem();
-    connection.send(message.createErrorReply(errorName, sent));
-    trace.end(Error(Error::HandlerFailed), [&meter] { return Trace::Size{meter.bytes(), 0}; });
+    const QDBusMessage reply = message.createErrorReply(errorName, sent);
+    connection.send(reply);
+    trace.end(errorFromDBusError(QDBusError(reply)), [&meter] { return Trace::Size{meter.bytes(), 0}; });
 }
 
 } // namespace Corvane

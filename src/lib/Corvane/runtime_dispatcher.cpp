@@ -90,7 +90,7 @@ void RuntimeDispatcherPrivate::insert(Intent intent)
 
 void RuntimeDispatcherPrivate::unregisterIntent(const QString &intentName)
 {
-    const auto removed = intents.take(intentName); // destroyed last, as in registerIntent()
+    const auto removed = intents.take(intentName); // destroyed last, as in insert()
 }
 
 void RuntimeDispatcherPrivate::unregisterAllIntents()

@@ -23,14 +23,14 @@ class ServiceMonitorPrivate;
  * connect(monitor, &Corvane::ServiceMonitor::availableChanged, monitor, &Corvane::ServiceMonitor::refresh);
  * \endcode
  *
+ * With this connection, the first availableChanged() repeats the first calls. This has no other effect.
+ *
  * Nothing else has to be repeated in this process: RuntimeDispatcher keeps its bus name, and Lifecycle, IntentsInvoker
  * and Task follow the new service. Requests and calls in flight fail. Values such as MemoryPressure::level() and
  * Task::state() stay until the new service announces others. The service decides whether it remembers the tasks.
  *
- * The first availableChanged() then repeats the first calls, which does no harm.
- *
  * A process may create any number of monitors. Use them on the main thread, which needs a running event loop. The
- * constructor connects the process to the bus if no other object has done so; otherwise no function blocks.
+ * first object of the library connects the process to the bus, which blocks. No other function of this class blocks.
  */
 class CORVANE_EXPORT ServiceMonitor : public QObject
 {

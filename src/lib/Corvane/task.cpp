@@ -99,7 +99,7 @@ void TaskPrivate::stop(Task::StopFlags flags, const std::function<void(const Err
 void TaskPrivate::reportOutcome(const QDBusPendingCall &call, const Trace &trace,
                                 const std::function<void(const Error &)> &callback)
 {
-    onFinished(call, q, [trace, callback](const QDBusPendingCall &reply) {
+    onFinished(call, q, [trace, callback = callback](const QDBusPendingCall &reply) {
         const Error error = errorFromDBusError(reply.error());
         trace.end(error, [] { return Trace::Size(); });
         if (callback)

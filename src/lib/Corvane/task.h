@@ -73,11 +73,11 @@ public:
     /// application with the same id changes the state too.
     State state() const;
     /**
-     * Returns the properties in the last announcement of this task. The service defines the keys; corvane-standin
+     * Returns the properties in the last announcement of this task. The service defines the keys. corvane-standin
      * announces "NextRun" and "LastRun" (ISO 8601 strings in UTC), "Runs" (their number), and "LastExitCode" or
-     * "LastSignal". The description of
-     * this object is not among them unless the service repeats it. Returns an empty map before the first announcement,
-     * and keeps the properties, as state(), if a later announcement lacks the task.
+     * "LastSignal". The properties do not contain the description of this object, unless the service repeats it. The
+     * map is empty before the first announcement. Like state(), it stays as it is if a later announcement lacks the
+     * task.
      *
      * The properties are up to date when stateChanged() is emitted. There is no signal for a change of the properties
      * alone; the function then returns the new properties.

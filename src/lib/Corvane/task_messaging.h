@@ -58,8 +58,8 @@ public:
     /**
      * Creates the task's end, which waits for clients on a listening socket. TaskProcess::messaging() does this for the
      * socket of the task. The channel becomes the owner of the descriptor, and its destructor removes the file of the
-     * socket. If the descriptor is not a listening local socket, the constructor logs a warning
-     * and does not change the descriptor; the channel stays unconnected.
+     * socket. If the descriptor is not a listening local socket, the constructor logs a warning and does not change
+     * the descriptor; the channel stays unconnected.
      */
     explicit TaskMessaging(int socketDescriptor, QObject *parent = nullptr);
     ~TaskMessaging() override;

@@ -140,12 +140,13 @@ void TaskProcessPrivate::continueFinish()
     const bool isRead = !messaging || messaging->d->isAllRead();
     if (!isRead && !finishDeadline.hasExpired())
         return;
-    if (!isRead)
-        qWarning() << "TaskProcess has finished, although the client has not read all messages";
-    finishTimer.stop();
-    if (messaging)
-        messaging->d->close();
-    QCoreApplication::exit(exitCode);
+    if (!std::exchange(isClosed, true)) {
+        if (!isRead)
+            qWarning() << "TaskProcess has finished, although the client has not read all messages";
+        if (messaging)
+            messaging->d->close();
+    }
+    QCoreApplication::exit(exitCode); // repeated: this loop may be a nested one before exec()
 }
 
 TaskProcess::TaskProcess(QObject *parent) : QObject(parent), d(std::make_unique<TaskProcessPrivate>(this)) { }

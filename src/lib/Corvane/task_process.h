@@ -42,7 +42,7 @@ class CORVANE_EXPORT TaskProcess : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(QString taskId READ taskId CONSTANT)
-    Q_PROPERTY(bool isStopRequested READ isStopRequested NOTIFY stopRequested)
+    Q_PROPERTY(bool stopping READ isStopRequested NOTIFY stopRequested)
 public:
     /// The longest time that finish() waits for the client to read the messages.
     static constexpr std::chrono::seconds MaximumFinishTime{5};
@@ -90,7 +90,7 @@ Q_SIGNALS:
     /**
      * Emitted when the process has received SIGTERM, once. The service sends SIGTERM to end the task, for example for
      * Task::stop(). Further SIGTERM have no effect: the receiver ends the process with finish(). If no receiver is
-     * connected, the object calls finish(0).
+     * connected, the object calls finish(0). A binding to the property "stopping" counts as a receiver.
      */
     void stopRequested();
     /**

@@ -32,6 +32,7 @@ private:
     void continueFinish();
 
     bool isFinishing = false;
+    bool isClosed = false; // finish() has closed the channel
     int exitCode = 0;
     QTimer finishTimer;
     QDeadlineTimer finishDeadline{QDeadlineTimer::Forever};

@@ -6,6 +6,9 @@
 
 #include <QtCore/QDebug>
 
+#include <atomic>
+#include <utility>
+
 namespace Corvane {
 
 Q_LOGGING_CATEGORY(traceCategory, "corvane.trace", QtInfoMsg)
@@ -14,7 +17,7 @@ namespace {
 
 quint64 nextNumber()
 {
-    static quint64 last = 0;
+    static std::atomic<quint64> last{0}; // an invoker may live on any thread
     return ++last;
 }
 
@@ -40,21 +43,28 @@ Trace::Size sizeOf(MessageMeter &meter, const QJsonObject &object)
 
 } // namespace
 
-Trace::Trace(const char *operation, const QString &name, const Size &size)
-    : m_operation(operation), m_number(nextNumber())
+Trace::Operation::Operation(const char *operation, const QString &name, const Size &size)
+    : m_kind(operation), m_number(nextNumber())
 {
     m_timer.start();
-    log(m_operation, ' ', m_number, " begins: ", name, ", ", size);
+    log(m_kind, ' ', m_number, " begins: ", name, ", ", size);
 }
 
-void Trace::logEnd(const Error &error, const Size &size) const
+Trace::Operation::~Operation()
 {
-    log(m_operation, ' ', m_number, " ends: ", error.code(), ", ", size, ", ", m_timer.elapsed(), " ms");
+    end("dropped");
 }
 
-void Trace::logEnd(const char *outcome) const
+void Trace::Operation::end(const Error &error, const Size &size)
 {
-    log(m_operation, ' ', m_number, " ends: ", outcome, ", ", m_timer.elapsed(), " ms");
+    if (!std::exchange(m_hasEnded, true))
+        log(m_kind, ' ', m_number, " ends: ", error.code(), ", ", size, ", ", m_timer.elapsed(), " ms");
+}
+
+void Trace::Operation::end(const char *outcome)
+{
+    if (!std::exchange(m_hasEnded, true))
+        log(m_kind, ' ', m_number, " ends: ", outcome, ", ", m_timer.elapsed(), " ms");
 }
 
 Trace::Size sizeOfReply(const QJsonObject &reply)

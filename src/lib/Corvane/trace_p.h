@@ -7,6 +7,8 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QLoggingCategory>
 
+#include <memory>
+
 namespace Corvane {
 
 /// The logging category "corvane.trace", which is off by default.
@@ -19,7 +21,8 @@ inline bool isTracing()
 
 /**
  * Logs a line when an operation begins and a line when it ends, with its number, its name, sizes and the outcome. Never
- * logs the contents of messages.
+ * logs the contents of messages. Copies trace the same operation. If the last copy is destroyed before the end, the
+ * outcome is "dropped".
  */
 class Trace
 {
@@ -38,31 +41,45 @@ public:
     template<typename GetSize>
     static Trace begin(const char *operation, const QString &name, GetSize size)
     {
-        return isTracing() ? Trace(operation, name, size()) : Trace();
+        Trace trace;
+        if (isTracing())
+            trace.m_operation = std::make_shared<Operation>(operation, name, size());
+        return trace;
     }
 
-    /// Ends the operation. Does nothing if the category was not enabled when the operation began.
+    /// Ends the operation, once. Does nothing if the category was not enabled when the operation began.
     template<typename GetSize>
     void end(const Error &error, GetSize size) const
     {
         if (Q_UNLIKELY(m_operation))
-            logEnd(error, size());
+            m_operation->end(error, size());
     }
     void end(const char *outcome) const
     {
         if (Q_UNLIKELY(m_operation))
-            logEnd(outcome);
+            m_operation->end(outcome);
     }
-    bool isOn() const { return m_operation; }
+    bool isOn() const { return bool(m_operation); }
 
 private:
-    Trace(const char *operation, const QString &name, const Size &size);
-    void logEnd(const Error &error, const Size &size) const;
-    void logEnd(const char *outcome) const;
+    class Operation
+    {
+    public:
+        Operation(const char *operation, const QString &name, const Size &size);
+        ~Operation();
+        Q_DISABLE_COPY(Operation)
 
-    const char *m_operation = nullptr;
-    quint64 m_number = 0;
-    QElapsedTimer m_timer;
+        void end(const Error &error, const Size &size);
+        void end(const char *outcome);
+
+    private:
+        const char *const m_kind;
+        const quint64 m_number;
+        QElapsedTimer m_timer;
+        bool m_hasEnded = false;
+    };
+
+    std::shared_ptr<Operation> m_operation; // null if the category is off
 };
 
 /// Returns the size of a received reply, without its files.
