@@ -95,7 +95,8 @@ private Q_SLOTS:
     void endOfTheCommandLeavesNoProcesses();
     void signalLeavesNoProcesses_data();
     void signalLeavesNoProcesses();
-    void killedStandInLeavesNoProcesses();
+    void killedStandInLeavesNothing_data();
+    void killedStandInLeavesNothing();
     void earlierChildrenKeepRunning();
     void orphanedProcessesAreReaped();
     void ignoredSignalsStayIgnored();
@@ -316,21 +317,51 @@ void TestStandIn::signalLeavesNoProcesses()
         QVERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
 }
 
-void TestStandIn::killedStandInLeavesNoProcesses()
+void TestStandIn::killedStandInLeavesNothing_data()
 {
-    const QTemporaryDir directory; // the bus leaves its files
+    QTest::addColumn<QStringList>("killed");
+
+    QTest::newRow("process that the shell has started") << QStringList("original");
+    QTest::newRow("supervisor") << QStringList("supervisor");
+    QTest::newRow("stand-in") << QStringList("stand-in");
+    QTest::newRow("stand-in and original process") << QStringList({"stand-in", "original"});
+    QTest::newRow("process group") << QStringList("group");
+}
+
+void TestStandIn::killedStandInLeavesNothing()
+{
+    QFETCH(QStringList, killed);
+
+    // A child, an orphan in another session without environment, and a child that ignores SIGTERM.
+    const QString script = "sleep 1000 & echo child $!; (env -i setsid sh -c 'echo orphan $$; exec sleep 1000' &); "
+                           "sh -c 'trap \"\" TERM; echo stubborn $$; sleep 1000 & wait; wait' & "
+                           "supervisor=$(cut -d' ' -f4 /proc/$PPID/stat); "
+                           "echo command $$; echo stand-in $PPID; echo supervisor $supervisor; "
+                           "echo original $(cut -d' ' -f4 /proc/$supervisor/stat); "
+                           "for id in $(cat /proc/$PPID/task/*/children); do echo child$id $id; done; echo end; wait";
+    const QTemporaryDir directory;
     QProcessEnvironment values = environment();
     values.insert("TMPDIR", directory.path());
     QProcess process;
     process.setProcessEnvironment(values);
-    process.start(StandIn, shell("echo $$ $(cat /proc/$PPID/task/*/children); exec sleep 1000"));
-    QTRY_VERIFY(process.canReadLine());
-    const QStringList ids = QString::fromUtf8(process.readLine()).simplified().split(' ');
-    QCOMPARE(ids.size(), 3);
-    process.kill();
+    process.start("setsid", QStringList(StandIn) + shell(script)); // the leader of its process group
+    QMap<QString, pid_t> ids;
+    while (!ids.contains("end") || !ids.contains("orphan") || !ids.contains("stubborn")) {
+        QTRY_VERIFY(process.canReadLine());
+        const QStringList words = QString::fromUtf8(process.readLine()).simplified().split(' ');
+        ids.insert(words.first(), words.value(1).toInt());
+    }
+    QVERIFY2(ids.size() >= 10, qPrintable(QStringList(ids.keys()).join(' '))); // the bus is a child, too
+    QCOMPARE(ids.value("original"), pid_t(process.processId()));
+    ids.remove("end");
+    for (const QString &name : killed)
+        QCOMPARE(::kill(name == "group" ? -ids.value("original") : ids.value(name), SIGKILL), 0);
     QVERIFY(process.waitForFinished(Patience));
-    for (const QString &id : ids)
-        QTRY_VERIFY2(!isRunning(id.toLongLong()), qUtf8Printable(id));
+    for (auto it = ids.cbegin(); it != ids.cend(); ++it)
+        QTRY_VERIFY2(!isRunning(*it), qUtf8Printable(it.key()));
+    QTRY_COMPARE(QDir(directory.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    if (killed == QStringList("stand-in")) // else nobody may read the report
+        QCOMPARE(process.readAllStandardError(), QByteArray("corvane-standin: The stand-in was ended by signal 9\n"));
 }
 
 void TestStandIn::earlierChildrenKeepRunning()

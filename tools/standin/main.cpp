@@ -9,9 +9,9 @@ int main(int argc, char **argv)
     QStringList arguments; // all of them: QCoreApplication removes some that belong to the command
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    const QCoreApplication application(argc, argv);
     const auto task = readCommandLine(arguments);
-    if (const auto *request = std::get_if<ControlRequest>(&task))
-        return sendRequest(*request);
-    return run(std::get<RunOptions>(task));
+    if (const auto *options = std::get_if<RunOptions>(&task))
+        return run(*options, argc, argv);
+    const QCoreApplication application(argc, argv);
+    return sendRequest(std::get<ControlRequest>(task));
 }

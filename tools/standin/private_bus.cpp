@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "private_bus.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QUrl>
 
@@ -37,24 +38,20 @@ const int StartTimeout = 10000; // milliseconds
 
 } // namespace
 
-PrivateBus::PrivateBus(const QString &program, QObject *parent) : QObject(parent)
+PrivateBus::PrivateBus(const QString &program, const QString &directory, QObject *parent) : QObject(parent)
 {
-    start(program);
+    start(program, directory);
 }
 
-void PrivateBus::start(const QString &program)
+void PrivateBus::start(const QString &program, const QString &directory)
 {
-    if (!m_directory.isValid()) {
-        m_problem = m_directory.errorString();
-        return;
-    }
-    QFile configuration(m_directory.filePath(QStringLiteral("session.conf")));
+    QFile configuration(QDir(directory).filePath(QStringLiteral("session.conf")));
     if (!configuration.open(QIODevice::WriteOnly)) {
         m_problem =
             QStringLiteral("%1 cannot be written: %2").arg(configuration.fileName(), configuration.errorString());
         return;
     }
-    const QByteArray path = QUrl::toPercentEncoding(m_directory.path(), "/", "~"); // as in D-Bus addresses
+    const QByteArray path = QUrl::toPercentEncoding(directory, "/", "~"); // as in D-Bus addresses
     configuration.write(QString::fromLatin1(Configuration).arg(QString::fromLatin1(path)).toUtf8());
     configuration.close();
 
@@ -71,6 +68,6 @@ void PrivateBus::start(const QString &program)
     }
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_daemon.readLine().trimmed());
     if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR")) // no login session
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_directory.path()));
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory));
     connect(&m_daemon, &QProcess::stateChanged, this, &PrivateBus::lost);
 }

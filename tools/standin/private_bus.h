@@ -3,19 +3,18 @@
 
 #include "child_process.h"
 
-#include <QtCore/QTemporaryDir>
-
 /**
  * A private session bus with the limits of a stock session bus and without activatable services. It
  * becomes the session bus of this process and of the processes that it starts later. If they have no runtime directory,
- * its directory becomes that too.
+ * the directory of the bus becomes that too.
  */
 class PrivateBus : public QObject
 {
     Q_OBJECT
 public:
-    /// Starts the bus, and blocks until it is ready or has failed. \a program takes the options of dbus-daemon.
-    explicit PrivateBus(const QString &program, QObject *parent = nullptr);
+    /// Starts the bus, and blocks until it is ready or has failed. \a program takes the options of dbus-daemon. The
+    /// files of the bus are in \a directory.
+    PrivateBus(const QString &program, const QString &directory, QObject *parent = nullptr);
 
     /// The reason of a failure, for people; empty if the bus is ready.
     QString problem() const { return m_problem; }
@@ -26,9 +25,8 @@ Q_SIGNALS:
     void lost();
 
 private:
-    void start(const QString &program);
+    void start(const QString &program, const QString &directory);
 
-    QTemporaryDir m_directory;
     ChildProcess m_daemon{ChildProcess::Terminal::Detached};
     QString m_problem;
 };

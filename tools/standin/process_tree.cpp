@@ -51,7 +51,6 @@ QVector<Process> processes()
 
 ProcessTree::ProcessTree()
 {
-    m_before = descendants();
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
@@ -59,8 +58,7 @@ void ProcessTree::reapOrphans(const QSet<pid_t> &others) const
 {
     const QVector<Process> all = processes();
     for (const Process &process : all) {
-        if (process.parent == ::getpid() && process.hasEnded && !others.contains(process.id)
-            && !m_before.contains(process.id))
+        if (process.parent == ::getpid() && process.hasEnded && !others.contains(process.id))
             ::waitpid(process.id, nullptr, WNOHANG);
     }
 }
@@ -72,8 +70,7 @@ QSet<pid_t> ProcessTree::descendants(pid_t spared) const
     QVector<pid_t> found{::getpid()};
     for (int i = 0; i < found.size(); ++i) {
         for (const Process &process : all) {
-            if (process.parent == found.at(i) && process.id != spared && !process.hasEnded
-                && !m_before.contains(process.id))
+            if (process.parent == found.at(i) && process.id != spared && !process.hasEnded)
                 found.append(process.id);
         }
     }
@@ -91,10 +88,12 @@ QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
         if (left.isEmpty() || givenUp.hasExpired())
             return left;
         for (const pid_t id : left) {
-            if (forced.hasExpired())
+            if (forced.hasExpired()) {
                 ::kill(id, SIGKILL);
-            else if (!asked.contains(id))
+            } else if (!asked.contains(id)) {
                 ::kill(id, SIGTERM);
+                ::kill(id, SIGCONT); // a stopped process would not handle SIGTERM
+            }
         }
         asked += left;
         QThread::msleep(5);

@@ -6,8 +6,7 @@
 #include <sys/types.h>
 
 /**
- * All descendants of this process, orphans included: this process becomes the parent of orphaned descendants. Processes
- * that are older than this object (children of a shell that has executed this program) are not included.
+ * All descendants of this process, orphans included: this process becomes the parent of orphaned descendants.
  */
 class ProcessTree
 {
@@ -26,6 +25,4 @@ public:
 
 private:
     QSet<pid_t> descendants(pid_t spared = 0) const;
-
-    QSet<pid_t> m_before;
 };

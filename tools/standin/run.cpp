@@ -13,6 +13,7 @@
 #include "memory_pressure_adaptor.h"
 #include "private_bus.h"
 #include "process_tree.h"
+#include "supervisor.h"
 #include "tasks.h"
 #include "tasks_adaptor.h"
 #include "termination_signals.h"
@@ -21,6 +22,7 @@
 #include <DBus/session_bus.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QTemporaryDir>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusError>
 
@@ -32,7 +34,7 @@ const int ReapingInterval = 500; // milliseconds
 
 } // namespace
 
-int run(const RunOptions &options)
+int run(const RunOptions &options, int argc, char **argv)
 {
     const Manifests manifests = readManifests(options.manifests);
     for (const QString &error : manifests.errors)
@@ -40,10 +42,21 @@ int run(const RunOptions &options)
     if (!manifests.errors.isEmpty())
         return ExitCode::Manifest;
 
+    QTemporaryDir directory;
+    if (!directory.isValid()) {
+        complain(directory.errorString());
+        return ExitCode::Bus;
+    }
+    if (const auto exitCode = supervise([&directory] { directory.remove(); })) {
+        directory.setAutoRemove(false); // the supervisor removes it
+        return *exitCode;
+    }
+
+    const QCoreApplication core(argc, argv);
     const Trace trace(options.verbose);
     const TerminationSignals signals;
     const ProcessTree processes;
-    PrivateBus bus(options.busProgram);
+    PrivateBus bus(options.busProgram, directory.path());
     if (!bus.problem().isEmpty()) {
         complain(bus.problem());
         return ExitCode::Bus;

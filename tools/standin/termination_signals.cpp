@@ -3,11 +3,10 @@
 
 #include <QtCore/QSocketNotifier>
 
-#include <csignal>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+sigset_t TerminationSignals::handled()
 {
     sigset_t signals;
     ::sigemptyset(&signals);
@@ -17,6 +16,12 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
         if (action.sa_handler != SIG_IGN) // NOLINT: a system macro with a C-style cast
             ::sigaddset(&signals, number);
     }
+    return signals;
+}
+
+TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+{
+    const sigset_t signals = handled();
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
     m_descriptor = ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     auto *notifier = new QSocketNotifier(m_descriptor, QSocketNotifier::Read, this);

@@ -3,6 +3,8 @@
 
 #include <QtCore/QObject>
 
+#include <csignal>
+
 /// Converts SIGINT, SIGQUIT, SIGTERM and SIGHUP to a Qt signal, except those that are ignored (as with nohup). Create
 /// the object before any thread starts: threads inherit the signal mask.
 class TerminationSignals : public QObject
@@ -11,6 +13,9 @@ class TerminationSignals : public QObject
 public:
     explicit TerminationSignals(QObject *parent = nullptr);
     ~TerminationSignals() override;
+
+    /// The signals that are converted.
+    static sigset_t handled();
 
 Q_SIGNALS:
     void received(int signalNumber);
