@@ -189,7 +189,8 @@ void TestNotifications::interfacesAgreeWithTheirDocumentation_data()
                              << QStringList({"method SetMemoryLevel(in i level)", "method FollowMemoryPressure()",
                                              "method MoveClock(in x milliseconds, out s now)",
                                              "method StartApplication(in s applicationId, out s appInstanceId)",
-                                             "method StopApplication(in s applicationId)"});
+                                             "method StopApplication(in s applicationId)",
+                                             "method JoinApplication(in s applicationId, out s appInstanceId)"});
 }
 
 void TestNotifications::interfacesAgreeWithTheirDocumentation()

@@ -28,6 +28,8 @@ QProcessEnvironment environment()
     QProcessEnvironment values = QProcessEnvironment::systemEnvironment();
     values.insert("PATH", Binaries + ':' + values.value("PATH"));
     values.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+    static const QTemporaryDir runtimeDirectory; // other tests run other stand-ins
+    values.insert("XDG_RUNTIME_DIR", runtimeDirectory.path());
     return values;
 }
 
@@ -131,21 +133,24 @@ void TestStandIn::wrongCommandLinesAreRefused_data()
     const auto row = [](const char *name, const char *arguments, const char *reason) {
         QTest::newRow(name) << QString::fromUtf8(arguments).split(' ', Qt::SkipEmptyParts) << QString::fromUtf8(reason);
     };
-    row("nothing", "", "Expected \"run\", \"set\", \"start\" or \"stop\"");
-    row("another word", "walk", "Expected \"run\", \"set\", \"start\" or \"stop\", found \"walk\"");
+    row("nothing", "", "Expected \"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\"");
+    row("another word", "walk",
+        "Expected \"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\", found \"walk\"");
     row("option of run elsewhere", "--verbose run true", "Unknown option 'verbose'.");
     row("set nothing", "set", "Expected \"memory\" or \"clock\"");
     row("set something else", "set volume 3", "Expected \"memory\" or \"clock\", found \"volume\"");
     row("set clock", "set clock", "Expected a duration such as \"+90m\"");
-    row("set clock back", "set clock -1h", "Unknown options: 1, h.");
+    row("set clock back", "set clock -1h", "Expected a duration such as \"+90m\", found \"-1h\"");
     row("set clock to a time", "set clock 12:00", "Expected a duration such as \"+90m\", found \"12:00\"");
     row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
-    row("set memory", "set memory", "Expected \"normal\", \"low\", \"critical\", a number or \"auto\"");
+    row("set memory", "set memory",
+        "Expected \"normal\", \"low\", \"critical\", \"auto\" or a number from -2147483648 to 2147483647");
     row("set memory to text", "set memory high",
-        "Expected \"normal\", \"low\", \"critical\", a number or \"auto\", found \"high\"");
+        "Expected \"normal\", \"low\", \"critical\", \"auto\" or a number from -2147483648 to 2147483647, found "
+        "\"high\"");
     row("set memory and more", "set memory low now", "Expected nothing more, found \"now\"");
-    row("start nothing", "start", "Expected the id of one application");
-    row("stop two", "stop a b", "Expected the id of one application, found \"b\"");
+    row("start nothing", "start", "Expected the id of an application");
+    row("stop two", "stop a b", "Expected nothing more, found \"b\"");
     row("no command", "run", "Expected a command to run");
     row("no command after --", "run --verbose --", "Expected a command to run");
     row("unknown option", "run --loud true", "Unknown option 'loud'.");
@@ -478,7 +483,7 @@ void TestStandIn::controlNeedsAStandIn()
     const Result result = standIn({"set", "memory", "low"});
     QCOMPARE(result.exitCode, 69);
     QCOMPARE(result.errors,
-             QString("corvane-standin: There is no stand-in on this session bus; see \"corvane-standin --help\"\n"));
+             QString("corvane-standin: No stand-in is running; start one with: corvane-standin run -- COMMAND\n"));
 }
 
 void TestStandIn::controlReportsErrors()

@@ -17,9 +17,9 @@ Application::Application(const Manifest &manifest, int startTimeout, const Trace
     connect(&m_timer, &QTimer::timeout, this, &Application::onTimeout);
 }
 
-void Application::adopt(ChildProcess *process)
+/// Begins the next instance.
+void Application::begin()
 {
-    m_process = process;
     m_hasBeenReady = false;
     m_instanceId = QStringLiteral("%1.instance%2").arg(m_manifest.id).arg(++m_instances);
     m_nameWatcher = std::make_unique<QDBusServiceWatcher>(m_instanceId, QDBusConnection::sessionBus());
@@ -32,7 +32,12 @@ void Application::adopt(ChildProcess *process)
             if (!owner.isError())
                 onNameOwnerChanged(owner.value());
         });
+}
 
+void Application::adopt(ChildProcess *process)
+{
+    m_process = process;
+    begin();
     QProcessEnvironment environment = ChildProcess::cleanEnvironment();
     environment.insert(QLatin1String(Core::Environment::ApplicationId), m_manifest.id);
     environment.insert(QLatin1String(Core::Environment::ApplicationInstanceId), m_instanceId);
@@ -42,7 +47,31 @@ void Application::adopt(ChildProcess *process)
         m_trace.write(QStringLiteral("%1 started (process %2)").arg(m_instanceId).arg(process->processId()));
         Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
     });
-    connect(process, &ChildProcess::ended, this, &Application::onEnded);
+    connect(process, &ChildProcess::ended, this, &Application::onChildEnded);
+}
+
+QString Application::join(pid_t processId)
+{
+    if (isRunning())
+        return QStringLiteral("%1 is running already").arg(m_instanceId);
+    auto *process = new JoinedProcess(processId, this);
+    if (!process->isValid()) {
+        const QString problem =
+            QStringLiteral("The process %1 cannot be followed: %2").arg(processId).arg(qt_error_string());
+        delete process;
+        return problem;
+    }
+    m_joined = process;
+    begin();
+    connect(process, &JoinedProcess::ended, this, [this] {
+        m_joined->deleteLater();
+        m_joined = nullptr;
+        Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
+        onEnded(QStringLiteral("has ended"));
+    });
+    m_trace.write(QStringLiteral("%1 joined (process %2)").arg(m_instanceId).arg(processId));
+    Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
+    return {};
 }
 
 void Application::whenReady(const Ready &ready)
@@ -54,7 +83,7 @@ void Application::whenReady(const Ready &ready)
     m_waiting.append(ready);
     if (!m_timer.isActive())
         m_timer.start(); // for a running instance
-    if (!m_process)
+    if (!isRunning())
         start();
 }
 
@@ -77,12 +106,15 @@ void Application::onNameOwnerChanged(const QString &connection)
 
 void Application::stop(const std::function<void()> &stopped)
 {
-    if (!m_process) {
+    if (!isRunning()) {
         stopped();
         return;
     }
     m_stopping.append(stopped);
-    m_process->end();
+    if (m_process)
+        m_process->end();
+    else
+        m_joined->end();
 }
 
 void Application::onTimeout()
@@ -91,13 +123,18 @@ void Application::onTimeout()
         QStringLiteral("%1 has not claimed its bus name within %2 ms").arg(m_instanceId).arg(m_timer.interval()));
 }
 
-void Application::onEnded(const QString &how)
+void Application::onChildEnded(const QString &how)
 {
     if (!m_process->hasFailedToStart())
         Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
     if (m_process->parent() == this) // not an adopted process
         m_process->deleteLater();
     m_process = nullptr;
+    onEnded(how);
+}
+
+void Application::onEnded(const QString &how)
+{
     m_nameWatcher.reset();
     m_connection.clear();
     const QString text = QStringLiteral("%1 %2").arg(std::exchange(m_instanceId, QString()), how);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "child_process.h"
+#include "joined_process.h"
 #include "manifest.h"
 #include "trace.h"
 
@@ -16,7 +17,7 @@
  * An application of a manifest, running or not: its process, and the bus name that the process claims.
  *
  * Each process of an application has its own instance id: "viewer.instance2" is the second process of the application
- * "viewer". The application has ended when the process that was started here has ended.
+ * "viewer". The application has ended when the process that was started here has ended, or the one that has joined.
  */
 class Application : public QObject
 {
@@ -31,12 +32,16 @@ public:
     /// The connection that owns the instance id as its bus name; empty if there is none.
     QString connection() const { return m_connection; }
 
-    /// Ends the running instance with ChildProcess::end(), and calls \a stopped when it has ended; at once if there is
-    /// none.
+    /// Ends the running instance with SIGTERM and, after the grace period, SIGKILL, and calls \a stopped when it has
+    /// ended; at once if there is none.
     void stop(const std::function<void()> &stopped);
 
     /// Makes \a process the next instance. Call it before the process is started.
     void adopt(ChildProcess *process);
+
+    /// Makes a process that was not started here the next instance. Returns the reason of a failure, for people; empty
+    /// if the process is the instance now.
+    QString join(pid_t processId);
 
     /// \a problem is the reason why the application is not available, for people; empty if it is available.
     using Ready = std::function<void(const QString &problem)>;
@@ -49,9 +54,12 @@ Q_SIGNALS:
     void stateChanged(const QString &instanceId, uint state);
 
 private:
+    bool isRunning() const { return m_process || m_joined; }
+    void begin();
     void start();
     void onNameOwnerChanged(const QString &connection);
     void onTimeout();
+    void onChildEnded(const QString &how);
     void onEnded(const QString &how);
     void finishWaiting(const QString &problem);
 
@@ -62,6 +70,7 @@ private:
     QString m_connection;
     bool m_hasBeenReady = false;
     QPointer<ChildProcess> m_process;
+    QPointer<JoinedProcess> m_joined; ///< the process if m_process is null
     std::unique_ptr<QDBusServiceWatcher> m_nameWatcher;
     QVector<Ready> m_waiting;
     QVector<std::function<void()>> m_stopping;

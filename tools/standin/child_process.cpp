@@ -86,12 +86,17 @@ QString ChildProcess::howEnded() const
         .arg(exitCode());
 }
 
+bool ChildProcess::isIdentity(const QString &variable)
+{
+    return variable.startsWith(QLatin1String("HALVIR_APP_")) || variable.startsWith(QLatin1String("HALVIR_TASK_"));
+}
+
 QProcessEnvironment ChildProcess::cleanEnvironment()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     const QStringList names = environment.keys();
     for (const QString &name : names) {
-        if (name.startsWith(QLatin1String("HALVIR_APP_")) || name.startsWith(QLatin1String("HALVIR_TASK_")))
+        if (isIdentity(name))
             environment.remove(name);
     }
     return environment;

@@ -44,6 +44,8 @@ public:
     /// The processes that were started here and have not been waited for.
     static QSet<pid_t> running();
 
+    /// Whether an environment variable identifies a process to the service.
+    static bool isIdentity(const QString &variable);
     /// The environment of this process, without the variables that identify a process to the service.
     static QProcessEnvironment cleanEnvironment();
 

@@ -2,82 +2,24 @@
 #include "command_line.h"
 
 #include "exit_code.h"
+#include "help.h"
 
 #include <Corvane/corvane_version.h>
 #include <Corvane/memory_pressure.h>
 
 #include <QtCore/QCommandLineParser>
+#include <QtCore/QFileInfo>
 #include <QtCore/QHash>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QTextStream>
 
 #include <cstdlib>
+#include <limits>
 #include <optional>
 
 using Corvane::MemoryPressure;
 
 namespace {
-
-const char Help[] = R"(Usage: corvane-standin run [OPTION]... [--] COMMAND [ARGUMENT]...
-       corvane-standin set memory normal|low|critical|NUMBER|auto
-       corvane-standin set clock +NUMBER(s|m|h|d)
-       corvane-standin start ID
-       corvane-standin stop ID
-
-Replaces the application-runtime service during the development of applications.
-
-run starts a private session bus, offers the interfaces of the service there,
-and runs COMMAND on it. When COMMAND ends, or on Ctrl-C, it ends all processes
-that it has started. The normal session bus of the user is not used.
-
-  --manifests DIR     Read the applications from DIR: each *.json file describes
-                      one. May be given several times.
-  --as ID             Run COMMAND as the application ID of the manifests.
-  --start-timeout MS  The time in which an application must claim its bus name,
-                      in milliseconds (default: 10000).
-  --bus-program PATH  Run this program as the session bus, with the options of
-                      dbus-daemon (default: dbus-daemon).
-  --verbose           Print each routed message to standard error, one per line.
-
-The other commands control a running stand-in. Run them on its bus, for example
-from COMMAND:
-
-set memory sets the memory pressure. With auto, the default, the level follows
-the kernel: critical if all processes waited for memory in at least a tenth of
-the last ten seconds, low if some did.
-set clock advances the clock for tasks by seconds, minutes, hours or days, and
-prints the new time.
-start starts an application, waits until it has claimed its bus name, and prints
-its instance id. stop ends an application, and waits until it has ended.
-
-  --help              Show this text.
-  --version           Show the version.
-
-A manifest describes an application:
-  {
-      "id": "viewer",
-      "name": "Viewer",
-      "command": ["./viewer", "--quiet"],
-      "intents": ["OpenURI"],
-      "tasks": [{"id": "index", "command": ["./indexer"]}]
-  }
-"name", "intents" and "tasks" are optional. "properties" of a task are optional
-too: with {"Autostart": true, "Interval": 60} the task starts with the stand-in.
-A program name with a '/' is relative to the directory of the manifest; another
-one is searched on the PATH. The program must stay in the foreground.
-
-Exit codes of run: that of COMMAND, or
-   64  invalid command line
-   65  invalid manifest
-   69  no private bus
-  127  COMMAND cannot be started
-  128+N  COMMAND, or corvane-standin itself, was ended by signal N
-Exit codes of the others:
-    0  done
-    1  failed; the reason is on standard error
-   64  invalid command line
-   69  no stand-in on the session bus
-)";
 
 [[noreturn]] void show(const QString &text)
 {
@@ -104,33 +46,45 @@ std::optional<int> toNumber(const QString &text)
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
-ControlRequest readSetClock(const QStringList &words)
+/// The words of a command after the options.
+class Words
+{
+public:
+    explicit Words(const QStringList &list) : m_list(list) { }
+
+    QString next() { return m_next < m_list.size() ? m_list.at(m_next++) : QString(); }
+    void end() const
+    {
+        if (m_next < m_list.size())
+            failExpecting(QStringLiteral("nothing more"), m_list.at(m_next));
+    }
+
+private:
+    const QStringList m_list;
+    int m_next = 0;
+};
+
+ControlRequest readSetClock(Words &words)
 {
     static const QRegularExpression pattern(QStringLiteral("\\A\\+(\\d{1,6})([smhd])\\z"));
     static const QHash<QString, qint64> units{{QStringLiteral("s"), 1000},
                                               {QStringLiteral("m"), 60 * 1000},
                                               {QStringLiteral("h"), 3600 * 1000},
                                               {QStringLiteral("d"), 24 * 3600 * 1000}};
-    const auto match = pattern.match(words.value(2));
+    const QString text = words.next();
+    const auto match = pattern.match(text);
     if (!match.hasMatch())
-        failExpecting(QStringLiteral("a duration such as \"+90m\""), words.value(2));
-    if (words.size() > 3)
-        failExpecting(QStringLiteral("nothing more"), words.at(3));
-    return {QStringLiteral("MoveClock"), {match.captured(1).toLongLong() * units.value(match.captured(2))}};
+        failExpecting(QStringLiteral("a duration such as \"+90m\""), text);
+    words.end();
+    return {{}, QStringLiteral("MoveClock"), {match.captured(1).toLongLong() * units.value(match.captured(2))}};
 }
 
-ControlRequest readSet(const QStringList &words)
+ControlRequest readSetMemory(Words &words)
 {
-    if (words.value(1) == QLatin1String("clock"))
-        return readSetClock(words);
-    if (words.value(1) != QLatin1String("memory"))
-        failExpecting(QStringLiteral("\"memory\" or \"clock\""), words.value(1));
-    const QString level = words.value(2);
-    if (words.size() > 3)
-        failExpecting(QStringLiteral("nothing more"), words.at(3));
+    const QString level = words.next();
+    words.end();
     if (level == QLatin1String("auto"))
-        return {QStringLiteral("FollowMemoryPressure"), {}};
-
+        return {{}, QStringLiteral("FollowMemoryPressure"), {}};
     auto number = toNumber(level);
     if (level == QLatin1String("normal"))
         number = MemoryPressure::NormalLevel;
@@ -139,41 +93,97 @@ ControlRequest readSet(const QStringList &words)
     else if (level == QLatin1String("critical"))
         number = MemoryPressure::CriticalLevel;
     if (!number)
-        failExpecting(QStringLiteral("\"normal\", \"low\", \"critical\", a number or \"auto\""), level);
-    return {QStringLiteral("SetMemoryLevel"), {*number}};
+        failExpecting(QStringLiteral("\"normal\", \"low\", \"critical\", \"auto\" or a number from %1 to %2")
+                          .arg(std::numeric_limits<int>::min())
+                          .arg(std::numeric_limits<int>::max()),
+                      level);
+    return {{}, QStringLiteral("SetMemoryLevel"), {*number}};
 }
 
-ControlRequest readApplication(const QString &member, const QStringList &words)
+ControlRequest readSet(Words &words)
 {
-    if (words.size() != 2)
-        failExpecting(QStringLiteral("the id of one application"), words.value(2));
-    return {member, {words.at(1)}};
+    const QString subject = words.next();
+    if (subject == QLatin1String("clock"))
+        return readSetClock(words);
+    if (subject == QLatin1String("memory"))
+        return readSetMemory(words);
+    failExpecting(QStringLiteral("\"memory\" or \"clock\""), subject);
+}
+
+ControlRequest readApplication(const QString &member, Words &words)
+{
+    const QString id = words.next();
+    if (id.isEmpty())
+        failExpecting(QStringLiteral("the id of an application"), id);
+    words.end();
+    return {{}, member, {id}};
+}
+
+/// The name in a record for a command.
+QString defaultName(const QString &program)
+{
+    static const QRegularExpression invalid(QStringLiteral("[^A-Za-z0-9._-]|\\A[.-]"));
+    return QFileInfo(program).fileName().left(40).replace(invalid, QStringLiteral("_"));
+}
+
+RunOptions readRun(const QCommandLineParser &parser)
+{
+    RunOptions options;
+    options.manifests = parser.values(QStringLiteral("manifests"));
+    options.applicationId = parser.value(QStringLiteral("as"));
+    options.busProgram = parser.value(QStringLiteral("bus-program"));
+    options.verbose = parser.isSet(QStringLiteral("verbose"));
+    options.command = parser.positionalArguments();
+    const QString name = parser.value(QStringLiteral("name"));
+    static const QRegularExpression namePattern(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9._-]{0,39}\\z"));
+    if (parser.isSet(QStringLiteral("name")) && !namePattern.match(name).hasMatch())
+        fail(QStringLiteral("--name: expected at most 40 of the characters A-Z a-z 0-9 _ . -, found \"%1\"").arg(name));
+    const QString startTimeout = parser.value(QStringLiteral("start-timeout"));
+    if (!startTimeout.isEmpty()) {
+        options.startTimeout = toNumber(startTimeout).value_or(0);
+        if (options.startTimeout <= 0)
+            fail(QStringLiteral("--start-timeout: expected milliseconds, found \"%1\"").arg(startTimeout));
+    }
+    if (options.command.value(0).isEmpty())
+        fail(QStringLiteral("Expected a command to run"));
+    options.name = name;
+    options.defaultName = defaultName(options.command.first());
+    return options;
 }
 
 } // namespace
 
-std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &arguments)
+CommandLine readCommandLine(const QStringList &arguments)
 {
     const QCommandLineOption help(QStringLiteral("help"));
     const QCommandLineOption version(QStringLiteral("version"));
-    const QCommandLineOption manifests(QStringLiteral("manifests"), {}, QStringLiteral("DIR"));
+    const QCommandLineOption name(QStringLiteral("name"), {}, QStringLiteral("NAME"));
     const QCommandLineOption as(QStringLiteral("as"), {}, QStringLiteral("ID"));
-    const QCommandLineOption startTimeout(QStringLiteral("start-timeout"), {}, QStringLiteral("MS"));
-    const QCommandLineOption busProgram(QStringLiteral("bus-program"), {}, QStringLiteral("PATH"),
-                                        QStringLiteral("dbus-daemon"));
-    const QCommandLineOption verbose(QStringLiteral("verbose"));
+    const QList<QCommandLineOption> runOptions{
+        {QStringLiteral("manifests"), {}, QStringLiteral("DIR")},
+        {QStringLiteral("start-timeout"), {}, QStringLiteral("MS")},
+        {QStringLiteral("bus-program"), {}, QStringLiteral("PATH"), QStringLiteral("dbus-daemon")},
+        QCommandLineOption(QStringLiteral("verbose")),
+        as,
+    };
+    static const QHash<QString, QList<QCommandLineOption>> commands{
+        {QStringLiteral("run"), runOptions}, {QStringLiteral("exec"), {as}}, {QStringLiteral("shell"), {as}},
+        {QStringLiteral("set"), {}},         {QStringLiteral("start"), {}},  {QStringLiteral("stop"), {}},
+    };
 
-    // The options of run are between the word "run" and the command.
-    const bool isRun = arguments.value(1) == QLatin1String("run");
+    const QString command = arguments.value(1);
+    const bool isCommand = commands.contains(command);
     QCommandLineParser parser;
     parser.addOptions({help, version});
-    if (isRun) {
-        parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-        parser.addOptions({manifests, as, startTimeout, busProgram, verbose});
-    }
     QStringList rest = arguments;
-    if (isRun)
+    if (isCommand) {
         rest.removeAt(1);
+        parser.addOption(name);
+        parser.addOptions(commands.value(command));
+        // Further options belong to the command that is run; a level of "set memory" may be negative.
+        if (QStringList{QStringLiteral("run"), QStringLiteral("exec"), QStringLiteral("set")}.contains(command))
+            parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
+    }
     if (!parser.parse(rest))
         fail(parser.errorText());
     if (parser.isSet(help))
@@ -183,30 +193,30 @@ std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &argu
                  .arg(CORVANE_VERSION_MAJOR)
                  .arg(CORVANE_VERSION_MINOR)
                  .arg(CORVANE_VERSION_PATCH));
+    if (!isCommand)
+        failExpecting(QStringLiteral("\"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\""),
+                      parser.positionalArguments().value(0));
+    if (command == QLatin1String("run"))
+        return readRun(parser);
 
-    const QStringList words = parser.positionalArguments();
-    if (isRun) {
-        RunOptions options;
-        options.manifests = parser.values(manifests);
-        options.applicationId = parser.value(as);
-        options.busProgram = parser.value(busProgram);
-        options.verbose = parser.isSet(verbose);
-        options.command = words;
-        if (parser.isSet(startTimeout)) {
-            options.startTimeout = toNumber(parser.value(startTimeout)).value_or(0);
-            if (options.startTimeout <= 0)
-                fail(QStringLiteral("--start-timeout: expected milliseconds, found \"%1\"")
-                         .arg(parser.value(startTimeout)));
+    Words words(parser.positionalArguments());
+    if (command == QLatin1String("exec") || command == QLatin1String("shell")) {
+        JoinOptions options{parser.value(name), parser.value(as), parser.positionalArguments()};
+        if (command == QLatin1String("shell")) {
+            words.end();
+            options.command = QStringList(qEnvironmentVariable("SHELL", QStringLiteral("/bin/sh")));
         }
-        if (words.isEmpty() || words.first().isEmpty())
+        if (options.command.value(0).isEmpty())
             fail(QStringLiteral("Expected a command to run"));
         return options;
     }
-    if (words.value(0) == QLatin1String("set"))
-        return readSet(words);
-    if (words.value(0) == QLatin1String("start"))
-        return readApplication(QStringLiteral("StartApplication"), words);
-    if (words.value(0) == QLatin1String("stop"))
-        return readApplication(QStringLiteral("StopApplication"), words);
-    failExpecting(QStringLiteral("\"run\", \"set\", \"start\" or \"stop\""), words.value(0));
+    ControlRequest request;
+    if (command == QLatin1String("set"))
+        request = readSet(words);
+    else
+        request = readApplication(command == QLatin1String("start") ? QStringLiteral("StartApplication")
+                                                                    : QStringLiteral("StopApplication"),
+                                  words);
+    request.name = parser.value(name);
+    return request;
 }

@@ -10,6 +10,8 @@
 struct RunOptions
 {
     QStringList manifests;
+    QString name; ///< empty for the default name
+    QString defaultName; ///< after the command
     QString applicationId;
     int startTimeout = 10000; // milliseconds
     QString busProgram;
@@ -17,12 +19,23 @@ struct RunOptions
     QStringList command;
 };
 
-/// The call that another command sends to the control object of a running stand-in.
+/// The options of "corvane-standin exec" and "shell".
+struct JoinOptions
+{
+    QString name; ///< that of the stand-in; empty for the only one
+    QString applicationId; ///< empty for a process that is no application
+    QStringList command;
+};
+
+/// The call that another command sends to the control object of a running stand-in. Its results are printed.
 struct ControlRequest
 {
+    QString name; ///< that of the stand-in; empty for the only one
     QString member;
     QVariantList arguments;
 };
 
+using CommandLine = std::variant<RunOptions, JoinOptions, ControlRequest>;
+
 /// Parses the command line. After --help, --version or an error, it prints a text and exits.
-std::variant<RunOptions, ControlRequest> readCommandLine(const QStringList &arguments);
+CommandLine readCommandLine(const QStringList &arguments);

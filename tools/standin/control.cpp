@@ -2,8 +2,11 @@
 #include "control.h"
 
 #include <DBus/names.h>
+#include <DBus/pending_call.h>
 
 #include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
+#include <QtDBus/QDBusPendingReply>
 
 namespace Names = Corvane::Names;
 
@@ -64,6 +67,27 @@ void Control::StopApplication(const QString &applicationId)
     setDelayedReply(true);
     const QDBusMessage invocation = message();
     application->stop([invocation] { QDBusConnection::sessionBus().send(invocation.createReply()); });
+}
+
+QString Control::JoinApplication(const QString &applicationId)
+{
+    Application *application = find(applicationId);
+    if (!application)
+        return {};
+    setDelayedReply(true);
+    const QDBusMessage invocation = message();
+    const auto onProcessId = [application, invocation](const QDBusPendingReply<uint> &processId) {
+        const QString problem =
+            processId.isError() ? processId.error().message() : application->join(pid_t(processId.value()));
+        QDBusConnection::sessionBus().send(
+            problem.isEmpty() ? invocation.createReply(application->instanceId())
+                              : invocation.createErrorReply(
+                                  Names::ErrorPrefix + QLatin1String("ApplicationAlreadyRunning"), problem));
+    };
+    Corvane::onFinished(QDBusConnection::sessionBus().interface()->asyncCall(
+                            QStringLiteral("GetConnectionUnixProcessID"), invocation.service()),
+                        this, onProcessId);
+    return {};
 }
 
 Application *Control::find(const QString &applicationId)

@@ -20,6 +20,7 @@ public:
     QString MoveClock(qlonglong milliseconds);
     QString StartApplication(const QString &applicationId);
     void StopApplication(const QString &applicationId);
+    QString JoinApplication(const QString &applicationId);
 
 private:
     Application *find(const QString &applicationId);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
+#include "join.h"
 #include "run.h"
 #include "send_request.h"
 
@@ -13,5 +14,7 @@ int main(int argc, char **argv)
     if (const auto *options = std::get_if<RunOptions>(&task))
         return run(*options, argc, argv);
     const QCoreApplication application(argc, argv);
+    if (const auto *options = std::get_if<JoinOptions>(&task))
+        return join(*options);
     return sendRequest(std::get<ControlRequest>(task));
 }

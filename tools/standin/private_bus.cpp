@@ -67,7 +67,5 @@ void PrivateBus::start(const QString &program, const QString &directory)
         }
     }
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_daemon.readLine().trimmed());
-    if (!qEnvironmentVariableIsSet("XDG_RUNTIME_DIR")) // no login session
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory));
     connect(&m_daemon, &QProcess::stateChanged, this, &PrivateBus::lost);
 }

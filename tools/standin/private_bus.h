@@ -5,8 +5,7 @@
 
 /**
  * A private session bus with the limits of a stock session bus and without activatable services. It
- * becomes the session bus of this process and of the processes that it starts later. If they have no runtime directory,
- * the directory of the bus becomes that too.
+ * becomes the session bus of this process and of the processes that it starts later.
  */
 class PrivateBus : public QObject
 {

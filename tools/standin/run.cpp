@@ -13,6 +13,7 @@
 #include "memory_pressure_adaptor.h"
 #include "private_bus.h"
 #include "process_tree.h"
+#include "record.h"
 #include "supervisor.h"
 #include "tasks.h"
 #include "tasks_adaptor.h"
@@ -22,9 +23,12 @@
 #include <DBus/session_bus.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
 #include <QtCore/QTemporaryDir>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusError>
+
+#include <unistd.h>
 
 namespace Names = Corvane::Names;
 
@@ -47,7 +51,11 @@ int run(const RunOptions &options, int argc, char **argv)
         complain(directory.errorString());
         return ExitCode::Bus;
     }
-    if (const auto exitCode = supervise([&directory] { directory.remove(); })) {
+    const pid_t original = ::getpid(); // the process that the shell has started
+    if (const auto exitCode = supervise([&directory] {
+            directory.remove();
+            runningStandIns(); // removes the record
+        })) {
         directory.setAutoRemove(false); // the supervisor removes it
         return *exitCode;
     }
@@ -61,6 +69,23 @@ int run(const RunOptions &options, int argc, char **argv)
         complain(bus.problem());
         return ExitCode::Bus;
     }
+
+    QByteArray runtimeDirectory = qgetenv("XDG_RUNTIME_DIR");
+    if (!QFileInfo(QFile::decodeName(runtimeDirectory)).isDir()) // no login session
+        runtimeDirectory = QFile::encodeName(directory.path());
+    RecordFile record;
+    const bool isDefaultName = options.name.isEmpty();
+    const QString problem =
+        record.write({isDefaultName ? options.defaultName : options.name, original, QDir::currentPath(),
+                      qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"), QFile::decodeName(runtimeDirectory)},
+                     isDefaultName);
+    if (record.isNameTaken()) {
+        complain(QStringLiteral("--name: %1").arg(problem));
+        return ExitCode::Usage;
+    }
+    if (!problem.isEmpty())
+        complain(QStringLiteral("Other terminals cannot find this stand-in: %1").arg(problem));
+    qputenv("XDG_RUNTIME_DIR", runtimeDirectory);
 
     const Applications applications(manifests.list, options.startTimeout, trace);
     Intents intents(applications, trace);

@@ -3,5 +3,5 @@
 
 #include "command_line.h"
 
-/// Sends a request to the stand-in on this session bus, and blocks until the reply. Returns the exit code.
+/// Sends a request to a running stand-in, and blocks until the reply. Returns the exit code.
 int sendRequest(const ControlRequest &request);
