@@ -186,11 +186,15 @@ void TestNotifications::interfacesAgreeWithTheirDocumentation_data()
     QTest::newRow("memory pressure") << "MemoryPressure1"
                                      << QStringList({"method Subscribe()", "property Level: i read()"});
     QTest::newRow("control") << "StandIn1"
-                             << QStringList({"method SetMemoryLevel(in i level)", "method FollowMemoryPressure()",
+                             << QStringList({"method GetStatus(out a{sv} status)", "method SetMemoryLevel(in i level)",
+                                             "method FollowMemoryPressure()",
                                              "method MoveClock(in x milliseconds, out s now)",
+                                             "method MoveClockTo(in s time, out s now)", "method ReloadManifests()",
                                              "method StartApplication(in s applicationId, out s appInstanceId)",
                                              "method StopApplication(in s applicationId)",
-                                             "method JoinApplication(in s applicationId, out s appInstanceId)"});
+                                             "method JoinApplication(in s applicationId, out s appInstanceId)",
+                                             "method SetApplicationState(in s applicationId, in u state)",
+                                             "method StartMonitor()", "signal Traced(out x time, out s line)"});
 }
 
 void TestNotifications::interfacesAgreeWithTheirDocumentation()

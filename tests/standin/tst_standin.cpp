@@ -133,15 +133,27 @@ void TestStandIn::wrongCommandLinesAreRefused_data()
     const auto row = [](const char *name, const char *arguments, const char *reason) {
         QTest::newRow(name) << QString::fromUtf8(arguments).split(' ', Qt::SkipEmptyParts) << QString::fromUtf8(reason);
     };
-    row("nothing", "", "Expected \"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\"");
-    row("another word", "walk",
-        "Expected \"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\", found \"walk\"");
+    row("nothing", "", "Expected a command");
+    row("another word", "walk", "Expected a command, found \"walk\"");
     row("option of run elsewhere", "--verbose run true", "Unknown option 'verbose'.");
-    row("set nothing", "set", "Expected \"memory\" or \"clock\"");
-    row("set something else", "set volume 3", "Expected \"memory\" or \"clock\", found \"volume\"");
-    row("set clock", "set clock", "Expected a duration such as \"+90m\"");
-    row("set clock back", "set clock -1h", "Expected a duration such as \"+90m\", found \"-1h\"");
-    row("set clock to a time", "set clock 12:00", "Expected a duration such as \"+90m\", found \"12:00\"");
+    row("set nothing", "set", "Expected \"memory\", \"clock\" or \"state\"");
+    row("set something else", "set volume 3", "Expected \"memory\", \"clock\" or \"state\", found \"volume\"");
+    row("set clock", "set clock",
+        "Expected a duration such as \"+90m\", or a time such as \"03:00\" or \"2030-12-24T18:00\"");
+    row("set clock back", "set clock -1h", "The clock moves only forward, found \"-1h\"");
+    row("set clock to no time", "set clock 25:00",
+        "Expected a duration such as \"+90m\", or a time such as \"03:00\" or \"2030-12-24T18:00\", found \"25:00\"");
+    row("set state", "set state", "Expected the id of an application");
+    row("set another state", "set state a gone",
+        "Expected \"foreground\", \"background\" or \"suspended\", found \"gone\"");
+    row("set state and more", "set state a suspended now", "Expected nothing more, found \"now\"");
+    row("list nothing", "list", "Expected \"applications\", \"intents\" or \"tasks\"");
+    row("list something else", "list files", "Expected \"applications\", \"intents\" or \"tasks\", found \"files\"");
+    row("status and more", "status now", "Expected nothing more, found \"now\"");
+    row("reload and more", "reload now", "Expected nothing more, found \"now\"");
+    row("set memory to a large number", "set memory 2147483648",
+        "Expected \"normal\", \"low\", \"critical\", \"auto\" or a number from -2147483648 to 2147483647, found "
+        "\"2147483648\"");
     row("set clock by more", "set clock +1h +1m", "Expected nothing more, found \"+1m\"");
     row("set memory", "set memory",
         "Expected \"normal\", \"low\", \"critical\", \"auto\" or a number from -2147483648 to 2147483647");

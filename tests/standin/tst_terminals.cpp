@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The commands that use a running stand-in from another terminal.
-#include <patience.h>
+#include "stand_in.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QJsonDocument>
@@ -11,50 +11,6 @@
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace {
-
-const QString Program = QStringLiteral(CORVANE_STANDIN);
-const QString Applications = QStringLiteral(CORVANE_APPLICATIONS);
-
-struct Result
-{
-    int exitCode;
-    QString output;
-    QString errors;
-};
-
-/// A stand-in that runs until it is told to end.
-class StandIn
-{
-public:
-    explicit StandIn(const QProcessEnvironment &environment, const QStringList &options = {},
-                     const QStringList &command = {"sh", "-c", "echo ready $PPID; read line; exit 5"})
-    {
-        const QString bus = "--bus-program=" + qEnvironmentVariable("CORVANE_BUS_PROGRAM");
-        const QString timeout = QString("--start-timeout=%1").arg(Patience);
-        process.setProcessEnvironment(environment);
-        process.start(Program, QStringList({"run", bus, timeout}) + options + QStringList("--") + command);
-    }
-    ~StandIn() { end(); }
-    Q_DISABLE_COPY(StandIn)
-
-    bool isReady()
-    {
-        while (process.state() != QProcess::NotRunning && !process.canReadLine())
-            process.waitForReadyRead(Patience);
-        return process.readLine().startsWith("ready ");
-    }
-    int end()
-    {
-        process.write("\n");
-        return process.waitForFinished(Patience) ? process.exitCode() : -1;
-    }
-
-    QProcess process;
-};
-
-} // namespace
 
 class TestTerminals : public QObject
 {
@@ -88,19 +44,7 @@ private Q_SLOTS:
 private:
     Result run(const QStringList &arguments, const QByteArray &input = {})
     {
-        return run(arguments, environment, input);
-    }
-    static Result run(const QStringList &arguments, const QProcessEnvironment &values, const QByteArray &input = {})
-    {
-        QProcess process;
-        process.setProcessEnvironment(values);
-        process.start(Program, arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(Patience))
-            qFatal("The command does not end: %s", process.readAllStandardError().constData());
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+        return runStandIn(arguments, environment, input);
     }
     QString records() const { return directory->filePath("corvane-standin"); }
 

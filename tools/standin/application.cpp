@@ -3,18 +3,81 @@
 
 #include <Core/environment.h>
 #include <Corvane/lifecycle.h>
+#include <DBus/names.h>
 #include <DBus/pending_call.h>
 
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusConnectionInterface>
 #include <QtDBus/QDBusPendingReply>
 
+#include <csignal>
+
+namespace {
+
+const int LongestPing = 2000; // milliseconds
+
+} // namespace
+
 Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
-    : QObject(parent), m_manifest(manifest), m_trace(trace)
+    : QObject(parent), m_manifest(manifest), m_trace(trace), m_state(Corvane::StoppedState)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(startTimeout);
     connect(&m_timer, &QTimer::timeout, this, &Application::onTimeout);
+}
+
+void Application::setManifest(const Manifest &manifest)
+{
+    m_manifest = manifest;
+    m_isRemoved = false;
+}
+
+qint64 Application::processId() const
+{
+    if (m_joined)
+        return m_joined->processId();
+    return m_process ? m_process->processId() : 0;
+}
+
+void Application::setState(uint state, const std::function<void(const QString &problem)> &done)
+{
+    if (m_connection.isEmpty()) {
+        done(isRunning() ? QStringLiteral("%1 has not claimed its bus name").arg(m_instanceId)
+                         : QStringLiteral("%1 is not running").arg(m_manifest.id));
+        return;
+    }
+    signal(SIGCONT);
+    announce(state);
+    if (state != Corvane::SuspendedState) {
+        done({});
+        return;
+    }
+    // A reply of the object that handles intents shows that the process has handled all earlier messages.
+    const QDBusMessage ping =
+        QDBusMessage::createMethodCall(m_connection, Corvane::Names::IntentHandler.path(),
+                                       QStringLiteral("org.freedesktop.DBus.Peer"), QStringLiteral("Ping"));
+    Corvane::onFinished(QDBusConnection::sessionBus().asyncCall(ping, LongestPing), this,
+                        [this, done](const QDBusPendingCall &) {
+                            if (m_state == Corvane::SuspendedState)
+                                signal(SIGSTOP);
+                            done({});
+                        });
+}
+
+void Application::announce(uint state)
+{
+    m_state = state;
+    Q_EMIT stateChanged(m_instanceId, state);
+}
+
+void Application::signal(int number)
+{
+    if (m_joined)
+        m_joined->signal(number);
+    else if (m_process && m_process->parent() == this) // a process group of its own
+        ::kill(-pid_t(m_process->processId()), number);
+    else if (m_process)
+        ::kill(pid_t(m_process->processId()), number);
 }
 
 /// Begins the next instance.
@@ -45,7 +108,7 @@ void Application::adopt(ChildProcess *process)
 
     connect(process, &QProcess::started, this, [this, process] {
         m_trace.write(QStringLiteral("%1 started (process %2)").arg(m_instanceId).arg(process->processId()));
-        Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
+        announce(Corvane::LaunchingState);
     });
     connect(process, &ChildProcess::ended, this, &Application::onChildEnded);
 }
@@ -66,11 +129,11 @@ QString Application::join(pid_t processId)
     connect(process, &JoinedProcess::ended, this, [this] {
         m_joined->deleteLater();
         m_joined = nullptr;
-        Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
+        announce(Corvane::StoppedState);
         onEnded(QStringLiteral("has ended"));
     });
     m_trace.write(QStringLiteral("%1 joined (process %2)").arg(m_instanceId).arg(processId));
-    Q_EMIT stateChanged(m_instanceId, Corvane::LaunchingState);
+    announce(Corvane::LaunchingState);
     return {};
 }
 
@@ -100,7 +163,7 @@ void Application::onNameOwnerChanged(const QString &connection)
     if (std::exchange(m_connection, connection) == connection || connection.isEmpty())
         return;
     m_hasBeenReady = true;
-    Q_EMIT stateChanged(m_instanceId, Corvane::ForegroundState);
+    announce(Corvane::ForegroundState);
     finishWaiting({});
 }
 
@@ -111,6 +174,7 @@ void Application::stop(const std::function<void()> &stopped)
         return;
     }
     m_stopping.append(stopped);
+    signal(SIGCONT); // a suspended process would not handle SIGTERM
     if (m_process)
         m_process->end();
     else
@@ -126,7 +190,7 @@ void Application::onTimeout()
 void Application::onChildEnded(const QString &how)
 {
     if (!m_process->hasFailedToStart())
-        Q_EMIT stateChanged(m_instanceId, Corvane::StoppedState);
+        announce(Corvane::StoppedState);
     if (m_process->parent() == this) // not an adopted process
         m_process->deleteLater();
     m_process = nullptr;

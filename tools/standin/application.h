@@ -27,6 +27,12 @@ public:
     Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent = nullptr);
 
     const Manifest &manifest() const { return m_manifest; }
+    /// Replaces the description. A running instance is not changed.
+    void setManifest(const Manifest &manifest);
+    /// Marks the application as removed. A running instance goes on.
+    void remove() { m_isRemoved = true; }
+    bool isRemoved() const { return m_isRemoved; }
+
     /// The id of the running instance; empty if there is none.
     QString instanceId() const { return m_instanceId; }
     /// The connection that owns the instance id as its bus name; empty if there is none.
@@ -43,6 +49,16 @@ public:
     /// if the process is the instance now.
     QString join(pid_t processId);
 
+    bool isRunning() const { return m_process || m_joined; }
+    /// A Corvane::ApplicationState.
+    uint state() const { return m_state; }
+    /// The process of the running instance; 0 if there is none.
+    qint64 processId() const;
+    /// Announces the state of the running instance: foreground, background, or suspended. Before the process is
+    /// suspended, it has time to handle the announcement. It gets SIGSTOP then, and SIGCONT in the other states. Calls
+    /// \a done with the reason of a failure, for people; empty on success.
+    void setState(uint state, const std::function<void(const QString &problem)> &done);
+
     /// \a problem is the reason why the application is not available, for people; empty if it is available.
     using Ready = std::function<void(const QString &problem)>;
     /// Calls \a ready when an instance owns its name; at once if one already does. Starts an instance if none is
@@ -54,7 +70,8 @@ Q_SIGNALS:
     void stateChanged(const QString &instanceId, uint state);
 
 private:
-    bool isRunning() const { return m_process || m_joined; }
+    void announce(uint state);
+    void signal(int number);
     void begin();
     void start();
     void onNameOwnerChanged(const QString &connection);
@@ -63,11 +80,13 @@ private:
     void onEnded(const QString &how);
     void finishWaiting(const QString &problem);
 
-    const Manifest m_manifest;
+    Manifest m_manifest;
+    bool m_isRemoved = false;
     const Trace &m_trace;
     int m_instances = 0;
     QString m_instanceId;
     QString m_connection;
+    uint m_state;
     bool m_hasBeenReady = false;
     QPointer<ChildProcess> m_process;
     QPointer<JoinedProcess> m_joined; ///< the process if m_process is null

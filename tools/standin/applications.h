@@ -10,6 +10,11 @@ class Applications : public QObject
 public:
     Applications(const QVector<Manifest> &manifests, int startTimeout, const Trace &trace, QObject *parent = nullptr);
 
+    /// Adds the new applications, changes the existing ones, and removes the others.
+    void setManifests(const QVector<Manifest> &manifests);
+
+    /// All that have a manifest or are running.
+    QVector<Application *> all() const;
     /// Returns null if there is none.
     Application *withId(const QString &id) const;
     Application *handlerOf(const QString &intentName) const;
@@ -22,5 +27,7 @@ Q_SIGNALS:
     void stateChanged(const QString &instanceId, uint state);
 
 private:
+    const int m_startTimeout;
+    const Trace &m_trace;
     QVector<Application *> m_list;
 };

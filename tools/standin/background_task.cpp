@@ -50,6 +50,20 @@ BackgroundTask::BackgroundTask(const QString &applicationId, const TaskManifest 
     connect(&clock, &Clock::moved, this, &BackgroundTask::check);
 }
 
+void BackgroundTask::setManifest(const TaskManifest &manifest)
+{
+    m_manifest = manifest;
+    m_isRemoved = false;
+}
+
+void BackgroundTask::remove()
+{
+    m_isRemoved = true;
+    m_due = {};
+    setState(m_process ? m_state : Stopped);
+    check();
+}
+
 QString BackgroundTask::name() const
 {
     return Core::qualifiedTaskName(m_applicationId, m_manifest.id);

@@ -22,6 +22,13 @@ public:
                    QObject *parent = nullptr);
 
     const TaskManifest &manifest() const { return m_manifest; }
+    /// Replaces the description. A planned or running task is not changed; the next run starts the new command.
+    void setManifest(const TaskManifest &manifest);
+    /// Marks the task as removed: it has no further run. A running process goes on.
+    void remove();
+    bool isRemoved() const { return m_isRemoved; }
+    /// The running process; 0 if there is none.
+    qint64 processId() const { return m_process ? m_process->processId() : 0; }
     /// The qualified name: "application.task_id".
     QString name() const;
     State state() const { return m_state; }
@@ -47,7 +54,8 @@ private:
     QString socketPath() const;
 
     const QString m_applicationId;
-    const TaskManifest m_manifest;
+    TaskManifest m_manifest;
+    bool m_isRemoved = false;
     const Clock &m_clock;
     const Trace &m_trace;
 

@@ -18,6 +18,10 @@ public:
         Q_EMIT moved();
     }
 
+    /// Returns the time that \a text means: the next time after \a now for a time of day such as "03:00", or the time
+    /// of an ISO 8601 string. Invalid for another text.
+    static QDateTime read(const QString &text, const QDateTime &now);
+
 Q_SIGNALS:
     void moved();
 

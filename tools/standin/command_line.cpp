@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "command_line.h"
 
+#include "clock.h"
 #include "exit_code.h"
 #include "help.h"
 
 #include <Corvane/corvane_version.h>
+#include <Corvane/lifecycle.h>
 #include <Corvane/memory_pressure.h>
 
 #include <QtCore/QCommandLineParser>
@@ -73,9 +75,15 @@ ControlRequest readSetClock(Words &words)
                                               {QStringLiteral("d"), 24 * 3600 * 1000}};
     const QString text = words.next();
     const auto match = pattern.match(text);
-    if (!match.hasMatch())
-        failExpecting(QStringLiteral("a duration such as \"+90m\""), text);
     words.end();
+    if (Clock::read(text, QDateTime::currentDateTime()).isValid())
+        return {{}, QStringLiteral("MoveClockTo"), {text}};
+    if (text.startsWith(QLatin1Char('-')))
+        fail(QStringLiteral("The clock moves only forward, found \"%1\"").arg(text));
+    if (!match.hasMatch())
+        failExpecting(QStringLiteral("a duration such as \"+90m\", or a time such as \"03:00\" or "
+                                     "\"2030-12-24T18:00\""),
+                      text);
     return {{}, QStringLiteral("MoveClock"), {match.captured(1).toLongLong() * units.value(match.captured(2))}};
 }
 
@@ -100,6 +108,21 @@ ControlRequest readSetMemory(Words &words)
     return {{}, QStringLiteral("SetMemoryLevel"), {*number}};
 }
 
+ControlRequest readSetState(Words &words)
+{
+    static const QHash<QString, uint> states{{QStringLiteral("foreground"), Corvane::ForegroundState},
+                                             {QStringLiteral("background"), Corvane::BackgroundState},
+                                             {QStringLiteral("suspended"), Corvane::SuspendedState}};
+    const QString id = words.next();
+    if (id.isEmpty())
+        failExpecting(QStringLiteral("the id of an application"), id);
+    const QString state = words.next();
+    if (!states.contains(state))
+        failExpecting(QStringLiteral("\"foreground\", \"background\" or \"suspended\""), state);
+    words.end();
+    return {{}, QStringLiteral("SetApplicationState"), {id, states.value(state)}};
+}
+
 ControlRequest readSet(Words &words)
 {
     const QString subject = words.next();
@@ -107,7 +130,9 @@ ControlRequest readSet(Words &words)
         return readSetClock(words);
     if (subject == QLatin1String("memory"))
         return readSetMemory(words);
-    failExpecting(QStringLiteral("\"memory\" or \"clock\""), subject);
+    if (subject == QLatin1String("state"))
+        return readSetState(words);
+    failExpecting(QStringLiteral("\"memory\", \"clock\" or \"state\""), subject);
 }
 
 ControlRequest readApplication(const QString &member, Words &words)
@@ -117,6 +142,19 @@ ControlRequest readApplication(const QString &member, Words &words)
         failExpecting(QStringLiteral("the id of an application"), id);
     words.end();
     return {{}, member, {id}};
+}
+
+StatusOptions::Format readListed(Words &words)
+{
+    static const QHash<QString, StatusOptions::Format> formats{
+        {QStringLiteral("applications"), StatusOptions::Applications},
+        {QStringLiteral("intents"), StatusOptions::Intents},
+        {QStringLiteral("tasks"), StatusOptions::Tasks}};
+    const QString word = words.next();
+    if (!formats.contains(word))
+        failExpecting(QStringLiteral("\"applications\", \"intents\" or \"tasks\""), word);
+    words.end();
+    return formats.value(word);
 }
 
 /// The name in a record for a command.
@@ -133,6 +171,7 @@ RunOptions readRun(const QCommandLineParser &parser)
     options.applicationId = parser.value(QStringLiteral("as"));
     options.busProgram = parser.value(QStringLiteral("bus-program"));
     options.verbose = parser.isSet(QStringLiteral("verbose"));
+    options.watch = parser.isSet(QStringLiteral("watch"));
     options.command = parser.positionalArguments();
     const QString name = parser.value(QStringLiteral("name"));
     static const QRegularExpression namePattern(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9._-]{0,39}\\z"));
@@ -164,11 +203,20 @@ CommandLine readCommandLine(const QStringList &arguments)
         {QStringLiteral("start-timeout"), {}, QStringLiteral("MS")},
         {QStringLiteral("bus-program"), {}, QStringLiteral("PATH"), QStringLiteral("dbus-daemon")},
         QCommandLineOption(QStringLiteral("verbose")),
+        QCommandLineOption(QStringLiteral("watch")),
         as,
     };
     static const QHash<QString, QList<QCommandLineOption>> commands{
-        {QStringLiteral("run"), runOptions}, {QStringLiteral("exec"), {as}}, {QStringLiteral("shell"), {as}},
-        {QStringLiteral("set"), {}},         {QStringLiteral("start"), {}},  {QStringLiteral("stop"), {}},
+        {QStringLiteral("run"), runOptions},
+        {QStringLiteral("exec"), {as}},
+        {QStringLiteral("shell"), {as}},
+        {QStringLiteral("status"), {QCommandLineOption(QStringLiteral("json"))}},
+        {QStringLiteral("list"), {}},
+        {QStringLiteral("monitor"), {QCommandLineOption(QStringLiteral("timestamps"))}},
+        {QStringLiteral("reload"), {}},
+        {QStringLiteral("set"), {}},
+        {QStringLiteral("start"), {}},
+        {QStringLiteral("stop"), {}},
     };
 
     const QString command = arguments.value(1);
@@ -194,8 +242,7 @@ CommandLine readCommandLine(const QStringList &arguments)
                  .arg(CORVANE_VERSION_MINOR)
                  .arg(CORVANE_VERSION_PATCH));
     if (!isCommand)
-        failExpecting(QStringLiteral("\"run\", \"exec\", \"shell\", \"set\", \"start\" or \"stop\""),
-                      parser.positionalArguments().value(0));
+        failExpecting(QStringLiteral("a command"), parser.positionalArguments().value(0));
     if (command == QLatin1String("run"))
         return readRun(parser);
 
@@ -210,8 +257,20 @@ CommandLine readCommandLine(const QStringList &arguments)
             fail(QStringLiteral("Expected a command to run"));
         return options;
     }
+    if (command == QLatin1String("list"))
+        return StatusOptions{parser.value(name), readListed(words)};
+    if (command == QLatin1String("status") || command == QLatin1String("monitor")) {
+        words.end();
+        if (command == QLatin1String("monitor"))
+            return MonitorOptions{parser.value(name), parser.isSet(QStringLiteral("timestamps"))};
+        return StatusOptions{parser.value(name),
+                             parser.isSet(QStringLiteral("json")) ? StatusOptions::Json : StatusOptions::Text};
+    }
     ControlRequest request;
-    if (command == QLatin1String("set"))
+    if (command == QLatin1String("reload")) {
+        words.end();
+        request.member = QStringLiteral("ReloadManifests");
+    } else if (command == QLatin1String("set"))
         request = readSet(words);
     else
         request = readApplication(command == QLatin1String("start") ? QStringLiteral("StartApplication")

@@ -16,6 +16,7 @@ struct RunOptions
     int startTimeout = 10000; // milliseconds
     QString busProgram;
     bool verbose = false;
+    bool watch = false;
     QStringList command;
 };
 
@@ -35,7 +36,23 @@ struct ControlRequest
     QVariantList arguments;
 };
 
-using CommandLine = std::variant<RunOptions, JoinOptions, ControlRequest>;
+/// The options of "corvane-standin status" and "list".
+struct StatusOptions
+{
+    enum Format { Text, Json, Applications, Intents, Tasks };
+
+    QString name; ///< that of the stand-in; empty for the only one
+    Format format;
+};
+
+/// The options of "corvane-standin monitor".
+struct MonitorOptions
+{
+    QString name; ///< that of the stand-in; empty for the only one
+    bool timestamps;
+};
+
+using CommandLine = std::variant<RunOptions, JoinOptions, StatusOptions, MonitorOptions, ControlRequest>;
 
 /// Parses the command line. After --help, --version or an error, it prints a text and exits.
 CommandLine readCommandLine(const QStringList &arguments);

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "control.h"
 
+#include "status.h"
+
+#include <Corvane/lifecycle.h>
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
 
@@ -16,31 +19,60 @@ const qlonglong LongestMove = 100LL * 366 * 86400 * 1000; // milliseconds
 
 } // namespace
 
-Control::Control(const Applications &applications, MemoryPressure *memoryPressure, Clock *clock, QObject *parent)
-    : QObject(parent), m_applications(applications), m_memoryPressure(memoryPressure), m_clock(clock)
-{ }
+Control::Control(const Subjects &subjects, QObject *parent) : QObject(parent), m_subjects(subjects) { }
+
+QVariantMap Control::GetStatus() const
+{
+    const StandInRecord &record = m_subjects.record;
+    return {{QStringLiteral("name"), record.name},
+            {QStringLiteral("processId"), int(record.processId)},
+            {QStringLiteral("directory"), record.directory},
+            {QStringLiteral("busAddress"), record.busAddress},
+            {QStringLiteral("now"), m_subjects.clock->now().toString(Qt::ISODate)},
+            {QStringLiteral("memoryLevel"), m_subjects.memoryPressure->level()},
+            {QStringLiteral("applications"), Status::ofApplications(m_subjects.applications)},
+            {QStringLiteral("tasks"), Status::ofTasks(m_subjects.tasks)}};
+}
 
 void Control::SetMemoryLevel(int level)
 {
-    m_memoryPressure->setLevel(level);
+    m_subjects.memoryPressure->setLevel(level);
 }
 
 void Control::FollowMemoryPressure()
 {
-    m_memoryPressure->follow();
+    m_subjects.memoryPressure->follow();
 }
 
 QString Control::MoveClock(qlonglong milliseconds)
 {
-    const QDateTime then = m_clock->now().addMSecs(milliseconds);
+    const QDateTime then = m_subjects.clock->now().addMSecs(milliseconds);
     if (milliseconds < 0 || milliseconds > LongestMove || then.date().year() > 9999) {
         sendErrorReply(QDBusError::InvalidArgs,
                        QStringLiteral("The clock moves on, by at most 100 years at once, until "
                                       "the year 9999"));
         return {};
     }
-    m_clock->moveOn(milliseconds);
-    return m_clock->now().toString(Qt::ISODate);
+    m_subjects.clock->moveOn(milliseconds);
+    return m_subjects.clock->now().toString(Qt::ISODate);
+}
+
+QString Control::MoveClockTo(const QString &time)
+{
+    const QDateTime now = m_subjects.clock->now();
+    const QDateTime then = Clock::read(time, now);
+    if (then.isValid())
+        return MoveClock(now.msecsTo(then));
+    sendErrorReply(QDBusError::InvalidArgs,
+                   QStringLiteral("Expected a time such as \"03:00\" or \"2030-12-24T18:00\", found \"%1\"").arg(time));
+    return {};
+}
+
+void Control::ReloadManifests()
+{
+    const QStringList errors = m_subjects.manifests->reload();
+    if (!errors.isEmpty())
+        sendErrorReply(QDBusError::InvalidArgs, errors.join(QLatin1Char('\n')));
 }
 
 QString Control::StartApplication(const QString &applicationId)
@@ -90,9 +122,33 @@ QString Control::JoinApplication(const QString &applicationId)
     return {};
 }
 
+void Control::SetApplicationState(const QString &applicationId, uint state)
+{
+    Application *application = find(applicationId);
+    if (!application)
+        return;
+    if (state != Corvane::ForegroundState && state != Corvane::BackgroundState && state != Corvane::SuspendedState) {
+        sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("The state %1 cannot be set").arg(state));
+        return;
+    }
+    setDelayedReply(true);
+    const QDBusMessage invocation = message();
+    application->setState(state, [invocation](const QString &problem) {
+        QDBusConnection::sessionBus().send(
+            problem.isEmpty()
+                ? invocation.createReply()
+                : invocation.createErrorReply(Names::ErrorPrefix + QLatin1String("ApplicationNotRunning"), problem));
+    });
+}
+
+void Control::StartMonitor()
+{
+    m_subjects.monitors->add(message().service());
+}
+
 Application *Control::find(const QString &applicationId)
 {
-    Application *application = m_applications.withId(applicationId);
+    Application *application = m_subjects.applications.withId(applicationId);
     if (!application)
         sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("No manifest has the id \"%1\"").arg(applicationId));
     return application;

@@ -3,7 +3,11 @@
 
 #include "applications.h"
 #include "clock.h"
+#include "manifest_loader.h"
 #include "memory_pressure.h"
+#include "monitors.h"
+#include "record.h"
+#include "tasks.h"
 
 #include <QtDBus/QDBusContext>
 #include <QtDBus/QDBusMessage>
@@ -13,19 +17,33 @@ class Control : public QObject, protected QDBusContext
 {
     Q_OBJECT
 public:
-    Control(const Applications &applications, MemoryPressure *memoryPressure, Clock *clock, QObject *parent = nullptr);
+    /// The objects that it controls.
+    struct Subjects
+    {
+        const StandInRecord &record;
+        const Applications &applications;
+        const Tasks &tasks;
+        MemoryPressure *memoryPressure;
+        Clock *clock;
+        ManifestLoader *manifests;
+        Monitors *monitors;
+    };
+    explicit Control(const Subjects &subjects, QObject *parent = nullptr);
 
+    QVariantMap GetStatus() const;
     void SetMemoryLevel(int level);
     void FollowMemoryPressure();
     QString MoveClock(qlonglong milliseconds);
+    QString MoveClockTo(const QString &time);
+    void ReloadManifests();
     QString StartApplication(const QString &applicationId);
     void StopApplication(const QString &applicationId);
     QString JoinApplication(const QString &applicationId);
+    void SetApplicationState(const QString &applicationId, uint state);
+    void StartMonitor();
 
 private:
     Application *find(const QString &applicationId);
 
-    const Applications &m_applications;
-    MemoryPressure *const m_memoryPressure;
-    Clock *const m_clock;
+    const Subjects m_subjects;
 };

@@ -38,6 +38,5 @@ void JoinedProcess::signal(int number)
 void JoinedProcess::end()
 {
     signal(SIGTERM);
-    signal(SIGCONT);
     QTimer::singleShot(ChildProcess::GracePeriod, this, [this] { signal(SIGKILL); });
 }

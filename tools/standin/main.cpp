@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "join.h"
+#include "monitor.h"
 #include "run.h"
 #include "send_request.h"
+#include "show_status.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -16,5 +18,9 @@ int main(int argc, char **argv)
     const QCoreApplication application(argc, argv);
     if (const auto *options = std::get_if<JoinOptions>(&task))
         return join(*options);
+    if (const auto *options = std::get_if<StatusOptions>(&task))
+        return showStatus(*options);
+    if (const auto *options = std::get_if<MonitorOptions>(&task))
+        return monitor(*options);
     return sendRequest(std::get<ControlRequest>(task));
 }

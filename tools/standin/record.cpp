@@ -141,9 +141,10 @@ void RecordFile::remove()
     m_descriptor = -1;
 }
 
-QString RecordFile::write(StandInRecord record, bool isDefaultName)
+QString RecordFile::write(const StandInRecord &record, bool isDefaultName)
 {
     QString problem;
+    m_record = record;
     const auto paths = directories();
     for (const QByteArray &path : paths) {
         const Directory directory(path, Directory::Missing::Create);
@@ -155,14 +156,14 @@ QString RecordFile::write(StandInRecord record, bool isDefaultName)
         m_isNameTaken = !isDefaultName && contains(others, record.name);
         if (m_isNameTaken)
             return QStringLiteral("A stand-in with the name \"%1\" is running already").arg(record.name);
-        m_name = record.name;
-        for (int number = 2; contains(others, m_name); ++number)
-            m_name = QStringLiteral("%1-%2").arg(record.name).arg(number);
+        m_record.name = record.name;
+        for (int number = 2; contains(others, m_record.name); ++number)
+            m_record.name = QStringLiteral("%1-%2").arg(record.name).arg(number);
 
         m_path = path + '/' + QByteArray::number(record.processId) + ".json";
         m_descriptor = ::open(m_path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
         QFile file;
-        const QByteArray text = QJsonDocument({{QStringLiteral("name"), m_name},
+        const QByteArray text = QJsonDocument({{QStringLiteral("name"), m_record.name},
                                                {QStringLiteral("processId"), record.processId},
                                                {QStringLiteral("directory"), record.directory},
                                                {QStringLiteral("busAddress"), record.busAddress},

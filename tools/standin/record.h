@@ -32,16 +32,16 @@ public:
 
     /// Writes the record. If \a isDefaultName, the name "NAME" becomes "NAME-2" if a running stand-in has it. Returns
     /// the reason of a failure, for people; empty if the record is written.
-    QString write(StandInRecord record, bool isDefaultName);
+    QString write(const StandInRecord &record, bool isDefaultName);
 
     /// Whether a running stand-in had the name in the last call of write().
     bool isNameTaken() const { return m_isNameTaken; }
-    QString name() const { return m_name; }
+    const StandInRecord &record() const { return m_record; } ///< the written one
 
 private:
     void remove();
 
-    QString m_name;
+    StandInRecord m_record{};
     QByteArray m_path;
     int m_descriptor = -1;
     bool m_isNameTaken = false;

@@ -9,8 +9,10 @@
 #include "intents_adaptor.h"
 #include "lifecycle.h"
 #include "lifecycle_adaptor.h"
+#include "manifest_loader.h"
 #include "memory_pressure.h"
 #include "memory_pressure_adaptor.h"
+#include "monitors.h"
 #include "private_bus.h"
 #include "process_tree.h"
 #include "record.h"
@@ -61,7 +63,7 @@ int run(const RunOptions &options, int argc, char **argv)
     }
 
     const QCoreApplication core(argc, argv);
-    const Trace trace(options.verbose);
+    Trace trace(options.verbose);
     const TerminationSignals signals;
     const ProcessTree processes;
     PrivateBus bus(options.busProgram, directory.path());
@@ -87,7 +89,7 @@ int run(const RunOptions &options, int argc, char **argv)
         complain(QStringLiteral("Other terminals cannot find this stand-in: %1").arg(problem));
     qputenv("XDG_RUNTIME_DIR", runtimeDirectory);
 
-    const Applications applications(manifests.list, options.startTimeout, trace);
+    Applications applications(manifests.list, options.startTimeout, trace);
     Intents intents(applications, trace);
     new IntentsAdaptor(&intents);
     Lifecycle lifecycle(applications);
@@ -97,7 +99,9 @@ int run(const RunOptions &options, int argc, char **argv)
     Clock clock;
     Tasks tasks(manifests.list, clock, trace);
     new TasksAdaptor(&tasks);
-    Control control(applications, &memoryPressure, &clock);
+    ManifestLoader loader(options.manifests, &applications, &tasks, trace);
+    Monitors monitors(&trace);
+    Control control({record.record(), applications, tasks, &memoryPressure, &clock, &loader, &monitors});
     new ControlAdaptor(&control);
     QDBusConnection connection = Corvane::sessionBus();
     if (!connection.registerObject(Names::Intents.path(), &intents)
@@ -140,6 +144,8 @@ int run(const RunOptions &options, int argc, char **argv)
                      [&processes] { processes.reapOrphans(ChildProcess::running()); });
     reaping.start(ReapingInterval);
     tasks.startAutomatic();
+    if (options.watch)
+        loader.watch();
     QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
     const int exitCode = QCoreApplication::exec();
     const QSet<pid_t> left = processes.endAll(bus.processId(), ChildProcess::GracePeriod);

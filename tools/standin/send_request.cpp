@@ -16,7 +16,9 @@ int sendRequest(const ControlRequest &request)
     }
     const QDBusMessage reply = standIn.call(request.member, request.arguments);
     if (reply.type() != QDBusMessage::ReplyMessage) {
-        complain(reply.errorMessage());
+        const QStringList lines = reply.errorMessage().split(QLatin1Char('\n'));
+        for (const QString &line : lines)
+            complain(line);
         return EXIT_FAILURE;
     }
     const QVariantList results = reply.arguments();

@@ -4,10 +4,13 @@
 #include "complain.h"
 #include "descriptors.h"
 
+#include <Core/task_names.h>
 #include <DBus/keys.h>
 #include <DBus/names.h>
 
 #include <QtDBus/QDBusMessage>
+
+#include <algorithm>
 
 namespace Keys = Corvane::Keys;
 namespace Names = Corvane::Names;
@@ -22,16 +25,58 @@ QString noTimeLeft(const QString &name)
 } // namespace
 
 Tasks::Tasks(const QVector<Manifest> &manifests, const Clock &clock, const Trace &trace, QObject *parent)
-    : QObject(parent), m_trace(trace)
+    : QObject(parent), m_clock(clock), m_trace(trace)
 {
     Corvane::registerRecordTypes();
     for (const Manifest &manifest : manifests) {
+        for (const TaskManifest &taskManifest : manifest.tasks)
+            add(manifest.id, taskManifest);
+    }
+}
+
+BackgroundTask *Tasks::add(const QString &applicationId, const TaskManifest &manifest)
+{
+    auto *task = new BackgroundTask(applicationId, manifest, m_clock, m_trace, this);
+    connect(task, &BackgroundTask::changed, this, [this] { Q_EMIT StateChanged(states()); });
+    m_list.append(task);
+    return task;
+}
+
+void Tasks::setManifests(const QVector<Manifest> &manifests)
+{
+    QVector<BackgroundTask *> kept;
+    QVector<BackgroundTask *> added;
+    for (const Manifest &manifest : manifests) {
         for (const TaskManifest &taskManifest : manifest.tasks) {
-            auto *task = new BackgroundTask(manifest.id, taskManifest, clock, trace, this);
-            connect(task, &BackgroundTask::changed, this, [this] { Q_EMIT StateChanged(states()); });
-            m_list.append(task);
+            const QString name = Core::qualifiedTaskName(manifest.id, taskManifest.id);
+            const auto existing = std::find_if(m_list.cbegin(), m_list.cend(),
+                                               [&name](const BackgroundTask *task) { return task->name() == name; });
+            BackgroundTask *task = existing == m_list.cend() ? nullptr : *existing;
+            if (!task || task->isRemoved())
+                added.append(task = task ? task : add(manifest.id, taskManifest));
+            task->setManifest(taskManifest);
+            kept.append(task);
         }
     }
+    for (BackgroundTask *task : qAsConst(m_list)) {
+        if (!kept.contains(task))
+            task->remove();
+    }
+    Q_EMIT StateChanged(states());
+    for (BackgroundTask *task : qAsConst(added)) {
+        if (task->state() == BackgroundTask::Stopped) // else the process of an earlier manifest is running
+            startAutomatic(task);
+    }
+}
+
+QVector<BackgroundTask *> Tasks::all() const
+{
+    QVector<BackgroundTask *> list;
+    for (BackgroundTask *task : m_list) {
+        if (!task->isRemoved() || task->state() != BackgroundTask::Stopped)
+            list.append(task);
+    }
+    return list;
 }
 
 QVariantMap Tasks::GetAll() const
@@ -64,24 +109,30 @@ void Tasks::Stop(const QString &name, bool force)
 
 void Tasks::startAutomatic()
 {
-    for (BackgroundTask *task : qAsConst(m_list)) {
-        const QVariantMap properties = task->manifest().properties;
-        if (properties.value(Keys::Autostart).toBool() && !task->start({}, properties))
-            complain(noTimeLeft(task->name()));
-    }
+    for (BackgroundTask *task : qAsConst(m_list))
+        startAutomatic(task);
+}
+
+void Tasks::startAutomatic(BackgroundTask *task)
+{
+    const QVariantMap properties = task->manifest().properties;
+    if (properties.value(Keys::Autostart).toBool() && !task->start({}, properties))
+        complain(noTimeLeft(task->name()));
 }
 
 QVector<Corvane::TaskState> Tasks::states() const
 {
     QVector<Corvane::TaskState> list;
-    for (const BackgroundTask *task : m_list)
+    const auto tasks = all();
+    for (const BackgroundTask *task : tasks)
         list.append({task->manifest().id, task->state(), task->properties()});
     return list;
 }
 
 BackgroundTask *Tasks::find(const QString &name)
 {
-    for (BackgroundTask *task : qAsConst(m_list)) {
+    const auto tasks = all();
+    for (BackgroundTask *task : tasks) {
         if (task->name() == name)
             return task;
     }

@@ -21,6 +21,12 @@ public:
     /// Starts the tasks with the property "Autostart" in their manifest.
     void startAutomatic();
 
+    /// Adds the new tasks, changes the existing ones, and removes the others. Starts new tasks with "Autostart".
+    void setManifests(const QVector<Manifest> &manifests);
+
+    /// All that have a manifest or are running.
+    QVector<BackgroundTask *> all() const;
+
 Q_SIGNALS:
     void StateChanged(const QVector<Corvane::TaskState> &tasksState); ///< The adaptor sends it on the bus.
 
@@ -28,6 +34,10 @@ private:
     QVector<Corvane::TaskState> states() const;
     BackgroundTask *find(const QString &name);
 
+    BackgroundTask *add(const QString &applicationId, const TaskManifest &manifest);
+    void startAutomatic(BackgroundTask *task);
+
+    const Clock &m_clock;
     QVector<BackgroundTask *> m_list;
     const Trace &m_trace;
 };

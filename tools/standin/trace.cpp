@@ -53,7 +53,9 @@ QString described(const QDBusUnixFileDescriptor &file)
 
 void Trace::write(const QString &text) const
 {
-    if (m_on)
+    if (m_monitored)
+        Q_EMIT written(text);
+    if (m_verbose)
         QTextStream(stderr) << "corvane-standin: " << text << Qt::endl;
 }
 

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "monitors.h"
+
+#include <DBus/names.h>
+
+#include <QtCore/QDateTime>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+
+namespace Names = Corvane::Names;
+
+Monitors::Monitors(Trace *trace, QObject *parent) : QObject(parent), m_trace(trace)
+{
+    m_watcher.setConnection(QDBusConnection::sessionBus());
+    m_watcher.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+    connect(trace, &Trace::written, this, &Monitors::send);
+    connect(&m_watcher, &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString &connection) {
+        m_watcher.removeWatchedService(connection);
+        m_connections.removeAll(connection);
+        m_trace->setMonitored(!m_connections.isEmpty());
+    });
+}
+
+void Monitors::add(const QString &connection)
+{
+    if (m_connections.contains(connection))
+        return;
+    m_watcher.addWatchedService(connection);
+    m_connections.append(connection);
+    m_trace->setMonitored(true);
+}
+
+void Monitors::send(const QString &line) const
+{
+    for (const QString &connection : m_connections) {
+        QDBusMessage signal = QDBusMessage::createTargetedSignal(
+            connection, Names::StandIn.path(), QLatin1String(Names::StandIn.interface), QStringLiteral("Traced"));
+        signal << QDateTime::currentMSecsSinceEpoch() << line;
+        QDBusConnection::sessionBus().send(signal);
+    }
+}
