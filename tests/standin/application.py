@@ -95,6 +95,9 @@ class Application:
         """Kills the process."""
         os.kill(os.getpid(), 9)
 
+    def release(self, message):
+        """Never called: the process releases its name as soon as it has claimed it, see below."""
+
     def hide(self, message):
         """Never called: the process owns no name, see below."""
 
@@ -121,4 +124,8 @@ connection.register_object(f"{PATH}/IntentHandler1", INTERFACE, on_call, None, N
 if BEHAVIOUR != "hide":
     Gio.bus_own_name_on_connection(connection, os.environ["HALVIR_APP_INSTANCE_ID"], Gio.BusNameOwnerFlags.NONE,
                                    None, None)
+if BEHAVIOUR == "release":
+    connection.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ReleaseName",
+                         GLib.Variant("(s)", (os.environ["HALVIR_APP_INSTANCE_ID"],)), None,
+                         Gio.DBusCallFlags.NONE, -1, None)
 loop.run()

@@ -55,6 +55,7 @@ private Q_SLOTS:
     void stateIsAnnouncedAndApplied();
     void suspendedApplicationCanBeStopped();
     void stateNeedsARunningApplication();
+    void releasedNameIsReported();
     void monitorShowsTheTrace();
     void monitorEndsWithTheStandIn();
     void reloadAppliesManifests();
@@ -299,6 +300,18 @@ void TestCommands::stateNeedsARunningApplication()
     result = run({"set", "state", "nobody", "background"});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.errors, QString("corvane-standin: No manifest has the id \"nobody\"\n"));
+}
+
+void TestCommands::releasedNameIsReported()
+{
+    StandIn standIn(environment, {"--start-timeout=100", "--manifests", Applications});
+    QVERIFY(standIn.isReady());
+    // The process may need several calls until it has claimed its name.
+    QTRY_COMPARE(run({"start", "release"}).errors,
+                 QString("corvane-standin: release.instance1 has released its bus name, and has not claimed it again "
+                         "within 100 ms\n"));
+    QCOMPARE(run({"set", "state", "release", "background"}).errors,
+             QString("corvane-standin: release.instance1 has released its bus name\n"));
 }
 
 void TestCommands::monitorShowsTheTrace()

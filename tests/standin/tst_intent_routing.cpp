@@ -152,10 +152,10 @@ void TestIntentRouting::failuresAreReported_data()
         << "Misspell"
         << serviceError("HandlerFailed",
                         "misspell.instance1: The reply should have the signature a{sv}a{sv}, and has \"s\"");
-    QTest::newRow("no program") << "Absent"
-                                << serviceError(
-                                       "ApplicationNotRunning",
-                                       "absent.instance1 cannot be started: execve: No such file or directory");
+    QTest::newRow("no program")
+        << "Absent"
+        << serviceError("ApplicationNotRunning",
+                        "absent.instance1 cannot be started: /nonexistent/program: No such file or directory");
     QTest::newRow("ends at once") << "Exit"
                                   << serviceError("ApplicationNotRunning", "exit.instance1 has ended with exit code 3");
     QTest::newRow("descriptor in the reply")

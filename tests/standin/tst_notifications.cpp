@@ -107,7 +107,8 @@ void TestNotifications::everyExitIsAnnounced()
 void TestNotifications::programThatCannotStartIsNotAnnounced()
 {
     QCOMPARE(start("absent"),
-             QString("%1.Error.ApplicationNotRunning (s) ('absent.instance1 cannot be started: execve: No such file or "
+             QString("%1.Error.ApplicationNotRunning (s) ('absent.instance1 cannot be started: /nonexistent/program: "
+                     "No such file or "
                      "directory',)")
                  .arg(Root));
     QCOMPARE(peer.takeSignals(), QStringList());

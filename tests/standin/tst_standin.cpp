@@ -104,6 +104,10 @@ private Q_SLOTS:
     void ignoredSignalsStayIgnored();
     void leavesNoFiles();
     void traceShowsEachMessageInOneLine();
+    void traceShowsTimes();
+    void outputIsLabelled_data();
+    void outputIsLabelled();
+    void outputOfEndedApplicationsIsComplete();
     void nothingIsPrintedWithoutVerbose();
     void examplesExchangeAnIntentWithAFile();
     void exampleReportsErrors();
@@ -235,7 +239,7 @@ void TestStandIn::missingCommandIsReported()
     const Result result = standIn({"run", "--", "/nonexistent"});
     QCOMPARE(result.exitCode, 127);
     QCOMPARE(result.errors,
-             QString("corvane-standin: /nonexistent cannot be started: execve: No such file or directory\n"));
+             QString("corvane-standin: The command cannot be started: /nonexistent: No such file or directory\n"));
 }
 
 void TestStandIn::optionsEndAtTheCommand()
@@ -445,7 +449,7 @@ void TestStandIn::traceShowsEachMessageInOneLine()
     trace.replace(file.fileName(), "/tmp/file");
     QCOMPARE(trace.split('\n'),
              QString::fromUtf8(R"(
-corvane-standin: [1] InvokeIntent "OpenURI" {"uri":"file:///tmp/file"} from :N, to read: "/tmp/file" (read-only, 7 bytes)
+corvane-standin: [1] InvokeIntent "OpenURI" {"uri":"file:///tmp/file"} with the hints {"readFiles":["uri"]} from :N, to read: "/tmp/file" (read-only, 7 bytes)
 corvane-standin: viewer.instance1 started (process N)
 corvane-standin: [1] HandleIntent "OpenURI" {"uri":"file:///tmp/file"} to viewer.instance1
 corvane-standin: [1] Reply {"firstLine":"content"} from viewer.instance1
@@ -455,6 +459,67 @@ corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: 
 )")
                  .mid(1)
                  .split('\n'));
+}
+
+void TestStandIn::outputIsLabelled_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("errors");
+
+    const QString half(65536, 'x');
+    QTest::newRow("labels") << "--start-timeout=1000"
+                            << "a: out\na: \na: " + half + "\na: yy\na: no end\n"
+                            << "a.task_t: task\na: err\n";
+    QTest::newRow("raw") << "--raw"
+                         << "out\n\n" + half + "yy\nno end"
+                         << "task\nerr\n";
+}
+
+void TestStandIn::outputIsLabelled()
+{
+    QFETCH(QString, option);
+    QFETCH(QString, output);
+    QFETCH(QString, errors);
+
+    const QTemporaryDir directory;
+    QFile file(directory.filePath("a.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"id": "a", "command": ["sh", "-c", "echo out; echo; head -c 65536 /dev/zero | tr '\\0' x; echo yy; )"
+               R"(printf 'no end'; echo err >&2"], "tasks": [{"id": "t", "command": ["sh", "-c", "echo task >&2"],
+                   "properties": {"Autostart": true}}]})");
+    file.close();
+    const Result result = standIn({"run", option, "--manifests", directory.path(), "--", "sh", "-c",
+                                   "while corvane-standin status | grep -q running; do :; done; "
+                                   "corvane-standin start a 2>/dev/null"});
+    QCOMPARE(result.output, output);
+    QCOMPARE(result.errors, errors);
+}
+
+void TestStandIn::outputOfEndedApplicationsIsComplete()
+{
+    // The application writes more than a pipe can hold when it is ended.
+    const QTemporaryDir directory;
+    QFile file(directory.filePath("a.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(QString(R"({"id": "a", "command": ["true"], "tasks": [{"id": "t", "properties": {"Autostart": true},
+        "command": ["sh", "-c", "trap 'i=0; while test $i -lt 20000; do echo $i; i=$((i+1)); done; exit' TERM; : >%1/ready; while :; do sleep 0.01; done"]}]})")
+                   .arg(directory.path())
+                   .toUtf8());
+    file.close();
+    const Result result = standIn({"run", "--manifests", directory.path(), "--", "sh", "-c",
+                                   QString("while ! test -e %1/ready; do :; done").arg(directory.path())});
+    QVERIFY2(result.output.endsWith("a.task_t: 19999\n"), qUtf8Printable(result.output.right(100)));
+    QCOMPARE(result.output.count('\n'), 20000);
+}
+
+void TestStandIn::traceShowsTimes()
+{
+    const Result result = standIn({"run", StartTimeout, "--verbose", "--timestamps", "--manifests", Applications, "--",
+                                   "corvane-standin", "stop", "worker"});
+    const QRegularExpression pattern(
+        QStringLiteral("\\Acorvane-standin: \\d\\d:\\d\\d:\\d\\d\\.\\d{3} worker.task_early is to run at "));
+    QVERIFY2(pattern.match(result.errors).hasMatch(), qUtf8Printable(result.errors));
 }
 
 void TestStandIn::nothingIsPrintedWithoutVerbose()
@@ -472,8 +537,8 @@ void TestStandIn::examplesExchangeAnIntentWithAFile()
     file.write("first line\nsecond line\n");
     file.close();
     const Result result =
-        standIn({"run", StartTimeout, "--as", "launcher", "--manifests", Sources + "/examples/viewer", "--manifests",
-                 Sources + "/examples/launcher", "--", "corvane-example-launcher", file.fileName()});
+        standIn({"run", "--raw", StartTimeout, "--as", "launcher", "--manifests", Sources + "/examples/viewer",
+                 "--manifests", Sources + "/examples/launcher", "--", "corvane-example-launcher", file.fileName()});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.errors, QString());
     QVERIFY2(
@@ -519,7 +584,7 @@ void TestStandIn::monitorPrintsStatesAndLevels()
     QProcess process;
     process.setProcessEnvironment(environment());
     process.start(StandIn,
-                  {"run", StartTimeout, "--manifests", Sources + "/examples/viewer", "--manifests",
+                  {"run", "--raw", StartTimeout, "--manifests", Sources + "/examples/viewer", "--manifests",
                    Sources + "/examples/monitor", "--", "sh"});
     QString output; // only the lines of the monitor, because the viewer prints too
     const auto show = [&process, &output](const char *command, const char *expected) {
@@ -552,7 +617,7 @@ void TestStandIn::syncExchangesMessagesWithItsTask()
 {
     QProcess process;
     process.setProcessEnvironment(environment());
-    process.start(StandIn, {"run", StartTimeout, "--manifests", Sources + "/examples/sync", "--", "sh"});
+    process.start(StandIn, {"run", "--raw", StartTimeout, "--manifests", Sources + "/examples/sync", "--", "sh"});
     QString output;
     const auto waitFor = [&process, &output](const char *line) {
         const QString expected = QString::fromUtf8(line) + '\n';

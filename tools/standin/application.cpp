@@ -42,8 +42,9 @@ qint64 Application::processId() const
 void Application::setState(uint state, const std::function<void(const QString &problem)> &done)
 {
     if (m_connection.isEmpty()) {
-        done(isRunning() ? QStringLiteral("%1 has not claimed its bus name").arg(m_instanceId)
-                         : QStringLiteral("%1 is not running").arg(m_manifest.id));
+        done(!isRunning()         ? QStringLiteral("%1 is not running").arg(m_manifest.id)
+                 : m_hasBeenReady ? QStringLiteral("%1 has released its bus name").arg(m_instanceId)
+                                  : QStringLiteral("%1 has not claimed its bus name").arg(m_instanceId));
         return;
     }
     signal(SIGCONT);
@@ -155,6 +156,8 @@ void Application::start()
     auto *process = new ChildProcess(ChildProcess::Terminal::Detached, this);
     adopt(process);
     m_timer.start();
+    if (!m_trace.isRaw())
+        process->setLabel(m_manifest.id);
     process->start(m_manifest.command);
 }
 
@@ -183,8 +186,10 @@ void Application::stop(const std::function<void()> &stopped)
 
 void Application::onTimeout()
 {
-    finishWaiting(
-        QStringLiteral("%1 has not claimed its bus name within %2 ms").arg(m_instanceId).arg(m_timer.interval()));
+    const QString problem = m_hasBeenReady
+        ? QStringLiteral("%1 has released its bus name, and has not claimed it again within %2 ms")
+        : QStringLiteral("%1 has not claimed its bus name within %2 ms");
+    finishWaiting(problem.arg(m_instanceId).arg(m_timer.interval()));
 }
 
 void Application::onChildEnded(const QString &how)

@@ -168,6 +168,8 @@ void BackgroundTask::run()
         process->setInherited(socket->descriptor());
     }
     process->setProcessEnvironment(environment);
+    if (!m_trace.isRaw())
+        process->setLabel(name());
     process->setNiceness(m_description.value(Keys::Priority).toInt());
 
     connect(process, &ChildProcess::ended, this, &BackgroundTask::onEnded);

@@ -2,6 +2,7 @@
 #include "child_process.h"
 
 #include "exit_code.h"
+#include "labelled_output.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
@@ -33,7 +34,10 @@ ChildProcess::ChildProcess(Terminal terminal, QObject *parent)
     else
         setStandardInputFile(nullDevice());
 
-    connect(this, qOverload<int, ExitStatus>(&QProcess::finished), this, [this] { Q_EMIT ended(howEnded()); });
+    connect(this, qOverload<int, ExitStatus>(&QProcess::finished), this, [this] {
+        LabelledOutput::flushAll(); // before the end of the process is reported
+        Q_EMIT ended(howEnded());
+    });
     connect(this, &QProcess::errorOccurred, this, [this](ProcessError processError) {
         if (processError == FailedToStart) // finished() is not emitted then
             Q_EMIT ended(howEnded());
@@ -51,6 +55,21 @@ ChildProcess::~ChildProcess()
 }
 
 void ChildProcess::start(const QStringList &command)
+{
+    if (m_label.isEmpty()) {
+        startProcess(command);
+        return;
+    }
+    auto *output = new LabelledOutput(m_label, STDOUT_FILENO); // it deletes itself
+    auto *errors = new LabelledOutput(m_label, STDERR_FILENO);
+    m_output = output->writeEnd();
+    m_errors = errors->writeEnd();
+    startProcess(command);
+    output->closeWriteEnd();
+    errors->closeWriteEnd();
+}
+
+void ChildProcess::startProcess(const QStringList &command)
 {
     QProcess::start(command.first(), command.mid(1));
     waitForStarted(); // else messages of the process could be handled before started() is emitted
@@ -80,7 +99,8 @@ int ChildProcess::shellExitCode() const
 QString ChildProcess::howEnded() const
 {
     if (hasFailedToStart())
-        return QStringLiteral("cannot be started: %1").arg(errorString());
+        return QStringLiteral("cannot be started: %1: %2")
+            .arg(program(), errorString().section(QStringLiteral(": "), -1)); // without "execve"
     return (exitStatus() == NormalExit ? QStringLiteral("has ended with exit code %1")
                                        : QStringLiteral("was ended by signal %1"))
         .arg(exitCode());
@@ -110,6 +130,10 @@ void ChildProcess::setupChildProcess()
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != m_parentId) // the stand-in was killed before prctl()
         ::_exit(1);
+    if (m_output >= 0)
+        ::dup2(m_output, STDOUT_FILENO);
+    if (m_errors >= 0)
+        ::dup2(m_errors, STDERR_FILENO);
     if (m_inherited >= 0)
         ::fcntl(m_inherited, F_SETFD, 0);
     if (m_niceness != 0)

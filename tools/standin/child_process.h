@@ -7,8 +7,8 @@
 #include <sys/types.h>
 
 /**
- * A process that the stand-in starts. It shares the stand-in's standard output and error, and gets SIGTERM if the
- * stand-in is killed.
+ * A process that the stand-in starts. It shares the stand-in's standard output and error, unless it has a label, and
+ * gets SIGTERM if the stand-in is killed.
  */
 class ChildProcess : public QProcess
 {
@@ -30,6 +30,8 @@ public:
     /// Sends SIGTERM, and SIGKILL after the grace period. Does not block.
     void end();
 
+    /// Writes this text before each line of the output of the process. Call it before start().
+    void setLabel(const QString &label) { m_label = label; }
     /// Sets a descriptor that the process inherits under the same number; none if negative.
     void setInherited(int descriptor) { m_inherited = descriptor; }
     /// Sets the niceness of the process, as far as the permissions of this process allow it.
@@ -57,10 +59,14 @@ protected:
     void setupChildProcess() override;
 
 private:
+    void startProcess(const QStringList &command);
     QString howEnded() const;
 
     const Terminal m_terminal;
     const qint64 m_parentId;
     int m_inherited = -1;
     int m_niceness = 0;
+    QString m_label;
+    int m_output = -1; ///< its standard output; inherited if negative
+    int m_errors = -1; ///< its standard error; inherited if negative
 };

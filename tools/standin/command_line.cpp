@@ -171,6 +171,8 @@ RunOptions readRun(const QCommandLineParser &parser)
     options.applicationId = parser.value(QStringLiteral("as"));
     options.busProgram = parser.value(QStringLiteral("bus-program"));
     options.verbose = parser.isSet(QStringLiteral("verbose"));
+    options.timestamps = parser.isSet(QStringLiteral("timestamps"));
+    options.raw = parser.isSet(QStringLiteral("raw"));
     options.watch = parser.isSet(QStringLiteral("watch"));
     options.command = parser.positionalArguments();
     const QString name = parser.value(QStringLiteral("name"));
@@ -203,6 +205,8 @@ CommandLine readCommandLine(const QStringList &arguments)
         {QStringLiteral("start-timeout"), {}, QStringLiteral("MS")},
         {QStringLiteral("bus-program"), {}, QStringLiteral("PATH"), QStringLiteral("dbus-daemon")},
         QCommandLineOption(QStringLiteral("verbose")),
+        QCommandLineOption(QStringLiteral("timestamps")),
+        QCommandLineOption(QStringLiteral("raw")),
         QCommandLineOption(QStringLiteral("watch")),
         as,
     };

@@ -17,6 +17,8 @@ struct RunOptions
     QString busProgram;
     bool verbose = false;
     bool watch = false;
+    bool timestamps = false;
+    bool raw = false;
     QStringList command;
 };
 

@@ -33,6 +33,10 @@ that it has started. The normal session bus of the user is not used.
   --bus-program PATH  Run this program as the session bus, with the options of
                       dbus-daemon (default: dbus-daemon).
   --verbose           Print each routed message to standard error, one per line.
+  --timestamps        Begin these lines with the time.
+  --raw               Do not begin the lines of each application and task with
+                      its id. Without labels they write to the terminal, not
+                      to a pipe.
 
 The other commands use a running stand-in: that of the session bus if it is the
 bus of a stand-in, as for COMMAND and its children; else the one that is running

@@ -33,8 +33,8 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
     Request request{++m_lastNumber, message(), {}};
     if (m_trace.isOn())
         m_trace.write(request.number,
-                      QStringLiteral("InvokeIntent %1 %2 from %3%4")
-                          .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)),
+                      QStringLiteral("InvokeIntent %1 %2%3 from %4%5")
+                          .arg(Trace::quoted(intentName), Trace::json(message().arguments().at(2)), Trace::hints(hints),
                                m_applications.nameOf(message().service()), Trace::descriptors(hints)));
 
     if (holdsDescriptors(message().arguments().at(2))) {

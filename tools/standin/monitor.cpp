@@ -4,6 +4,7 @@
 #include "complain.h"
 #include "exit_code.h"
 #include "running_stand_in.h"
+#include "trace.h"
 
 #include <DBus/names.h>
 
@@ -18,7 +19,7 @@ void TracePrinter::print(qlonglong time, const QString &line)
 {
     QTextStream out(stdout);
     if (m_timestamps)
-        out << QDateTime::fromMSecsSinceEpoch(time).toString(QStringLiteral("HH:mm:ss.zzz ")); // local time
+        out << Trace::time(QDateTime::fromMSecsSinceEpoch(time)) << ' ';
     out << line << Qt::endl;
 }
 

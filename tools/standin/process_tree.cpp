@@ -78,7 +78,7 @@ QSet<pid_t> ProcessTree::descendants(pid_t spared) const
     return {found.cbegin(), found.cend()};
 }
 
-QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
+QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace, void (*meanwhile)()) const
 {
     const QDeadlineTimer forced(grace);
     const QDeadlineTimer givenUp(qint64(grace) * 2);
@@ -96,6 +96,7 @@ QSet<pid_t> ProcessTree::endAll(pid_t spared, int grace) const
             }
         }
         asked += left;
+        meanwhile();
         QThread::msleep(5);
     }
 }

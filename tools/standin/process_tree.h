@@ -20,8 +20,9 @@ public:
 
     /// Ends all processes but \a spared (0 for none) and its descendants, with SIGTERM and, after \a grace
     /// milliseconds, with SIGKILL. Blocks until they have ended, at most twice that time. Returns the processes that
-    /// have not ended.
-    QSet<pid_t> endAll(pid_t spared, int grace) const;
+    /// have not ended. Calls \a meanwhile from time to time.
+    QSet<pid_t> endAll(
+        pid_t spared, int grace, void (*meanwhile)() = [] {}) const;
 
 private:
     QSet<pid_t> descendants(pid_t spared = 0) const;

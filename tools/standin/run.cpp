@@ -7,6 +7,7 @@
 #include "exit_code.h"
 #include "intents.h"
 #include "intents_adaptor.h"
+#include "labelled_output.h"
 #include "lifecycle.h"
 #include "lifecycle_adaptor.h"
 #include "manifest_loader.h"
@@ -63,7 +64,7 @@ int run(const RunOptions &options, int argc, char **argv)
     }
 
     const QCoreApplication core(argc, argv);
-    Trace trace(options.verbose);
+    Trace trace({options.verbose, options.timestamps, options.raw});
     const TerminationSignals signals;
     const ProcessTree processes;
     PrivateBus bus(options.busProgram, directory.path());
@@ -126,7 +127,7 @@ int run(const RunOptions &options, int argc, char **argv)
 
     QObject::connect(&command, &ChildProcess::ended, qApp, [&command](const QString &how) {
         if (command.hasFailedToStart())
-            complain(QStringLiteral("%1 %2").arg(command.program(), how));
+            complain(QStringLiteral("The command %1").arg(how));
         QCoreApplication::exit(command.shellExitCode());
     });
     QObject::connect(&signals, &TerminationSignals::received, qApp,
@@ -148,7 +149,8 @@ int run(const RunOptions &options, int argc, char **argv)
         loader.watch();
     QTimer::singleShot(0, &command, [&command, &options] { command.start(options.command); });
     const int exitCode = QCoreApplication::exec();
-    const QSet<pid_t> left = processes.endAll(bus.processId(), ChildProcess::GracePeriod);
+    const QSet<pid_t> left = processes.endAll(bus.processId(), ChildProcess::GracePeriod, &LabelledOutput::flushAll);
+    LabelledOutput::finishAll();
     for (const pid_t id : left)
         complain(QStringLiteral("The process %1 cannot be ended").arg(id));
     processes.endAll(0, ChildProcess::GracePeriod); // the bus and its child processes, before its directory is removed

@@ -55,8 +55,13 @@ void Trace::write(const QString &text) const
 {
     if (m_monitored)
         Q_EMIT written(text);
-    if (m_verbose)
-        QTextStream(stderr) << "corvane-standin: " << text << Qt::endl;
+    if (!m_options.verbose)
+        return;
+    QTextStream out(stderr);
+    out << "corvane-standin: ";
+    if (m_options.timestamps)
+        out << time(QDateTime::currentDateTime()) << ' ';
+    out << text << Qt::endl;
 }
 
 QString Trace::quoted(const QString &text)
@@ -69,6 +74,23 @@ QString Trace::json(const QVariant &value)
 {
     const auto object = qdbus_cast<QJsonObject>(value);
     return cut(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+}
+
+QString Trace::hints(const QVariantMap &map)
+{
+    QVariantMap shown = map;
+    shown.remove(Corvane::Keys::ReadFds); // see descriptors()
+    shown.remove(Corvane::Keys::WriteFds);
+    if (shown.isEmpty())
+        return {};
+    const auto object = QJsonObject::fromVariantMap(Corvane::withoutBusTypes(shown));
+    return QStringLiteral(" with the hints ")
+        + cut(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+}
+
+QString Trace::time(const QDateTime &time)
+{
+    return time.toString(QStringLiteral("HH:mm:ss.zzz"));
 }
 
 QString Trace::descriptors(const QVariantMap &map)

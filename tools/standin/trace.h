@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <QtCore/QDateTime>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QVariant>
@@ -10,13 +11,20 @@ class Trace : public QObject
 {
     Q_OBJECT
 public:
-    /// \param verbose whether lines are written to standard error
-    explicit Trace(bool verbose) : m_verbose(verbose) { }
+    struct Options
+    {
+        bool verbose; ///< whether lines are written to standard error
+        bool timestamps; ///< whether they begin with the time
+        bool raw; ///< whether the output of applications has no labels
+    };
+    explicit Trace(const Options &options) : m_options(options) { }
+
+    bool isRaw() const { return m_options.raw; }
 
     void setMonitored(bool monitored) { m_monitored = monitored; } ///< Whether written() is used.
 
     /// Whether lines are written. Test it before you build a costly text.
-    bool isOn() const { return m_verbose || m_monitored; }
+    bool isOn() const { return m_options.verbose || m_monitored; }
 
     /// Writes a line, with or without the number of a request.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }
@@ -26,6 +34,10 @@ public:
     static QString quoted(const QString &text);
     /// Returns a value from the bus (a{sv}) as JSON.
     static QString json(const QVariant &value);
+    /// Describes hints: ` with the hints {"readFiles":["uri"]}`. Empty without hints; file descriptors are omitted.
+    static QString hints(const QVariantMap &map);
+    /// Returns a time in the format of the trace: "23:59:59.999", in local time.
+    static QString time(const QDateTime &time);
     /// Describes the file descriptors at "readFds" and "writeFds": `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
     static QString descriptors(const QVariantMap &map);
 
@@ -33,6 +45,6 @@ Q_SIGNALS:
     void written(const QString &line) const; ///< Emitted if the trace is monitored.
 
 private:
-    const bool m_verbose;
+    const Options m_options;
     bool m_monitored = false;
 };
