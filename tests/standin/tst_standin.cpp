@@ -80,6 +80,7 @@ class TestStandIn : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void helpAndVersionAreShown();
+    void manualContainsTheHelp();
     void wrongCommandLinesAreRefused_data();
     void wrongCommandLinesAreRefused();
     void wrongManifestsAreRefused();
@@ -103,6 +104,8 @@ private Q_SLOTS:
     void orphanedProcessesAreReaped();
     void ignoredSignalsStayIgnored();
     void leavesNoFiles();
+    void missingTemporaryDirectoryIsReported();
+    void readOnlyTemporaryDirectoryIsReplaced();
     void traceShowsEachMessageInOneLine();
     void traceShowsTimes();
     void outputIsLabelled_data();
@@ -127,6 +130,20 @@ void TestStandIn::helpAndVersionAreShown()
     const Result version = standIn({"--version"});
     QCOMPARE(version.exitCode, 0);
     QCOMPARE(version.output, QString("corvane-standin " CORVANE_VERSION "\n"));
+}
+
+void TestStandIn::manualContainsTheHelp()
+{
+    QProcess mandoc;
+    mandoc.start("mandoc", {"-T", "ascii", "-O", "width=200", CORVANE_STANDIN_MANUAL});
+    QVERIFY(mandoc.waitForFinished(Patience));
+    QStringList manual = QString::fromUtf8(mandoc.readAllStandardOutput()).split('\n');
+    for (QString &line : manual)
+        line = line.simplified();
+    const QStringList help = standIn({"--help"}).output.remove("Usage: ").split('\n');
+    QVERIFY(help.size() > 80);
+    for (const QString &line : help)
+        QVERIFY2(manual.contains(line.simplified()), qUtf8Printable(line));
 }
 
 void TestStandIn::wrongCommandLinesAreRefused_data()
@@ -432,6 +449,39 @@ void TestStandIn::leavesNoFiles()
     const Result result = standIn(shell("ls -A \"$TMPDIR\" | wc -l"), values);
     QCOMPARE(result.output, QString("1\n"));
     QCOMPARE(QDir(values.value("TMPDIR")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 0);
+}
+
+void TestStandIn::missingTemporaryDirectoryIsReported()
+{
+    QProcessEnvironment values = environment();
+    values.insert("TMPDIR", "/nonexistent");
+    const Result result = standIn(shell("echo ran"), values);
+    QCOMPARE(result.exitCode, 69);
+    QCOMPARE(result.output, QString());
+    QCOMPARE(result.errors, QString("corvane-standin: TMPDIR names no directory: /nonexistent\n"));
+}
+
+void TestStandIn::readOnlyTemporaryDirectoryIsReplaced()
+{
+    const QString readOnly = "mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp && ";
+    QProcess probe;
+    probe.start("unshare", {"-m", "sh", "-c", readOnly + "true"});
+    if (!probe.waitForFinished(Patience) || probe.exitCode() != 0)
+        QSKIP("Only root can mount");
+    QProcess process;
+    QProcessEnvironment values = environment();
+    values.remove("XDG_RUNTIME_DIR");
+    process.setProcessEnvironment(values);
+    const QString script = readOnly
+        + "\"$0\" run \"$1\" echo ran; mount -t tmpfs none /mnt && TMPDIR=/mnt \"$0\" run \"$1\" sh -c "
+          "'cd /; unset DBUS_SESSION_BUS_ADDRESS XDG_RUNTIME_DIR; corvane-standin exec echo found'; ls -A /mnt";
+    process.start("unshare", {"-m", "sh", "-c", script, StandIn, BusProgram});
+    QVERIFY(process.waitForFinished(Patience));
+    QCOMPARE(process.readAllStandardOutput(), QByteArray("found\n"));
+    QCOMPARE(
+        process.readAllStandardError(),
+        QByteArray("corvane-standin: No directory can be created in /tmp: Read-only file system; set TMPDIR to one "
+                   "that can be written\n"));
 }
 
 void TestStandIn::traceShowsEachMessageInOneLine()

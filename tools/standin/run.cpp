@@ -49,9 +49,15 @@ int run(const RunOptions &options, int argc, char **argv)
     if (!manifests.errors.isEmpty())
         return ExitCode::Manifest;
 
+    // Qt would use the root directory or the working directory then.
+    if (QDir::tempPath().isEmpty()) {
+        complain(QStringLiteral("TMPDIR names no directory: %1").arg(qEnvironmentVariable("TMPDIR")));
+        return ExitCode::Bus;
+    }
     QTemporaryDir directory;
     if (!directory.isValid()) {
-        complain(directory.errorString());
+        complain(QStringLiteral("No directory can be created in %1: %2; set TMPDIR to one that can be written")
+                     .arg(QDir::tempPath(), directory.errorString()));
         return ExitCode::Bus;
     }
     const pid_t original = ::getpid(); // the process that the shell has started
