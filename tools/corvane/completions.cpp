@@ -45,9 +45,9 @@ COMMANDS    *) return ;;
             if [[ -n ${values[${COMP_WORDS[i]}]} ]]; then
                 kind=${values[${COMP_WORDS[i]}]}
                 ((++i))
-                [[ ${COMP_WORDS[i]} == '=' ]] && ((++i < COMP_CWORD)) && continue
-                if ((i < COMP_CWORD)); then kind=''; fi
-                [[ ${COMP_WORDS[COMP_CWORD]} == '=' ]] && current=''
+                [[ ${COMP_WORDS[i]} == '=' ]] && ((i < COMP_CWORD)) && ((++i))
+                ((i < COMP_CWORD)) && kind=''
+                [[ $current == '=' ]] && current=''
             fi
             ;;
         *) ((++index)) ;;
@@ -73,9 +73,10 @@ complete -F _corvane corvane
 const char ZshTemplate[] = R"--(#compdef corvane
 
 _corvane_list() {
+    # _arguments inserts options of compadd before the kind.
     local -a ids
-    ids=(${(f)"$(corvane-standin list $1 2>/dev/null)"})
-    compadd -a ids
+    ids=(${(f)"$(corvane-standin list $@[-1] 2>/dev/null)"})
+    compadd "${@[1,-2]}" -a ids
 }
 
 # Completes the program and its arguments after "--".
