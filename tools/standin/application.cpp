@@ -19,7 +19,7 @@ const int LongestPing = 2000; // milliseconds
 } // namespace
 
 Application::Application(const Manifest &manifest, int startTimeout, const Trace &trace, QObject *parent)
-    : QObject(parent), m_manifest(manifest), m_trace(trace), m_state(Corvane::StoppedState)
+    : QObject(parent), m_manifest(manifest), m_trace(trace)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(startTimeout);

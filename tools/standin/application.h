@@ -6,6 +6,8 @@
 #include "manifest.h"
 #include "trace.h"
 
+#include <Corvane/lifecycle.h>
+
 #include <QtCore/QPointer>
 #include <QtCore/QTimer>
 #include <QtDBus/QDBusServiceWatcher>
@@ -86,7 +88,7 @@ private:
     int m_instances = 0;
     QString m_instanceId;
     QString m_connection;
-    uint m_state;
+    uint m_state = Corvane::StoppedState;
     bool m_hasBeenReady = false;
     QPointer<ChildProcess> m_process;
     QPointer<JoinedProcess> m_joined; ///< the process if m_process is null
