@@ -13,11 +13,11 @@ Monitors::Monitors(Trace *trace, QObject *parent) : QObject(parent), m_trace(tra
 {
     m_watcher.setConnection(QDBusConnection::sessionBus());
     m_watcher.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
-    connect(trace, &Trace::written, this, &Monitors::send);
     connect(&m_watcher, &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString &connection) {
         m_watcher.removeWatchedService(connection);
         m_connections.removeAll(connection);
-        m_trace->setMonitored(!m_connections.isEmpty());
+        if (m_connections.isEmpty())
+            m_trace->setListener({});
     });
 }
 
@@ -27,7 +27,7 @@ void Monitors::add(const QString &connection)
         return;
     m_watcher.addWatchedService(connection);
     m_connections.append(connection);
-    m_trace->setMonitored(true);
+    m_trace->setListener([this](const QString &line) { send(line); });
 }
 
 void Monitors::send(const QString &line) const

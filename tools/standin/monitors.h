@@ -12,6 +12,7 @@ class Monitors : public QObject
     Q_OBJECT
 public:
     explicit Monitors(Trace *trace, QObject *parent = nullptr);
+    ~Monitors() override { m_trace->setListener({}); }
 
     /// \param connection a unique bus name; it is removed when it disconnects
     void add(const QString &connection);

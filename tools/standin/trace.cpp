@@ -53,8 +53,8 @@ QString described(const QDBusUnixFileDescriptor &file)
 
 void Trace::write(const QString &text) const
 {
-    if (m_monitored)
-        Q_EMIT written(text);
+    if (m_listener)
+        m_listener(text);
     if (!m_options.verbose)
         return;
     QTextStream out(stderr);

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <QtCore/QDateTime>
-#include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
+#include <functional>
+
 /// The output of --verbose, and of "corvane-standin monitor": one line per message, with the number of its request.
-class Trace : public QObject
+class Trace
 {
-    Q_OBJECT
 public:
     struct Options
     {
@@ -21,10 +21,11 @@ public:
 
     bool isRaw() const { return m_options.raw; }
 
-    void setMonitored(bool monitored) { m_monitored = monitored; } ///< Whether written() is used.
+    /// Calls \a listener with each line; an empty function ends that.
+    void setListener(const std::function<void(const QString &line)> &listener) { m_listener = listener; }
 
     /// Whether lines are written. Test it before you build a costly text.
-    bool isOn() const { return m_options.verbose || m_monitored; }
+    bool isOn() const { return m_options.verbose || m_listener; }
 
     /// Writes a line, with or without the number of a request.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }
@@ -41,10 +42,7 @@ public:
     /// Describes the file descriptors at "readFds" and "writeFds": `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
     static QString descriptors(const QVariantMap &map);
 
-Q_SIGNALS:
-    void written(const QString &line) const; ///< Emitted if the trace is monitored.
-
 private:
     const Options m_options;
-    bool m_monitored = false;
+    std::function<void(const QString &line)> m_listener;
 };
