@@ -53,8 +53,8 @@ int showStatus(const StatusOptions &options)
         out << QString::fromUtf8(QJsonDocument(status).toJson());
     else if (options.format == StatusOptions::Text)
         out << Status::text(status);
-    else
-        for (const QString &id : ids(status, options.format))
-            out << id << '\n';
+    const QStringList list = isList ? ids(status, options.format) : QStringList();
+    for (const QString &id : list)
+        out << id << '\n';
     return EXIT_SUCCESS;
 }
