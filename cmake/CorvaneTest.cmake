@@ -67,7 +67,7 @@ function(corvane_add_test name)
         set(valgrind valgrind --quiet --error-exitcode=99 --vgdb=no
             --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite
             --suppressions=${PROJECT_SOURCE_DIR}/tests/support/valgrind.supp --child-silent-after-fork=yes
-            --trace-children=yes --trace-children-skip=*/dbus-daemon,*/env,*/python3*,*/sh,*/systemd-analyze)
+            --trace-children=yes --trace-children-skip=*/bash,*/dbus-daemon,*/env,*/mandoc,*/python3*,*/script,*/sh,*/systemd-analyze,*/zsh)
         add_test(NAME valgrind_${name} ${configurations}
             COMMAND ${bus} ${valgrind} ${run} $<TARGET_FILE:${name}>)
         set_tests_properties(valgrind_${name} PROPERTIES

@@ -262,8 +262,9 @@ void TestProgram::taskIsControlled()
     QCOMPARE(start.errors, QString());
     QCOMPARE(start.output, QString("The service has accepted the request.\n"));
     QCOMPARE(start.exitCode, 0);
-    QTRY_VERIFY(corvane({"task", "status", "linger"}).output.startsWith("linger Running\n  "));
-    const QJsonObject status = fromJson(corvane({"task", "status", "linger", "--json"}).output.toUtf8()).toObject();
+    QTRY_VERIFY(corvane({"task", "status", "linger", "--timeout", "1000"}).output.startsWith("linger Running\n  "));
+    const QJsonObject status =
+        fromJson(corvane({"task", "status", "linger", "--timeout", "1000", "--json"}).output.toUtf8()).toObject();
     QCOMPARE(status.keys(), QStringList({"properties", "state", "task"}));
     QCOMPARE(status.value("state").toString(), QString("Running"));
     QVERIFY(!status.value("properties").toObject().isEmpty());
@@ -271,7 +272,7 @@ void TestProgram::taskIsControlled()
     const Result stop = corvane({"task", "stop", "linger", "--force", "--json"}); // HALVIR_APP_ID is tester
     QCOMPARE(stop.output, QString("{\"application\":\"tester\",\"task\":\"linger\"}\n"));
     QCOMPARE(stop.exitCode, 0);
-    QTRY_VERIFY(corvane({"task", "status", "linger"}).output.startsWith("linger Stopped\n"));
+    QTRY_VERIFY(corvane({"task", "status", "linger", "--timeout", "1000"}).output.startsWith("linger Stopped\n"));
 }
 
 void TestProgram::missingTaskIsReported()

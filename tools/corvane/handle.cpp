@@ -77,15 +77,15 @@ int Handler::run()
                                             "-- corvane handle ..., or: corvane-standin exec --as ID -- corvane "
                                             "handle ...")});
     m_dispatcher->registerIntentHandler(m_intentName, [this](const IncomingIntent &intent) { start(intent); });
+    const Corvane::ServiceMonitor monitor; // has its reply when startService() returns
     if (const Error error = m_dispatcher->startService())
         return Output::fail(Session::explained(error));
-
-    const Corvane::ServiceMonitor monitor;
     QObject::connect(&monitor, &Corvane::ServiceMonitor::availableChanged, &monitor, [this](bool available) {
         // The process still owns its name, unless the bus is lost.
         if (!available && m_dispatcher->startService())
             QCoreApplication::exit(Output::fail({Error::Failed, QStringLiteral("The session bus has ended")}));
     });
+
     Session::onTermination([this] { end(); });
     Output::printLine(QStringLiteral("Handling %1 as %2").arg(Output::strong(m_intentName), instance),
                       {{QStringLiteral("handling"), m_intentName}, {QStringLiteral("instance"), instance}});

@@ -31,6 +31,9 @@ int Watch::run(const QString &subject)
     QObject::connect(&m_monitor, &Corvane::ServiceMonitor::availableChanged, &m_monitor,
                      [this](bool available) { onAvailableChanged(available); });
     Session::onTermination([] { QCoreApplication::quit(); });
+    // Blocks until the bus has replied to all earlier calls. Then the monitor knows the service, and notices its loss.
+    if (const Error error = Session::busError())
+        return Output::fail(error);
     Output::printNote(QStringLiteral("Watching %1. Ctrl-C ends.").arg(subject));
     return QCoreApplication::exec();
 }
