@@ -236,7 +236,9 @@ void TestProgram::handlerEndsAfterItsCommands()
     QCOMPARE(handler.nextLine(QProcess::StandardError), QString("started"));
     handler.terminate();
     QVERIFY(QFile(directory.filePath("go")).open(QIODevice::WriteOnly));
-    QCOMPARE(finished(handler).exitCode, 0);
+    const Result end = finished(handler);
+    QCOMPARE(end.errors, QString());
+    QCOMPARE(end.exitCode, 0);
     const Result result = finished(invoker);
     QCOMPARE(result.output, QString("{\"a\":1}\n"));
     QCOMPARE(result.exitCode, 0);

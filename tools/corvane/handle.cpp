@@ -11,7 +11,6 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QProcess>
-#include <QtCore/QTimer>
 
 using Corvane::Error;
 using Corvane::IncomingIntent;
@@ -37,9 +36,8 @@ public:
     int run();
 
 private:
-    struct Run
+    struct Run : QProcess
     {
-        QProcess process;
         QByteArray errors; ///< The end of its standard error.
     };
 
@@ -61,9 +59,9 @@ Handler::~Handler()
 {
     // The bus is lost if commands are still running.
     for (Run *run : qAsConst(m_runs)) {
-        run->process.disconnect();
-        run->process.kill();
-        run->process.waitForFinished();
+        run->disconnect();
+        run->kill();
+        run->waitForFinished();
         delete run;
     }
 }
@@ -101,28 +99,27 @@ void Handler::start(const IncomingIntent &intent)
 {
     auto *run = new Run;
     m_runs.append(run);
-    QProcess *process = &run->process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("CORVANE_INTENT"), intent.intentName());
-    process->setProcessEnvironment(environment);
-    QObject::connect(process, &QProcess::readyReadStandardError, process, [this, run] { readErrors(run); });
-    QObject::connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), process,
+    run->setProcessEnvironment(environment);
+    QObject::connect(run, &QProcess::readyReadStandardError, run, [this, run] { readErrors(run); });
+    QObject::connect(run, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), run,
                      [this, intent, run] { finish(intent, run); });
     QObject::connect(
-        process, &QProcess::errorOccurred, process,
+        run, &QProcess::errorOccurred, run,
         [this, intent, run](QProcess::ProcessError error) {
             if (error == QProcess::FailedToStart)
                 finish(intent, run);
         },
         Qt::QueuedConnection); // start() may emit the signal
-    process->start(m_command.first(), m_command.mid(1));
-    process->write(QJsonDocument(intent.params()).toJson(QJsonDocument::Compact) + '\n');
-    process->closeWriteChannel();
+    run->start(m_command.first(), m_command.mid(1));
+    run->write(QJsonDocument(intent.params()).toJson(QJsonDocument::Compact) + '\n');
+    run->closeWriteChannel();
 }
 
 void Handler::readErrors(Run *run) const
 {
-    const QByteArray text = run->process.readAllStandardError();
+    const QByteArray text = run->readAllStandardError();
     Output::forwardErrors(text);
     run->errors = (run->errors + text).right(MaxErrors);
 }
@@ -132,28 +129,25 @@ void Handler::finish(const IncomingIntent &intent, Run *run)
     readErrors(run);
     answer(intent, run);
     m_runs.removeOne(run);
-    run->process.disconnect();
-    QTimer::singleShot(0, QCoreApplication::instance(), [run] { delete run; }); // now, one of its slots is running
+    run->deleteLater();
     if (m_isEnding && m_runs.isEmpty())
         QCoreApplication::quit();
 }
 
 void Handler::answer(const IncomingIntent &intent, Run *run) const
 {
-    const QProcess &process = run->process;
     const QString &program = m_command.first();
-    if (process.error() == QProcess::FailedToStart)
-        return fail(intent, QStringLiteral("%1 cannot be started: %2").arg(program, process.errorString()));
-    if (process.exitStatus() != QProcess::NormalExit)
+    if (run->error() == QProcess::FailedToStart)
+        return fail(intent, QStringLiteral("%1 cannot be started: %2").arg(program, run->errorString()));
+    if (run->exitStatus() != QProcess::NormalExit)
         return fail(intent, QStringLiteral("%1 was ended by a signal").arg(program));
-    if (process.exitCode() != 0) {
+    if (run->exitCode() != 0) {
         const QString line = lastLine(run->errors);
         return fail(intent,
-                    line.isEmpty()
-                        ? QStringLiteral("%1 has ended with exit code %2").arg(program).arg(process.exitCode())
-                        : line);
+                    line.isEmpty() ? QStringLiteral("%1 has ended with exit code %2").arg(program).arg(run->exitCode())
+                                   : line);
     }
-    const QByteArray output = run->process.readAllStandardOutput();
+    const QByteArray output = run->readAllStandardOutput();
     QJsonObject reply;
     if (!output.trimmed().isEmpty()) {
         if (const Error error = readObject(output, QStringLiteral("The output of ") + program, &reply))
@@ -181,7 +175,7 @@ void Handler::end()
 {
     if (m_isEnding) {
         for (Run *run : qAsConst(m_runs))
-            run->process.kill();
+            run->kill();
         return;
     }
     m_isEnding = true;
