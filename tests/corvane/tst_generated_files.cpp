@@ -63,8 +63,8 @@ void TestGeneratedFiles::manualPageHasNoWarnings()
 
 void TestGeneratedFiles::filesNameEachOption()
 {
-    const QString page =
-        run("mandoc", {"-T", "ascii", Files + "/man/corvane.1"}).output.remove(QRegularExpression(".\b"));
+    static const QRegularExpression overstrike(QStringLiteral(".\b"));
+    const QString page = run("mandoc", {"-T", "ascii", Files + "/man/corvane.1"}).output.remove(overstrike);
     QString bash = run("cat", {Files + "/bash/corvane"}).output;
     QString zsh = run("cat", {Files + "/zsh/_corvane"}).output;
     static const QRegularExpression option(QStringLiteral("^  (--[a-z-]+)"), QRegularExpression::MultilineOption);
