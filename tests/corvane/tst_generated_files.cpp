@@ -41,7 +41,7 @@ void TestGeneratedFiles::initTestCase()
                   "case $2 in\n"
                   "applications) echo viewer; echo launcher;;\n"
                   "intents) echo OpenURI; echo Open;;\n"
-                  "tasks) echo fetch; echo 'two words';;\n"
+                  "tasks) echo sync.task_fetch; echo 'sync.task_two words';;\n"
                   "esac\n");
     QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
     program.close();

@@ -62,8 +62,10 @@ COMMANDS    *) return ;;
     file) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     programs) mapfile -t COMPREPLY < <(compgen -c -- "$current") ;;
     applications | intents | tasks)
-        local IFS=$'\n'
-        mapfile -t COMPREPLY < <(compgen -W "$(corvane-standin list "$kind" 2>/dev/null)" -- "$current")
+        local IFS=$'\n' ids
+        ids=$(corvane-standin list "$kind" 2>/dev/null)
+        [[ $kind == tasks ]] && ids=$(sed 's/.*\.task_//' <<<"$ids") # without the application
+        mapfile -t COMPREPLY < <(compgen -W "$ids" -- "$current")
         ;;
     esac
 }
@@ -76,6 +78,7 @@ _corvane_list() {
     # _arguments inserts options of compadd before the kind.
     local -a ids
     ids=(${(f)"$(corvane-standin list $@[-1] 2>/dev/null)"})
+    [[ $@[-1] == tasks ]] && ids=(${ids##*.task_}) # without the application
     compadd "${@[1,-2]}" -a ids
 }
 
