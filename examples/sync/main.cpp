@@ -38,7 +38,7 @@ int main(int argc, char **argv)
         });
         channel->sendMessage({{QStringLiteral("fetch"), QStringLiteral("news")}});
     };
-    QObject::connect(&task, &Task::stateChanged, &task, [&task, talk](Task::State state) {
+    QObject::connect(&task, &Task::stateChanged, &task, [talk](Task::State state) {
         say("the task is", state);
         if (state == Task::Running)
             talk();

@@ -187,7 +187,7 @@ void TestNotifications::interfacesAgreeWithTheirDocumentation_data()
     QTest::newRow("memory pressure") << "MemoryPressure1"
                                      << QStringList({"method Subscribe()", "property Level: i read()"});
     QTest::newRow("control") << "StandIn1"
-                             << QStringList({"method GetStatus(out a{sv} status)", "method SetMemoryLevel(in i level)",
+                             << QStringList({"method GetStatus(out s status)", "method SetMemoryLevel(in i level)",
                                              "method FollowMemoryPressure()",
                                              "method MoveClock(in x milliseconds, out s now)",
                                              "method MoveClockTo(in s time, out s now)", "method ReloadManifests()",

@@ -7,6 +7,8 @@
 #include <DBus/names.h>
 #include <DBus/pending_call.h>
 
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusConnectionInterface>
 #include <QtDBus/QDBusPendingReply>
@@ -21,17 +23,18 @@ const qlonglong LongestMove = 100LL * 366 * 86400 * 1000; // milliseconds
 
 Control::Control(const Subjects &subjects, QObject *parent) : QObject(parent), m_subjects(subjects) { }
 
-QVariantMap Control::GetStatus() const
+QString Control::GetStatus() const
 {
     const StandInRecord &record = m_subjects.record;
-    return {{QStringLiteral("name"), record.name},
-            {QStringLiteral("processId"), int(record.processId)},
-            {QStringLiteral("directory"), record.directory},
-            {QStringLiteral("busAddress"), record.busAddress},
-            {QStringLiteral("now"), m_subjects.clock->now().toString(Qt::ISODate)},
-            {QStringLiteral("memoryLevel"), m_subjects.memoryPressure->level()},
-            {QStringLiteral("applications"), Status::ofApplications(m_subjects.applications)},
-            {QStringLiteral("tasks"), Status::ofTasks(m_subjects.tasks)}};
+    const QVariantMap status{{QStringLiteral("name"), record.name},
+                             {QStringLiteral("processId"), int(record.processId)},
+                             {QStringLiteral("directory"), record.directory},
+                             {QStringLiteral("busAddress"), record.busAddress},
+                             {QStringLiteral("now"), m_subjects.clock->now().toString(Qt::ISODate)},
+                             {QStringLiteral("memoryLevel"), m_subjects.memoryPressure->level()},
+                             {QStringLiteral("applications"), Status::ofApplications(m_subjects.applications)},
+                             {QStringLiteral("tasks"), Status::ofTasks(m_subjects.tasks)}};
+    return QString::fromUtf8(QJsonDocument(QJsonObject::fromVariantMap(status)).toJson(QJsonDocument::Compact));
 }
 
 void Control::SetMemoryLevel(int level)

@@ -30,7 +30,7 @@ public:
     };
     explicit Control(const Subjects &subjects, QObject *parent = nullptr);
 
-    QVariantMap GetStatus() const;
+    QString GetStatus() const;
     void SetMemoryLevel(int level);
     void FollowMemoryPressure();
     QString MoveClock(qlonglong milliseconds);

@@ -6,8 +6,7 @@
 #include "running_stand_in.h"
 #include "status.h"
 
-#include <DBus/types.h>
-
+#include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
 #include <cstdlib>
@@ -46,7 +45,8 @@ int showStatus(const StatusOptions &options)
         complain(reply.errorMessage());
         return EXIT_FAILURE;
     }
-    const auto status = qdbus_cast<QJsonObject>(reply.arguments().value(0));
+    const QByteArray json = reply.arguments().value(0).toString().toUtf8();
+    const QJsonObject status = QJsonDocument::fromJson(json).object();
     QTextStream out(stdout);
     out.setCodec("UTF-8");
     if (options.format == StatusOptions::Json)
