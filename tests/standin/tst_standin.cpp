@@ -389,7 +389,7 @@ void TestStandIn::killedStandInLeavesNothing()
         const QStringList words = QString::fromUtf8(process.readLine()).simplified().split(' ');
         ids.insert(words.first(), words.value(1).toInt());
     }
-    QVERIFY2(ids.size() >= 10, qPrintable(QStringList(ids.keys()).join(' '))); // the bus is a child, too
+    QVERIFY2(ids.size() >= 10, qPrintable(QString::number(ids.size()))); // the bus is a child, too
     QCOMPARE(ids.value("original"), pid_t(process.processId()));
     ids.remove("end");
     for (const QString &name : killed)

@@ -7,7 +7,12 @@
 namespace {
 
 MessageLog *current = nullptr;
-QMutex mutex; // threads log too
+
+QMutex &mutex() // threads log too
+{
+    static QMutex mutex;
+    return mutex;
+}
 
 } // namespace
 
@@ -28,7 +33,7 @@ MessageLog::~MessageLog()
 
 QStringList MessageLog::takeWarnings()
 {
-    const QMutexLocker locker(&mutex);
+    const QMutexLocker locker(&mutex());
     QStringList warnings;
     warnings.swap(m_warnings);
     return warnings;
@@ -37,7 +42,7 @@ QStringList MessageLog::takeWarnings()
 void MessageLog::handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     if (type == QtWarningMsg) {
-        const QMutexLocker locker(&mutex);
+        const QMutexLocker locker(&mutex());
         current->m_warnings.append(text);
         current->m_lastFunction = QString::fromUtf8(context.function);
     } else if (current->m_previousHandler) {

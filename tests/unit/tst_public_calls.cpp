@@ -247,7 +247,7 @@ void callRuntimeDispatcher(RuntimeDispatcher *dispatcher)
     dispatcher->registerIntentHandler("X", [](const IncomingIntent &intent) {
         intent.setOutputFiles({});
         intent.setOutputFiles({"file"}, {"list[*]"});
-        QTimer::singleShot(0, [intent] { intent.fail("text"); });
+        QTimer::singleShot(0, qApp, [intent] { intent.fail("text"); });
     });
     dispatcher->unregisterIntent("X");
     dispatcher->unregisterIntent({});
