@@ -3,6 +3,7 @@
 
 #include "table.h"
 
+#include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 
 #include <cstdio>
@@ -114,6 +115,12 @@ int failUsage(const QString &message, const QString &command)
 QString strong(const QString &text)
 {
     return styled(text, "1", STDOUT_FILENO);
+}
+
+QString jsonText(const QJsonValue &value)
+{
+    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(array.mid(1, array.size() - 2));
 }
 
 } // namespace Output

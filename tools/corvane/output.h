@@ -5,6 +5,7 @@
 
 #include <QtCore/QDebug>
 #include <QtCore/QJsonObject>
+#include <QtCore/QJsonValue>
 #include <QtCore/QString>
 
 /// Prints results and failures in UTF-8, as text or as JSON. JSON has no colours and no line breaks.
@@ -31,6 +32,9 @@ int failUsage(const QString &message, const QString &command);
 
 /// Returns the text in bold type if standard output is a terminal that may have colours.
 QString strong(const QString &text);
+
+/// Returns the value as JSON, in one line.
+QString jsonText(const QJsonValue &value);
 
 /// Returns the enumerator as the library prints it, without its scope: "HandlerNotFound", "MemoryLevel(150)".
 template<typename Enumeration>

@@ -8,8 +8,6 @@
 #include <Corvane/task.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
 #include <QtCore/QTimer>
 
 using Corvane::Error;
@@ -111,8 +109,7 @@ QJsonObject description(const Task &task)
 
 QString text(const QJsonValue &value)
 {
-    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return value.isString() ? value.toString() : QString::fromUtf8(array.mid(1, array.size() - 2));
+    return value.isString() ? value.toString() : Output::jsonText(value);
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "travel.h"
 
+#include "output.h"
+
 #include <Corvane/intent_uri.h>
 
 #include <QtCore/QJsonArray>
@@ -17,18 +19,12 @@ namespace {
 
 constexpr int MaxContainers = 63;
 
-QString jsonText(const QString &text)
-{
-    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(array.mid(1, array.size() - 2));
-}
-
 QString pathOf(const QString &parent, const QString &key)
 {
     const bool isPlain = !key.isEmpty() && key != QLatin1String("*") && !key.contains(QLatin1Char('.'))
         && !key.contains(QLatin1Char('['));
     if (!isPlain)
-        return QStringLiteral("%1[%2]").arg(parent, jsonText(key));
+        return QStringLiteral("%1[%2]").arg(parent, Output::jsonText(key));
     return parent.isEmpty() ? key : parent + QLatin1Char('.') + key;
 }
 
