@@ -4,6 +4,7 @@
 #include <Core/json_array.h>
 #include <Core/json_path.h>
 #include <DBus/keys.h>
+#include <DBus/message_meter.h>
 
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
@@ -182,6 +183,21 @@ QString FileSharing::openFiles(const QJsonObject &source, QVariantMap &map)
         return {};
     const Failure &failure = failures.constFirst();
     return QStringLiteral("Cannot open the file \"%1\": %2").arg(failure.name, qt_error_string(failure.errorNumber));
+}
+
+QString FileSharing::addTo(MessageMeter &meter, const QJsonObject &source, QVariantMap &map, Mode mode)
+{
+    MessageMeter withoutFiles = meter;
+    withoutFiles.add(map);
+    QString problem = withoutFiles.problem();
+    if (!problem.isEmpty())
+        return problem;
+    if (mode == Required)
+        problem = openFiles(source, map);
+    else
+        exportFiles(source, map);
+    meter.add(map);
+    return problem.isEmpty() ? meter.problem() : problem;
 }
 
 } // namespace Corvane

@@ -7,6 +7,8 @@
 
 namespace Corvane {
 
+class MessageMeter;
+
 /**
  * The files of an intent or of a reply.
  *
@@ -41,6 +43,14 @@ public:
     /// Does the same, except that it stops at the first file that cannot be opened, and logs nothing. Returns a
     /// sentence with the name of that file and the reason; an empty text if all files are open.
     static QString openFiles(const QJsonObject &source, QVariantMap &map);
+
+    enum Mode {
+        Optional, ///< exportFiles(): the message is sent without the files that cannot be opened.
+        Required, ///< openFiles(): the message is not sent if a file cannot be opened.
+    };
+    /// Opens the files, and adds \a map to the message that \a meter measures. Opens no file if the message is over the
+    /// limits without file descriptors. Returns the reason why the message cannot be sent; an empty text if it can.
+    static QString addTo(MessageMeter &meter, const QJsonObject &source, QVariantMap &map, Mode mode);
 };
 
 } // namespace Corvane

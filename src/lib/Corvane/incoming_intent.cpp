@@ -54,7 +54,7 @@ std::shared_ptr<IncomingIntentPrivate> IncomingIntentPrivate::create(const QStri
 
 void IncomingIntentPrivate::reply(const QJsonObject &result)
 {
-    m_call.reply(result, m_files, ReceivedCall::Files::Required, handlerFailed());
+    m_call.reply(result, m_files, FileSharing::Required, handlerFailed());
 }
 
 void IncomingIntentPrivate::fail(const QString &text)

@@ -4,7 +4,6 @@
 
 #include "file_sharing.h"
 #include "intent_request_p.h"
-#include "intent_uri.h"
 
 #include <Core/intent_uri.h>
 #include <DBus/message_meter.h>
@@ -70,24 +69,11 @@ IntentsInvokerPrivate::Call IntentsInvokerPrivate::prepare(const QString &intent
     meter.add(omissions);
     meter.add(intentName);
     meter.add(body);
-    MessageMeter withoutFiles = meter; // checked before any file is opened
-    withoutFiles.add(map);
-    call.problem = withoutFiles.problem();
-    if (!call.problem.isEmpty())
-        return call;
-
     FileSharing::setUriHint(intentName, params, map);
-    if (kind == Request)
-        call.problem = FileSharing::openFiles(params, map);
-    else
-        FileSharing::exportFiles(params, map);
-    if (!call.problem.isEmpty())
-        return call;
-
-    meter.add(map);
-    call.problem = meter.problem();
-    call.size = {meter.bytes(), meter.descriptors()};
+    call.problem =
+        FileSharing::addTo(meter, params, map, kind == Request ? FileSharing::Required : FileSharing::Optional);
     if (call.problem.isEmpty()) {
+        call.size = {meter.bytes(), meter.descriptors()};
         omissions.log();
         call.arguments = {intentName, map, QVariant::fromValue(body)};
     }

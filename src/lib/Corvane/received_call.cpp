@@ -2,7 +2,6 @@
 #include "received_call_p.h"
 
 #include "error_p.h"
-#include "file_sharing.h"
 
 #include <DBus/message_meter.h>
 
@@ -11,25 +10,15 @@
 
 namespace Corvane {
 
-void ReceivedCall::reply(const QJsonObject &result, QVariantMap files, Files mode, const QString &errorName) const
+void ReceivedCall::reply(const QJsonObject &result, QVariantMap files, FileSharing::Mode mode,
+                         const QString &errorName) const
 {
     Omissions omissions;
     const BusObject body = toBusObject(result, Place::Params, &omissions);
     MessageMeter meter;
     meter.add(omissions);
     meter.add(body);
-    MessageMeter withoutFiles = meter; // checked before any file is opened
-    withoutFiles.add(files);
-    QString problem = withoutFiles.problem();
-    if (problem.isEmpty()) {
-        if (mode == Files::Required)
-            problem = FileSharing::openFiles(result, files);
-        else
-            FileSharing::exportFiles(result, files);
-        meter.add(files);
-    }
-    if (problem.isEmpty())
-        problem = meter.problem();
+    QString problem = FileSharing::addTo(meter, result, files, mode);
     if (problem.isEmpty()) {
         omissions.log();
         // QDBusConnection::send() returns true without a bus.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include "file_sharing.h"
 #include "trace_p.h"
 
 #include <QtCore/QJsonObject>
@@ -17,13 +18,9 @@ struct ReceivedCall
     QDBusMessage message;
     Trace trace;
 
-    enum class Files {
-        Optional, ///< The reply is sent without the files that cannot be opened.
-        Required, ///< The caller gets an error if a file cannot be opened.
-    };
     /// Sends the result of a handler and the files that it names. If that is impossible, logs a warning, and sends an
     /// error with the name \a errorName.
-    void reply(const QJsonObject &result, QVariantMap files, Files mode, const QString &errorName) const;
+    void reply(const QJsonObject &result, QVariantMap files, FileSharing::Mode mode, const QString &errorName) const;
     void fail(const QString &errorName, const QString &text) const;
 };
 

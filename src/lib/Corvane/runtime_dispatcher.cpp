@@ -131,7 +131,7 @@ void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJs
         return;
     }
     intent.handler(params, [call, files](const QJsonObject &result) {
-        call.reply(result, files, ReceivedCall::Files::Optional, QDBusError::errorString(QDBusError::Failed));
+        call.reply(result, files, FileSharing::Optional, QDBusError::errorString(QDBusError::Failed));
     });
     // The handler may have deleted this object.
 }
