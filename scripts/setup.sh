@@ -49,10 +49,3 @@ corvane_build() {
     corvane_configure "$@"
     cmake --build "$1"
 }
-
-# Builds the fuzzing targets in build/fuzz.
-corvane_build_fuzzers() {
-    corvane_build "$root/build/fuzz" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DCMAKE_CXX_COMPILER=clang++ -DCORVANE_SANITIZE=ON -DCORVANE_BUILD_FUZZERS=ON \
-        -DCORVANE_BUILD_TOOLS=OFF -DCORVANE_BUILD_EXAMPLES=OFF -DCORVANE_BUILD_TESTS=OFF
-}
