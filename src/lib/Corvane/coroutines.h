@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Makes requests awaitable in C++20. The library itself is built as C++17; this header is all that a coroutine needs.
 #pragma once
+
+/// \file
+/// Makes requests awaitable in C++20. The library itself is built as C++17; this header is all that a coroutine needs.
 
 #if __cplusplus < 202002L
 #error "Corvane/coroutines.h needs C++20"
@@ -39,12 +41,15 @@ namespace Corvane {
 class IntentRequestAwaiter
 {
 public:
+    /// Waits for \a request. The expression `co_await *request` calls this constructor.
     explicit IntentRequestAwaiter(IntentRequest &request) : m_request(&request) { }
     Q_DISABLE_COPY_MOVE(IntentRequestAwaiter)
     ~IntentRequestAwaiter() = default;
 
+    /// Returns true if the request has finished. The coroutine is not suspended then.
     bool await_ready() const { return m_request->isFinished(); }
 
+    /// Resumes \a coroutine when the request has finished or was deleted.
     void await_suspend(std::coroutine_handle<> coroutine)
     {
         m_coroutine = coroutine;
@@ -55,6 +60,7 @@ public:
             m_request, &QObject::destroyed, m_receiver.get(), [this] { resume(); }, Qt::QueuedConnection);
     }
 
+    /// Returns the result of the request: the value of the expression `co_await *request`.
     IntentRequest::Result await_resume() const
     {
         if (m_request)

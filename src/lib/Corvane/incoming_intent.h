@@ -48,13 +48,17 @@ class IncomingIntentPrivate;
 class CORVANE_EXPORT IncomingIntent
 {
     Q_GADGET
+    /// See intentName().
     Q_PROPERTY(QString intentName READ intentName)
+    /// See params().
     Q_PROPERTY(QJsonObject params READ params)
+    /// See isAnswered().
     Q_PROPERTY(bool answered READ isAnswered)
 public:
     /// Creates a handle without an intent. isAnswered() returns true; intentName() and params() are empty.
     IncomingIntent();
 
+    /// The intent name that the caller has sent.
     QString intentName() const;
     /// The parameters that the caller has sent. They are untrusted. They contain the names of files as the caller wrote
     /// them: the service receives their file descriptors, and decides how this process can open the files.
@@ -86,6 +90,7 @@ public:
 
     /// Returns true if both are handles of the same intent.
     friend bool operator==(const IncomingIntent &a, const IncomingIntent &b) { return a.d == b.d; }
+    /// Returns true if they are handles of different intents.
     friend bool operator!=(const IncomingIntent &a, const IncomingIntent &b) { return !(a == b); }
 
     /// Prints the intent name and whether the intent is answered.

@@ -46,11 +46,16 @@ class IntentRequestPrivate;
 class CORVANE_EXPORT IntentRequest : public QObject
 {
     Q_OBJECT
+    /// See intentName().
     Q_PROPERTY(QString intentName READ intentName CONSTANT)
+    /// See state().
     Q_PROPERTY(State state READ state NOTIFY finished)
+    /// See reply().
     Q_PROPERTY(QJsonObject reply READ reply NOTIFY finished)
+    /// See error().
     Q_PROPERTY(Corvane::Error error READ error NOTIFY finished)
 public:
+    /// Whether and how a request has finished.
     enum State : int {
         Pending, ///< There is no result yet.
         Replied, ///< The handler has replied.
@@ -64,10 +69,11 @@ public:
     /// The result of a request. QDebug prints it.
     struct Result
     {
-        State state = Pending;
+        State state = Pending; ///< Whether and how the request has finished.
         QJsonObject reply; ///< Empty unless the state is Replied.
         Error error; ///< An error if the state is Failed, TimedOut or Canceled.
 
+        /// Prints the state, the reply and the error.
         friend CORVANE_EXPORT QDebug operator<<(QDebug debug, const Result &result);
     };
     // Deleted, because both enumerations have an enumerator Failed: compare error() with Error::Code, and state() with
@@ -77,12 +83,15 @@ public:
     friend bool operator!=(const Error &, State) = delete;
     friend bool operator!=(State, const Error &) = delete;
 
+    /// The type of the callbacks of then(). \a reply is empty if \a error is set.
     using Callback = std::function<void(const QJsonObject &reply, const Corvane::Error &error)>;
 
     /// Drops the reply and the callbacks. Does not emit finished().
     ~IntentRequest() override;
 
+    /// The intent name that was sent.
     QString intentName() const;
+    /// Returns whether and how the request has finished.
     State state() const;
     /// Returns whether the state is not Pending.
     bool isFinished() const;
@@ -119,6 +128,7 @@ public:
     /// Whether deleteLater() is called after finished() was emitted; false by default. If the request has already
     /// finished, setAutoDelete(true) calls deleteLater() immediately.
     bool autoDelete() const;
+    /// See autoDelete().
     void setAutoDelete(bool autoDelete);
 
 Q_SIGNALS:

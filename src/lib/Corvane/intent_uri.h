@@ -36,11 +36,16 @@ namespace Corvane {
 class CORVANE_EXPORT IntentUri
 {
     Q_GADGET
+    /// See intentName().
     Q_PROPERTY(QString intentName READ intentName)
+    /// See hints().
     Q_PROPERTY(QJsonObject hints READ hints)
+    /// See params().
     Q_PROPERTY(QJsonObject params READ params)
+    /// See error().
     Q_PROPERTY(Corvane::Error error READ error)
 public:
+    /// The handling of the hints that select files of this process.
     enum FileHints : int {
         RemoveFileHints, ///< Remove the hints "readFiles" and "writeFiles".
         KeepFileHints, ///< Keep all hints. Use it only for URIs that the application has written itself.

@@ -41,6 +41,7 @@ class CORVANE_EXPORT IntentsInvoker : public QObject
 {
     Q_OBJECT
 public:
+    /// Creates an invoker. Without a bus, all calls fail.
     explicit IntentsInvoker(QObject *parent = nullptr);
     /// Drops the replies of all calls in flight, and deletes the requests.
     ~IntentsInvoker() override;

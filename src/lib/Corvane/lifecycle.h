@@ -16,7 +16,7 @@ class LifecyclePrivate;
 
 /// The state of an instance of an application. Other numbers from the service arrive unchanged.
 enum ApplicationState : quint32 {
-    UnknownState = 0,
+    UnknownState = 0, ///< The service does not know the state.
     LaunchingState = 1, ///< The process was started. It does not own its bus name yet.
     ForegroundState = 2, ///< The application runs, and the user interacts with it.
     BackgroundState = 3, ///< The application runs, but the user does not see it.
@@ -47,6 +47,7 @@ public:
      * instance() after you have deleted the object: it would return a dangling pointer.
      */
     static Lifecycle *instance();
+    /// Ends the subscription. See instance().
     ~Lifecycle() override;
 
     /**

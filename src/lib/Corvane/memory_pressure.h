@@ -27,11 +27,12 @@ class MemoryPressurePrivate;
 class CORVANE_EXPORT MemoryPressure : public QObject
 {
     Q_OBJECT
+    /// See level().
     Q_PROPERTY(MemoryLevel level READ level NOTIFY levelChanged)
 public:
-    /// Other numbers from the service arrive unchanged.
+    /// The memory pressure. Other numbers from the service arrive unchanged: compare levels with >=.
     enum MemoryLevel : int {
-        NormalLevel = 0,
+        NormalLevel = 0, ///< Enough memory is free.
         LowLevel = 100, ///< Memory is getting scarce: release data that can be created again.
         CriticalLevel = 200, ///< The system is about to end processes.
     };
@@ -44,6 +45,7 @@ public:
      * deletes the object. Do not call instance() after you have deleted the object: it would return a dangling pointer.
      */
     static MemoryPressure *instance();
+    /// Ends the subscription in this process. See instance().
     ~MemoryPressure() override;
 
     /// Returns the last received level, or NormalLevel if there is none. Does not call the service.

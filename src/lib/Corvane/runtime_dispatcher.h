@@ -53,6 +53,7 @@ public:
     /// Creates a dispatcher. instance() returns it until any dispatcher is deleted. Applications call instance()
     /// instead.
     RuntimeDispatcher();
+    /// Removes all handlers. Does not release the bus name. The reply functions remain valid.
     ~RuntimeDispatcher() override;
 
     /// The id of the application (HALVIR_APP_ID); empty if the service did not start this process.

@@ -39,8 +39,11 @@ public:
     /// is sent as another type of D-Bus, which the service may ignore. problems() reports it. Task::start() describes
     /// the handling of values that D-Bus cannot represent.
     Schedule(const QVariantMap &map);
+    /// Creates a copy of \a other.
     Schedule(const Schedule &other);
+    /// Assigns \a other to this schedule.
     Schedule &operator=(const Schedule &other);
+    /// Destroys the schedule.
     ~Schedule();
 
     /// Returns a schedule that runs the task once on each day, at the hour and the minute of \a time.
@@ -48,21 +51,31 @@ public:
     /// Returns a schedule that runs the task once on each of the week days, at the hour and the minute of \a time.
     static Schedule weeklyAt(const QList<Qt::DayOfWeek> &weekDays, QTime time);
 
-    /// Dates are sent as ISO 8601 strings, without milliseconds. A time zone is reduced to its offset.
+    /// Sets the start of the range of dates. It is sent as an ISO 8601 string, without milliseconds. A time zone is
+    /// reduced to its offset.
     Schedule &sinceDate(const QDateTime &date);
+    /// Sets the end of the range of dates. It is sent in the same form as the start.
     Schedule &tillDate(const QDateTime &date);
+    /// Sets the months, from 1 (January) to 12.
     Schedule &onMonths(const QList<int> &months);
+    /// Sets the week days, from 1 (Monday) to 7.
     Schedule &onWeekDays(const QList<int> &weekDays);
+    /// Sets the hours, from 0 to 23.
     Schedule &onHours(const QList<int> &hours);
+    /// Sets the minutes, from 0 to 59.
     Schedule &onMinutes(const QList<int> &minutes);
 
-    /// Returns an invalid date-time if the value is not set or is not a date.
+    /// Returns the start of the range of dates; invalid if it is not set or is not a date.
     QDateTime startDate() const;
+    /// Returns the end of the range of dates; invalid if it is not set or is not a date.
     QDateTime endDate() const;
-    /// Returns an empty list if the value is not set or is not a list of numbers.
+    /// Returns the months; empty if they are not set or are not a list of numbers.
     QList<int> months() const;
+    /// Returns the week days; empty if they are not set or are not a list of numbers.
     QList<int> weekDays() const;
+    /// Returns the hours; empty if they are not set or are not a list of numbers.
     QList<int> hours() const;
+    /// Returns the minutes; empty if they are not set or are not a list of numbers.
     QList<int> minutes() const;
 
     /**
@@ -80,6 +93,7 @@ public:
     /// another order, and dates with another time zone, are not equal. A list of integers from the bus equals the list
     /// of a builder. All other values are compared as QVariant compares them.
     bool operator==(const Schedule &other) const;
+    /// Returns true if the schedules are not equal.
     bool operator!=(const Schedule &other) const { return !(*this == other); }
 
     /// Prints all properties of the schedule, such as Corvane::Schedule(Hours: (8), Minutes: (0, 30)).

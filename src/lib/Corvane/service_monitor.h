@@ -35,11 +35,14 @@ class ServiceMonitorPrivate;
 class CORVANE_EXPORT ServiceMonitor : public QObject
 {
     Q_OBJECT
+    /// See isAvailable().
     Q_PROPERTY(bool available READ isAvailable NOTIFY availableChanged)
+    /// See availableSince().
     Q_PROPERTY(QDateTime availableSince READ availableSince NOTIFY availableChanged)
 public:
     /// Asks the bus for the owner of the service's name. isAvailable() is false until the bus has replied.
     explicit ServiceMonitor(QObject *parent = nullptr);
+    /// Destroys the monitor. Does not emit availableChanged().
     ~ServiceMonitor() override;
 
     /// Returns whether a process owns the service's name. Returns false without a connection to the bus, and after this

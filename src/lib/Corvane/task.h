@@ -44,17 +44,20 @@ public:
     /// The state of a task. The numbers differ from the service's codes.
     enum State : int {
         Unknown = 0, ///< The service has not announced a state yet, or announced an unknown one.
-        Running = 1,
-        Stopped = 2,
+        Running = 1, ///< The process of the task is running.
+        Stopped = 2, ///< The task does not run.
         Waiting = 3, ///< The task waits for its scheduled time.
     };
+    /// Options of stop().
     enum StopFlag : int {
         Force = 0x1, ///< Do not wait until the task ends by itself.
     };
+    /// A combination of StopFlag values.
     Q_DECLARE_FLAGS(StopFlags, StopFlag)
 
     /// Prints the name of the state, such as Corvane::Task::Running, or its number: Corvane::Task::State(7).
     friend CORVANE_EXPORT QDebug operator<<(QDebug debug, State state);
+    /// Prints the name of the flag, such as Corvane::Task::Force, or its number.
     friend CORVANE_EXPORT QDebug operator<<(QDebug debug, StopFlag flag);
     /// Prints the flags as Qt does: QFlags<Corvane::Task::StopFlag>(Force).
     friend CORVANE_EXPORT QDebug operator<<(QDebug debug, StopFlags flags);
@@ -68,6 +71,7 @@ public:
     /// Drops the callbacks of all calls in flight. Does not stop the task.
     ~Task() override;
 
+    /// Returns the id of the constructor, unchanged.
     QString taskId() const;
     /// Returns the last announced state. Only the task id identifies the task in an announcement: a task of another
     /// application with the same id changes the state too.
@@ -95,7 +99,9 @@ public:
     Task &withStartTime(const QDateTime &startTime);
     /// Whether the service creates a socket for TaskMessaging at socketPath().
     Task &withIpcSocket(bool create);
+    /// The calendar rule of the task.
     Task &withSchedule(const Schedule &schedule);
+    /// The priority of the task's process.
     Task &withPriority(int priority);
     /// Whether the task starts with the service.
     Task &withAutostart(bool autostart);
@@ -106,7 +112,7 @@ public:
     /// The delay before the first run.
     Task &withStartDelay(int startDelay);
 
-    QStringList arguments() const;
+    QStringList arguments() const; ///< empty if not set
     QDateTime startTime() const; ///< invalid if not set
     bool hasIpcSocket() const; ///< false if not set
     Schedule schedule() const; ///< empty if not set

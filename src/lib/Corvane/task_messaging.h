@@ -41,10 +41,11 @@ class CORVANE_EXPORT TaskMessaging : public QObject
 {
     Q_OBJECT
 public:
+    /// The state of the connection.
     enum State : int {
-        Unconnected = 0,
-        Connecting = 1,
-        Connected = 2,
+        Unconnected = 0, ///< There is no connection. The task's end may wait for a client.
+        Connecting = 1, ///< The application's end connects to the socket.
+        Connected = 2, ///< Messages can be sent and received.
         Closing = 3, ///< Sent data is still being written.
     };
     /// Prints the name of the state, such as Corvane::TaskMessaging::Connected, or its number.
@@ -62,8 +63,11 @@ public:
      * the descriptor; the channel stays unconnected.
      */
     explicit TaskMessaging(int socketDescriptor, QObject *parent = nullptr);
+    /// Closes the connection without stateChanged(), and drops unsent messages. The task's end also removes the file of
+    /// the socket.
     ~TaskMessaging() override;
 
+    /// Returns the state of the connection.
     State state() const;
 
     /**

@@ -41,7 +41,9 @@ class TaskProcessPrivate;
 class CORVANE_EXPORT TaskProcess : public QObject
 {
     Q_OBJECT
+    /// See taskId().
     Q_PROPERTY(QString taskId READ taskId CONSTANT)
+    /// See isStopRequested().
     Q_PROPERTY(bool stopping READ isStopRequested NOTIFY stopRequested)
 public:
     /// The longest time that finish() waits for the client to read the messages.
