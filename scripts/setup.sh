@@ -11,7 +11,8 @@ say() {
 }
 
 # corvane_install_dependencies [OPTION...]: installs the missing build dependencies of debian/control. With the option
-# -Pnocheck, installs only those of the library, the tools and the examples. Needs root or sudo only if one is missing.
+# -Pnocheck,nodoc, installs only those of the library, the tools and the examples. Needs root or sudo only if one is
+# missing.
 corvane_install_dependencies() {
     if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps "$@") 2>/dev/null; then
         return
