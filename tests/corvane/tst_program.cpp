@@ -41,6 +41,7 @@ private Q_SLOTS:
     void intentIsCanceled_data();
     void intentIsCanceled();
     void commandAnswersIntents();
+    void intentWithoutAHandlerIsExplained();
     void handledIntentsAreListed();
     void failureOfTheCommandIsThatOfTheIntent_data();
     void failureOfTheCommandIsThatOfTheIntent();
@@ -169,6 +170,15 @@ void TestProgram::commandAnswersIntents()
     const Result end = handler.end(SIGTERM);
     QCOMPARE(end.exitCode, 0);
     QCOMPARE(end.errors, QString());
+}
+
+void TestProgram::intentWithoutAHandlerIsExplained()
+{
+    RunningProgram handler({"handle", "Greet", "--", "cat"});
+    handler.nextLine();
+    compareFailure({"invoke", "Forget"}, 3, "HandlerFailed",
+                   qEnvironmentVariable("HALVIR_APP_INSTANCE_ID")
+                       + ": Intent not registered by specified application (its manifest has the intent \"Forget\")");
 }
 
 void TestProgram::handledIntentsAreListed()

@@ -149,7 +149,8 @@ IntentLoad::Call Caller::makeCall()
         call.killable.clear();
         call.intentName = "Forgotten.steady";
         call.code = Error::HandlerFailed;
-        call.message = "Intent not registered by specified application";
+        call.message =
+            "Intent not registered by specified application (its manifest has the intent \"Forgotten.steady\")";
     } else if (kind < 106) { // the library refuses U+0000
         call.killable.clear();
         call.params.insert("text", QString(QChar(QChar::Null)));

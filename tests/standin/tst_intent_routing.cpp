@@ -146,7 +146,9 @@ void TestIntentRouting::failuresAreReported_data()
 
     QTest::newRow("no handler") << "Nothing" << serviceError("HandlerNotFound", "No application handles \"Nothing\"");
     QTest::newRow("no name") << "" << serviceError("HandlerNotFound", "No application handles \"\"");
-    QTest::newRow("other case") << "echo" << serviceError("HandlerNotFound", "No application handles \"echo\"");
+    QTest::newRow("other case") << "echo"
+                                << serviceError("HandlerNotFound",
+                                                "No application handles \"echo\" (a manifest has the intent \"Echo\")");
     QTest::newRow("error") << "Fail" << serviceError("HandlerFailed", "fail.instance1: the reason");
     QTest::newRow("wrong reply")
         << "Misspell"

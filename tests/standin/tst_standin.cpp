@@ -107,6 +107,7 @@ private Q_SLOTS:
     void missingTemporaryDirectoryIsReported();
     void readOnlyTemporaryDirectoryIsReplaced();
     void traceShowsEachMessageInOneLine();
+    void traceShowsMissingFiles();
     void traceShowsTimes();
     void outputIsLabelled_data();
     void outputIsLabelled();
@@ -513,6 +514,23 @@ corvane-standin: [2] Reply {"file":"/tmp/note"} from viewer.instance1, to read: 
                  .split('\n'));
 }
 
+void TestStandIn::traceShowsMissingFiles()
+{
+    const QString root = CORVANE_SERVICE_ROOT;
+    const QString interface = root + ".Intents1";
+    const Result result = standIn({"run",     "--verbose",    "--",          "busctl",
+                                   "--user",  "call",         root,          '/' + QString(interface).replace('.', '/'),
+                                   interface, "InvokeIntent", "sa{sv}a{sv}", "Open",
+                                   "2",       "readFiles",    "as",          "1",
+                                   "file",    "writeFiles",   "as",          "0",
+                                   "0"});
+    QString line = result.errors.section('\n', 0, 0);
+    line.replace(QRegularExpression(QStringLiteral("from :[0-9.]+")), "from :N");
+    QCOMPARE(line,
+             QString("corvane-standin: [1] InvokeIntent \"Open\" {} with the hints "
+                     "{\"readFiles\":[\"file\"],\"writeFiles\":[]} from :N, to read: no file"));
+}
+
 void TestStandIn::outputIsLabelled_data()
 {
     QTest::addColumn<QString>("option");
@@ -628,7 +646,9 @@ void TestStandIn::applicationHasToClaimItsName()
     const Result result = standIn(
         {"run", "--start-timeout", "100", "--manifests", Applications, "--", "corvane-standin", "start", "hide"});
     QCOMPARE(result.exitCode, 1);
-    QCOMPARE(result.errors, QString("corvane-standin: hide.instance1 has not claimed its bus name within 100 ms\n"));
+    QCOMPARE(result.errors,
+             QString("corvane-standin: hide.instance1 has not claimed its bus name within 100 ms "
+                     "(startService() claims it)\n"));
 }
 
 void TestStandIn::monitorPrintsStatesAndLevels()

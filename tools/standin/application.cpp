@@ -188,7 +188,7 @@ void Application::onTimeout()
 {
     const QString problem = m_hasBeenReady
         ? QStringLiteral("%1 has released its bus name, and has not claimed it again within %2 ms")
-        : QStringLiteral("%1 has not claimed its bus name within %2 ms");
+        : QStringLiteral("%1 has not claimed its bus name within %2 ms (startService() claims it)");
     finishWaiting(problem.arg(m_instanceId).arg(m_timer.interval()));
 }
 

@@ -56,6 +56,18 @@ Application *Applications::handlerOf(const QString &intentName) const
     return nullptr;
 }
 
+QString Applications::similarIntent(const QString &intentName) const
+{
+    for (const Application *application : m_list) {
+        const QStringList intents = application->isRemoved() ? QStringList() : application->manifest().intents;
+        for (const QString &intent : intents) {
+            if (intent.compare(intentName, Qt::CaseInsensitive) == 0)
+                return intent;
+        }
+    }
+    return {};
+}
+
 QString Applications::nameOf(const QString &connection) const
 {
     for (const Application *application : m_list) {

@@ -18,6 +18,8 @@ public:
     /// Returns null if there is none.
     Application *withId(const QString &id) const;
     Application *handlerOf(const QString &intentName) const;
+    /// Returns the intent of a manifest that differs from \a intentName in letter case only; null if there is none.
+    QString similarIntent(const QString &intentName) const;
 
     /// Returns the instance id of the application with this bus connection, or \a connection if there is none.
     QString nameOf(const QString &connection) const;

@@ -15,6 +15,9 @@ using namespace Corvane;
 
 namespace {
 
+/// The library's error if an application has no handler for an intent.
+const QLatin1String NotRegistered("Intent not registered by specified application");
+
 QString serviceError(const char *code)
 {
     return Names::ErrorPrefix + QLatin1String(code);
@@ -44,8 +47,12 @@ QVariantMap Intents::InvokeIntent(const QString &intentName, const QVariantMap &
     }
     Application *application = m_applications.handlerOf(intentName);
     if (!application) {
+        const QString similar = m_applications.similarIntent(intentName);
+        const QString help = similar.isNull()
+            ? QString()
+            : QStringLiteral(" (a manifest has the intent %1)").arg(Trace::quoted(similar));
         refuse(request, serviceError("HandlerNotFound"),
-               QStringLiteral("No application handles %1").arg(Trace::quoted(intentName)));
+               QStringLiteral("No application handles %1%2").arg(Trace::quoted(intentName), help));
         return {};
     }
     application->whenReady([this, application, request](const QString &problem) mutable {
@@ -79,9 +86,13 @@ void Intents::finish(const Request &request, const QDBusMessage &answer)
 {
     if (answer.type() == QDBusMessage::ErrorMessage) {
         const QString handlerFailed = serviceError("HandlerFailed");
-        const QString text = answer.errorMessage(); // the handler's own words arrive as they are
-        refuse(request, handlerFailed,
-               answer.errorName() == handlerFailed ? text : QStringLiteral("%1: %2").arg(request.instanceId, text));
+        QString text = answer.errorMessage(); // the handler's own words arrive as they are
+        if (answer.errorName() != handlerFailed)
+            text = QStringLiteral("%1: %2").arg(request.instanceId, text);
+        if (answer.errorMessage() == NotRegistered)
+            text += QStringLiteral(" (its manifest has the intent %1)")
+                        .arg(Trace::quoted(request.invocation.arguments().at(0).toString()));
+        refuse(request, handlerFailed, text);
         return;
     }
     if (answer.signature() != QLatin1String("a{sv}a{sv}")) {

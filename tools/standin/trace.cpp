@@ -95,13 +95,15 @@ QString Trace::time(const QDateTime &time)
 
 QString Trace::descriptors(const QVariantMap &map)
 {
-    const auto list = [&map](const QString &key, const QString &label) {
+    const auto list = [&map](const QString &pathsKey, const QString &key, const QString &label) {
         QStringList texts;
         const auto files = Corvane::fromBus<QList<QDBusUnixFileDescriptor>>(map.value(key));
         for (const QDBusUnixFileDescriptor &file : files)
             texts.append(described(file));
+        if (texts.isEmpty() && !Corvane::fromBus<QStringList>(map.value(pathsKey)).isEmpty())
+            texts.append(QStringLiteral("no file"));
         return texts.isEmpty() ? QString() : label + texts.join(QLatin1String(", "));
     };
-    return list(Corvane::Keys::ReadFds, QStringLiteral(", to read: "))
-        + list(Corvane::Keys::WriteFds, QStringLiteral(", to read and write: "));
+    return list(Corvane::Keys::ReadFiles, Corvane::Keys::ReadFds, QStringLiteral(", to read: "))
+        + list(Corvane::Keys::WriteFiles, Corvane::Keys::WriteFds, QStringLiteral(", to read and write: "));
 }

@@ -40,6 +40,7 @@ public:
     /// Returns a time in the format of the trace: "23:59:59.999", in local time.
     static QString time(const QDateTime &time);
     /// Describes the file descriptors at "readFds" and "writeFds": `, to read: "/tmp/a.txt" (read-only, 12 bytes)`.
+    /// Paths without a descriptor are `, to read: no file`.
     static QString descriptors(const QVariantMap &map);
 
 private:
