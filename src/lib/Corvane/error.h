@@ -23,7 +23,7 @@ class [[nodiscard]] Error; // GCC 12 rejects CORVANE_EXPORT beside [[nodiscard]]
  *     qWarning() << "Cannot receive intents:" << error;
  * \endcode
  *
- * docs/compatibility.md lists the bus error names that have a code.
+ * docs/service.md lists the bus error names that have a code.
  */
 class CORVANE_EXPORT Error
 {

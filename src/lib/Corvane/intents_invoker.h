@@ -35,7 +35,7 @@ class IntentsInvokerPrivate;
  * Use an invoker on the thread that created it; the thread needs a running event loop. The constructor blocks until the
  * bus has returned the owner of the service's name. No other function blocks.
  *
- * See also docs/compatibility.md.
+ * See also docs/limits.md.
  */
 class CORVANE_EXPORT IntentsInvoker : public QObject
 {

@@ -35,7 +35,7 @@ CORVANE_EXPORT QDebug operator<<(QDebug debug, ApplicationState state);
  *         [](const QString &appInstanceId, Corvane::ApplicationState state) { qInfo() << appInstanceId << state; });
  * \endcode
  *
- * There is one object per process. Use it on the main thread. See also docs/compatibility.md.
+ * There is one object per process. Use it on the main thread. See also docs/limits.md.
  */
 class CORVANE_EXPORT Lifecycle : public QObject
 {

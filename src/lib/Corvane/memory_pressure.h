@@ -22,7 +22,7 @@ class MemoryPressurePrivate;
  *         });
  * \endcode
  *
- * There is one object per process. Use it on the main thread. See also docs/compatibility.md.
+ * There is one object per process. Use it on the main thread. See also docs/limits.md.
  */
 class CORVANE_EXPORT MemoryPressure : public QObject
 {

@@ -33,7 +33,7 @@ class RuntimeDispatcherPrivate;
  * \endcode
  *
  * There is one dispatcher per process. Use it on the main thread, whose event loop delivers the intents. See also
- * docs/compatibility.md.
+ * docs/limits.md.
  */
 class CORVANE_EXPORT RuntimeDispatcher : public QObject
 {

@@ -28,7 +28,7 @@ namespace Corvane {
  * Schedule is an implicitly shared value class. Builders modify the schedule in place; a second call replaces the value
  * of the first one. Numbers are stored unchecked and unsorted; problems() checks them. The service defines how the
  * lists are combined, and the time zone; corvane-standin uses the local time, minute 0 without minutes, and hour 0
- * without hours and minutes. See also docs/compatibility.md.
+ * without hours and minutes. See also docs/limits.md.
  */
 class CORVANE_EXPORT Schedule
 {

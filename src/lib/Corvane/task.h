@@ -35,7 +35,7 @@ class TaskPrivate;
  * constructor of the first task blocks until the bus has returned the owner of the service's name. No other function
  * blocks.
  *
- * See also docs/compatibility.md.
+ * See also docs/limits.md.
  */
 class CORVANE_EXPORT Task : public QObject
 {

@@ -35,7 +35,7 @@ class TaskMessagingPrivate;
  * that the waiting client has already sent are delivered then. Clients that have disconnected are skipped.
  *
  * Use a channel on the thread that created it; the thread needs a running event loop. No function blocks. See also
- * docs/compatibility.md.
+ * docs/limits.md.
  */
 class CORVANE_EXPORT TaskMessaging : public QObject
 {
