@@ -16,6 +16,10 @@ def console(text, terminal=""):
     return f"```console {terminal}\n{text}\n```\n"
 
 
+def file(name, text=""):
+    return f"`{name}`:\n```txt {name}\n{text}\n```\n"
+
+
 CORRECT = {
     "exact output": console("$ echo a; echo b\na\nb"),
     "output without a newline": console("$ printf a\na"),
@@ -24,8 +28,8 @@ CORRECT = {
     "any lines": console("$ seq 9\n1\n...\n9"),
     "no lines at dots": console("$ echo a\n...\na\n..."),
     "special characters": console("$ echo '[a] (b)* $c'\n[a] (b)* $c"),
-    "file": "```text\nnot a step\n```\n```sh d/x.sh\necho in $0\n```\n" + console("$ sh d/x.sh\nin d/x.sh"),
-    "replaced file": "```txt x\n1\n```\n" + console("$ cat x\n1") + "```txt x\n2\n```\n" + console("$ cat x\n2"),
+    "file": "```text\nnot a step\n```\n" + file("d/x.sh", "echo in $0") + console("$ sh d/x.sh\nin d/x.sh"),
+    "replaced file": file("x", 1) + console("$ cat x\n1") + file("x", 2) + console("$ cat x\n2"),
     "the shell keeps its state": console("$ mkdir d; cd d; x=1\n$ echo ${PWD##*/} $x\nd 1"),
     "continued line": console("$ echo a \\\n>   b\na b"),
     "shown failure": console('$ false || echo "exit code: $?"\nexit code: 1'),
@@ -46,7 +50,7 @@ CORRECT = {
 # The guide, the line of the error, and the reason.
 WRONG = {
     "empty": ("", 1, "The guide contains no command"),
-    "no command": ("# Title\n```txt x\n```\n", 1, "The guide contains no command"),
+    "no command": ("# Title\n" + file("x"), 1, "The guide contains no command"),
     "only Ctrl-C": (console("^C"), 1, "The guide contains no command"),
     "empty block": ("```console\n```\n", 1, "The block is empty"),
     "block without a name": ("text\n```cpp\nint x;\n```\n", 2, "Expected a block with a file name"),
@@ -55,8 +59,9 @@ WRONG = {
     "indented block": ("text\n\n    make\n", 3, "Expected a fenced block"),
     "indented fence": ("- text\n  ```console\n  $ true\n  ```\n", 2, "at the start of a line"),
     "fence of tildes": ("~~~console\n$ true\n~~~\n", 1, "at the start of a line"),
-    "absolute file": ("```txt /x\n```\n", 1, "Expected a file in the work directory"),
-    "file outside": ("```txt a/../../x\n```\n", 1, "Expected a file in the work directory"),
+    "name that readers do not see": ("`y`:\n\n```txt x\n```\n", 3, 'Expected "`x`" in the line of text above'),
+    "absolute file": (file("/x"), 2, "Expected a file in the work directory"),
+    "file outside": (file("a/../../x"), 2, "Expected a file in the work directory"),
     "other output": ("text\n" + console("$ echo a\nb"), 3, "The command printed other output"),
     "other output in a later block": (console("$ true") + "\n" + console("$ echo a\nb"), 6, "printed other output"),
     "unexpected output": (console("$ echo a"), 2, "The command printed other output"),
@@ -157,7 +162,7 @@ class FollowGuide(unittest.TestCase):
         self.assertFalse((self.directory / "work/later").exists())
 
     def test_workDirectoryIsKept(self):
-        self.assertEqual(self.follow("```txt d/x\n1\n```\n" + console("$ true"), str(self.directory / "work")).returncode, 0)
+        self.assertEqual(self.follow(file("d/x", 1) + console("$ true"), str(self.directory / "work")).returncode, 0)
         self.assertEqual((self.directory / "work/d/x").read_text(encoding="utf-8"), "1\n")
 
     def test_workDirectoryHasToBeEmpty(self):
