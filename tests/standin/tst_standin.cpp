@@ -474,10 +474,13 @@ void TestStandIn::readOnlyTemporaryDirectoryIsReplaced()
     QProcess process;
     QProcessEnvironment values = environment();
     values.remove("XDG_RUNTIME_DIR");
+    values.insert("NAME",
+                  QString("read-only-%1").arg(QCoreApplication::applicationPid())); // /tmp has records of others
     process.setProcessEnvironment(values);
     const QString script = readOnly
-        + "\"$0\" run \"$1\" echo ran; mount -t tmpfs none /mnt && TMPDIR=/mnt \"$0\" run \"$1\" sh -c "
-          "'cd /; unset DBUS_SESSION_BUS_ADDRESS XDG_RUNTIME_DIR; corvane-standin exec echo found'; ls -A /mnt";
+        + "\"$0\" run \"$1\" echo ran; mount -t tmpfs none /mnt && TMPDIR=/mnt \"$0\" run --name $NAME \"$1\" sh -c "
+          "'cd /; unset DBUS_SESSION_BUS_ADDRESS XDG_RUNTIME_DIR; corvane-standin exec --name $NAME echo found'; "
+          "ls -A /mnt";
     process.start("unshare", {"-m", "sh", "-c", script, StandIn, BusProgram});
     QVERIFY(process.waitForFinished(Patience));
     QCOMPARE(process.readAllStandardOutput(), QByteArray("found\n"));
