@@ -161,7 +161,8 @@ void TestCalls::missingServiceIsReported()
 
     peer.ownServiceName(false);
     compareFailure(words(line), 1, "Failed",
-                   "There is no service on the session bus. Start one with: corvane-standin run -- ...");
+                   "There is no service on the session bus. Start one with: corvane-standin run -- ... (join a running "
+                   "one with: corvane-standin exec -- ...)");
     peer.ownServiceName(true);
 }
 

@@ -14,7 +14,7 @@ QStringList commands()
 }
 
 const char NoBus[] = "There is no session bus (Not connected to D-Bus server). Start one with: corvane-standin run -- "
-                     "...";
+                     "... (join a running one with: corvane-standin exec -- ...)";
 
 QProcessEnvironment environmentWith(const QHash<QString, QString> &values)
 {

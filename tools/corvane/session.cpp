@@ -27,7 +27,9 @@ void writeToPipe(int)
 
 QString wayOut(const QString &problem)
 {
-    return problem + QStringLiteral(". Start one with: corvane-standin run -- ...");
+    return problem
+        + QStringLiteral(". Start one with: corvane-standin run -- ... "
+                         "(join a running one with: corvane-standin exec -- ...)");
 }
 
 } // namespace
