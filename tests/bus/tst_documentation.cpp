@@ -178,7 +178,7 @@ void TestDocumentation::everyKeyIsNamed()
 {
     QFETCH(QString, key);
 
-    QVERIFY(m_service.contains(QRegularExpression(QString("[`\"]%1[`\"]").arg(key))));
+    QVERIFY(m_service.contains('`' + key + '`') || m_service.contains('"' + key + '"'));
 }
 
 void TestDocumentation::jsonIsSentAsDocumented_data()
@@ -243,8 +243,11 @@ void TestDocumentation::valuesAreReadAsDocumented()
 
 void TestDocumentation::intentOnTheWireIsReal()
 {
-    if (QSysInfo::ByteOrder != QSysInfo::LittleEndian)
-        QSKIP("The page shows the bytes of a little-endian machine");
+    if (QSysInfo::ByteOrder != QSysInfo::LittleEndian) {
+        QTest::qSkip("The page shows a little-endian message", __FILE__,
+                     __LINE__); // in QSKIP, Clang misses an argument
+        return;
+    }
     const QString text = section(m_service, "## An intent on the wire");
     const QJsonObject params{{"file", "/etc/os-release"}, {"name", "World"}};
     const QJsonObject hints{{"readFiles", QJsonArray{"file"}}};
@@ -271,10 +274,10 @@ void TestDocumentation::intentOnTheWireIsReal()
     QCOMPARE(peer.calls(), block(text, 0));
     QCOMPARE(bodyOf("InvokeIntent", messages).toHex(' '), bytes(block(text, 1)).toHex(' '));
     // The handler gets the name and the params.
-    const QString start = "InvokeIntent (sa{sv}a{sv}) ('Greet', ";
-    const QString sent = block(text, 0).first();
-    QCOMPARE(block(text, 2), QStringList("HandleIntent (sa{sv}) ('Greet', " + sent.mid(sent.indexOf("}, {") + 3)));
+    const QString sent = peer.calls().constFirst();
+    const QString start = "InvokeIntent (sa{sv}a{sv}) ('Greet', {";
     QVERIFY(sent.startsWith(start));
+    QCOMPARE(block(text, 2), QStringList("HandleIntent (sa{sv}) ('Greet', " + sent.mid(sent.indexOf("}, {") + 3)));
 }
 
 void TestDocumentation::frameIsReal()
