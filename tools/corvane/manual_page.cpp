@@ -115,7 +115,7 @@ Each command has these options:
             + quoted(QString::fromLatin1(command.example)) + QLatin1Char('\n');
         separator = QStringLiteral(".Pp\n");
     }
-    return text + QStringLiteral(".Sh SEE ALSO\n.Xr corvane-standin 1\n");
+    return text + QStringLiteral(".Sh SEE ALSO\n.Xr corvane-standin 1 ,\n.Xr corvane 7\n");
 }
 
 } // namespace Generate
