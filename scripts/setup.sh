@@ -10,10 +10,11 @@ say() {
     if [ -t 1 ]; then printf '\n\033[1m%s\033[0m\n' "$*"; else printf '\n%s\n' "$*"; fi
 }
 
-# corvane_install_dependencies [OPTION...]: installs the missing build dependencies of debian/control. With the option
-# -Pnocheck,nodoc, installs only those of the library, the tools and the examples. Needs root or sudo only if one is
-# missing.
+# corvane_install_dependencies [-PPROFILE,...]: installs the missing build dependencies of debian/control, or with build
+# profiles only those that the profiles need: -Pnocheck,nodoc selects those of the library, the tools and the examples.
+# Needs root or sudo only if one is missing.
 corvane_install_dependencies() {
+    [ $# -gt 0 ] || set -- -Ppkg.libcorvane-qt5.devel
     if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps "$@") 2>/dev/null; then
         return
     fi
