@@ -15,9 +15,20 @@ say() {
 # Needs root or sudo only if one is missing.
 corvane_install_dependencies() {
     [ $# -gt 0 ] || set -- -Ppkg.libcorvane-qt5.devel
-    if command -v dpkg-checkbuilddeps >/dev/null && (cd "$root" && dpkg-checkbuilddeps "$@") 2>/dev/null; then
-        return
+    local source
+    source=$(mktemp -d)
+    mkdir "$source/debian"
+    # Only the packages need debhelper, and scripts/package installs it in a bare system.
+    sed '/^ debhelper-compat /d' "$root/debian/control" >"$source/debian/control"
+    if ! command -v dpkg-checkbuilddeps >/dev/null \
+        || ! dpkg-checkbuilddeps "$@" "$source/debian/control" 2>/dev/null; then
+        corvane_install_build_dependencies "$source" "$@"
     fi
+    rm -r "$source"
+}
+
+# corvane_install_build_dependencies DIR [OPTION...]: installs the build dependencies of DIR/debian/control.
+corvane_install_build_dependencies() {
     say "Installing the build dependencies listed in debian/control ..."
     local as_root=()
     if [ "$(id -u)" -ne 0 ]; then
@@ -28,8 +39,8 @@ corvane_install_dependencies() {
         as_root=(sudo)
     fi
     "${as_root[@]}" apt-get -q update
-    (cd "$root" && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get -q -y --no-install-recommends "$@" build-dep ./)
+    (cd "$1" && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q -y --no-install-recommends "${@:2}" build-dep ./)
 }
 
 # corvane_configure DIR [CMAKE-ARGUMENT...]: configures a build of the checkout in DIR.
