@@ -17,7 +17,7 @@ execute_process(COMMAND ${as_ordinary_user} test -r ${CMAKE_CURRENT_SOURCE_DIR}/
 #   VALGRIND  also under valgrind in each run, as valgrind_tst_name (not in a sanitized build). Other tests run under
 #             valgrind only in ctest's configuration Valgrind.
 # With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker. If root configures the build
-# in a readable checkout, both run again as an ordinary user: user_tst_name, user_broker_tst_name (not in a sanitized build).
+# in a readable checkout, the former runs again as an ordinary user: user_tst_name (not in a sanitized build).
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;OWN_BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})

@@ -454,6 +454,10 @@ void TestStandIn::leavesNoFiles()
 
 void TestStandIn::missingTemporaryDirectoryIsReported()
 {
+    if (qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND")) {
+        QTest::qSkip("valgrind needs the directory too", __FILE__, __LINE__); // in QSKIP, Clang misses an argument
+        return;
+    }
     QProcessEnvironment values = environment();
     values.insert("TMPDIR", "/nonexistent");
     const Result result = standIn(shell("echo ran"), values);
@@ -464,6 +468,10 @@ void TestStandIn::missingTemporaryDirectoryIsReported()
 
 void TestStandIn::readOnlyTemporaryDirectoryIsReplaced()
 {
+    if (qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND")) {
+        QTest::qSkip("valgrind needs the directory too", __FILE__, __LINE__);
+        return;
+    }
     const QString readOnly = "mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp && ";
     QProcess probe;
     probe.start("unshare", {"-m", "sh", "-c", readOnly + "true"});
