@@ -196,8 +196,10 @@ QString FileSharing::addTo(MessageMeter &meter, const QJsonObject &source, QVari
         problem = openFiles(source, map);
     else
         exportFiles(source, map);
+    if (!problem.isEmpty())
+        return problem;
     meter.add(map);
-    return problem.isEmpty() ? meter.problem() : problem;
+    return meter.problem();
 }
 
 } // namespace Corvane
