@@ -15,9 +15,6 @@ using namespace Corvane;
 
 namespace {
 
-/// The library's error if an application has no handler for an intent.
-const QLatin1String NotRegistered("Intent not registered by specified application");
-
 QString serviceError(const char *code)
 {
     return Names::ErrorPrefix + QLatin1String(code);
@@ -89,7 +86,7 @@ void Intents::finish(const Request &request, const QDBusMessage &answer)
         QString text = answer.errorMessage(); // the handler's own words arrive as they are
         if (answer.errorName() != handlerFailed)
             text = QStringLiteral("%1: %2").arg(request.instanceId, text);
-        if (answer.errorMessage() == NotRegistered)
+        if (answer.errorMessage() == Names::IntentNotRegistered)
             text += QStringLiteral(" (its manifest has the intent %1)")
                         .arg(Trace::quoted(request.invocation.arguments().at(0).toString()));
         refuse(request, handlerFailed, text);

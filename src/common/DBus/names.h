@@ -44,5 +44,7 @@ inline constexpr Endpoint MemoryPressure(CORVANE_SERVICE_ROOT ".MemoryPressure1"
 inline constexpr Endpoint Tasks(CORVANE_SERVICE_ROOT ".Tasks1");
 inline constexpr Endpoint StandIn(CORVANE_SERVICE_ROOT ".StandIn1"); // of the development stand-in alone
 inline const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties"); // of every object
+/// The text of the error of an application that has no handler for an intent.
+inline const QString IntentNotRegistered = QStringLiteral("Intent not registered by specified application");
 
 } // namespace Corvane::Names

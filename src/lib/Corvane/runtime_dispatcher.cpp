@@ -7,6 +7,7 @@
 #include "incoming_intent_p.h"
 
 #include <Core/environment.h>
+#include <DBus/names.h>
 #include <DBus/session_bus.h>
 #include <DBus/types.h>
 
@@ -116,7 +117,7 @@ void RuntimeDispatcherPrivate::HandleIntent(const QString &intentName, const QJs
 {
     const Intent intent = intents.value(intentName); // a copy, because the handler may change the table
     if (intent.name.isEmpty()) {
-        sendErrorReply(QDBusError::Failed, QStringLiteral("Intent not registered by specified application"));
+        sendErrorReply(QDBusError::Failed, Names::IntentNotRegistered);
         return;
     }
 
