@@ -59,8 +59,9 @@ Application *Applications::handlerOf(const QString &intentName) const
 QString Applications::similarIntent(const QString &intentName) const
 {
     for (const Application *application : m_list) {
-        const QStringList intents = application->isRemoved() ? QStringList() : application->manifest().intents;
-        for (const QString &intent : intents) {
+        if (application->isRemoved())
+            continue;
+        for (const QString &intent : application->manifest().intents) {
             if (intent.compare(intentName, Qt::CaseInsensitive) == 0)
                 return intent;
         }
