@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "session_bus.h"
 
+#include <QtCore/QCoreApplication>
+
+#include <atomic>
 #include <climits>
 
 #include <dlfcn.h>
@@ -42,13 +45,42 @@ void raiseLimits(void *connection)
     ::dlclose(libdbus); // QtDBus keeps it loaded
 }
 
+/// Waits until Qt's bus thread has handled the messages that it has, and the events that it then posted to itself.
+void waitForBusThread(QDBusConnection bus)
+{
+    QObject receiver;
+    for (int wait = 0; wait < 2; ++wait) // QtDBus disconnects in the bus thread, also if nothing is connected
+        bus.disconnect({}, {}, {}, QStringLiteral("NameAcquired"), &receiver, SLOT(deleteLater()));
+}
+
+/**
+ * Prevents a crash in QtDBus when the event loop starts.
+ *
+ * QtDBus keeps a list of the names of the connection. Each call searches the list, and Qt's bus thread adds a name
+ * without a lock when the bus announces it: the process crashes if both happen at once. While the event loop runs, a
+ * name is in the list before the claim returns. But if the main thread creates the connection, the bus thread stores
+ * all messages until the main thread handles an event that QtDBus has posted to it. Then it adds all names claimed so
+ * far. That event has been handled, or it is handled before the event that this function posts.
+ */
+void waitForNames(const QDBusConnection &bus)
+{
+    waitForBusThread(bus);
+    if (qApp) // without an application, QtDBus stores no messages
+        QMetaObject::invokeMethod(
+            qApp, [bus] { waitForBusThread(bus); }, Qt::QueuedConnection);
+}
+
 } // namespace
 
 QDBusConnection sessionBus()
 {
     const QDBusConnection bus = QDBusConnection::sessionBus();
-    if (void *const connection = bus.internalPointer()) // null without a bus
+    if (void *const connection = bus.internalPointer()) { // null without a bus
         raiseLimits(connection);
+        static std::atomic<void *> known = nullptr;
+        if (known.exchange(connection) != connection)
+            waitForNames(bus);
+    }
     return bus;
 }
 
