@@ -9,7 +9,9 @@ namespace Corvane {
 void subscribe(const QString &path, const QString &interface, const QString &member, const QString &signature,
                QObject *receiver, const char *slot)
 {
-    sessionBus().connect(Names::ServiceRoot, path, interface, member, signature, receiver, slot);
+    QDBusConnection bus = sessionBus();
+    if (bus.isConnected()) // without a connection, Qt aborts the process when it asks for the owner of the name
+        bus.connect(Names::ServiceRoot, path, interface, member, signature, receiver, slot);
 }
 
 } // namespace Corvane
