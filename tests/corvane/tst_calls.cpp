@@ -189,7 +189,15 @@ void TestCalls::lostBusEndsTheProgram()
     watch.nextLine(QProcess::StandardError);
     RunningProgram task({"task", "watch", "x"});
     task.nextLine(QProcess::StandardError);
+    peer.hold();
+    peer.takeCalls();
+    RunningProgram invoke({"invoke", "X"});
+    QTRY_COMPARE(peer.calls().filter("InvokeIntent ").size(), 1);
     bus.crash();
+    const Result invoked = finished(invoke);
+    QVERIFY2(invoked.errors.startsWith("corvane: There is no session bus, or it has closed the connection ("),
+             qUtf8Printable(invoked.errors));
+    QCOMPARE(invoked.exitCode, 1);
     const Result handled = finished(handler);
     QCOMPARE(handled.errors, QString("corvane: The session bus has ended\n"));
     QCOMPARE(handled.exitCode, 1);

@@ -13,7 +13,8 @@ QStringList commands()
             "task status", "task watch", "lifecycle watch", "memory watch", "check",      "service status"};
 }
 
-const char NoBus[] = "There is no session bus (Not connected to D-Bus server). Start one with: corvane-standin run -- "
+const char NoBus[] = "There is no session bus, or it has closed the connection (Not connected to D-Bus server). Start "
+                     "one with: corvane-standin run -- "
                      "... (join a running one with: corvane-standin exec -- ...)";
 
 QProcessEnvironment environmentWith(const QHash<QString, QString> &values)

@@ -41,7 +41,10 @@ Error busError()
     if (qEnvironmentVariableIsEmpty("HALVIR_APP_INSTANCE_ID"))
         qputenv("HALVIR_APP_INSTANCE_ID", "corvane.tool");
     if (const Error error = Corvane::Lifecycle::instance()->stopService())
-        return {Error::Failed, wayOut(QStringLiteral("There is no session bus (%1)").arg(error.message()))};
+        return {
+            Error::Failed,
+            wayOut(
+                QStringLiteral("There is no session bus, or it has closed the connection (%1)").arg(error.message()))};
     return {};
 }
 
