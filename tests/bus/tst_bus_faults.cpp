@@ -13,6 +13,7 @@
 #include <patience.h>
 #include <replies.h>
 #include <service_peer.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QTemporaryFile>
@@ -32,11 +33,6 @@ const QString HandleIntent = QStringLiteral("HandleIntent");
 const QString AskBody = QStringLiteral("('Ask', @a{sv} {})");
 const QString Answer = QStringLiteral("(a{sv}a{sv}) ({'a': <1.0>}, {'readFiles': <@as []>, 'writeFiles': <@as []>})");
 const QString Number = QStringLiteral("n");
-
-bool underValgrind()
-{
-    return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
-}
 
 /// Starts a call to the bus itself. While the bus hangs, the call fails after the default timeout, before any blocking
 /// call that was started later.

@@ -6,6 +6,7 @@
 #include <message_log.h>
 #include <patience.h>
 #include <service_peer.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QProcess>
@@ -55,11 +56,6 @@ qint64 allocatedMemory()
 std::shared_ptr<void> whenDestroyed(const std::function<void()> &function)
 {
     return {nullptr, [function](void *) { function(); }};
-}
-
-bool underValgrind()
-{
-    return qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND");
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <patience.h>
 #include <replies.h>
 #include <service_peer.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QTemporaryFile>
@@ -246,7 +247,7 @@ void TestIntentsInvoker::twoInvokersGetTheirOwnReplies()
 
 void TestIntentsInvoker::manyCallsInFlightAreAllAnswered()
 {
-    const int count = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND") ? 200 : 2000;
+    const int count = underValgrind() ? 200 : 2000;
     IntentsInvoker invoker;
     Replies replies(invoker);
     for (int i = 0; i < count; ++i)

@@ -10,6 +10,7 @@
 #include <message_log.h>
 #include <patience.h>
 #include <service_peer.h>
+#include <under_valgrind.h>
 
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusConnectionInterface>
@@ -505,7 +506,7 @@ void TestServiceMonitor::failedRefreshKeepsTheValues()
 
 void TestServiceMonitor::eachOfManyRefreshesFailsOnce()
 {
-    const int count = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND") ? 100 : 10000;
+    const int count = underValgrind() ? 100 : 10000;
     const Task task("sync");
     ServiceMonitor monitor;
     QTRY_VERIFY(monitor.isAvailable());

@@ -8,6 +8,7 @@
 #include <message_log.h>
 #include <run_until.h>
 #include <service_peer.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QRandomGenerator>
 #include <QtCore/QTemporaryDir>
@@ -188,7 +189,7 @@ void TestCheckAgrees::randomParamsArriveAsReported()
 {
     peer.echo();
     QRandomGenerator random(15);
-    for (int i = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND") ? 10 : 300; i > 0; --i) {
+    for (int i = underValgrind() ? 10 : 300; i > 0; --i) {
         compare(randomObject(&random, 4));
         if (QTest::currentTestFailed())
             return;

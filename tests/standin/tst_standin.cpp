@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <patience.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
@@ -454,7 +455,7 @@ void TestStandIn::leavesNoFiles()
 
 void TestStandIn::missingTemporaryDirectoryIsReported()
 {
-    if (qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND")) {
+    if (underValgrind()) {
         QTest::qSkip("valgrind needs the directory too", __FILE__, __LINE__); // in QSKIP, Clang misses an argument
         return;
     }
@@ -468,7 +469,7 @@ void TestStandIn::missingTemporaryDirectoryIsReported()
 
 void TestStandIn::readOnlyTemporaryDirectoryIsReplaced()
 {
-    if (qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND")) {
+    if (underValgrind()) {
         QTest::qSkip("valgrind needs the directory too", __FILE__, __LINE__);
         return;
     }

@@ -6,6 +6,7 @@
 #include <patience.h>
 #include <plain_socket.h>
 #include <run_until.h>
+#include <under_valgrind.h>
 
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
@@ -250,7 +251,7 @@ void TestTaskMessagingFrames::burstsArriveCompletely_data()
     QTest::addColumn<int>("count");
     QTest::addColumn<int>("size");
 
-    const int divisor = qEnvironmentVariableIsSet("CORVANE_UNDER_VALGRIND") ? 20 : CORVANE_BURST_DIVISOR;
+    const int divisor = underValgrind() ? 20 : CORVANE_BURST_DIVISOR;
     for (const bool isTask : {false, true}) {
         for (const bool sends : {false, true}) {
             for (const auto &[count, size] :
