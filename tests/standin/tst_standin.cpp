@@ -47,8 +47,9 @@ Result standIn(QStringList arguments, const QProcessEnvironment &values = enviro
             QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
 }
 
-/// Runs a stand-in for a manifest "a.json" with a task of the given properties.
-Result standInWithTask(const QByteArray &properties)
+/// Runs a stand-in and a command for a manifest "a.json" with a task of the given properties. Its program does not
+/// exist.
+Result standInWithTask(const QByteArray &properties, const QString &command = "echo ran")
 {
     const QTemporaryDir directory;
     QFile file(directory.filePath("a.json"));
@@ -57,7 +58,7 @@ Result standInWithTask(const QByteArray &properties)
     file.write(R"({"id": "a", "command": ["x"], "tasks": [{"id": "t", "command": ["x"], "properties": )" + properties
                + "}]}");
     file.close();
-    return standIn({"run", "--manifests", directory.path(), "--", "echo", "ran"});
+    return standIn({"run", "--manifests", directory.path(), "--", "sh", "-c", command});
 }
 
 QStringList shell(const QString &script)
@@ -87,6 +88,7 @@ private Q_SLOTS:
     void wrongManifestsAreRefused();
     void wrongTaskPropertiesAreRefused();
     void automaticTaskWithoutTimeLeftIsReported();
+    void taskThatCannotBeStartedIsReported();
     void exitCodeIsThatOfTheCommand_data();
     void exitCodeIsThatOfTheCommand();
     void missingCommandIsReported();
@@ -229,6 +231,13 @@ void TestStandIn::automaticTaskWithoutTimeLeftIsReported()
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.output, QString("ran\n"));
     QCOMPARE(result.errors, QString("corvane-standin: The schedule of a.task_t has no time left\n"));
+}
+
+void TestStandIn::taskThatCannotBeStartedIsReported()
+{
+    const Result result =
+        standInWithTask(R"({"Autostart": true})", "until corvane-standin status | grep 127; do :; done");
+    QVERIFY2(result.errors.startsWith("corvane-standin: a.task_t cannot be started: "), qUtf8Printable(result.errors));
 }
 
 void TestStandIn::exitCodeIsThatOfTheCommand_data()

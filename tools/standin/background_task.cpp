@@ -164,7 +164,7 @@ void BackgroundTask::run()
         if (socket->descriptor() >= 0)
             environment.insert(QLatin1String(Environment::TaskSocket), QString::number(socket->descriptor()));
         else
-            m_trace.write(QStringLiteral("%1 gets no socket: %2").arg(name(), socket->problem()));
+            m_trace.report(QStringLiteral("%1 gets no socket: %2").arg(name(), socket->problem()));
         process->setInherited(socket->descriptor());
     }
     process->setProcessEnvironment(environment);
@@ -185,7 +185,11 @@ void BackgroundTask::run()
 
 void BackgroundTask::onEnded(const QString &how)
 {
-    m_trace.write(QStringLiteral("%1 %2").arg(name(), how));
+    const QString line = QStringLiteral("%1 %2").arg(name(), how);
+    if (m_process->hasFailedToStart())
+        m_trace.report(line); // the caller of Start has got a reply
+    else
+        m_trace.write(line);
     m_lastRuns.remove(LastExitCode);
     m_lastRuns.remove(LastSignal);
     if (m_process->exitStatus() == QProcess::CrashExit)

@@ -55,8 +55,19 @@ void Trace::write(const QString &text) const
 {
     if (m_listener)
         m_listener(text);
-    if (!m_options.verbose)
-        return;
+    if (m_options.verbose)
+        print(text);
+}
+
+void Trace::report(const QString &text) const
+{
+    if (m_listener)
+        m_listener(text);
+    print(text);
+}
+
+void Trace::print(const QString &text) const
+{
     QTextStream out(stderr);
     out << "corvane-standin: ";
     if (m_options.timestamps)
