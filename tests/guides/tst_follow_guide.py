@@ -4,6 +4,7 @@
 
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -116,7 +117,7 @@ class FollowGuide(unittest.TestCase):
         self.addCleanup(temporary.cleanup)
         self.directory = pathlib.Path(temporary.name)
 
-    def follow(self, text, *options):
+    def follow(self, text, *options, prepare=None):
         guide = self.directory / "guide.md"
         guide.write_text(text, encoding="utf-8")
         environment = dict(
@@ -131,6 +132,7 @@ class FollowGuide(unittest.TestCase):
             text=True,
             check=False,
             env=environment,
+            preexec_fn=prepare,
         )
 
     def test_correctGuidePasses(self):
@@ -138,6 +140,10 @@ class FollowGuide(unittest.TestCase):
             with self.subTest(name):
                 result = self.follow(text)
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    def test_ctrlCWorksBelowAScriptInTheBackground(self):
+        result = self.follow(CORRECT["Ctrl-C"], "--timeout", "60", prepare=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_wrongGuideFailsWithLineAndReason(self):
         for name, (text, line, reason) in WRONG.items():
