@@ -8,10 +8,14 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTextCodec>
 
+#include <cstdio>
+
 int main(int argc, char **argv)
 {
     // Names and texts are UTF-8 in every locale.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    // A reply of several lines is one write on a terminal too, where other programs write between lines.
+    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
     QStringList arguments; // all of them: QCoreApplication removes some that belong to a command
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromUtf8(argv[i]));
