@@ -47,7 +47,9 @@ int start(const QString &firstUser)
         if (const Error error = Lifecycle::instance()->startService())
             qFatal("%s", qPrintable(error.message()));
     } else {
-        QDBusConnection::sessionBus().interface()->registerService("demo.instance1");
+        const auto reply = QDBusConnection::sessionBus().interface()->registerService("demo.instance1");
+        if (reply != QDBusConnectionInterface::ServiceRegistered)
+            qFatal("The name is not registered");
     }
     QMetaObject::invokeMethod(qApp, callOften, Qt::QueuedConnection);
     QCoreApplication::exec();

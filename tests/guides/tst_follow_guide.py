@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: BSD-3-Clause
 """Tests of follow_guide: a correct guide passes, and a wrong one fails with its line and the reason."""
 
+import functools
 import os
 import pathlib
 import signal
@@ -142,7 +143,8 @@ class FollowGuide(unittest.TestCase):
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_ctrlCWorksBelowAScriptInTheBackground(self):
-        result = self.follow(CORRECT["Ctrl-C"], "--timeout", "60", prepare=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
+        ignore = functools.partial(signal.signal, signal.SIGINT, signal.SIG_IGN)
+        result = self.follow(CORRECT["Ctrl-C"], "--timeout", "60", prepare=ignore)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_wrongGuideFailsWithLineAndReason(self):

@@ -236,7 +236,7 @@ void TestStandIn::automaticTaskWithoutTimeLeftIsReported()
 void TestStandIn::taskThatCannotBeStartedIsReported()
 {
     const Result result =
-        standInWithTask(R"({"Autostart": true})", "until corvane-standin status | grep 127; do :; done");
+        standInWithTask(R"({"Autostart": true})", "until corvane-standin status | grep -q 'exit code 127'; do :; done");
     QVERIFY2(result.errors.startsWith("corvane-standin: a.task_t cannot be started: "), qUtf8Printable(result.errors));
 }
 
