@@ -16,8 +16,8 @@ execute_process(COMMAND ${as_ordinary_user} test -r ${CMAKE_CURRENT_SOURCE_DIR}/
 #   RUN       as the last argument of this command
 #   VALGRIND  also under valgrind in each run, as valgrind_tst_name (not in a sanitized build). Other tests run under
 #             valgrind only in ctest's configuration Valgrind.
-# With BUS or OWN_BUS the test runs on dbus-daemon, and as broker_tst_name on dbus-broker. If root configures the build
-# in a readable checkout, the former runs again as an ordinary user: user_tst_name (not in a sanitized build).
+# With BUS or OWN_BUS the test runs on dbus-daemon. It runs again on dbus-broker, as broker_tst_name, and, if root
+# configures the build in a readable checkout, as an ordinary user, as user_tst_name (both not in a sanitized build).
 function(corvane_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "BUS;OWN_BUS;VALGRIND" "" "RUN;SOURCES;LIBRARIES;ENVIRONMENT")
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
@@ -29,7 +29,7 @@ function(corvane_add_test name)
         ${arg_ENVIRONMENT})
 
     set(bus_programs dbus-daemon)
-    if(arg_BUS OR arg_OWN_BUS)
+    if((arg_BUS OR arg_OWN_BUS) AND NOT CORVANE_SANITIZE)
         list(PREPEND bus_programs ${PROJECT_SOURCE_DIR}/tests/support/private_broker.py)
     endif()
     foreach(bus_program IN LISTS bus_programs)
