@@ -51,23 +51,12 @@ QString described(const QDBusUnixFileDescriptor &file)
 
 } // namespace
 
-void Trace::write(const QString &text) const
+void Trace::send(const QString &text, bool toStandardError) const
 {
     if (m_listener)
         m_listener(text);
-    if (m_options.verbose)
-        print(text);
-}
-
-void Trace::report(const QString &text) const
-{
-    if (m_listener)
-        m_listener(text);
-    print(text);
-}
-
-void Trace::print(const QString &text) const
-{
+    if (!toStandardError)
+        return;
     QTextStream out(stderr);
     out << "corvane-standin: ";
     if (m_options.timestamps)

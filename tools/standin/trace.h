@@ -29,9 +29,9 @@ public:
 
     /// Writes a line, with or without the number of a request.
     void write(int number, const QString &text) const { write(QStringLiteral("[%1] %2").arg(number).arg(text)); }
-    void write(const QString &text) const;
+    void write(const QString &text) const { send(text, m_options.verbose); }
     /// Writes a line also without --verbose: a problem that no reply contains.
-    void report(const QString &text) const;
+    void report(const QString &text) const { send(text, true); }
 
     /// Returns the text in quotes, with control characters escaped, and truncated if it is long.
     static QString quoted(const QString &text);
@@ -46,7 +46,7 @@ public:
     static QString descriptors(const QVariantMap &map);
 
 private:
-    void print(const QString &text) const;
+    void send(const QString &text, bool toStandardError) const;
 
     const Options m_options;
     std::function<void(const QString &line)> m_listener;
